@@ -1,0 +1,10 @@
+# Flags of every target: the warnings the code is clean of, and the chosen sanitizers.
+add_compile_options(-Wall -Wextra -Wpedantic -Wconversion -Wshadow)
+if(RS232_WERROR)
+  add_compile_options(-Werror)
+endif()
+if(RS232_SANITIZE)
+  add_compile_options(-fsanitize=${RS232_SANITIZE} -fno-omit-frame-pointer
+                      -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${RS232_SANITIZE})
+endif()

@@ -1,0 +1,196 @@
+#include "cmmap/cmmap.h"
+
+#include <fcntl.h>
+#include <sys/ipc.h>
+#include <sys/mman.h>
+#include <sys/sem.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+constexpr mode_t kFileMode = 0644;
+constexpr int kSemMode = 0666;
+constexpr int kSemFree = 1;
+
+// The fourth argument of semctl, which every program declares for itself.
+union SemctlArgument {
+  int val;
+  semid_ds* buf;
+  unsigned short* array;
+};
+
+// --- The two locks ---------------------------------------------------------------------------
+
+struct flock FirstByte(short type) {
+  struct flock lock = {};
+  lock.l_type = type;
+  lock.l_whence = SEEK_SET;
+  lock.l_start = 0;
+  lock.l_len = 1;
+  return lock;
+}
+
+void CMMAP_FileLock(const CMMAP* self) {
+  struct flock lock = FirstByte(F_WRLCK);
+  if (fcntl(self->fd, F_SETLKW, &lock) < 0) {
+    printf("[%s] error fcntl, reason(%s)\n", "CMMAP_FileLock", strerror(errno));
+  }
+}
+
+void CMMAP_FileUnlock(const CMMAP* self) {
+  struct flock lock = FirstByte(F_UNLCK);
+  if (fcntl(self->fd, F_SETLK, &lock) < 0) {
+    printf("[%s] error fcntl, reason(%s)\n", "CMMAP_FileUnlock", strerror(errno));
+  }
+}
+
+// Adds `step` to the semaphore; -1 waits until it is free. SEM_UNDO gives it back if this
+// process dies in between.
+void ChangeSemaphore(const CMMAP* self, short step, const char* name) {
+  sembuf operation = {.sem_num = 0, .sem_op = step, .sem_flg = SEM_UNDO};
+  if (semop(self->sem, &operation, 1) < 0) {
+    printf("[%s] error semop, reason(%s, %d)\n", name, strerror(errno), self->sem);
+  }
+}
+
+int CMMAP_Lock(CMMAP* self) {
+  CMMAP_FileLock(self);
+  ChangeSemaphore(self, -1, "CMMAP_SemLock");
+  return 0;
+}
+
+int CMMAP_Unlock(CMMAP* self) {
+  ChangeSemaphore(self, 1, "CMMAP_SemUnlock");
+  CMMAP_FileUnlock(self);
+  return 0;
+}
+
+void PrintLockError(int id, int result) {
+  printf("[%s] error, reason(%s,%d,%d)\n", "CMMAP_InitLock", strerror(errno), id, result);
+}
+
+// Makes the semaphore set, or attaches to the one that another process made.
+void CMMAP_InitLock(CMMAP* self) {
+  self->sem = semget(self->key, 1, IPC_CREAT | IPC_EXCL | kSemMode);
+  if (self->sem >= 0) {
+    self->created = 1;
+    SemctlArgument free_value = {.val = kSemFree};
+    if (const int result = semctl(self->sem, 0, SETVAL, free_value); result < 0) {
+      PrintLockError(self->sem, result);
+      self->sem = -1;
+    }
+    return;
+  }
+  if (errno == EEXIST) self->sem = semget(self->key, 1, 0);
+  if (self->sem < 0) {
+    PrintLockError(-1, 0);
+    self->sem = -1;
+  }
+}
+
+void CMMAP_DeinitLock(const CMMAP* self) {
+  if (semctl(self->sem, 0, IPC_RMID) < 0) {
+    printf("[%s] error semctl, reason(%s)\n", "CMMAP_DeinitLock", strerror(errno));
+  }
+}
+
+// --- Opening ---------------------------------------------------------------------------------
+
+bool IsMapped(const CMMAP* self) {
+  return self->map != nullptr && self->map != MAP_FAILED;
+}
+
+void FillWithZeros(int fd, int size) {
+  const size_t length = static_cast<size_t>(size);
+  void* zeros = calloc(1, length);
+  if (zeros == nullptr) return;
+  if (write(fd, zeros, length) != size) {
+    printf("[%s] error write, reason(%s)\n", "CMMAP_Init", strerror(errno));
+  }
+  free(zeros);
+}
+
+int OpenFile(const char* path, int mode) {
+  const int create = mode == CMMAP_CREATE ? O_CREAT | O_TRUNC : 0;
+  return open(path, O_RDWR | O_CLOEXEC | create, kFileMode);
+}
+
+// A page of the mapping that lies past the end of the file would kill its reader.
+bool IsLongEnough(int fd, int size) {
+  struct stat file;
+  if (fstat(fd, &file) == 0 && file.st_size >= size) return true;
+  printf("[%s] error open, reason(file shorter than %d bytes)\n", "CMMAP_Init", size);
+  return false;
+}
+
+// --- The other slots -------------------------------------------------------------------------
+
+bool CanCopy(const CMMAP* self, int length) {
+  return IsMapped(self) && length >= 0 && length <= self->size;
+}
+
+int CMMAP_Read(CMMAP* self, void* destination, int length) {
+  if (!CanCopy(self, length)) return -1;
+  CMMAP_Lock(self);
+  memcpy(destination, self->map, static_cast<size_t>(length));
+  CMMAP_Unlock(self);
+  return 0;
+}
+
+int CMMAP_Write(CMMAP* self, const void* source, int length) {
+  if (!CanCopy(self, length)) return -1;
+  CMMAP_Lock(self);
+  memcpy(self->map, source, static_cast<size_t>(length));
+  CMMAP_Unlock(self);
+  return 0;
+}
+
+int CMMAP_Deinit(CMMAP* self) {
+  if (self->created == 1) {
+    CMMAP_DeinitLock(self);
+    self->created = 0;
+  }
+  if (IsMapped(self)) munmap(self->map, static_cast<size_t>(self->size));
+  self->map = nullptr;
+  if (self->fd < 0) return self->fd;
+  const int result = close(self->fd);
+  self->fd = -1;
+  return result;
+}
+
+}  // namespace
+
+int CMMAP_Init(CMMAP* self, const char* path, int key, int mode, int size) {
+  *self = {.fd = -1,
+           .map = nullptr,
+           .size = size,
+           .created = 0,
+           .key = key,
+           .sem = -1,
+           .Deinit = CMMAP_Deinit,
+           .Read = CMMAP_Read,
+           .Write = CMMAP_Write,
+           .Lock = CMMAP_Lock,
+           .Unlock = CMMAP_Unlock};
+  self->fd = OpenFile(path, mode);
+  if (self->fd < 0) {
+    printf("[%s] error open, reason(%s)\n", "CMMAP_Init", strerror(errno));
+    return -1;
+  }
+  if (mode == CMMAP_CREATE && size != 0) FillWithZeros(self->fd, size);
+  if (mode == CMMAP_OPEN && !IsLongEnough(self->fd, size)) return -1;
+  CMMAP_InitLock(self);
+  self->map =
+      mmap(nullptr, static_cast<size_t>(size), PROT_READ | PROT_WRITE, MAP_SHARED, self->fd, 0);
+  if (self->map == MAP_FAILED) {
+    printf("[%s] error mmap, reason(%s)\n", "CMMAP_Init", strerror(errno));
+    return -1;
+  }
+  return 0;
+}

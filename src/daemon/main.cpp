@@ -1,0 +1,39 @@
+// rs232d [TRACE]: the serial-port daemon.
+//
+// TRACE, a number other than 0, prints a trace of the serial traffic on standard output. The
+// daemon stays in the foreground and ends at SIGTERM or a stop datagram with status 0; so does
+// a start that finds nothing to serve. Status 1: its UDP port could not be had.
+#include <csignal>
+#include <cstdlib>
+
+#include "context/rs232_context.h"
+#include "daemon/dispatch.h"
+#include "daemon/resources.h"
+#include "daemon/settings.h"
+
+namespace {
+
+void OnTerminate(int /*signal*/) {
+  g_rs232_stop = 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  g_rs232_context = {};
+  if (argc == 2) g_rs232_context.trace_level = atoi(argv[1]);
+  if (ReadSettings(&g_rs232_settings) != 0) return EXIT_SUCCESS;
+
+  signal(SIGTERM, OnTerminate);
+  switch (OpenResources(&g_rs232_settings, &g_rs232_context)) {
+    case OpenResult::kFailed:
+      return EXIT_FAILURE;
+    case OpenResult::kReady:
+      RunMode(&g_rs232_context);
+      break;
+    case OpenResult::kEnd:
+      break;
+  }
+  ReleaseResources(&g_rs232_context);
+  return EXIT_SUCCESS;
+}

@@ -1,0 +1,85 @@
+#include "daemon/resources.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include "ipc/cicomm.h"
+#include "relay/cfdevent.h"
+#include "relay/cptzsvr.h"
+#include "serial/serial_port.h"
+
+namespace {
+
+constexpr int kClosed = -1;
+
+CICOMM g_command;
+CFDEVENT g_events;
+CPTZSVR g_ptz_server;
+
+bool OpenSerialLine(const Rs232Settings& settings) {
+  return OpenRS232({.baud_rate = settings.baud_rate,
+                    .data_bits = settings.data_bits,
+                    .parity = settings.parity,
+                    .stop_bits = settings.stop_bits}) >= 0;
+}
+
+// Opens the socket that takes write and stop datagrams. Without SO_REUSEADDR: a second daemon
+// must not take the port over. Returns it, or -1 with a line in syslog.
+int OpenUdpSocket(int port) {
+  const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  if (fd < 0) {
+    syslog(LOG_ALERT, "[RS232] error while open socket");
+    return -1;
+  }
+  sockaddr_in address = {};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(static_cast<uint16_t>(port));
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  if (bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
+    syslog(LOG_ALERT, "[RS232] error while bind socket\n");
+    close(fd);
+    return -1;
+  }
+  return fd;
+}
+
+CFDEVENT* MakeEventSet(const Rs232Context& context) {
+  CFDEVENT_Init(&g_events);
+  g_events.Add(&g_events, g_command.GetSocket(&g_command));
+  g_events.Add(&g_events, context.serial);
+  g_events.Add(&g_events, context.udp_socket);
+  return &g_events;
+}
+
+CPTZSVR* MakePtzServer(int16_t port) {
+  if (port <= 0) return nullptr;
+  CPTZSVR_Init(&g_ptz_server, port);
+  return &g_ptz_server;
+}
+
+}  // namespace
+
+OpenResult OpenResources(Rs232Settings* settings, Rs232Context* context) {
+  context->udp_socket = kClosed;
+  if (!OpenSerialLine(*settings)) return OpenResult::kEnd;
+  context->udp_socket = OpenUdpSocket(settings->udp_port);
+  if (context->udp_socket < 0) return OpenResult::kFailed;
+  if (CICOMM_Init(&g_command, settings->command_port) != 0) return OpenResult::kEnd;
+  context->command = &g_command;
+  context->events = MakeEventSet(*context);
+  context->ptz_server = MakePtzServer(settings->ptz_port);
+  context->stop = &g_rs232_stop;
+  context->settings = settings;
+  return OpenResult::kReady;
+}
+
+void ReleaseResources(Rs232Context* context) {
+  if (context->ptz_server != nullptr) context->ptz_server->Close(context->ptz_server);
+  if (context->command != nullptr) context->command->Close(context->command);
+  if (context->events != nullptr) context->events->Deinit(context->events);
+  CloseRS232();
+  if (context->udp_socket >= 0) close(context->udp_socket);
+}

@@ -1,0 +1,64 @@
+// The camera-control record: payload of CICOMM_PCMD_PTZ, with the control codes that are known.
+//
+// A code says what to do; which codes a mode answers, and what the three parameters mean, stands
+// in the mode's own table.
+#pragma once
+
+#include <cstdint>
+
+// The record's target word must hold this for a command to be acted on.
+constexpr int32_t CAMERA_CONTROL_TARGET = 4;
+
+// Byte offsets in the payload; integers are little-endian. Bytes 4 to 11 are not used.
+enum CameraControlOffset : int {
+  CAMERA_CONTROL_TARGET_AT = 0,  // int32
+  CAMERA_CONTROL_CODE_AT = 12,   // uint16
+  CAMERA_CONTROL_FIRST_AT = 14,  // signed byte
+  CAMERA_CONTROL_SECOND_AT = 15,
+  CAMERA_CONTROL_THIRD_AT = 16,
+  CAMERA_CONTROL_SIZE = 17,  // bytes that are read
+};
+
+// Control codes. "p" is the first parameter.
+enum CameraControlCode : uint16_t {
+  CAMERA_CODE_WHITE_BALANCE = 0x1005,  // auto white balance, p
+  CAMERA_CODE_BACKLIGHT = 0x1006,      // backlight compensation, p
+  CAMERA_CODE_AUTO_IRIS = 0x1009,      // auto iris, p
+  CAMERA_CODE_JOYSTICK = 0x1012,       // pan, tilt and zoom speed
+  CAMERA_CODE_SET_PRESET = 0x1020,     // p
+  CAMERA_CODE_GO_TO_PRESET = 0x1021,   // p
+  CAMERA_CODE_CLEAR_PRESET = 0x1022,   // p
+  CAMERA_CODE_SET_PATTERN = 0x1060,    // start recording pattern p
+  CAMERA_CODE_RUN_PATTERN = 0x1061,    // p
+  CAMERA_CODE_ZOOM_SPEED = 0x1072,     // p, signed, in steps of 31
+  CAMERA_CODE_FOCUS_SPEED = 0x1073,    // p, signed, in steps of 31
+  CAMERA_CODE_GO_TO_PRESET_33 = 0x1091,
+  CAMERA_CODE_GO_TO_PRESET_34 = 0x1092,
+  CAMERA_CODE_MENU = 0x2000,
+  CAMERA_CODE_FOCUS = 0x2001,       // sign of p
+  CAMERA_CODE_ZOOM = 0x2002,        // sign of the third parameter
+  CAMERA_CODE_MENU_ENTER = 0x2005,  // answered like CAMERA_CODE_MENU
+  CAMERA_CODE_UP = 0x2007,
+  CAMERA_CODE_DOWN = 0x2008,
+  CAMERA_CODE_LEFT = 0x2009,
+  CAMERA_CODE_RIGHT = 0x200A,
+  CAMERA_CODE_SET_AUXILIARY = 0x4001,    // p
+  CAMERA_CODE_CLEAR_AUXILIARY = 0x4002,  // p
+  CAMERA_CODE_GO_TO_PRESET_99 = 0x4003,
+  CAMERA_CODE_GO_TO_PRESET_96 = 0x4004,
+  CAMERA_CODE_REMOTE_RESET = 0xFFFF,
+};
+
+struct CameraControl {
+  int32_t target;
+  uint16_t code;  // a CameraControlCode or any other value
+  int8_t first;   // parameters; their meaning is the code's
+  int8_t second;
+  int8_t third;
+};
+
+// Reads the record from at least CAMERA_CONTROL_SIZE bytes.
+CameraControl CameraControlDecode(const uint8_t* payload);
+
+// Writes the record into CAMERA_CONTROL_SIZE bytes; unused bytes become 0.
+void CameraControlEncode(const CameraControl& control, uint8_t* payload);

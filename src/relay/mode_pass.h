@@ -1,0 +1,57 @@
+// The polling pass that all mode loops share.
+//
+// One pass looks at every source once, in a fixed order, and serves what is there:
+//   1. the stop flag,
+//   2. the mode's periodic work,
+//   3. PTZ clients: accept one, read once from one, write it to the serial line,
+//   4. wait until something is ready, at most MODE_PASS_WAIT_MS,
+//   5. the UDP socket: bytes for the serial line, or the order to stop,
+//   6. the command channel: camera control and other commands go to the mode,
+//   7. the serial line: its bytes go to the PTZ clients, to the mode, to the trace and to the
+//      local data port.
+// A mode adds its hooks; whatever it leaves out is skipped. Runs on the main thread and blocks
+// for the wait of step 4 and for what the serial line and slow clients take.
+#pragma once
+
+#include <cstdint>
+#include <span>
+
+#include "context/rs232_context.h"
+#include "ipc/camera_control.h"
+#include "relay/cptzsvr.h"
+#include "relay/daemon_datagram.h"
+
+// Longest wait of a pass in which nothing happens, milliseconds.
+constexpr int MODE_PASS_WAIT_MS = 1;
+
+// What a mode does in a pass. Every hook may be null. `mode` is the mode's own state.
+struct ModeHooks {
+  // Once a pass, before any source is looked at.
+  void (*periodic)(void* mode);
+  // A camera-control record with the right target came on the command channel.
+  void (*camera_control)(void* mode, const CameraControl& control);
+  // Any other command came on the command channel.
+  void (*command)(void* mode, int command);
+  // Bytes came from the serial line; the PTZ clients have them already.
+  void (*serial_bytes)(void* mode, std::span<const uint8_t> bytes);
+  // Whether serial bytes also go to SERIAL_DATA_PORT.
+  bool sends_serial_data;
+};
+
+struct ModePass {
+  const Rs232Context* context;  // borrowed from the mode
+  const ModeHooks* hooks;       // borrowed from the mode
+  void* mode;                   // handed to every hook
+  uint8_t ptz_buffer[CPTZSVR_RECV_MAX];
+  uint8_t udp_buffer[RS232_UDP_MAX];
+  SerialDataDatagram serial_data;  // serial bytes are read into its place
+
+  // Runs one pass. Returns 0, or 1 without serving anything when the stop flag is set.
+  int (*RunOnce)(ModePass* self);
+
+  // Runs passes until the stop flag is set.
+  void (*Run)(ModePass* self);
+};
+
+// Readies a pass over the sources of `context`.
+void ModePassInit(ModePass* self, const Rs232Context* context, const ModeHooks* hooks, void* mode);

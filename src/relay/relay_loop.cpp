@@ -1,0 +1,43 @@
+#include "relay/relay_loop.h"
+
+#include "context/rs232_context.h"
+#include "relay/mode_pass.h"
+#include "relay/ptz_tables.h"
+#include "serial/serial_io.h"
+#include "util/sleep.h"
+
+namespace {
+
+constexpr int kUsPerMs = 1000;
+
+struct Relay {
+  const Rs232Context* context;
+  std::span<const PtzRow> table;
+};
+
+void OnCameraControl(void* mode, const CameraControl& control) {
+  const Relay* relay = static_cast<const Relay*>(mode);
+  const PtzSequence sequence = PtzTranslate(relay->table, control);
+  for (int i = 0; i < sequence.count; ++i) {
+    const PtzStep& step = sequence.steps[static_cast<size_t>(i)];
+    if (step.wait_ms != 0) CUTIL_SleepUs(static_cast<int64_t>(step.wait_ms) * kUsPerMs);
+    SerialSend(relay->context->serial, step.frame.data(), PELCO_FRAME_SIZE);
+  }
+}
+
+constexpr ModeHooks kHooks = {.periodic = nullptr,
+                              .camera_control = OnCameraControl,
+                              .command = nullptr,
+                              .serial_bytes = nullptr,
+                              .sends_serial_data = true};
+
+}  // namespace
+
+int RelayLoop() {
+  Relay relay = {.context = &g_rs232_context,
+                 .table = PtzTableForModel(g_rs232_context.settings->model)};
+  ModePass pass;
+  ModePassInit(&pass, relay.context, &kHooks, &relay);
+  pass.Run(&pass);
+  return 0;
+}

@@ -1,0 +1,211 @@
+#include "serial/serial_port.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <ctime>
+
+#include "context/rs232_context.h"
+#include "util/conf_file.h"
+#include "util/sleep.h"
+
+SerialPort* g_serial_port = nullptr;
+
+namespace {
+
+constexpr size_t kDevicePathSize = 256;
+
+SerialPort g_port = {.fd = -1, .saved = {}, .Close = nullptr, .Write = nullptr, .Read = nullptr};
+
+// --- Line settings ---------------------------------------------------------------------------
+
+struct SpeedRow {
+  int32_t baud_rate;
+  speed_t code;
+};
+
+constexpr std::array<SpeedRow, 8> kSpeeds = {{
+    {1200, B1200},
+    {2400, B2400},
+    {4800, B4800},
+    {9600, B9600},
+    {19200, B19200},
+    {38400, B38400},
+    {57600, B57600},
+    {115200, B115200},
+}};
+constexpr SpeedRow kDefaultSpeed = {9600, B9600};
+
+speed_t SpeedCode(int32_t baud_rate) {
+  for (const SpeedRow& row : kSpeeds) {
+    if (row.baud_rate == baud_rate) return row.code;
+  }
+  return kDefaultSpeed.code;
+}
+
+tcflag_t SizeFlag(int32_t data_bits) {
+  switch (data_bits) {
+    case 5:
+      return CS5;
+    case 6:
+      return CS6;
+    case 7:
+      return CS7;
+    default:
+      return CS8;
+  }
+}
+
+tcflag_t ParityFlags(int32_t parity) {
+  if (parity == 1) return PARENB;
+  if (parity == 2) return PARENB | PARODD;
+  return 0;
+}
+
+termios RawSettings(const SerialLine& line) {
+  termios settings = {};
+  const tcflag_t parity = ParityFlags(line.parity);
+  const tcflag_t stop = line.stop_bits == 2 ? CSTOPB : 0;
+  settings.c_cflag = SizeFlag(line.data_bits) | parity | stop | CLOCAL | CREAD;
+  settings.c_iflag = parity == 0 ? IGNPAR : 0;
+  settings.c_cc[VMIN] = 1;
+  settings.c_cc[VTIME] = 0;
+  cfsetispeed(&settings, SpeedCode(line.baud_rate));
+  cfsetospeed(&settings, SpeedCode(line.baud_rate));
+  return settings;
+}
+
+// --- Waiting until the transmitter is empty ----------------------------------------------------
+
+constexpr int64_t kUsPerS = 1'000'000;
+// Longest character: start bit, 8 data bits, parity, two stop bits.
+constexpr int64_t kBitsPerCharacter = 12;
+// What a driver may lag behind the line before the wait is given up.
+constexpr int64_t kDrainMarginUs = 200'000;
+// How often the output queue is looked at where the driver cannot tell when the line is idle.
+constexpr int64_t kQueueLookUs = 1'000;
+
+int64_t MonotonicUs() {
+  timespec now;
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return static_cast<int64_t>(now.tv_sec) * kUsPerS + now.tv_nsec / 1000;
+}
+
+// Bits per second at which the device really runs.
+int64_t PresentBaudRate(int fd) {
+  termios settings;
+  if (tcgetattr(fd, &settings) != 0) return kDefaultSpeed.baud_rate;
+  const speed_t code = cfgetospeed(&settings);
+  for (const SpeedRow& row : kSpeeds) {
+    if (row.code == code) return row.baud_rate;
+  }
+  return kDefaultSpeed.baud_rate;
+}
+
+// The longest that everything queued on the device can take, in microseconds.
+int64_t DrainLimitUs(int fd, int written) {
+  int queued = 0;
+  if (ioctl(fd, TIOCOUTQ, &queued) != 0) queued = 0;
+  const int64_t characters = std::max(queued, written);
+  return characters * kBitsPerCharacter * kUsPerS / PresentBaudRate(fd) + kDrainMarginUs;
+}
+
+enum class Transmitter { kEmpty, kBusy, kUnknown };
+
+Transmitter QueryTransmitter(int fd) {
+  unsigned int status = 0;
+  if (ioctl(fd, TIOCSERGETLSR, &status) == 0) {
+    return status != 0 ? Transmitter::kEmpty : Transmitter::kBusy;
+  }
+  return errno == EINTR ? Transmitter::kBusy : Transmitter::kUnknown;
+}
+
+// For devices that cannot tell when the shift register is empty (USB adapters, ptys): waits
+// until the output queue is, then lets the driver flush its own. Ends at a hang-up.
+void DrainByQueue(int fd, int64_t give_up_us) {
+  int queued = 0;
+  while (ioctl(fd, TIOCOUTQ, &queued) == 0) {
+    if (queued == 0) {
+      tcdrain(fd);
+      return;
+    }
+    if (MonotonicUs() >= give_up_us) return;
+    CUTIL_SleepUs(kQueueLookUs);
+  }
+}
+
+void WaitTransmitterEmpty(int fd, int written) {
+  const Transmitter first = QueryTransmitter(fd);
+  if (first == Transmitter::kEmpty) return;
+  const int64_t give_up_us = MonotonicUs() + DrainLimitUs(fd, written);
+  if (first == Transmitter::kUnknown) {
+    DrainByQueue(fd, give_up_us);
+    return;
+  }
+  while (QueryTransmitter(fd) == Transmitter::kBusy && MonotonicUs() < give_up_us) {
+  }
+}
+
+// --- The slots ---------------------------------------------------------------------------------
+
+void Close(SerialPort* self) {
+  if (self->fd < 0) return;
+  tcsetattr(self->fd, TCSANOW, &self->saved);
+  close(self->fd);
+  self->fd = -1;
+}
+
+int Write(SerialPort* self, const void* buffer, int length) {
+  if (self->fd < 0) return -1;
+  const int written = static_cast<int>(write(self->fd, buffer, static_cast<size_t>(length)));
+  WaitTransmitterEmpty(self->fd, written);
+  return written;
+}
+
+int Read(SerialPort* self, void* buffer, int length, int timeout_ms) {
+  if (self->fd < 0) return SERIAL_READ_CLOSED;
+  if (buffer == nullptr) return SERIAL_READ_NO_BUFFER;
+  pollfd source = {.fd = self->fd, .events = POLLIN, .revents = 0};
+  if (poll(&source, 1, timeout_ms) <= 0 || (source.revents & POLLNVAL) != 0) {
+    return SERIAL_READ_TIMEOUT;
+  }
+  return static_cast<int>(read(self->fd, buffer, static_cast<size_t>(length)));
+}
+
+}  // namespace
+
+int SerialPortOpen(SerialPort* self, const char* path, const SerialLine& line) {
+  *self = {.fd = -1, .saved = {}, .Close = Close, .Write = Write, .Read = Read};
+  const termios settings = RawSettings(line);
+  setvbuf(stdout, nullptr, _IONBF, 0);
+  const int fd = open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+  if (fd < 0) return -1;
+  tcgetattr(fd, &self->saved);
+  tcflush(fd, TCIFLUSH);
+  tcsetattr(fd, TCSANOW, &settings);
+  self->fd = fd;
+  return 0;
+}
+
+int OpenRS232(const SerialLine& line) {
+  char path[kDevicePathSize] = {};
+  CUTIL_GetConfValue(SERIAL_CAPABILITIES_PATH, SERIAL_DEVICE_KEY, path, sizeof(path));
+  g_serial_port = nullptr;
+  if (SerialPortOpen(&g_port, path, line) != 0) return -1;
+  g_serial_port = &g_port;
+  g_rs232_context.serial = g_port.fd;
+  return g_port.fd;
+}
+
+int CloseRS232() {
+  if (g_serial_port != nullptr) g_serial_port->Close(g_serial_port);
+  g_serial_port = nullptr;
+  g_rs232_context.serial = -1;
+  return 0;
+}

@@ -1,0 +1,63 @@
+// SerialPort: the device's second serial line as a raw, non-blocking terminal.
+//
+// The daemon has one port object; the operations of serial_io.h reach it through a global
+// pointer that is null while the port is closed. No lock: each write is one system call, so
+// two threads may write whole frames. Only the main thread opens and closes.
+#pragma once
+
+#include <termios.h>
+
+#include <cstdint>
+
+// Where the path of the second serial device stands.
+constexpr char SERIAL_CAPABILITIES_PATH[] = "/etc/capabilities.conf";
+constexpr char SERIAL_DEVICE_KEY[] = "Serial.2.DevPath";
+
+// Line settings as the parameter block stores them.
+struct SerialLine {
+  int32_t baud_rate;  // bits per second, 1200 to 115200 in the usual steps; any other is 9600
+  int32_t data_bits;  // 5, 6, 7; any other is 8
+  int32_t parity;     // 1 even, 2 odd; any other is none
+  int32_t stop_bits;  // 2; any other is 1
+};
+
+// Results of SerialPort::Read below zero.
+enum SerialReadError : int {
+  SERIAL_READ_FAILED = -1,
+  SERIAL_READ_CLOSED = -2,
+  SERIAL_READ_NO_BUFFER = -3,
+  SERIAL_READ_TIMEOUT = -5,
+};
+
+struct SerialPort {
+  int fd;         // the open device, -1 when not open
+  termios saved;  // settings found on the device when it was opened
+
+  // Restores the saved settings and closes the device. Nothing happens when it is not open.
+  void (*Close)(SerialPort* self);
+
+  // Writes the buffer with one `write` (what does not fit is not written) and waits until the
+  // last bit has left the transmitter. The wait keeps the processor busy while the driver tells
+  // when that is; it never lasts longer than the bytes need on the line plus a margin. Returns
+  // what `write` returned, or -1 when the port is not open.
+  int (*Write)(SerialPort* self, const void* buffer, int length);
+
+  // Waits at most `timeout_ms` for input and reads once, at most `length` bytes. Returns the
+  // bytes read, 0 at the end of file, or a SerialReadError.
+  int (*Read)(SerialPort* self, void* buffer, int length, int timeout_ms);
+};
+
+// Opens `path` with the line settings and saves those it finds; makes standard output
+// unbuffered, so that trace lines appear as they are printed. Returns 0, or -1 when the device
+// cannot be opened; prints nothing.
+int SerialPortOpen(SerialPort* self, const char* path, const SerialLine& line);
+
+// The open port, null while it is closed. Set by OpenRS232 and CloseRS232 only.
+extern SerialPort* g_serial_port;
+
+// Opens the daemon's port on the device that SERIAL_CAPABILITIES_PATH names and stores its
+// descriptor in the context. Returns the descriptor or -1.
+int OpenRS232(const SerialLine& line);
+
+// Closes the daemon's port if it is open; the context's descriptor becomes -1. Returns 0.
+int CloseRS232();

@@ -1,0 +1,176 @@
+#include "util/conf_file.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+namespace {
+
+bool IsBlank(char c) {
+  return c == ' ' || c == '\t';
+}
+
+bool IsTokenEnd(char c) {
+  return c == '=' || c == '\0' || c == '\n' || c == '\r';
+}
+
+// Copies [begin, end) to `out`, cut to what fits, NUL-terminated.
+void CopyCut(char* out, size_t out_size, const char* begin, const char* end) {
+  if (out_size == 0) return;
+  const size_t length = std::min(static_cast<size_t>(end - begin), out_size - 1);
+  memcpy(out, begin, length);
+  out[length] = '\0';
+}
+
+// The key and the value of the lines read so far.
+struct ConfLine {
+  char key[CUTIL_CONF_KEY_SIZE];
+  char value[CUTIL_CONF_VALUE_SIZE];
+};
+
+// Splits one line. Returns false for a line that holds no key and value of its own.
+bool ParseLine(const char* text, ConfLine* line) {
+  const char* rest = CUTIL_ParseToken(line->key, sizeof(line->key), text);
+  if (rest == nullptr || *rest == '[' || *rest == '#') return false;
+  if (CUTIL_ParseToken(line->value, sizeof(line->value), rest) == nullptr) line->value[0] = '\0';
+  return true;
+}
+
+// One line, or one piece of a long line, as the writer takes it. `length` counts every byte, so
+// that binary zeros are carried over like any other.
+struct Piece {
+  char text[CUTIL_CONF_WRITE_LINE_SIZE];
+  size_t length;
+};
+
+// Returns false at the end of the file.
+bool ReadPiece(FILE* file, Piece* piece) {
+  piece->length = 0;
+  while (piece->length < sizeof(piece->text) - 1) {
+    const int c = getc(file);
+    if (c == EOF) break;
+    piece->text[piece->length++] = static_cast<char>(c);
+    if (c == '\n') break;
+  }
+  piece->text[piece->length] = '\0';
+  return piece->length > 0;
+}
+
+// True when the piece's text before its first '=' or ' ' is exactly `key`. A '#' met first
+// makes the whole piece the text.
+bool PieceHasKey(const Piece& piece, const char* key) {
+  size_t end = strcspn(piece.text, "#= ");
+  if (piece.text[end] == '#') end = strlen(piece.text);
+  return end == strlen(key) && memcmp(piece.text, key, end) == 0;
+}
+
+// Copies `in` to `out` with `key` set to `value`. Returns false when reading or writing failed.
+bool Rewrite(FILE* in, FILE* out, const char* key, const char* value) {
+  bool found = false;
+  bool at_line_start = true;
+  Piece piece;
+  while (ReadPiece(in, &piece)) {
+    if (PieceHasKey(piece, key)) {
+      found = true;
+      at_line_start = true;
+      fprintf(out, "%s=%s\n", key, value);
+    } else {
+      at_line_start = piece.text[piece.length - 1] == '\n';
+      fwrite(piece.text, 1, piece.length, out);
+    }
+  }
+  // A file without a final line feed must not glue its last value to the new pair.
+  if (!found) fprintf(out, "%s%s=%s\n", at_line_start ? "" : "\n", key, value);
+  return ferror(in) == 0 && ferror(out) == 0;
+}
+
+// Gives the temporary file the permissions of the file it will replace, and forces its bytes
+// to the medium: a rename must never put an empty file in place of a good one.
+bool Settle(FILE* in, FILE* out) {
+  struct stat original;
+  if (fstat(fileno(in), &original) == 0) {
+    (void)fchmod(fileno(out), original.st_mode & 07777);
+  }
+  return fflush(out) == 0 && fsync(fileno(out)) == 0;
+}
+
+void PrintCannotOpen(const char* path) {
+  printf("[CUTIL_SetConfValue] we can't open the file : %s\n", path);
+}
+
+}  // namespace
+
+const char* CUTIL_ParseToken(char* out, size_t out_size, const char* p) {
+  while (IsBlank(*p))
+    ++p;
+  if (*p == '#' || *p == '[') return p;
+  if (*p == '=') {
+    CopyCut(out, out_size, p, p);
+    return p + 1;
+  }
+  if (IsTokenEnd(*p)) return nullptr;
+
+  const char* begin = p;
+  while (!IsTokenEnd(*p))
+    ++p;
+  const char* end = p;
+  if (IsBlank(end[-1])) --end;
+  if (begin < end && *begin == '"') {
+    ++begin;
+    if (begin < end) --end;
+  }
+  CopyCut(out, out_size, begin, end);
+  return *p == '=' ? p + 1 : p;
+}
+
+int CUTIL_GetConfValue(const char* path, const char* key, char* value_out, size_t value_size) {
+  FILE* file = fopen(path, "re");
+  if (file == nullptr) return -1;
+
+  char text[CUTIL_CONF_LINE_SIZE];
+  ConfLine line = {};
+  bool found = false;
+  while (!found && fgets(text, sizeof(text), file) != nullptr) {
+    found = ParseLine(text, &line) && strncmp(line.key, key, strlen(key)) == 0;
+  }
+  fclose(file);
+  CopyCut(value_out, value_size, line.value, line.value + strlen(line.value));
+  return found ? 0 : -1;
+}
+
+int CUTIL_SetConfValue(const char* path, const char* key, const char* value) {
+  if (FILE* in_use = fopen(CUTIL_TEMP_CONF_PATH, "re"); in_use != nullptr) {
+    fclose(in_use);
+    printf("[CUTIL_SetConfValue] temp.conf is already used ...\n");
+    return -1;
+  }
+  FILE* in = fopen(path, "re");
+  if (in == nullptr) {
+    PrintCannotOpen(path);
+    return -1;
+  }
+  FILE* out = fopen(CUTIL_TEMP_CONF_PATH, "wxe");
+  if (out == nullptr) {
+    fclose(in);
+    PrintCannotOpen(CUTIL_TEMP_CONF_PATH);
+    return -2;
+  }
+  bool written = Rewrite(in, out, key, value) && Settle(in, out);
+  int error = errno;
+  fclose(in);
+  if (fclose(out) != 0 && written) {
+    written = false;
+    error = errno;
+  }
+  if (!written) {
+    unlink(CUTIL_TEMP_CONF_PATH);
+    printf("[CUTIL_SetConfValue] error, reason(write %s, %s)\n", CUTIL_TEMP_CONF_PATH,
+           strerror(error));
+    return -3;
+  }
+  return rename(CUTIL_TEMP_CONF_PATH, path) == 0 ? 0 : -3;
+}
