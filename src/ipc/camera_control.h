@@ -34,6 +34,8 @@ enum CameraControlCode : uint16_t {
   CAMERA_CODE_FOCUS_SPEED = 0x1073,    // p, signed, in steps of 31
   CAMERA_CODE_GO_TO_PRESET_33 = 0x1091,
   CAMERA_CODE_GO_TO_PRESET_34 = 0x1092,
+  CAMERA_CODE_MODULE_SETTING = 0x1093,  // p, unsigned
+  CAMERA_CODE_FOCUS_SEARCH = 0x1202,    // one search for the sharpest focus
   CAMERA_CODE_MENU = 0x2000,
   CAMERA_CODE_FOCUS = 0x2001,       // sign of p
   CAMERA_CODE_ZOOM = 0x2002,        // sign of the third parameter
