@@ -4,7 +4,8 @@
 
 #include "daemon/model_family.h"
 #include "lens/control.h"
-#include "module/camd_cmod.h"
+#include "module/hd_mode.h"
+#include "module/sd_mode.h"
 #include "relay/relay_loop.h"
 
 namespace {

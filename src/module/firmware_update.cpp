@@ -1,0 +1,154 @@
+#include "module/firmware_update.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <span>
+
+#include "module/micom_firmware.h"
+#include "module/module_send.h"
+#include "serial/serial_io.h"
+#include "util/load_file.h"
+#include "util/time_mark.h"
+
+namespace {
+
+constexpr char kName[] = "MicomFirmwareUpdate";
+
+using Payload = std::span<const uint8_t>;
+
+// --- Into the update mode ----------------------------------------------------------------------
+
+int EnterUpdateMode(Rs232Context* context) {
+  HdModuleSend(context->serial, HD_FIRMWARE_UPDATE, HD_SETTING, HD_NO_DATA);
+  CloseRS232();
+  context->serial = OpenRS232(MICOM_UPDATE_LINE);
+  if (context->serial < 0) {
+    printf("[%s] Error line[%d], reason(OpenRS232)\n", kName, __LINE__);
+    return -1;
+  }
+  return 0;
+}
+
+int AwaitAck(const Rs232Context& context) {
+  TimeMark begin;
+  CUTIL_GetTime(&begin);
+  MicomAckSearch search = {};
+  while (CUTIL_CheckTimeout(begin, MICOM_ACK_LIMIT_MS) != 0) {
+    uint8_t byte = 0;
+    if (SerialRecv(context.serial, &byte, 1, MICOM_ACK_BYTE_S) <= 0) continue;
+    if (!MicomAckTake(&search, byte)) continue;
+    printf("Recv ACK [%04X]\n", search.value);
+    return 0;
+  }
+  printf("[%s] Error line[%d], reason(ack not match %04X vs %04X)\n", kName, __LINE__, search.value,
+         MICOM_ACK);
+  return -1;
+}
+
+// --- Packets -----------------------------------------------------------------------------------
+
+// The answer to one packet.
+struct Answer {
+  int received;  // bytes that came, 0 or 1; -1 when the receive failed
+  uint8_t byte;  // MICOM_START when none came
+};
+
+Answer Exchange(const Rs232Context& context, const MicomPacket& packet) {
+  Answer answer = {.received = 0, .byte = MICOM_START};
+  SerialSend(context.serial, packet.bytes.data(), packet.size);
+  answer.received = SerialRecv(context.serial, &answer.byte, 1, MICOM_ANSWER_S);
+  return answer;
+}
+
+int SendHeader(const Rs232Context& context, const Payload& payload) {
+  const Answer answer = Exchange(context, MicomHeaderPacket(static_cast<uint32_t>(payload.size())));
+  if (answer.received < 0) {
+    printf("[%s] Error line[%d], reason(SerialRecv)\n", kName, __LINE__);
+    return -1;
+  }
+  if (answer.byte != MICOM_ACCEPTED) {
+    printf("[%s] Error line[%d], reason(sync not match %02X vs %02X)\n", kName, __LINE__,
+           answer.byte, MICOM_ACCEPTED);
+    return -1;
+  }
+  return 0;
+}
+
+// Sends one data packet until it is accepted. Returns the number of that send within its series,
+// or -1 when the micom never accepted it.
+int SendUntilAccepted(const Rs232Context& context, const MicomPacket& packet) {
+  Answer answer = {};
+  for (int series = 0; series < MICOM_SERIES; ++series) {
+    for (int send = 1; send <= MICOM_SENDS; ++send) {
+      answer = Exchange(context, packet);
+      if (answer.byte == MICOM_ACCEPTED) return send;
+    }
+  }
+  printf("[%s] Error line[%d], reason(send data packet not match %02X vs %02X)\n", kName, __LINE__,
+         answer.byte, MICOM_ACCEPTED);
+  return -1;
+}
+
+int Percent(size_t part, size_t whole) {
+  return static_cast<int>(100.0 * static_cast<double>(part) / static_cast<double>(whole));
+}
+
+int SendPayload(const Rs232Context& context, const Payload& payload) {
+  size_t accepted = 0;
+  while (accepted < payload.size()) {
+    const size_t count = std::min(payload.size() - accepted, static_cast<size_t>(MICOM_DATA_MAX));
+    const int sends = SendUntilAccepted(context, MicomDataPacket(payload.subspan(accepted, count)));
+    if (sends < 0) return -1;
+    accepted += count;
+    printf("* write %3d%%, retry[%d / %d]\n", Percent(accepted, payload.size()), sends,
+           MICOM_SENDS);
+  }
+  return 0;
+}
+
+int SendTail(const Rs232Context& context, const Payload& payload) {
+  const Answer answer = Exchange(context, MicomTailPacket(payload));
+  if (answer.received <= 0) {
+    printf("[%s] Error line[%d], reason(SerialRecv)\n", kName, __LINE__);
+    return -1;
+  }
+  if (answer.byte != MICOM_ACCEPTED) {
+    printf("[%s] Error line[%d], reason(send tail packet not match %02X vs %02X)\n", kName,
+           __LINE__, answer.byte, MICOM_ACCEPTED);
+    return -1;
+  }
+  return 0;
+}
+
+int Update(Rs232Context* context, const Payload& payload) {
+  if (EnterUpdateMode(context) != 0 || AwaitAck(*context) != 0 ||
+      SendHeader(*context, payload) != 0 || SendPayload(*context, payload) != 0 ||
+      SendTail(*context, payload) != 0) {
+    return -1;
+  }
+  printf("end\n");
+  return 0;
+}
+
+}  // namespace
+
+int MicomFirmwareUpdate(Rs232Context* context) {
+  int size = 0;
+  uint8_t* image = CUTIL_LoadFile(MICOM_FIRMWARE_PATH, &size);
+  if (image == nullptr) {
+    fprintf(stderr, "[%s] Error line[%d], reason(CUTIL_LoadFile '%s')\n", kName, __LINE__,
+            MICOM_FIRMWARE_PATH);
+    return -1;
+  }
+  int result = -1;
+  if (size < MICOM_IMAGE_HEADER_SIZE) {
+    printf("[%s] Error line[%d], reason(image shorter than its header, %d vs %d)\n", kName,
+           __LINE__, size, MICOM_IMAGE_HEADER_SIZE);
+  } else {
+    result = Update(context, {image + MICOM_IMAGE_HEADER_SIZE,
+                              static_cast<size_t>(size - MICOM_IMAGE_HEADER_SIZE)});
+  }
+  free(image);
+  return result;
+}
