@@ -1,0 +1,179 @@
+#include "util/cthread.h"
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <string>
+#include <thread>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+// Polls of Start and Stop, and what a busy machine may add to all of them.
+constexpr milliseconds kOnePoll{CTHREAD_POLL_MS};
+constexpr milliseconds kAllPolls{CTHREAD_POLL_MS * CTHREAD_POLLS};
+constexpr milliseconds kSlack{1500};
+
+// What the worker did, and what its routines answer.
+struct Work {
+  std::atomic<int> starts{0};
+  std::atomic<int> steps{0};
+  std::atomic<int> ends{0};
+  std::atomic<bool> is_held{false};  // a step lasts until this is false
+  int start_result = 0;
+  int failing_step = 0;  // this step, counted from 1, fails
+};
+
+int StartRoutine(void* arg) {
+  Work* work = static_cast<Work*>(arg);
+  ++work->starts;
+  while (work->is_held)
+    std::this_thread::sleep_for(milliseconds(1));
+  return work->start_result;
+}
+
+int StepRoutine(void* arg) {
+  Work* work = static_cast<Work*>(arg);
+  ++work->steps;
+  do {
+    std::this_thread::sleep_for(milliseconds(1));
+  } while (work->is_held);
+  return work->steps == work->failing_step ? -1 : 0;
+}
+
+void EndRoutine(void* arg) {
+  ++static_cast<Work*>(arg)->ends;
+}
+
+class Cthread : public testing::Test {
+ protected:
+  void SetUp() override {
+    EXPECT_EQ(CTHREAD_Init(&thread_, &work_, StartRoutine, StepRoutine, EndRoutine), 0);
+    EXPECT_EQ(thread_.state, CTHREAD_IDLE);
+  }
+
+  // The worker uses the members until it has stopped.
+  void WaitFor(CthreadState state) {
+    const auto end = Clock::now() + kAllPolls;
+    while (thread_.state != state && Clock::now() < end)
+      std::this_thread::sleep_for(milliseconds(1));
+    ASSERT_EQ(thread_.state, state);
+  }
+
+  // Calls a slot. Its time and its line are kept for the test.
+  int Call(int (*slot)(CTHREAD* self)) {
+    testing::internal::CaptureStdout();
+    const auto begin = Clock::now();
+    const int result = slot(&thread_);
+    took_ = std::chrono::duration_cast<milliseconds>(Clock::now() - begin);
+    fflush(stdout);
+    line_ = testing::internal::GetCapturedStdout();
+    return result;
+  }
+
+  void ExpectTook(milliseconds least) const {
+    EXPECT_GE(took_, least);
+    EXPECT_LT(took_, least + kSlack);
+  }
+
+  CTHREAD thread_;
+  Work work_;
+  milliseconds took_{0};
+  std::string line_;
+};
+
+TEST_F(Cthread, StepsUntilItIsStopped) {
+  EXPECT_EQ(Call(thread_.Start), 0);
+  ExpectTook(kOnePoll);
+  EXPECT_EQ(thread_.state, CTHREAD_RUNNING);
+  EXPECT_EQ(Call(thread_.Stop), 0);
+  ExpectTook(kOnePoll);
+  EXPECT_EQ(line_, "");
+  EXPECT_EQ(thread_.state, CTHREAD_STOPPED);
+  EXPECT_EQ(work_.starts, 1);
+  EXPECT_GT(work_.steps, 1);
+  EXPECT_EQ(work_.ends, 1);
+
+  const int steps = work_.steps;
+  EXPECT_EQ(Call(thread_.Start), 0) << "a stopped object starts again";
+  EXPECT_EQ(Call(thread_.Deinit), 0);
+  EXPECT_EQ(work_.starts, 2);
+  EXPECT_GT(work_.steps, steps);
+  EXPECT_EQ(work_.ends, 2);
+}
+
+TEST_F(Cthread, StartAndEndRoutinesMayBeMissing) {
+  CTHREAD_Init(&thread_, &work_, nullptr, StepRoutine, nullptr);
+  EXPECT_EQ(Call(thread_.Start), 0);
+  EXPECT_EQ(Call(thread_.Stop), 0);
+  EXPECT_GT(work_.steps, 0);
+}
+
+TEST_F(Cthread, FailedStartRoutineLeavesOutTheSteps) {
+  work_.start_result = -1;
+  EXPECT_EQ(Call(thread_.Start), 0);
+  WaitFor(CTHREAD_STOPPED);
+  EXPECT_EQ(work_.steps, 0);
+  EXPECT_EQ(work_.ends, 1);
+}
+
+TEST_F(Cthread, StoppingAWorkerThatEndedByItselfTimesOut) {
+  work_.failing_step = 3;
+  EXPECT_EQ(Call(thread_.Start), 0);
+  WaitFor(CTHREAD_STOPPED);
+  EXPECT_EQ(work_.steps, 3);
+  EXPECT_EQ(work_.ends, 1);
+  EXPECT_EQ(Call(thread_.Stop), -1);
+  ExpectTook(kAllPolls);
+  EXPECT_EQ(line_, "[CTHREAD_Stop] error, reason(timeout)\n");
+}
+
+TEST_F(Cthread, LongStepOutlivesTheStopAndEndsTheWorker) {
+  work_.is_held = true;
+  CTHREAD_Init(&thread_, &work_, nullptr, StepRoutine, EndRoutine);
+  EXPECT_EQ(Call(thread_.Start), 0);
+  EXPECT_EQ(Call(thread_.Stop), -1);
+  ExpectTook(kAllPolls);
+  EXPECT_EQ(work_.ends, 0);
+  work_.is_held = false;
+  WaitFor(CTHREAD_STOPPED);
+  EXPECT_EQ(work_.steps, 1);
+  EXPECT_EQ(work_.ends, 1);
+}
+
+TEST_F(Cthread, LongStartRoutineOutlivesTheStart) {
+  work_.is_held = true;
+  EXPECT_EQ(Call(thread_.Start), -2);
+  ExpectTook(kAllPolls);
+  EXPECT_EQ(line_, "[CTHREAD_Start] error, reason(timeout)\n");
+  work_.is_held = false;
+  WaitFor(CTHREAD_RUNNING);
+  EXPECT_EQ(Call(thread_.Stop), 0);
+}
+
+TEST_F(Cthread, ThreadThatCannotBeCreatedIsReported) {
+  pthread_attr_t attributes;
+  ASSERT_EQ(pthread_getattr_default_np(&attributes), 0);
+  pthread_attr_t impossible;
+  pthread_attr_init(&impossible);
+  pthread_attr_setstacksize(&impossible, size_t{1} << 62);
+  ASSERT_EQ(pthread_setattr_default_np(&impossible), 0);
+  const int result = Call(thread_.Start);
+  pthread_setattr_default_np(&attributes);
+
+  EXPECT_EQ(result, -1);
+  EXPECT_EQ(line_, "[CTHREAD_Start] error, reason(pthread_create failed, " +
+                       std::to_string(EAGAIN) + ", '" + strerror(EAGAIN) + "')\n");
+  EXPECT_EQ(thread_.state, CTHREAD_FAILED);
+  EXPECT_EQ(Call(thread_.Stop), -1);
+  EXPECT_LT(took_, kOnePoll);
+  EXPECT_EQ(line_, "[CTHREAD_Stop] error, reason(error)\n");
+  EXPECT_EQ(work_.starts, 0);
+}
+
+}  // namespace
