@@ -1,18 +1,266 @@
 #include "lens/control.h"
 
+#include <algorithm>
+#include <array>
 #include <cstdio>
 
+#include "ipc/camera_control.h"
+#include "ipc/cicomm.h"
+#include "ipc/csysmgr.h"
+#include "lens/camera_query.h"
+#include "lens/drive.h"
+#include "lens/focus_search.h"
+#include "lens/i2m.h"
+#include "lens/mfz_state.h"
+#include "lens/motor.h"
+#include "lens/piris.h"
+#include "lens/position.h"
+#include "lens/sensor_config.h"
 #include "relay/mode_pass.h"
+#include "util/cthread.h"
+#include "util/process.h"
+#include "util/sleep.h"
+#include "util/time_mark.h"
 
 namespace {
 
 // The number that the line of a missing parameter carries. It is part of the text.
 constexpr int kNullParameterLine = 734;
 
-constexpr ModeHooks kHooks = {.periodic = nullptr,
-                              .camera_control = nullptr,
-                              .command = nullptr,
-                              .serial_bytes = nullptr,
+constexpr int64_t kUsPerMs = 1000;
+constexpr int64_t kRebootPauseUs = 10'000'000;
+
+// Steps of PIRIS_STEP that open the iris fully from wherever it is.
+constexpr int kIrisOpeningSteps = PIRIS_TRAVEL / PIRIS_STEP;
+
+// Values of g_af_mode, and of I2M_ADDR_AF_MODE.
+enum AfMode : uint8_t {
+  kMicomMode = 0,
+  kDaemonMode = 1,
+};
+
+uint8_t g_af_mode = kDaemonMode;
+
+CTHREAD g_piris_worker;
+
+// --- Sensor and lens configuration -------------------------------------------------------------
+
+struct LensConfig {
+  int32_t antiflicker;
+  int32_t sensor_supported;
+};
+
+LensConfig ReadConfig() {
+  LensConfig config;
+  read_sensor_lens_config(&config.antiflicker, &config.sensor_supported);
+  return config;
+}
+
+// Hands the configuration to the P-iris worker. The requests come first: a worker that sees the
+// flags must not regulate ahead of the request that goes with them.
+void Publish(const LensConfig& config) {
+  const int32_t automatic = config.antiflicker == 1 ? 1 : 0;
+  g_mfz.piris_auto_req.store(automatic, std::memory_order_relaxed);
+  g_mfz.piris_manual_req.store(1 - automatic, std::memory_order_relaxed);
+  g_mfz.g_antiflk_enable.store(config.antiflicker, std::memory_order_release);
+  g_mfz.g_sensor_supported.store(config.sensor_supported, std::memory_order_release);
+}
+
+// --- The P-iris worker's routines --------------------------------------------------------------
+
+int StartPiris(void* /*arg*/) {
+  return piris_start();
+}
+
+int StepPiris(void* /*arg*/) {
+  return piris_step();
+}
+
+void EndPiris(void* /*arg*/) {}
+
+void StartPirisWorker() {
+  CTHREAD_Init(&g_piris_worker, nullptr, StartPiris, StepPiris, EndPiris);
+  g_piris_worker.Start(&g_piris_worker);
+}
+
+// --- Start-up ----------------------------------------------------------------------------------
+
+// What the high byte of the version holds beside the major number, and the command that writes
+// the version to the camera information file.
+constexpr uint8_t kVariantFlag = 0x80;
+constexpr char kVersionCommand[] = "echo VERSION=%d.%d-%c > /var/nvt/camera.info";
+
+// Asks the micom for its version and writes it to the camera information file, which other
+// processes read. A micom that does not answer leaves the file alone.
+void ReportMicomVersion() {
+  i2m_request(I2M_ADDR_VERSION);
+  I2mFrame reply;
+  if (!i2m_read_reply(&reply)) return;
+  const uint8_t major = reply[I2M_HIGH_AT];
+  const uint8_t minor = reply[I2M_LOW_AT];
+  printf("version: 0x%02X, 0x%02X\n", major, minor);
+  char command[64];
+  snprintf(command, sizeof(command), kVersionCommand, major & ~kVariantFlag, minor,
+           (major & kVariantFlag) != 0 ? 's' : 'm');
+  CUTIL_RunCommand(command);
+}
+
+void OpenIris() {
+  for (int i = 0; i < kIrisOpeningSteps; ++i) {
+    CUTIL_SleepUs(PIRIS_COARSE_PAUSE_MS * kUsPerMs);
+    PirisMove(PIRIS_STEP);
+  }
+}
+
+void StartUp() {
+  printf("\n============== build@ %s, %s ============ \n", __DATE__, __TIME__);
+  ReportMicomVersion();
+  apply_lens_profile(MFZ_PROFILE_HERON);
+  set_motor_speed(g_lens.profile.normal_speed);
+  CUTIL_GetTime(&g_mfz.clock_a);
+  OpenIris();
+  set_limits();
+  restore_positions();
+  Publish(ReadConfig());
+  StartPirisWorker();
+}
+
+// --- Camera control ----------------------------------------------------------------------------
+
+// The request that a command's value makes of the one that stands.
+uint8_t NextRequest(uint8_t request, int8_t value) {
+  if (value > 0) return DRIVE_TOWARD_ZERO;
+  if (value < 0) return DRIVE_TOWARD_MAXIMUM;
+  const bool moving = request == DRIVE_TOWARD_ZERO || request == DRIVE_TOWARD_MAXIMUM;
+  return moving ? DRIVE_STOP : DRIVE_IDLE;
+}
+
+uint16_t JogValue(int8_t value) {
+  if (value == 0) return I2M_JOG_STOP;
+  return value > 0 ? I2M_JOG_POSITIVE : I2M_JOG_NEGATIVE;
+}
+
+// Moves or, with 0, stops a motor: by its drive request, or by the micom's jog register.
+void MoveMotor(int8_t value, uint8_t* request, I2mAddress jog) {
+  if (g_af_mode == kMicomMode) {
+    i2m_write(jog, JogValue(value));
+    return;
+  }
+  if (value != 0) focus_search_stop();
+  *request = NextRequest(*request, value);
+}
+
+void OnFocus(const CameraControl& control) {
+  const int8_t value = control.first;
+  if (value != 0) set_focus_drive_step(value);
+  MoveMotor(value, &g_mfz.focus_req, I2M_ADDR_FOCUS_JOG);
+}
+
+void OnZoom(const CameraControl& control) {
+  const int8_t value = control.third;
+  if (value != 0) {
+    set_zoom_drive_step(value);
+    g_mfz.g_focus_value_stream = FOCUS_STREAM_ENDED;
+  }
+  MoveMotor(value, &g_mfz.zoom_req, I2M_ADDR_ZOOM_JOG);
+}
+
+void OnIris(const CameraControl& control) {
+  if (control.first < 0) {
+    PirisMove(-PIRIS_STEP);
+    printf("-PIRIS_STEP_SINGLE (close)\n");
+  } else if (control.first > 0) {
+    PirisMove(PIRIS_STEP);
+    printf("+PIRIS_STEP_SINGLE (open)\n");
+  }
+}
+
+void OnStartAf(const CameraControl& /*control*/) {
+  focus_search_start(g_lens.profile.af_start_range);
+}
+
+void OnAssist(const CameraControl& /*control*/) {
+  focus_search_stop();
+  printf("'Z'\n");
+  if (g_af_mode == kDaemonMode) {
+    assist_focus();
+  } else {
+    i2m_write(I2M_ADDR_AF_MODE, kMicomMode);
+  }
+}
+
+void OnAfMode(const CameraControl& control) {
+  printf("control.c: AF mode= %d\n", control.first);
+  g_af_mode = control.first == LENS_AF_MODE_DAEMON ? kDaemonMode : kMicomMode;
+  i2m_write(I2M_ADDR_AF_MODE, g_af_mode);
+  const LensConfig config = ReadConfig();
+  printf("g_antiflk_enable=%d, g_sensor_supported=%d\n", config.antiflicker,
+         config.sensor_supported);
+  Publish(config);
+}
+
+struct ControlRow {
+  uint16_t code;
+  void (*act)(const CameraControl& control);
+};
+
+constexpr std::array<ControlRow, 7> kControls = {{
+    {CAMERA_CODE_FOCUS, OnFocus},
+    {CAMERA_CODE_ZOOM, OnZoom},
+    {LENS_CODE_IRIS, OnIris},
+    {LENS_CODE_IRIS_ALT, OnIris},
+    {LENS_CODE_START_AF, OnStartAf},
+    {LENS_CODE_ASSIST, OnAssist},
+    {LENS_CODE_AF_MODE, OnAfMode},
+}};
+
+// --- The hooks of the pass ---------------------------------------------------------------------
+
+void OnPass(void* /*mode*/) {
+  if (g_af_mode == kDaemonMode) {
+    focus_search_step();
+    drive_step();
+  } else if (g_mfz.g_focus_value_stream == FOCUS_STREAM_ON) {
+    i2m_write(I2M_ADDR_FOCUS_VALUE, get_focus_value());
+  }
+}
+
+void OnCameraControl(void* /*mode*/, const CameraControl& control) {
+  const auto* row =
+      std::find_if(kControls.begin(), kControls.end(),
+                   [&control](const ControlRow& r) { return r.code == control.code; });
+  if (row != kControls.end()) row->act(control);
+}
+
+// The mode writes no firmware: the device restarts into the new one.
+void OnCommand(void* /*mode*/, int command) {
+  if (command != CICOMM_PCMD_MICOM_FIRMWARE_UPDATE) return;
+  printf("CICOMM_PCMD_MICOM_FIRMWARE_UPDATE\n");
+  CSYSMGR_SendPacket(CSYSMGR_CODE_REBOOT, nullptr, 0);
+  CUTIL_SleepUs(kRebootPauseUs);
+  CUTIL_Reboot();
+}
+
+// The micom's request to start or stop the focus measures counts only when one read brought it
+// alone and whole.
+void NoteStreamRequest(std::span<const uint8_t> bytes) {
+  constexpr std::array<uint8_t, 4> kRequest = {I2M_SYNC, I2M_WRITE, I2M_ADDR_FOCUS_VALUE_REQ, 0};
+  if (bytes.size() != I2M_FRAME_SIZE) return;
+  if (!std::equal(kRequest.begin(), kRequest.end(), bytes.begin())) return;
+  if (bytes[I2M_LOW_AT] == 1) g_mfz.g_focus_value_stream = FOCUS_STREAM_ON;
+  if (bytes[I2M_LOW_AT] == 0) g_mfz.g_focus_value_stream = FOCUS_STREAM_OFF;
+}
+
+void OnSerialBytes(void* /*mode*/, std::span<const uint8_t> bytes) {
+  NoteStreamRequest(bytes);
+  for (const uint8_t byte : bytes)
+    i2m_parse_byte(byte);
+}
+
+constexpr ModeHooks kHooks = {.periodic = OnPass,
+                              .camera_control = OnCameraControl,
+                              .command = OnCommand,
+                              .serial_bytes = OnSerialBytes,
                               .sends_serial_data = false};
 
 }  // namespace
@@ -22,9 +270,11 @@ int camd_a5s(Rs232Context* p_param) {
     printf("[%s] Error line[%d], reason('p_param' is NULL)\n", "camd_a5s", kNullParameterLine);
     return -1;
   }
-  printf("[%s] error, reason(lens control is not available, raw serial data only)\n", "camd_a5s");
+  g_mfz.context = *p_param;
+  StartUp();
   ModePass pass;
-  ModePassInit(&pass, p_param, &kHooks, nullptr);
+  ModePassInit(&pass, &g_mfz.context, &kHooks, nullptr);
   pass.Run(&pass);
+  g_piris_worker.Stop(&g_piris_worker);
   return 0;
 }

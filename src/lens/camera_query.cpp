@@ -1,0 +1,44 @@
+#include "lens/camera_query.h"
+
+#include "util/bytes.h"
+
+namespace {
+
+// Of get_focus_value: too large for a stack.
+CICOMM g_focus_channel;
+
+void SendRecord(CICOMM* channel, CameraQueryKind kind, int32_t setting) {
+  uint8_t record[CAMERA_QUERY_SIZE] = {};
+  StoreLe32(record + CAMERA_QUERY_KIND_AT, static_cast<uint32_t>(kind));
+  StoreLe32(record + CAMERA_QUERY_SETTING_AT, static_cast<uint32_t>(setting));
+  channel->Send(channel, CAMERA_QUERY, CAMD_QUERY_PORT, record, CAMERA_QUERY_SIZE);
+}
+
+bool ReceiveAnswer(CICOMM* channel, CameraQueryKind kind) {
+  if (channel->Wait(channel, CAMERA_QUERY_WAIT_MS) != 0) return false;
+  int command = 0;
+  if (channel->Recv(channel, &command) < 0) return false;
+  const uint32_t answered = LoadLe32(channel->GetData(channel) + CAMERA_QUERY_KIND_AT);
+  return command == CAMERA_QUERY && answered == static_cast<uint32_t>(kind);
+}
+
+}  // namespace
+
+CameraAnswer CameraAsk(CICOMM* channel, CameraQueryKind kind) {
+  if (CICOMM_Init(channel, -1) != 0) return CameraAnswer::kNoChannel;
+  SendRecord(channel, kind, 0);
+  const bool answered = ReceiveAnswer(channel, kind);
+  channel->Close(channel);
+  return answered ? CameraAnswer::kValid : CameraAnswer::kNone;
+}
+
+void CameraSetExposure(CICOMM* channel, int32_t setting) {
+  SendRecord(channel, CAMERA_QUERY_SET_EXPOSURE, setting);
+}
+
+uint16_t get_focus_value() {
+  if (CameraAsk(&g_focus_channel, CAMERA_QUERY_FOCUS) != CameraAnswer::kValid) {
+    return FOCUS_VALUE_NONE;
+  }
+  return LoadLe16(g_focus_channel.GetData(&g_focus_channel) + CAMERA_QUERY_MEASURE_AT);
+}

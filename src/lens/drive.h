@@ -1,0 +1,45 @@
+// The continuous drive of zoom and focus, and the focus assist behind the 'F' button.
+//
+// While a drive request stands, each pass of the loop moves the motor by one drive step and
+// sleeps for as long as the steps take; the drive ends at the limit or at the stop request. A
+// moving zoom takes the focus along its curve. Distances are motor steps. Lens loop's thread
+// only; everything here blocks for the time of the moves.
+#pragma once
+
+#include <cstdint>
+
+// Values of MfzState::focus_req and zoom_req.
+enum DriveRequest : uint8_t {
+  DRIVE_IDLE = 0,
+  DRIVE_STOP = 1,
+  DRIVE_TOWARD_ZERO = 2,
+  DRIVE_TOWARD_MAXIMUM = 3,
+};
+
+// Largest index of the speed tables.
+constexpr int DRIVE_SPEED_INDEX_MAX = 10;
+// A zoom move is sent in pieces of at most this many steps, spread over the time of the move.
+constexpr int32_t DRIVE_CHUNK_STEPS = 10;
+
+// Index of the speed tables for a command's signed value other than 0, by its size.
+int DriveSpeedIndex(int8_t value);
+
+// Steps of one tick from `position`; 0 when nothing is left to move.
+int32_t DriveTowardZero(int32_t position, int32_t minimum, int32_t step);
+int32_t DriveTowardMaximum(int32_t position, int32_t maximum, int32_t step);
+
+// Microseconds for `chunk` of the `amount` zoom steps of a move that takes as long as `longest`
+// steps at `delay_ms` each.
+int32_t DriveChunkTimeUs(int32_t longest, int32_t amount, int32_t chunk, float delay_ms);
+
+// Set the steps of a tick from a command's signed value other than 0.
+void set_zoom_drive_step(int8_t value);
+void set_focus_drive_step(int8_t value);
+
+// One tick: the focus request, then the zoom request. A stop request is served by saving the
+// positions; a zoom stop then starts a focus search.
+void drive_step();
+
+// Drives the lens into its zero ends, puts the focus on the curve and starts a focus search;
+// without a curve it resets only. Blocks for several seconds.
+void assist_focus();

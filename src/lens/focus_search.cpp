@@ -1,0 +1,129 @@
+#include "lens/focus_search.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+
+#include "lens/camera_query.h"
+#include "lens/mfz_state.h"
+#include "lens/motor.h"
+#include "lens/position.h"
+#include "util/time_mark.h"
+
+namespace {
+
+struct FocusSearch {
+  int16_t half_width;
+  int16_t lower;
+  int16_t upper;
+  int16_t start_position;
+  uint16_t best_value;
+  int16_t best_position;
+};
+
+FocusSearch g_search = {};
+
+void MoveFocus(int16_t steps) {
+  mfz_move(MFZ_AXIS_FOCUS, steps);
+  g_mfz.posFocus = PositionAfter(g_mfz.posFocus, steps);
+}
+
+// True when a move of `step` that began at `clock` has had its time; the clock then starts anew.
+bool IsMoveOver(TimeMark* clock, int16_t step) {
+  if (CUTIL_CheckTimeout(*clock, MotorTimeMs(step, g_lens.DELAY_MS_NORMAL)) != 0) return false;
+  CUTIL_GetTime(clock);
+  return true;
+}
+
+void Idle() {}
+
+void Start() {
+  const int32_t position = g_mfz.posFocus;
+  g_search.lower =
+      static_cast<int16_t>(std::max(position - g_search.half_width, g_mfz.focus_minimum));
+  g_search.upper =
+      static_cast<int16_t>(std::min(position + g_search.half_width, g_mfz.focus_maximum));
+  g_search.start_position = g_mfz.posFocus;
+  g_search.best_value = 0;
+  g_search.best_position = 0;
+  CUTIL_GetTime(&g_mfz.clock_a);
+  g_mfz.af_state = AF_DESCEND;
+}
+
+// Ends when the lower end is reached, or less than a coarse step is left above 0.
+void Descend() {
+  const int16_t step = g_lens.profile.af_step_coarse;
+  if (!IsMoveOver(&g_mfz.clock_a, step)) return;
+  if (g_search.lower < g_mfz.posFocus && g_mfz.posFocus >= step) {
+    MoveFocus(static_cast<int16_t>(-step));
+    return;
+  }
+  CUTIL_GetTime(&g_mfz.clock_b);
+  g_mfz.af_state = AF_SCAN;
+}
+
+// Ends when the upper end has been measured.
+void Scan() {
+  const int16_t step = g_lens.profile.af_step_fine;
+  if (!IsMoveOver(&g_mfz.clock_b, step)) return;
+  const uint16_t value = get_focus_value();
+  if (g_search.best_value <= value) {
+    g_search.best_value = value;
+    g_search.best_position = g_mfz.posFocus;
+  }
+  if (g_search.upper > g_mfz.posFocus) {
+    MoveFocus(step);
+    return;
+  }
+  CUTIL_GetTime(&g_mfz.clock_c);
+  g_mfz.af_state = AF_BACK_OFF;
+}
+
+void BackOff() {
+  const int16_t step = g_lens.profile.af_step_fine;
+  if (!IsMoveOver(&g_mfz.clock_c, step)) return;
+  if (g_mfz.posFocus > g_search.best_position - AF_BACK_OFF_STEPS * step) {
+    MoveFocus(static_cast<int16_t>(-step));
+    return;
+  }
+  g_mfz.af_state = AF_APPROACH;
+}
+
+void Approach() {
+  const int16_t step = g_lens.profile.af_step_finest;
+  if (!IsMoveOver(&g_mfz.clock_c, step)) return;
+  if (g_mfz.posFocus < g_search.best_position) {
+    MoveFocus(step);
+    return;
+  }
+  g_mfz.af_state = AF_FINISH;
+}
+
+void Finish() {
+  // Once more for those who watch the camera daemon; the figure itself is of no use any more.
+  get_focus_value();
+  printf("TRACE\t%4d\t%4d\tdiff=%4d\n", g_mfz.posZoom, g_search.best_position,
+         g_search.best_position - g_search.start_position);
+  printf("==================================\n");
+  save_positions(g_mfz.posZoom, g_mfz.posFocus);
+  g_mfz.af_state = AF_IDLE;
+}
+
+// Indexed by AfState.
+constexpr std::array<void (*)(), AF_FINISH + 1> kStates = {Idle, Start,   Idle,     Idle,  Descend,
+                                                           Scan, BackOff, Approach, Finish};
+
+}  // namespace
+
+void focus_search_step() {
+  kStates[g_mfz.af_state]();
+}
+
+void focus_search_start(int16_t half_width) {
+  g_search.half_width = half_width;
+  g_mfz.af_state = AF_START;
+}
+
+void focus_search_stop() {
+  g_mfz.af_state = AF_IDLE;
+}

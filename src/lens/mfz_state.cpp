@@ -1,0 +1,3 @@
+#include "lens/mfz_state.h"
+
+MfzState g_mfz = {};

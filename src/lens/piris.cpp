@@ -1,0 +1,200 @@
+#include "lens/piris.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include "ipc/cicomm.h"
+#include "lens/camera_query.h"
+#include "lens/i2m.h"
+#include "lens/mfz_state.h"
+#include "util/bytes.h"
+#include "util/sleep.h"
+
+namespace {
+
+constexpr int64_t kUsPerMs = 1000;
+constexpr int kIdlePauseMs = 5;
+constexpr int kStepPauseMs = 100;
+constexpr int kSettlePauseMs = 3000;
+
+// Coarse steps of a full travel and of half of one.
+constexpr int kFullTravelSteps = PIRIS_TRAVEL / PIRIS_COARSE_STEP;
+constexpr int kHalfTravelSteps = kFullTravelSteps / 2;
+
+// Of the worker's questions: too large for a stack.
+CICOMM g_exposure_channel;
+
+void SleepMs(int ms) {
+  CUTIL_SleepUs(ms * kUsPerMs);
+}
+
+// --- The machine -------------------------------------------------------------------------------
+
+bool WantsOpen(const PirisReading& reading) {
+  return reading.deviation > PIRIS_DEAD_BAND;
+}
+
+bool WantsClose(const PirisReading& reading) {
+  return reading.deviation < -PIRIS_DEAD_BAND;
+}
+
+// Counts one more step the same way. Returns true, with the count cleared, when it is enough.
+bool IsPatienceOver(int32_t* count) {
+  if (++*count <= PIRIS_PATIENCE) return false;
+  *count = 0;
+  return true;
+}
+
+// Where the iris is, is not known: regulate.
+PirisOrder Init(PirisRegulator* regulator, const PirisReading& /*reading*/) {
+  *regulator = {.state = STM_IRIS_MOV, .close_count = 0, .open_count = 0};
+  return {PIRIS_EXPOSURE_REGULATED, 0};
+}
+
+// Closed: wait until the picture has been too dark for long enough.
+PirisOrder Min(PirisRegulator* regulator, const PirisReading& reading) {
+  if (!WantsOpen(reading)) {
+    regulator->open_count = 0;
+  } else if (IsPatienceOver(&regulator->open_count)) {
+    regulator->state = STM_IRIS_MOV;
+  }
+  return {PIRIS_EXPOSURE_REGULATED, 0};
+}
+
+// On its way: follow the deviation; as long without effect, an end has been reached.
+PirisOrder Mov(PirisRegulator* regulator, const PirisReading& reading) {
+  if (WantsOpen(reading)) {
+    regulator->close_count = 0;
+    if (IsPatienceOver(&regulator->open_count)) regulator->state = STM_IRIS_MAX;
+    return {PIRIS_EXPOSURE_REGULATED, PIRIS_STEP};
+  }
+  regulator->open_count = 0;
+  if (WantsClose(reading)) {
+    if (IsPatienceOver(&regulator->close_count)) regulator->state = STM_IRIS_MIN;
+    return {PIRIS_EXPOSURE_REGULATED, -PIRIS_STEP};
+  }
+  regulator->close_count = 0;
+  return {PIRIS_EXPOSURE_REGULATED, 0};
+}
+
+// Open: wait until the picture has been too bright for long enough. A level still above the
+// bright one says nothing about that: the count stands still.
+PirisOrder Max(PirisRegulator* regulator, const PirisReading& reading) {
+  const PirisOrder order = {PIRIS_EXPOSURE_OPEN, 0};
+  if (reading.level > PIRIS_LEVEL_BRIGHT) return order;
+  if (!WantsClose(reading)) {
+    regulator->close_count = 0;
+  } else if (IsPatienceOver(&regulator->close_count)) {
+    regulator->state = STM_IRIS_MOV;
+  }
+  return order;
+}
+
+using StateFunction = PirisOrder (*)(PirisRegulator* regulator, const PirisReading& reading);
+
+// Indexed by PirisStateNumber.
+constexpr std::array<StateFunction, STM_IRIS_LAST> kStates = {Init, Min, Mov, Max};
+
+// --- What it acts on ---------------------------------------------------------------------------
+
+void CoarseMove(int count, int32_t steps) {
+  for (int i = 0; i < count; ++i) {
+    SleepMs(PIRIS_COARSE_PAUSE_MS);
+    PirisMove(steps);
+    g_mfz.iris_position = std::min(g_mfz.iris_position + steps, PIRIS_TRAVEL);
+  }
+}
+
+void MakeExposure(PirisExposure setting) {
+  if (g_mfz.exposure_in_force == setting) return;
+  piris_set_exposure(setting);
+  g_mfz.exposure_in_force = setting;
+}
+
+// Returns true, with the request cleared, when it was raised.
+bool TakeRequest(std::atomic<int32_t>* request) {
+  return request->exchange(0, std::memory_order_relaxed) == 1;
+}
+
+void HoldOpen() {
+  if (!TakeRequest(&g_mfz.piris_manual_req)) {
+    SleepMs(kIdlePauseMs);
+    return;
+  }
+  printf("<<piris_manual_req>>\n");
+  piris_open_full();
+  MakeExposure(PIRIS_EXPOSURE_OPEN);
+}
+
+// Brings the iris to half of its travel, from which the regulation starts.
+void ServeAutoRequest() {
+  if (!TakeRequest(&g_mfz.piris_auto_req)) return;
+  printf("<<piris_auto_req>>\n");
+  piris_open_full();
+  printf("close half\n");
+  piris_close_half();
+  printf("wait 3sec\n");
+  SleepMs(kSettlePauseMs);
+}
+
+// A question that failed counts as a deviation inside the dead band.
+void Regulate() {
+  SleepMs(kStepPauseMs);
+  PirisReading reading = {.level = 0, .deviation = 0};
+  piris_query_exposure(&reading.level, &reading.deviation);
+  const PirisOrder order = PirisRegulate(&g_mfz.piris, reading);
+  MakeExposure(order.exposure);
+  if (order.steps != 0) PirisMove(order.steps);
+}
+
+}  // namespace
+
+PirisOrder PirisRegulate(PirisRegulator* regulator, const PirisReading& reading) {
+  return kStates[static_cast<size_t>(regulator->state)](regulator, reading);
+}
+
+void PirisMove(int32_t steps) {
+  i2m_write(I2M_ADDR_PIRIS_STEP, static_cast<uint16_t>(static_cast<uint32_t>(steps) & 0xFFFFU));
+}
+
+int piris_start() {
+  g_mfz.iris_position = PIRIS_TRAVEL;
+  return 0;
+}
+
+int piris_step() {
+  // Acquire: the requests that belong to the flags are raised before the flags are set.
+  if (g_mfz.g_sensor_supported.load(std::memory_order_acquire) == 0) {
+    SleepMs(kIdlePauseMs);
+  } else if (g_mfz.g_antiflk_enable.load(std::memory_order_acquire) == 0) {
+    HoldOpen();
+  } else {
+    ServeAutoRequest();
+    Regulate();
+  }
+  return 0;
+}
+
+void piris_open_full() {
+  CoarseMove(kFullTravelSteps, PIRIS_COARSE_STEP);
+}
+
+void piris_close_half() {
+  CoarseMove(kHalfTravelSteps, -PIRIS_COARSE_STEP);
+}
+
+int piris_query_exposure(int32_t* level, int32_t* deviation) {
+  const CameraAnswer answer = CameraAsk(&g_exposure_channel, CAMERA_QUERY_EXPOSURE);
+  if (answer == CameraAnswer::kNoChannel) return -1;
+  if (answer == CameraAnswer::kValid) {
+    const uint8_t* record = g_exposure_channel.GetData(&g_exposure_channel);
+    *level = static_cast<int32_t>(LoadLe32(record + CAMERA_QUERY_LEVEL_AT));
+    *deviation = static_cast<int32_t>(LoadLe32(record + CAMERA_QUERY_DEVIATION_AT));
+  }
+  return 0;
+}
+
+void piris_set_exposure(int32_t setting) {
+  CICOMM* channel = g_mfz.context.command;
+  if (channel != nullptr) CameraSetExposure(channel, setting);
+}
