@@ -17,6 +17,8 @@ namespace {
 
 constexpr char kProcPath[] = "/proc";
 constexpr int kNotAProcess = -1;
+// What is read of a list at once, its NUL included.
+constexpr int kListReadSize = 256;
 
 constexpr int kUsPerS = 1'000'000;
 constexpr int kMicomResetUs = 2 * kUsPerS;
@@ -41,7 +43,7 @@ void AddName(NameList* list, const char* line) {
 }
 
 void ReadNames(FILE* file, NameList* list) {
-  char line[256];
+  char line[kListReadSize];
   bool at_line_start = true;
   list->count = 0;
   while (fgets(line, sizeof(line), file) != nullptr) {

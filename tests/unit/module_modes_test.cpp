@@ -1,6 +1,8 @@
 // What the SD and HD modes send for control codes, and what they read from their modules.
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <string>
 #include <vector>
 
 #include "module/camera_info.h"
@@ -99,6 +101,21 @@ TEST(HdMode, QueryAndUpdateFrames) {
   EXPECT_EQ(HdBuild(HD_SENSOR, HD_QUERY, 0), (HdFrame{0xFF, 0xE0, 1, 0, 0, 0, 0, 0, 0, 0xE0}));
   EXPECT_EQ(HdBuild(HD_FIRMWARE_UPDATE, HD_SETTING, 0),
             (HdFrame{0xFF, 0xFD, 2, 0, 0, 0, 0, 0, 0, 0xFE}));
+}
+
+TEST(ModuleModes, MissingContextIsRefusedWithALine) {
+  const struct {
+    const char* name;
+    int (*run)(Rs232Context* p_param);
+  } rows[] = {{"camd_cmod_sd", camd_cmod_sd}, {"camd_cmod_hd", camd_cmod_hd}};
+  for (const auto& row : rows) {
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(row.run(nullptr), -1);
+    fflush(stdout);
+    const std::string line = testing::internal::GetCapturedStdout();
+    EXPECT_EQ(line.rfind(std::string("[") + row.name + "] Error line[", 0), 0U) << line;
+    EXPECT_NE(line.find("], reason('p_param' is NULL)\n"), std::string::npos) << line;
+  }
 }
 
 TEST(CameraInfo, SdModelIsTheSecondDataByteOfEveryFrame) {

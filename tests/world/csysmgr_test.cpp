@@ -1,12 +1,10 @@
 #include "ipc/csysmgr.h"
 
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <optional>
-#include <string>
 #include <vector>
 
 #include "net/udp_socket.h"
