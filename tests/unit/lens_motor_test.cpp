@@ -1,0 +1,123 @@
+#include "lens/motor.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+#include "lens_line.h"
+
+namespace {
+
+using Lines = std::vector<std::string>;
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+TEST(MotorTime, IsSinglePrecisionAndCut) {
+  const float normal = MotorStepDelayMs(MS_515PPS);
+  const float heron_reset = MotorStepDelayMs(MS_793PPS);
+  const float osprey_reset = MotorStepDelayMs(MS_1082PPS);
+  EXPECT_FLOAT_EQ(normal, 1.9594F);
+  EXPECT_FLOAT_EQ(heron_reset, 1.2827F);
+  EXPECT_FLOAT_EQ(osprey_reset, 0.9393F);
+  const struct {
+    int32_t steps;
+    float delay_ms;
+    int32_t ms;
+  } in_ms[] = {
+      {0, normal, 0},
+      {1, normal, 1},
+      {5, normal, 9},
+      {10, normal, 19},
+      {50, normal, 97},
+      {2600, heron_reset, 3335},
+      {3060, heron_reset, 3925},
+      {2600, osprey_reset, 2442},
+  };
+  for (const auto& row : in_ms)
+    EXPECT_EQ(MotorTimeMs(row.steps, row.delay_ms), row.ms) << row.steps;
+
+  const struct {
+    int32_t steps;
+    int32_t us;
+  } in_us[] = {{0, 0}, {1, 1959}, {5, 9797}, {10, 19594}, {50, 97970}, {200, 391880}};
+  for (const auto& row : in_us)
+    EXPECT_EQ(MotorTimeUs(row.steps, normal), row.us) << row.steps;
+}
+
+TEST(LensProfile, Applying) {
+  const struct {
+    const MfzProfile* profile;
+    const char* printed;
+    size_t entries;
+    float reset_ms;
+    bool zoom_inverted;
+  } rows[] = {
+      {&MFZ_PROFILE_KESTREL, "MFZ parameter for X_PCODE_KESTREL_V1\nDELAY_MS_NORMAL= 1.96\n", 48,
+       1.2827F, false},
+      {&MFZ_PROFILE_HERON, "MFZ parameter for X_PCODE_HERON_V1\nDELAY_MS_NORMAL= 1.96\n", 28,
+       1.2827F, true},
+      {&MFZ_PROFILE_OSPREY, "MFZ parameter for X_PCODE_OSPREY_V1\nDELAY_MS_NORMAL= 1.96\n", 28,
+       0.9393F, true},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.profile->banner);
+    testing::internal::CaptureStdout();
+    apply_lens_profile(*row.profile);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), row.printed);
+    EXPECT_EQ(g_lens.profile.zftable.size(), row.entries);
+    EXPECT_FLOAT_EQ(g_lens.DELAY_MS_RESET, row.reset_ms);
+    EXPECT_EQ(g_lens.profile.zoom_inverted, row.zoom_inverted);
+    EXPECT_TRUE(g_lens.profile.focus_inverted);
+    // The curve must fit the travels that a reset drives.
+    EXPECT_LT(g_lens.profile.zftable.back().zoom, g_lens.profile.zoom_maximum);
+    EXPECT_LT(g_lens.profile.zftable.back().focus, g_lens.profile.focus_maximum);
+  }
+}
+
+TEST(SetMotorSpeed, SendsTheCodeAndShowsThePrescaler) {
+  const struct {
+    MotorSpeedIndex speed;
+    uint8_t sign;
+    uint8_t size;
+    const char* write;
+    const char* printed;
+  } rows[] = {
+      {MS_515PPS, 0, 5, "A5 40 02 00 30 17",
+       "[MotorSpeed] MS_515PPS.   prescaler = 11000+(5*256) = 12280\n"},
+      {MS_793PPS, 1, 2, "A5 40 02 00 10 F7",
+       "[MotorSpeed] MS_793PPS.   prescaler = 11000-(2*256) = 10488\n"},
+      {MS_438PPS, 0x80, 255, "A5 40 02 00 40 27",
+       "[MotorSpeed] MS_438PPS.   prescaler = 11000-(255*256) = -54280\n"},
+      {MS_1082PPS, 0, 0, "A5 40 02 00 00 E7",
+       "[MotorSpeed] MS_1082PPS.   prescaler = 11000+(0*256) = 11000\n"},
+      {MS_625PPS, 0, 255, "A5 40 02 00 20 07",
+       "[MotorSpeed] MS_625PPS.   prescaler = 11000+(255*256) = 76280\n"},
+  };
+  LensLine line;
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.printed);
+    line.Reply({0, 0, 0, row.sign, row.size, 0});
+    testing::internal::CaptureStdout();
+    const auto begin = steady_clock::now();
+    set_motor_speed(row.speed);
+    EXPECT_GE(steady_clock::now() - begin, milliseconds(MOTOR_SPEED_SETTLE_MS));
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), row.printed);
+    EXPECT_EQ(line.TakeWrites(), (Lines{row.write, "A5 41 02 00 00 E8"}));
+  }
+}
+
+TEST(SetMotorSpeed, GoesOnWithoutAReply) {
+  LensLine line;
+  line.Reply({1, 2, 3, 4, 5});
+  testing::internal::CaptureStdout();
+  const auto begin = steady_clock::now();
+  set_motor_speed(MS_515PPS);
+  EXPECT_GE(steady_clock::now() - begin,
+            milliseconds(I2M_REPLY_LIMIT_S * 1000 + MOTOR_SPEED_SETTLE_MS));
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            "[MotorSpeed] MS_515PPS.   no reply from mcu...\n");
+}
+
+}  // namespace

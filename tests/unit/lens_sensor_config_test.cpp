@@ -1,0 +1,150 @@
+#include "lens/sensor_config.h"
+
+#include <gtest/gtest.h>
+#include <json-c/json.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <memory>
+#include <string>
+
+namespace {
+
+class ConfigFile : public testing::Test {
+ protected:
+  void SetUp() override {
+    char path[] = "/tmp/lens_sensor_config_test.XXXXXX";
+    const int fd = mkstemp(path);
+    ASSERT_GE(fd, 0);
+    close(fd);
+    path_ = path;
+  }
+  void TearDown() override { unlink(path_.c_str()); }
+
+  void Write(const std::string& text) { std::ofstream(path_, std::ios::binary) << text; }
+
+  // The value of a key, or "(none)".
+  std::string ValueOf(const char* key) {
+    char value[SENSOR_CONF_VALUE_SIZE] = "(none)";
+    const int result = conf_get_value(path_.c_str(), value, 1, "%s", key);
+    EXPECT_EQ(result == 0, std::string(value) != "(none)");
+    return value;
+  }
+
+  std::string path_;
+};
+
+TEST_F(ConfigFile, LinesAreSplitAndKeysMatchedWhole) {
+  Write(
+      "# Camera.1.Lens=comment\n"
+      "[Camera.1.Lens]\n"
+      "\n"
+      "Camera.1.LensModel=M1\n"
+      "Camera.1.Lens= V1 \r\n"
+      "Camera.1.Lens=second\n"
+      "camera.1.sensor=lower\n"
+      "  \"Quoted\" = \"a b\" \n"
+      "Cut=a=b\n"
+      "Bare\n"
+      "Hash=#x\n"
+      "Hash=after\n"
+      "Number= 42x\n");
+  const struct {
+    const char* key;
+    const char* value;
+  } rows[] = {
+      {"Camera.1.Lens", "V1"},
+      {"Camera.1.LensModel", "M1"},
+      {"Camera.1", "(none)"},
+      {"Camera.1.Sensor", "(none)"},
+      {"camera.1.sensor", "lower"},
+      {"Quoted", "a b"},
+      {"Cut", "a"},
+      {"Bare", ""},
+      {"Hash", "after"},
+  };
+  for (const auto& row : rows)
+    EXPECT_EQ(ValueOf(row.key), row.value) << row.key;
+
+  int32_t number = 7;
+  EXPECT_EQ(conf_get_value(path_.c_str(), &number, 0, "Num%s", "ber"), 0);
+  EXPECT_EQ(number, 42);
+  EXPECT_EQ(conf_get_value(path_.c_str(), &number, 0, "None%d", 1), -1);
+  EXPECT_EQ(number, 42);
+}
+
+TEST_F(ConfigFile, LongValueIsCutAndMissingArgumentsAreRefused) {
+  Write("Long=" + std::string(400, 'x') + "\n" + std::string(100, 'k') + "=v\n");
+  EXPECT_EQ(ValueOf("Long"), std::string(SENSOR_CONF_VALUE_SIZE - 1, 'x'));
+  EXPECT_EQ(ValueOf(std::string(100, 'k').c_str()), "v");
+  EXPECT_EQ(ValueOf(std::string(63, 'k').c_str()), "(none)");
+
+  char value[SENSOR_CONF_VALUE_SIZE];
+  EXPECT_EQ(conf_get_value(nullptr, value, 1, "Long"), -1);
+  EXPECT_EQ(conf_get_value(path_.c_str(), nullptr, 1, "Long"), -1);
+  EXPECT_EQ(conf_get_value("/nonexistent/file", value, 1, "Long"), -1);
+}
+
+TEST_F(ConfigFile, TextIsLoadedWholeOrNotAtAll) {
+  using Text = std::unique_ptr<char, decltype(&free)>;
+  Write("{\"a\":1}");
+  EXPECT_STREQ(Text(json_load_text(path_.c_str()), free).get(), "{\"a\":1}");
+  Write("");
+  EXPECT_STREQ(Text(json_load_text(path_.c_str()), free).get(), "");
+
+  EXPECT_EQ(json_load_text("/nonexistent/file"), nullptr);
+  EXPECT_EQ(json_load_text("/tmp"), nullptr);
+  ASSERT_EQ(truncate(path_.c_str(), ISP_FILE_MAX), 0);
+  EXPECT_NE(Text(json_load_text(path_.c_str()), free), nullptr);
+  ASSERT_EQ(truncate(path_.c_str(), ISP_FILE_MAX + 1), 0);
+  EXPECT_EQ(json_load_text(path_.c_str()), nullptr);
+}
+
+TEST(JsonPath, FindsWhatIsThere) {
+  const std::string name(120, 'n');
+  const std::string text =
+      "{\"All\":{\"AE\":{\"Flag\":true,\"Text\":\"TRUE\",\"Number\":1,"
+      "\"Null\":null,\"List\":[1]}},\"" +
+      name + "\":{\"abcdef\":\"deep\",\"abcdefg\":\"deeper\"}}";
+  const std::unique_ptr<json_object, decltype(&json_object_put)> tree(
+      json_tokener_parse(text.c_str()), json_object_put);
+  ASSERT_NE(tree, nullptr);
+  const struct {
+    std::string path;
+    const char* value;  // null: nothing there
+  } rows[] = {
+      {"All.AE.Flag", "true"},        {"All.AE.Text", "TRUE"},
+      {"All.AE.Number", "1"},         {"All.AE.Null", nullptr},
+      {"All.AE.Flag.VALUE", nullptr}, {"All.AE.List.0", nullptr},
+      {"All.ae.Flag", nullptr},       {"All.AE.Text..Flag", "TRUE"},
+      {"All.AE.Text.", "TRUE"},       {".All", "the object itself"},
+      {"", "the object itself"},      {name + ".abcdef", "deep"},  // 127 characters
+      {name + ".abcdefg", nullptr},                                // 128
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.path);
+    char value[1024] = "";
+    const int result = json_get_string_path(tree.get(), row.path.c_str(), value, sizeof(value));
+    EXPECT_EQ(result, row.value != nullptr ? 0 : -1);
+    if (row.value == nullptr) continue;
+    if (row.path.empty() || row.path == ".All") {
+      EXPECT_EQ(json_get_path(tree.get(), row.path.c_str()), tree.get());
+    } else {
+      EXPECT_STREQ(value, row.value);
+    }
+  }
+}
+
+TEST(JsonPath, CutsLongTextsAndRefusesMissingArguments) {
+  const std::unique_ptr<json_object, decltype(&json_object_put)> tree(
+      json_tokener_parse("{\"a\":\"0123456789\"}"), json_object_put);
+  char value[5];
+  EXPECT_EQ(json_get_string_path(tree.get(), "a", value, sizeof(value)), 0);
+  EXPECT_STREQ(value, "0123");
+  EXPECT_EQ(json_get_string_path(nullptr, "a", value, sizeof(value)), -1);
+  EXPECT_EQ(json_get_string_path(tree.get(), nullptr, value, sizeof(value)), -1);
+  EXPECT_EQ(json_get_string_path(tree.get(), "a", nullptr, sizeof(value)), -1);
+}
+
+}  // namespace
