@@ -27,32 +27,35 @@ std::string NewOutputPath(const char* kind) {
   return std::string(kWorldDirectory) + "/daemon." + std::to_string(count++) + "." + kind;
 }
 
-}  // namespace
-
-DaemonProcess::DaemonProcess(std::string program, std::vector<std::string> arguments, int output_fd)
-    : output_path_(NewOutputPath("out")), error_path_(NewOutputPath("err")) {
+[[noreturn]] void Execute(std::string program, std::vector<std::string> arguments) {
+  constexpr int kCannotExecute = 127;
   std::vector<char*> argv = {program.data()};
   std::transform(arguments.begin(), arguments.end(), std::back_inserter(argv),
                  [](std::string& argument) { return argument.data(); });
   argv.push_back(nullptr);
-  pid_ = fork();
+  execv(program.c_str(), argv.data());
+  perror(program.c_str());
+  _exit(kCannotExecute);
+}
+
+}  // namespace
+
+DaemonProcess::DaemonProcess(std::string program, std::vector<std::string> arguments, int output_fd)
+    : output_path_(NewOutputPath("out")), error_path_(NewOutputPath("err")), pid_(fork()) {
   if (pid_ < 0) throw std::runtime_error("cannot fork");
-  if (pid_ == 0) {
-    setpgid(0, 0);
-    sigset_t none;
-    sigemptyset(&none);
-    sigprocmask(SIG_SETMASK, &none, nullptr);
-    if (output_fd >= 0) {
-      dup2(output_fd, STDOUT_FILENO);
-      dup2(output_fd, STDERR_FILENO);
-    } else {
-      RedirectTo(STDOUT_FILENO, output_path_);
-      RedirectTo(STDERR_FILENO, error_path_);
-    }
-    execv(program.c_str(), argv.data());
-    perror(program.c_str());
-    _exit(127);
+  if (pid_ != 0) return;
+  setpgid(0, 0);
+  sigset_t none;
+  sigemptyset(&none);
+  sigprocmask(SIG_SETMASK, &none, nullptr);
+  if (output_fd >= 0) {
+    dup2(output_fd, STDOUT_FILENO);
+    dup2(output_fd, STDERR_FILENO);
+  } else {
+    RedirectTo(STDOUT_FILENO, output_path_);
+    RedirectTo(STDERR_FILENO, error_path_);
   }
+  Execute(std::move(program), std::move(arguments));
 }
 
 DaemonProcess::~DaemonProcess() {

@@ -54,7 +54,11 @@ milliseconds Left(Clock::time_point end) {
 
 }  // namespace
 
-PtzClient::PtzClient(int port) : fd_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+PtzClient::PtzClient(int port, int receive_buffer)
+    : fd_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+  if (receive_buffer != 0) {
+    setsockopt(fd_.Get(), SOL_SOCKET, SO_RCVBUF, &receive_buffer, sizeof(receive_buffer));
+  }
   const sockaddr_in address = Loopback(port);
   if (connect(fd_.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
     Fail("cannot connect to port " + std::to_string(port));

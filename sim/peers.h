@@ -20,8 +20,9 @@ namespace sim {
 // A client of the daemon's PTZ TCP port.
 class PtzClient {
  public:
-  // Connects to 127.0.0.1:port. Throws std::runtime_error when refused.
-  explicit PtzClient(int port);
+  // Connects to 127.0.0.1:port, with a receive buffer of about `receive_buffer` bytes when that
+  // is not 0. Throws std::runtime_error when refused.
+  explicit PtzClient(int port, int receive_buffer = 0);
 
   int Fd() const { return fd_.Get(); }
   void Send(std::span<const uint8_t> bytes);

@@ -79,7 +79,7 @@ class Input {
       return true;
     }
     text_.append(bytes.data(), static_cast<size_t>(count));
-    size_t end;
+    size_t end = 0;
     while ((end = text_.find('\n')) != std::string::npos) {
       const std::string line = text_.substr(0, end);
       text_.erase(0, end + 1);

@@ -126,11 +126,11 @@ void VirtualDevice::ServeLine() {
 
 void VirtualDevice::PrintDaemonLines(bool all) {
   std::array<char, 4096> bytes;
-  ssize_t count;
+  ssize_t count = 0;
   while ((count = read(output_.Get(), bytes.data(), bytes.size())) > 0) {
     output_text_.append(bytes.data(), static_cast<size_t>(count));
   }
-  size_t end;
+  size_t end = 0;
   while ((end = output_text_.find('\n')) != std::string::npos) {
     Print("daemon", output_text_.substr(0, end));
     output_text_.erase(0, end + 1);

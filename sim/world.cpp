@@ -128,7 +128,7 @@ struct Layer {
 // whoever owns those below.
 Layer MakeLayer(const std::string& path, const std::vector<std::string>& made) {
   const std::string base = std::string(kWorldDirectory) + path;
-  const Layer layer = {.path = path, .upper = base + "/upper", .work = base + "/work"};
+  Layer layer = {.path = path, .upper = base + "/upper", .work = base + "/work"};
   for (const std::string& directory : {base, layer.upper, layer.work})
     MakeDirectory(directory);
   for (const std::string& directory : made)
@@ -194,7 +194,7 @@ int AwaitChild(pid_t child) {
       continue;
     }
     int status = 0;
-    pid_t ended;
+    pid_t ended = 0;
     while ((ended = waitpid(-1, &status, WNOHANG)) > 0) {
       if (ended == child) return StatusOf(status);
     }

@@ -73,7 +73,8 @@ TEST_F(StartStop, UdpPortTaken) {
 TEST_F(StartStop, NoDescriptorForTheUdpSocket) {
   Install();
   // Standard streams and the serial line take all that there are; syslog has none left either.
-  sim::DaemonProcess shell("/bin/sh", {"-c", "ulimit -n 4; exec " RS232D_PATH});
+  sim::DaemonProcess shell(
+      "/bin/sh", {"-c", "exec 3>&- 4>&- 5>&- 6>&- 7>&- 8>&- 9>&-; ulimit -n 4; exec " RS232D_PATH});
   EXPECT_EQ(shell.WaitEnd(), 1);
 }
 
