@@ -21,12 +21,13 @@ TEST(ModelFamily, ClaimsWholeNamesOnly) {
     const char* model;
     const char* families;
   } rows[] = {
-      {"QB-710", "7"},  {"QB-210", "S"},  {"QB-220", "S"}, {"QB-310", "H"},  {"QB-350", "H"},
-      {"QB-410", "L"},  {"QB-480", "L"},  {"QB-610", "-"}, {"QB-620", "-"},  {"", "-"},
-      {"QB-230", "-"},  {"QB-360", "-"},  {"QB-490", "-"}, {"qb-210", "-"},  {"QB-210 ", "-"},
+      {"QB-710", "7"},  {"QB-210", "S"},  {"QB-220", "S"}, {"QB-310", "H"}, {"QB-350", "H"},
+      {"QB-410", "L"},  {"QB-480", "L"},  {"QB-610", "-"}, {"QB-620", "-"}, {"", "-"},
+      {"QB-230", "-"},  {"QB-360", "-"},  {"QB-490", "-"}, {"qb-210", "-"}, {"QB-210 ", "-"},
       {"QB-2100", "-"}, {" QB-310", "-"}, {"QB-41", "-"},  {"QB-711", "-"},
   };
-  for (const auto& row : rows) EXPECT_EQ(FamiliesOf(row.model), row.families) << row.model;
+  for (const auto& row : rows)
+    EXPECT_EQ(FamiliesOf(row.model), row.families) << row.model;
 }
 
 }  // namespace
