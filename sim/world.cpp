@@ -211,43 +211,40 @@ pid_t Fork() {
 // The first process of the world: lays its files out, runs the body in a child, reaps.
 int RunFirstProcess(const std::function<int()>& body, bool user_namespace,
                     const sigset_t& caller_signals) {
-  prctl(PR_SET_PDEATHSIG, SIGKILL);
   MakeFiles(user_namespace);
   BringLoopbackUp();
   const pid_t child = Fork();
   if (child != 0) return AwaitChild(child);
   sigprocmask(SIG_SETMASK, &caller_signals, nullptr);
-  const int status = body();
-  fflush(nullptr);
-  // Straight to the kernel: what the caller registered for its own end is not the body's.
-  _exit(status);
+  exit(body());
 }
 
-int Guarded(const std::function<int()>& step) {
+// Runs `step` in a child process that dies with this one, and returns its exit status.
+int RunGuarded(const std::function<int()>& step) {
+  const pid_t child = Fork();
+  if (child != 0) return AwaitChild(child);
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
   try {
-    return step();
+    _exit(step());
   } catch (const WorldError& error) {
     fprintf(stderr, "private world: %s\n", error.what());
-    return kNoWorldStatus;
+    _exit(kNoWorldStatus);
   }
 }
 
 }  // namespace
 
 int RunInWorld(const std::function<int()>& body) {
-  return Guarded([&body] {
-    const sigset_t signals = HandledSignals();
-    sigset_t caller_signals;
-    sigprocmask(SIG_BLOCK, &signals, &caller_signals);
+  const sigset_t signals = HandledSignals();
+  sigset_t caller_signals;
+  sigprocmask(SIG_BLOCK, &signals, &caller_signals);
+  // A process of its own leaves the caller's namespaces, so that the caller keeps all of them.
+  const int status = RunGuarded([&] {
     const bool user_namespace = EnterNamespaces();
-    const pid_t first = Fork();
-    if (first == 0) {
-      _exit(Guarded([&] { return RunFirstProcess(body, user_namespace, caller_signals); }));
-    }
-    const int status = AwaitChild(first);
-    sigprocmask(SIG_SETMASK, &caller_signals, nullptr);
-    return status;
+    return RunGuarded([&] { return RunFirstProcess(body, user_namespace, caller_signals); });
   });
+  sigprocmask(SIG_SETMASK, &caller_signals, nullptr);
+  return status;
 }
 
 }  // namespace sim
