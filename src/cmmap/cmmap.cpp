@@ -38,7 +38,11 @@ struct flock FirstByte(short type) {
 
 void CMMAP_FileLock(const CMMAP* self) {
   struct flock lock = FirstByte(F_WRLCK);
-  if (fcntl(self->fd, F_SETLKW, &lock) < 0) {
+  int result = 0;
+  do {
+    result = fcntl(self->fd, F_SETLKW, &lock);
+  } while (result < 0 && errno == EINTR);
+  if (result < 0) {
     printf("[%s] error fcntl, reason(%s)\n", "CMMAP_FileLock", strerror(errno));
   }
 }
@@ -54,7 +58,11 @@ void CMMAP_FileUnlock(const CMMAP* self) {
 // process dies in between.
 void ChangeSemaphore(const CMMAP* self, short step, const char* name) {
   sembuf operation = {.sem_num = 0, .sem_op = step, .sem_flg = SEM_UNDO};
-  if (semop(self->sem, &operation, 1) < 0) {
+  int result = 0;
+  do {
+    result = semop(self->sem, &operation, 1);
+  } while (result < 0 && errno == EINTR);
+  if (result < 0) {
     printf("[%s] error semop, reason(%s, %d)\n", name, strerror(errno), self->sem);
   }
 }
@@ -83,7 +91,10 @@ void CMMAP_InitLock(CMMAP* self) {
     SemctlArgument free_value = {.val = kSemFree};
     if (const int result = semctl(self->sem, 0, SETVAL, free_value); result < 0) {
       PrintLockError(self->sem, result);
+      // A set that was never freed would hold every other process for ever.
+      semctl(self->sem, 0, IPC_RMID);
       self->sem = -1;
+      self->created = 0;
     }
     return;
   }
@@ -106,17 +117,20 @@ bool IsMapped(const CMMAP* self) {
   return self->map != nullptr && self->map != MAP_FAILED;
 }
 
+// Without memory the fill is left out; IsLongEnough tells whether the file is of use then.
 void FillWithZeros(int fd, int size) {
   const size_t length = static_cast<size_t>(size);
   void* zeros = calloc(1, length);
   if (zeros == nullptr) return;
-  if (write(fd, zeros, length) != size) {
-    printf("[%s] error write, reason(%s)\n", "CMMAP_Init", strerror(errno));
-  }
+  (void)!write(fd, zeros, length);
   free(zeros);
 }
 
 int OpenFile(const char* path, int mode) {
+  if (mode != CMMAP_CREATE && mode != CMMAP_OPEN) {
+    errno = EINVAL;
+    return -1;
+  }
   const int create = mode == CMMAP_CREATE ? O_CREAT | O_TRUNC : 0;
   return open(path, O_RDWR | O_CLOEXEC | create, kFileMode);
 }
@@ -184,7 +198,7 @@ int CMMAP_Init(CMMAP* self, const char* path, int key, int mode, int size) {
     return -1;
   }
   if (mode == CMMAP_CREATE && size != 0) FillWithZeros(self->fd, size);
-  if (mode == CMMAP_OPEN && !IsLongEnough(self->fd, size)) return -1;
+  if (!IsLongEnough(self->fd, size)) return -1;
   CMMAP_InitLock(self);
   self->map =
       mmap(nullptr, static_cast<size_t>(size), PROT_READ | PROT_WRITE, MAP_SHARED, self->fd, 0);

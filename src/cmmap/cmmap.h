@@ -9,7 +9,7 @@
 // Modes of CMMAP_Init; one at a time.
 enum CmmapMode : int {
   CMMAP_CREATE = 1,  // create or empty the file, fill it with zeros
-  CMMAP_OPEN = 2,    // open an existing file, which must be at least as long as the map
+  CMMAP_OPEN = 2,    // open an existing file
 };
 
 struct CMMAP {
@@ -39,6 +39,6 @@ struct CMMAP {
 
 // Opens `path` as `mode` says, attaches to the semaphore set `key` (made with the value 1 = free
 // when it does not exist), maps `size` bytes. Returns 0, or -1 when the file cannot be opened,
-// is shorter than `size` (CMMAP_OPEN) or cannot be mapped; Deinit is due in either case. An
-// unusable semaphore is reported and is no failure.
+// is shorter than `size` or cannot be mapped; Deinit is due in either case. An unusable
+// semaphore is reported and is no failure. The file must not be made shorter while it is mapped.
 int CMMAP_Init(CMMAP* self, const char* path, int key, int mode, int size);

@@ -20,10 +20,11 @@ struct Rs232Settings {
   int32_t udp_port;                   // this daemon's local UDP port; 0 lets the system choose
   int32_t command_port;               // own port of the command channel, RS232_COMMAND_PORT
   int32_t baud_rate;                  // plain bits per second
-  int32_t data_bits;                  // 5 to 8
+  int32_t data_bits;                  // as stored, like baud rate and stop bits: the serial port
+                                      // takes unknown values for its defaults
   int32_t parity;                     // 0 none, 1 even, 2 odd
-  int32_t stop_bits;                  // 1 or 2
-  int16_t ptz_port;                   // TCP port of the PTZ server; not positive: no server
+  int32_t stop_bits;
+  int16_t ptz_port;  // TCP port of the PTZ server; not positive: no server
 };
 
 // What a mode works on.

@@ -10,7 +10,7 @@
 
 namespace {
 
-// QB-710 has no mode of its own any more; it declines and is served by the relay.
+// QB-710 has a mode of its own in name only: it declines, and the relay serves it.
 int DeclineQb710(Rs232Context* /*p_param*/) {
   return -1;
 }

@@ -3,6 +3,9 @@
 // TRACE, a number other than 0, prints a trace of the serial traffic on standard output. The
 // daemon stays in the foreground and ends at SIGTERM or a stop datagram with status 0; so does
 // a start that finds nothing to serve. Status 1: its UDP port could not be had.
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <csignal>
 #include <cstdlib>
 
@@ -17,14 +20,30 @@ void OnTerminate(int /*signal*/) {
   g_rs232_stop = 1;
 }
 
+// Without standard streams the first files opened would take their numbers, and messages would
+// end in the parameter block or on the line.
+void EnsureStandardStreams() {
+  int fd = 0;
+  while (fd >= 0 && fd <= STDERR_FILENO)
+    fd = open("/dev/null", O_RDWR);
+  if (fd > STDERR_FILENO) close(fd);
+}
+
+void InstallSignalHandlers() {
+  signal(SIGTERM, OnTerminate);
+  // A reader of the trace that goes away must not end the daemon.
+  signal(SIGPIPE, SIG_IGN);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+  EnsureStandardStreams();
   g_rs232_context = {};
   if (argc == 2) g_rs232_context.trace_level = atoi(argv[1]);
   if (ReadSettings(&g_rs232_settings) != 0) return EXIT_SUCCESS;
 
-  signal(SIGTERM, OnTerminate);
+  InstallSignalHandlers();
   switch (OpenResources(&g_rs232_settings, &g_rs232_context)) {
     case OpenResult::kFailed:
       return EXIT_FAILURE;

@@ -1,12 +1,11 @@
 #include "daemon/resources.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <sys/socket.h>
 #include <syslog.h>
 #include <unistd.h>
 
 #include "ipc/cicomm.h"
+#include "net/ipv4_address.h"
 #include "relay/cfdevent.h"
 #include "relay/cptzsvr.h"
 #include "serial/serial_port.h"
@@ -34,11 +33,8 @@ int OpenUdpSocket(int port) {
     syslog(LOG_ALERT, "[RS232] error while open socket");
     return -1;
   }
-  sockaddr_in address = {};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(static_cast<uint16_t>(port));
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  if (bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
+  const sockaddr_in address = ZSK_Ipv4Address(INADDR_LOOPBACK, port);
+  if (bind(fd, ZSK_Generic(address), sizeof(address)) != 0) {
     syslog(LOG_ALERT, "[RS232] error while bind socket\n");
     close(fd);
     return -1;
@@ -82,4 +78,8 @@ void ReleaseResources(Rs232Context* context) {
   if (context->events != nullptr) context->events->Deinit(context->events);
   CloseRS232();
   if (context->udp_socket >= 0) close(context->udp_socket);
+  context->ptz_server = nullptr;
+  context->command = nullptr;
+  context->events = nullptr;
+  context->udp_socket = kClosed;
 }

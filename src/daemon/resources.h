@@ -18,5 +18,6 @@ enum class OpenResult {
 // the UDP socket go to syslog.
 OpenResult OpenResources(Rs232Settings* settings, Rs232Context* context);
 
-// Releases what was opened, in reverse order; the serial line gets its saved settings back.
+// Releases what was opened (PTZ server, command channel, event set, serial line, UDP socket) and
+// takes it out of the context; the serial line gets its saved settings back.
 void ReleaseResources(Rs232Context* context);

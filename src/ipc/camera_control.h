@@ -24,7 +24,7 @@ enum CameraControlCode : uint16_t {
   CAMERA_CODE_WHITE_BALANCE = 0x1005,  // auto white balance, p
   CAMERA_CODE_BACKLIGHT = 0x1006,      // backlight compensation, p
   CAMERA_CODE_AUTO_IRIS = 0x1009,      // auto iris, p
-  CAMERA_CODE_JOYSTICK = 0x1012,       // pan, tilt and zoom speed
+  CAMERA_CODE_JOYSTICK = 0x1012,       // pan, tilt and zoom, or zoom only
   CAMERA_CODE_SET_PRESET = 0x1020,     // p
   CAMERA_CODE_GO_TO_PRESET = 0x1021,   // p
   CAMERA_CODE_CLEAR_PRESET = 0x1022,   // p
@@ -38,7 +38,7 @@ enum CameraControlCode : uint16_t {
   CAMERA_CODE_FOCUS_SEARCH = 0x1202,    // one search for the sharpest focus
   CAMERA_CODE_MENU = 0x2000,
   CAMERA_CODE_FOCUS = 0x2001,       // sign of p
-  CAMERA_CODE_ZOOM = 0x2002,        // sign of the third parameter
+  CAMERA_CODE_ZOOM = 0x2002,        // sign of the third parameter, or as JOYSTICK
   CAMERA_CODE_MENU_ENTER = 0x2005,  // answered like CAMERA_CODE_MENU
   CAMERA_CODE_UP = 0x2007,
   CAMERA_CODE_DOWN = 0x2008,

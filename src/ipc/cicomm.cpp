@@ -3,14 +3,16 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
-#include <sys/time.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
+#include "net/deadline.h"
+#include "net/ipv4_address.h"
 #include "net/readable.h"
 #include "net/udp_socket.h"
 
@@ -18,13 +20,7 @@ namespace {
 
 constexpr int kSendLimitS = 3;
 constexpr int kMsPerS = 1000;
-constexpr int kUsPerMs = 1000;
-
-time_t WallClockSecond() {
-  timeval now;
-  gettimeofday(&now, nullptr);
-  return now.tv_sec;
-}
+constexpr int64_t kUsPerMs = 1000;
 
 bool PayloadMissing(const char* name, const void* data, int size) {
   if (size == 0 || data != nullptr) return false;
@@ -58,8 +54,7 @@ int CICOMM_GetSocket(const CICOMM* self) {
 
 int CICOMM_Wait(CICOMM* self, int ms) {
   if (self->socket < 0) return -1;
-  const int ready =
-      ZSK_WaitReadable(self->socket, ms / kMsPerS, static_cast<long>(ms % kMsPerS) * kUsPerMs);
+  const int ready = ZSK_WaitReadable(self->socket, ms * kUsPerMs);
   if (ready == 0) return -2;
   return ready > 0 ? 0 : -3;
 }
@@ -103,8 +98,6 @@ int CICOMM_Recv(CICOMM* self, int* command_out) {
   CicommHeader* header = &self->recv.header;
   if (header->port.GetSigned() < 0) {
     header->port.Set(ntohs(sender.sin_port));
-    // The field may lie behind the end of a short datagram: it counts as filled from now on.
-    if (self->recv_length < CICOMM_HEADER_SIZE) self->recv_length = CICOMM_HEADER_SIZE;
   }
   if (command_out != nullptr) *command_out = header->command.GetSigned();
   return header->size.GetSigned();
@@ -150,9 +143,10 @@ int CICOMM_SendCommand(int socket, int command, int port_field, int port, const 
     fprintf(stderr, "[%s] error, reason(ZSK_OpenLocalUDPCSocket)\n", kName);
     return -3;
   }
-  const int wanted = CICOMM_HEADER_SIZE + size;
+  const bool representable = size >= 0 && size <= INT_MAX - CICOMM_HEADER_SIZE;
+  const int wanted = representable ? CICOMM_HEADER_SIZE + size : 0;
   auto* packet =
-      static_cast<CicommPacket*>(size < 0 ? nullptr : calloc(1, static_cast<size_t>(wanted)));
+      static_cast<CicommPacket*>(representable ? calloc(1, static_cast<size_t>(wanted)) : nullptr);
   int sent = -3;
   if (packet == nullptr) {
     fprintf(stderr, "[%s] error, reason(ZSK_OpenLocalUDPCSocket)\n", kName);
@@ -168,14 +162,12 @@ int CICOMM_SendCommand(int socket, int command, int port_field, int port, const 
 
 int SendTo(int socket, int port, const void* buf, int len, int timeout_s) {
   if (buf == nullptr || len == 0) return -1;
-  const time_t deadline = WallClockSecond() + timeout_s;
+  const ZskDeadline deadline = ZSK_DeadlineIn(timeout_s);
   if (socket < 0) return -1;
   if (len < 0) return len;
 
   // The all-zero address: delivered over the loopback interface to the local receiver.
-  sockaddr_in to = {};
-  to.sin_family = AF_INET;
-  to.sin_port = htons(static_cast<uint16_t>(port));
+  const sockaddr_in to = ZSK_Ipv4Address(INADDR_ANY, port);
   const uint8_t* next = static_cast<const uint8_t*>(buf);
   int remaining = len;
   while (true) {
@@ -191,7 +183,7 @@ int SendTo(int socket, int port, const void* buf, int len, int timeout_s) {
       fprintf(stderr, "[SendTo] Error Number : %d, Error String %s\n", errno, strerror(errno));
       return -1;
     }
-    if (timeout_s != 0 && WallClockSecond() > deadline) return -1;
+    if (ZSK_DeadlinePassed(deadline)) return -1;
     if (remaining == 0) return len;
   }
 }

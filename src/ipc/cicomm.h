@@ -39,7 +39,8 @@ static_assert(sizeof(CicommHeader) == 32);
 
 constexpr int CICOMM_PACKET_SIZE = 102400;
 constexpr int CICOMM_HEADER_SIZE = static_cast<int>(sizeof(CicommHeader));
-// Largest payload that Send accepts, bytes.
+// Largest payload that Send accepts, bytes. A single datagram over IPv4 carries at most 65507
+// bytes, header included; the system refuses a longer one.
 constexpr int CICOMM_MAX_DATA = CICOMM_PACKET_SIZE - CICOMM_HEADER_SIZE;
 
 struct CicommPacket {
@@ -65,7 +66,7 @@ struct CICOMM {
   int (*Wait)(CICOMM* self, int ms);
 
   // Sends `command` with `size` bytes of `data` (null allowed when `size` is 0) to the channel
-  // `port` of this host, within about 3 seconds. Returns header and payload size on success; -1
+  // `port` of this host, within 3 to 4 seconds. Returns header and payload size on success; -1
   // payload missing, -2 `size` negative or above CICOMM_MAX_DATA, -4 not sent.
   int (*Send)(CICOMM* self, int command, int port, const void* data, int size);
 
@@ -96,7 +97,7 @@ int CICOMM_Init(CICOMM* self, int port);
 int CICOMM_SendCommand(int socket, int command, int port_field, int port, const void* data,
                        int size, int timeout_ms);
 
-// Sends `len` bytes to UDP `port` of this host. Waits while the socket has no room, at most
-// `timeout_s` whole seconds of wall-clock time (0: no limit). Returns `len` when all was sent
-// before the deadline, else -1 (a negative `len` is returned as it is).
+// Sends `len` bytes to UDP `port` of this host. Tries again while the socket has no room,
+// until `timeout_s` whole seconds of wall-clock time have passed (0: no limit). Returns `len` when
+// all was sent before the deadline, else -1 (a negative `len` is returned as it is).
 int SendTo(int socket, int port, const void* buf, int len, int timeout_s);

@@ -8,7 +8,6 @@
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -16,6 +15,9 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+
+#include "net/deadline.h"
+#include "net/ipv4_address.h"
 
 namespace {
 
@@ -29,30 +31,20 @@ constexpr int kListenerSendBuffer = 4194304;
 // The interface whose index is the scope of an IPv6 listener.
 constexpr char kScopeInterface[] = "eth0";
 
-constexpr int kUsPerMs = 1000;
-constexpr int kMsPerS = 1000;
-
 int CloseAndFail(int fd) {
   close(fd);
   return -1;
 }
 
-sockaddr_in Ipv4Address(in_addr address, int port) {
-  sockaddr_in result = {};
-  result.sin_family = AF_INET;
-  result.sin_port = htons(static_cast<uint16_t>(port));
-  result.sin_addr = address;
-  return result;
-}
-
-// Looks `host` up and stores its first IPv4 address. Returns 0 or the resolver's error code.
-int ResolveIpv4(const char* host, in_addr* address) {
+// Looks `host` up and stores its first IPv4 address, in host order. Returns 0 or the resolver's
+// error code.
+int ResolveIpv4(const char* host, in_addr_t* address) {
   addrinfo hints = {};
   hints.ai_family = AF_INET;
   addrinfo* results = nullptr;
   const int error = getaddrinfo(host, nullptr, &hints, &results);
   if (error != 0) return error;
-  *address = reinterpret_cast<const sockaddr_in*>(results->ai_addr)->sin_addr;
+  *address = ntohl(reinterpret_cast<const sockaddr_in*>(results->ai_addr)->sin_addr.s_addr);
   freeaddrinfo(results);
   return 0;
 }
@@ -62,42 +54,15 @@ int SetOption(int fd, int level, int option, int value) {
 }
 
 int Connect(int fd, const sockaddr_in& address) {
-  return connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
+  return connect(fd, ZSK_Generic(address), sizeof(address));
 }
 
-// --- ZSK_SendTCPStream ---------------------------------------------------------------------
-
-// A limit in whole seconds of the wall clock.
-struct Deadline {
-  bool set;
-  time_t second;  // passed once the clock shows a later second
-};
-
-Deadline DeadlineIn(int timeout_s) {
-  timeval now;
-  gettimeofday(&now, nullptr);
-  return {.set = timeout_s != 0, .second = now.tv_sec + timeout_s};
-}
-
-bool DeadlinePassed(const Deadline& deadline) {
-  timeval now;
-  gettimeofday(&now, nullptr);
-  return deadline.set && now.tv_sec > deadline.second;
-}
-
-// Waits for room in the socket's send buffer, at most until the deadline passes. Never longer
-// than a second in one piece, so that a step of the wall clock is seen.
-void WaitForRoom(int fd, const Deadline& deadline) {
-  int limit_ms = -1;
-  if (deadline.set) {
-    timeval now;
-    gettimeofday(&now, nullptr);
-    const int64_t left_ms =
-        static_cast<int64_t>(deadline.second + 1 - now.tv_sec) * kMsPerS - now.tv_usec / kUsPerMs;
-    limit_ms = static_cast<int>(std::clamp<int64_t>(left_ms, 1, kMsPerS));
-  }
+// Waits for room in the socket's send buffer, at most until the deadline passes; with one never
+// longer than a second in one piece, so that a step of the wall clock is seen.
+void WaitForRoom(int fd, const ZskDeadline& deadline) {
+  constexpr int kLongestMs = 1000;
   pollfd room = {.fd = fd, .events = POLLOUT, .revents = 0};
-  poll(&room, 1, limit_ms);
+  poll(&room, 1, std::min(ZSK_DeadlineLeftMs(deadline), kLongestMs));
 }
 
 // --- The listeners with a large send buffer --------------------------------------------------
@@ -116,11 +81,11 @@ void EnlargeSendBuffer(int fd) {
 int MakeListener(const sockaddr* address, socklen_t address_length) {
   const int fd = socket(address->sa_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (fd < 0) {
-    printf("[TSER_InitServer] error while get socket for middle connection.");
+    puts("[TSER_InitServer] error while get socket for middle connection.");
     return -1;
   }
   if (SetOption(fd, SOL_SOCKET, SO_REUSEADDR, 1) != 0) {
-    printf("setsockopt");
+    puts("setsockopt");
     return CloseAndFail(fd);
   }
   if (bind(fd, address, address_length) != 0) {
@@ -129,15 +94,15 @@ int MakeListener(const sockaddr* address, socklen_t address_length) {
   }
   EnlargeSendBuffer(fd);
   if (listen(fd, ZSK_BACKLOG) != 0) {
-    printf("[open_tcp_socket error] error while listen");
+    puts("[open_tcp_socket error] error while listen");
     return CloseAndFail(fd);
   }
   return fd;
 }
 
-int MakeIpv4Listener(int port, in_addr_t host_order_address) {
-  const sockaddr_in address = Ipv4Address({.s_addr = htonl(host_order_address)}, port);
-  return MakeListener(reinterpret_cast<const sockaddr*>(&address), sizeof(address));
+int MakeIpv4Listener(int port, in_addr_t host) {
+  const sockaddr_in address = ZSK_Ipv4Address(host, port);
+  return MakeListener(ZSK_Generic(address), sizeof(address));
 }
 
 int MakeIpv6Listener(int port, const in6_addr& host) {
@@ -159,13 +124,13 @@ int ZSK_ConnectTCPSocket(const char* host, int port) {
             strerror(errno));
     return -1;
   }
-  in_addr address;
+  in_addr_t address = INADDR_NONE;
   if (const int error = ResolveIpv4(host, &address); error != 0) {
     fprintf(stderr, "new [%s/getaddrinfo] Error Number : %d, Error String : %s\n", kName, error,
             gai_strerror(error));
     return CloseAndFail(fd);
   }
-  if (Connect(fd, Ipv4Address(address, port)) != 0) {
+  if (Connect(fd, ZSK_Ipv4Address(address, port)) != 0) {
     fprintf(stderr, "new [%s/connect] Error Number : %d, Error String : %s\n", kName, errno,
             strerror(errno));
     return CloseAndFail(fd);
@@ -188,8 +153,8 @@ int ZSK_BindTCPSocketEx(int port, int options) {
     fprintf(stderr, "[%s] error setsockopt 'TCP_NODELAY' : %s\n", kName, strerror(errno));
     return CloseAndFail(fd);
   }
-  const sockaddr_in any = Ipv4Address({.s_addr = htonl(INADDR_ANY)}, port);
-  if (bind(fd, reinterpret_cast<const sockaddr*>(&any), sizeof(any)) != 0) {
+  const sockaddr_in any = ZSK_Ipv4Address(INADDR_ANY, port);
+  if (bind(fd, ZSK_Generic(any), sizeof(any)) != 0) {
     fprintf(stderr, "[%s] error while bind tcp socket : %s\n", kName, strerror(errno));
     return CloseAndFail(fd);
   }
@@ -207,7 +172,7 @@ int ZSK_SendTCPStream(int fd, const void* buf, int len, int timeout_s) {
            static_cast<unsigned>(reinterpret_cast<uintptr_t>(buf)));
     return ZSKE_TCP_SEND_NO_DATA;
   }
-  const Deadline deadline = DeadlineIn(timeout_s);
+  const ZskDeadline deadline = ZSK_DeadlineIn(timeout_s);
   if (fd < 0) return ZSKE_TCP_SEND_BAD_FD;
   if (len < 0) return len;
 
@@ -229,7 +194,7 @@ int ZSK_SendTCPStream(int fd, const void* buf, int len, int timeout_s) {
              strerror(errno));
       return ZSKE_TCP_SEND_CRITICAL;
     }
-    if (DeadlinePassed(deadline)) return ZSKE_TCP_SEND_TIMEOUT;
+    if (ZSK_DeadlinePassed(deadline)) return ZSKE_TCP_SEND_TIMEOUT;
     if (remaining == 0) return len;
   }
 }
@@ -242,9 +207,9 @@ int ZSK_ASyncConnectTCPSocket(int* fd_out, const char* host, int port) {
             strerror(errno));
     return -1;
   }
-  in_addr address;
+  in_addr_t address = INADDR_NONE;
   if (ZSK_IsDottedQuad(host, static_cast<int>(strlen(host))) != 0) {
-    address.s_addr = inet_addr(host);
+    address = ntohl(inet_addr(host));
   } else if (const int error = ResolveIpv4(host, &address); error != 0) {
     fprintf(stderr, "[%s/getaddrinfo] Error Number : %d, Error String : %s\n", kName, error,
             gai_strerror(error));
@@ -259,7 +224,7 @@ int ZSK_ASyncConnectTCPSocket(int* fd_out, const char* host, int port) {
     fprintf(stderr, "[%s/gethostbyname] Error fcntl(..., F_SETFL) (%s)\n", kName, strerror(errno));
     return CloseAndFail(fd);
   }
-  const int connected = Connect(fd, Ipv4Address(address, port));
+  const int connected = Connect(fd, ZSK_Ipv4Address(address, port));
   const int error = errno;
   *fd_out = fd;
   if (connected == 0) return 0;

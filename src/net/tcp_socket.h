@@ -2,11 +2,10 @@
 //
 // Free functions on plain descriptors; they keep no state, any thread may call them on its own
 // descriptors. A port is given in host order, its low 16 bits count. A failure returns a
-// negative value and prints one line; a descriptor made on the way is closed. Every descriptor
+// negative value and prints one line unless its code says otherwise; a descriptor made on the
+// way is closed. Every descriptor
 // made here is close-on-exec and belongs to the caller.
 #pragma once
-
-#include <cstdint>
 
 // Connections that may wait at a listener.
 constexpr int ZSK_BACKLOG = 10;
@@ -36,7 +35,8 @@ int ZSK_BindTCPSocketEx(int port, int options);
 // Sends `len` bytes on a connected socket. Where the peer has no room the call waits for room
 // without holding the processor, until the deadline: `timeout_s` whole seconds of wall-clock
 // time (so the call ends between timeout_s and timeout_s + 1 seconds); 0 sets none.
-// Returns `len` when all was sent, else a ZskSendError (a negative `len` is returned as it is).
+// Returns `len` when all was sent, else a ZskSendError (a negative `len` is returned as it is);
+// a passed deadline and a bad descriptor print nothing.
 // A peer that is gone gives ZSKE_TCP_SEND_CRITICAL, never a signal. Messages on standard output.
 int ZSK_SendTCPStream(int fd, const void* buf, int len, int timeout_s);
 

@@ -1,6 +1,5 @@
 #include "net/udp_socket.h"
 
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -10,17 +9,12 @@
 #include <cstdio>
 #include <cstring>
 
+#include "net/ipv4_address.h"
 #include "net/readable.h"
 
 namespace {
 
-sockaddr_in LocalAddress(int port) {
-  sockaddr_in address = {};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(static_cast<uint16_t>(port));
-  address.sin_addr.s_addr = inet_addr("127.0.0.1");
-  return address;
-}
+constexpr int64_t kUsPerS = 1'000'000;
 
 int ReceiveFrom(int fd, void* buf, int len, sockaddr_in* from) {
   socklen_t from_length = sizeof(*from);
@@ -46,8 +40,8 @@ int ZSK_OpenLocalUDPSSocket(int port) {
     close(fd);
     return -1;
   }
-  const sockaddr_in address = LocalAddress(port);
-  if (bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
+  const sockaddr_in address = ZSK_Ipv4Address(INADDR_LOOPBACK, port);
+  if (bind(fd, ZSK_Generic(address), sizeof(address)) != 0) {
     printf("[ZSK_OpenLocalUDPSSocket] local bind error. exit, %d '%s\n", errno, strerror(errno));
     close(fd);
     return -1;
@@ -65,7 +59,7 @@ int ZSK_OpenLocalUDPCSocket() {
 }
 
 int ZSK_SendLocalUDPData(int fd, int port, const void* buf, int len) {
-  const sockaddr_in to = LocalAddress(port);
+  const sockaddr_in to = ZSK_Ipv4Address(INADDR_LOOPBACK, port);
   const int sent = ZSK_SendUDPData(fd, buf, len, &to);
   if (sent == -1) {
     printf("[ZSK_SendLocalUDPData] : error while send message : %s\n", strerror(errno));
@@ -74,8 +68,8 @@ int ZSK_SendLocalUDPData(int fd, int port, const void* buf, int len) {
 }
 
 int ZSK_RecvLocalUDPData(int fd, int port, void* buf, int len) {
-  if (ZSK_WaitReadable(fd, 0, 0) <= 0) return 0;
-  sockaddr_in from = LocalAddress(port);
+  if (ZSK_WaitReadable(fd, 0) <= 0) return 0;
+  sockaddr_in from = ZSK_Ipv4Address(INADDR_LOOPBACK, port);
   const int received = ReceiveFrom(fd, buf, len, &from);
   if (received == -1) {
     printf("[ZSK_RecvLocalUDPData] : error while recv message : %s\n", strerror(errno));
@@ -84,19 +78,19 @@ int ZSK_RecvLocalUDPData(int fd, int port, void* buf, int len) {
 }
 
 int ZSK_RecvUDPDataTimeout(int fd, void* buf, int len, sockaddr_in* from, long sec, long usec) {
-  if (ZSK_WaitReadable(fd, sec, usec) <= 0) return 0;
+  if (ZSK_WaitReadable(fd, sec * kUsPerS + usec) <= 0) return 0;
   return ReceiveFrom(fd, buf, len, from);
 }
 
 int ZSK_RecvUDPDataEx(int fd, void* buf, int len, sockaddr_in* from, long sec, long usec,
                       int wait) {
-  if (wait != 0 && ZSK_WaitReadable(fd, sec, usec) <= 0) return -1;
+  if (wait != 0 && ZSK_WaitReadable(fd, sec * kUsPerS + usec) <= 0) return -1;
   return ReceiveFrom(fd, buf, len, from);
 }
 
 int ZSK_SendUDPData(int fd, const void* buf, int len, const sockaddr_in* to) {
-  return static_cast<int>(sendto(fd, buf, static_cast<size_t>(len), 0,
-                                 reinterpret_cast<const sockaddr*>(to), sizeof(*to)));
+  return static_cast<int>(
+      sendto(fd, buf, static_cast<size_t>(len), 0, ZSK_Generic(*to), sizeof(*to)));
 }
 
 int ZSK_SetNonBlocking(int fd) {

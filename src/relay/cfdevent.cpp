@@ -67,7 +67,10 @@ int CFDEVENT_Wait(CFDEVENT* self, int ms) {
   timeval limit = {.tv_sec = ms / 1000, .tv_usec = static_cast<suseconds_t>(ms % 1000) * 1000};
   const int ready = select(largest + 1, &self->fdset, nullptr, nullptr, &limit);
   if (ready == 0) return CFDEVENT_WAIT_TIMEOUT;
-  if (ready < 0) return CFDEVENT_WAIT_FAILED;
+  if (ready < 0) {
+    FD_ZERO(&self->fdset);
+    return CFDEVENT_WAIT_FAILED;
+  }
   if (self->debug != 0) printf("EVENTIN %d\n", largest);
   return 0;
 }

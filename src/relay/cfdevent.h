@@ -36,7 +36,7 @@ struct CFDEVENT {
   // Returns 0 when one is, or a CfdeventWaitError.
   int (*Wait)(CFDEVENT* self, int ms);
 
-  // Returns 0 when `fd` was readable in the last wait that returned 0, -1 otherwise.
+  // Returns 0 when `fd` was readable in the last wait, -1 otherwise.
   int (*IsSet)(CFDEVENT* self, int fd);
 };
 

@@ -16,35 +16,29 @@
 #include "net/readable.h"
 #include "net/tcp_socket.h"
 #include "net/udp_socket.h"
+#include "util/sleep.h"
 
 namespace {
 
 constexpr int kNoSocket = -1;
 constexpr int64_t kUsPerS = 1'000'000;
 constexpr int64_t kNsPerUs = 1'000;
-constexpr time_t kAcceptPauseS = 1;
-
-timespec MonotonicNow() {
-  timespec now;
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return now;
-}
-
-int64_t MonotonicUs() {
-  const timespec now = MonotonicNow();
-  return now.tv_sec * kUsPerS + now.tv_nsec / kNsPerUs;
-}
+constexpr int64_t kAcceptPauseUs = kUsPerS;
 
 // --- Accept ------------------------------------------------------------------------------------
 
-// The system has nothing left to make a socket of; trying again at once would only spin.
-bool IsExhausted(int error) {
-  return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM;
+// Whether a failed accept was the fault of that one connection. Anything else (no descriptor or
+// memory left, above all) lasts, and trying again at once would only spin.
+bool IsPassing(int error) {
+  constexpr std::array kPassing = {EAGAIN,       EINTR,       ECONNABORTED, EPROTO,
+                                   ENETDOWN,     ENONET,      ENOPROTOOPT,  EHOSTDOWN,
+                                   EHOSTUNREACH, ENETUNREACH, EOPNOTSUPP};
+  return std::find(kPassing.begin(), kPassing.end(), error) != kPassing.end();
 }
 
 void LeaveListenerAlone(CPTZSVR* self, int error) {
   fprintf(stderr, "[%s] error, reason(accept, %s)\n", "CPTZSVR_Accept", strerror(error));
-  self->accept_again = MonotonicNow().tv_sec + kAcceptPauseS;
+  self->accept_again_us = CUTIL_MonotonicUs() + kAcceptPauseUs;
 }
 
 void Admit(CPTZSVR* self, int client, const sockaddr_in& peer) {
@@ -65,23 +59,23 @@ void Admit(CPTZSVR* self, int client, const sockaddr_in& peer) {
 int CPTZSVR_Accept(CPTZSVR* self, int us) {
   if (self->listener == kNoSocket) return -1;
   if (!CPTZSVR_IsAccepting(self)) return 0;
-  const int64_t end = MonotonicUs() + us;
+  const int64_t end = CUTIL_MonotonicUs() + us;
   int64_t left = us;
   do {
-    if (ZSK_WaitReadable(self->listener, left / kUsPerS, left % kUsPerS) <= 0) return 0;
+    if (ZSK_WaitReadable(self->listener, left) <= 0) return 0;
     sockaddr_in peer = {};
     socklen_t peer_length = sizeof(peer);
     const int client =
         accept4(self->listener, reinterpret_cast<sockaddr*>(&peer), &peer_length, SOCK_CLOEXEC);
-    if (client > 0) {
+    if (client >= 0) {
       Admit(self, client, peer);
       return 0;
     }
-    if (IsExhausted(errno)) {
+    if (!IsPassing(errno)) {
       LeaveListenerAlone(self, errno);
       return 0;
     }
-    left = end - MonotonicUs();
+    left = end - CUTIL_MonotonicUs();
   } while (left > 0);
   return 0;
 }
@@ -146,7 +140,7 @@ int CPTZSVR_Init(CPTZSVR* self, int16_t port) {
   self->Accept = CPTZSVR_Accept;
   self->Recv = CPTZSVR_Recv;
   self->SendAll = CPTZSVR_SendAll;
-  self->accept_again = 0;
+  self->accept_again_us = 0;
 
   const int probe = ZSK_ConnectTCPSocket("127.0.0.1", port);
   if (probe >= 0) {
@@ -172,6 +166,5 @@ void CPTZSVR_Disconnect(int* slot) {
 }
 
 bool CPTZSVR_IsAccepting(const CPTZSVR* self) {
-  if (self->listener == kNoSocket) return false;
-  return self->accept_again == 0 || MonotonicNow().tv_sec >= self->accept_again;
+  return self->listener != kNoSocket && CUTIL_MonotonicUs() >= self->accept_again_us;
 }

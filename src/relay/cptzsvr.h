@@ -6,7 +6,6 @@
 #pragma once
 
 #include <cstdint>
-#include <ctime>
 
 constexpr int CPTZSVR_MAX_CLIENTS = 10;
 // Bytes that one Recv takes at most.
@@ -23,8 +22,9 @@ struct CPTZSVR {
   void (*Close)(CPTZSVR* self);
 
   // Accepts one client if one comes within `us` microseconds (0 polls). A client beyond the
-  // tenth is closed at once. Returns 0, or -1 without a listener. Where the system has no
-  // descriptor or memory left it says so once and leaves the listener alone for a second.
+  // tenth is closed at once. Returns 0, or -1 without a listener. Where accepting fails
+  // for a reason that lasts (no descriptor left) it prints a line and leaves the listener alone
+  // for a second.
   int (*Accept)(CPTZSVR* self, int us);
 
   // Reads once from the lowest-numbered client that has data, at most CPTZSVR_RECV_MAX bytes.
@@ -36,7 +36,7 @@ struct CPTZSVR {
   // CPTZSVR_SEND_LIMIT_S, is disconnected; it blocks the call until then. Returns 0.
   int (*SendAll)(CPTZSVR* self, const void* buf, int len);
 
-  time_t accept_again;  // monotonic second before which the listener is left alone
+  int64_t accept_again_us;  // monotonic time before which the listener is left alone
 };
 
 // Starts the server. A port that another process serves already leaves it without a listener

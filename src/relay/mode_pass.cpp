@@ -11,8 +11,11 @@
 #include "net/udp_socket.h"
 #include "relay/cfdevent.h"
 #include "serial/serial_io.h"
+#include "util/sleep.h"
 
 namespace {
+
+constexpr int kUsPerMs = 1000;
 
 // --- PTZ clients -------------------------------------------------------------------------------
 
@@ -111,7 +114,11 @@ void SendSerialData(ModePass* self, int count) {
 void ServeSerial(ModePass* self) {
   uint8_t* bytes = self->serial_data.bytes;
   const ssize_t count = read(self->context->serial, bytes, SERIAL_DATA_MAX);
-  if (count <= 0) return;
+  if (count <= 0) {
+    // A line that hung up is ready for ever and has nothing: keep the pace of an idle pass.
+    CUTIL_SleepUs(static_cast<int64_t>(MODE_PASS_WAIT_MS) * kUsPerMs);
+    return;
+  }
   const int length = static_cast<int>(count);
   CPTZSVR* server = self->context->ptz_server;
   if (server != nullptr) server->SendAll(server, bytes, length);

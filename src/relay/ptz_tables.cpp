@@ -8,17 +8,17 @@ namespace {
 
 using enum PtzAction;
 using enum PtzArgument;
-using enum PtzFollowUp;
+using enum PtzStops;
 
-// Presets that heads treat as commands of their own.
+// Preset numbers with a meaning of their own; 95 opens the menu of a head.
 constexpr uint8_t kPresetMenu = 95;
 constexpr uint8_t kPreset33 = 33;
 constexpr uint8_t kPreset34 = 34;
 constexpr uint8_t kPreset96 = 96;
 constexpr uint8_t kPreset99 = 99;
 
-// Speed of the arrow keys, which carry none of their own.
-constexpr uint8_t kArrowSpeed = 29;
+// Pan and tilt speed of the direction codes, which carry none.
+constexpr uint8_t kDirectionSpeed = 29;
 
 constexpr uint16_t kShortStopMs = 100;
 constexpr uint16_t kLongStopMs = 250;
@@ -26,10 +26,10 @@ constexpr uint16_t kPreStopMs = 50;
 
 constexpr PelcoCommand kStop = {};
 constexpr PelcoCommand kMenu = {0, PELCO_SET_PRESET, 0, kPresetMenu};
-constexpr PelcoCommand kUp = {0, PELCO2_TILT_UP, 0, kArrowSpeed};
-constexpr PelcoCommand kDown = {0, PELCO2_TILT_DOWN, 0, kArrowSpeed};
-constexpr PelcoCommand kLeft = {0, PELCO2_PAN_LEFT, kArrowSpeed, 0};
-constexpr PelcoCommand kRight = {0, PELCO2_PAN_RIGHT, kArrowSpeed, 0};
+constexpr PelcoCommand kUp = {0, PELCO2_TILT_UP, 0, kDirectionSpeed};
+constexpr PelcoCommand kDown = {0, PELCO2_TILT_DOWN, 0, kDirectionSpeed};
+constexpr PelcoCommand kLeft = {0, PELCO2_PAN_LEFT, kDirectionSpeed, 0};
+constexpr PelcoCommand kRight = {0, PELCO2_PAN_RIGHT, kDirectionSpeed, 0};
 constexpr PelcoCommand kZoomTele = {0, PELCO2_ZOOM_TELE, 0, 0};
 constexpr PelcoCommand kZoomWide = {0, PELCO2_ZOOM_WIDE, 0, 0};
 constexpr PelcoCommand kFocusNear = {PELCO1_FOCUS_NEAR, 0, 0, 0};
@@ -37,58 +37,58 @@ constexpr PelcoCommand kFocusFar = {0, PELCO2_FOCUS_FAR, 0, 0};
 
 // --- The tables ------------------------------------------------------------------------------
 
-// QB-610: the head stops by itself, and moves at a speed of its own.
-constexpr std::array<PtzRow, 6> kTableQb610 = {{
-    {CAMERA_CODE_MENU, kFrame, kMenu, kFixed, kNone},
-    {CAMERA_CODE_MENU_ENTER, kFrame, kMenu, kFixed, kNone},
-    {CAMERA_CODE_UP, kFrame, {0, PELCO2_TILT_UP, 0, 0}, kFixed, kNone},
-    {CAMERA_CODE_DOWN, kFrame, {0, PELCO2_TILT_DOWN, 0, 0}, kFixed, kNone},
-    {CAMERA_CODE_LEFT, kFrame, {0, PELCO2_PAN_LEFT, 0, 0}, kFixed, kNone},
-    {CAMERA_CODE_RIGHT, kFrame, {0, PELCO2_PAN_RIGHT, 0, 0}, kFixed, kNone},
-}};
+// QB-610: no stop frames, and no speed: the head chooses its own.
+constexpr auto kTableQb610 = std::to_array<PtzRow>({
+    {CAMERA_CODE_MENU, kFrame, kMenu},
+    {CAMERA_CODE_MENU_ENTER, kFrame, kMenu},
+    {CAMERA_CODE_UP, kFrame, {0, PELCO2_TILT_UP, 0, 0}},
+    {CAMERA_CODE_DOWN, kFrame, {0, PELCO2_TILT_DOWN, 0, 0}},
+    {CAMERA_CODE_LEFT, kFrame, {0, PELCO2_PAN_LEFT, 0, 0}},
+    {CAMERA_CODE_RIGHT, kFrame, {0, PELCO2_PAN_RIGHT, 0, 0}},
+});
 
 // QB-620: a full speed dome.
-constexpr std::array<PtzRow, 26> kTableQb620 = {{
-    {CAMERA_CODE_WHITE_BALANCE, kFrame, {0, PELCO_WHITE_BALANCE, 0, 0}, kParameter, kNone},
-    {CAMERA_CODE_BACKLIGHT, kFrame, {0, PELCO_BACKLIGHT, 0, 0}, kParameter, kNone},
-    {CAMERA_CODE_AUTO_IRIS, kFrame, {0, PELCO_AUTO_IRIS, 0, 0}, kParameter, kNone},
-    {CAMERA_CODE_JOYSTICK, kJoystick, kStop, kFixed, kNone},
-    {CAMERA_CODE_ZOOM, kJoystick, kStop, kFixed, kNone},
-    {CAMERA_CODE_SET_PRESET, kFrame, {0, PELCO_SET_PRESET, 0, 0}, kParameter, kNone},
+constexpr auto kTableQb620 = std::to_array<PtzRow>({
+    {CAMERA_CODE_WHITE_BALANCE, kFrame, {0, PELCO_WHITE_BALANCE, 0, 0}, kParameter},
+    {CAMERA_CODE_BACKLIGHT, kFrame, {0, PELCO_BACKLIGHT, 0, 0}, kParameter},
+    {CAMERA_CODE_AUTO_IRIS, kFrame, {0, PELCO_AUTO_IRIS, 0, 0}, kParameter},
+    {CAMERA_CODE_JOYSTICK, kJoystick},
+    {CAMERA_CODE_ZOOM, kJoystick},
+    {CAMERA_CODE_SET_PRESET, kFrame, {0, PELCO_SET_PRESET, 0, 0}, kParameter},
     {CAMERA_CODE_GO_TO_PRESET, kFrame, {0, PELCO_GO_TO_PRESET, 0, 0}, kParameter, kPreStop},
-    {CAMERA_CODE_CLEAR_PRESET, kFrame, {0, PELCO_CLEAR_PRESET, 0, 0}, kParameter, kNone},
-    {CAMERA_CODE_SET_PATTERN, kFrame, {0, PELCO_SET_PATTERN, 0, 0}, kParameter, kNone},
+    {CAMERA_CODE_CLEAR_PRESET, kFrame, {0, PELCO_CLEAR_PRESET, 0, 0}, kParameter},
+    {CAMERA_CODE_SET_PATTERN, kFrame, {0, PELCO_SET_PATTERN, 0, 0}, kParameter},
     {CAMERA_CODE_RUN_PATTERN, kFrame, {0, PELCO_RUN_PATTERN, 0, 0}, kParameter, kPreStop},
-    {CAMERA_CODE_ZOOM_SPEED, kFrame, {0, PELCO_ZOOM_SPEED, 0, 0}, kSpeed, kNone},
-    {CAMERA_CODE_FOCUS_SPEED, kFrame, {0, PELCO_FOCUS_SPEED, 0, 0}, kSpeed, kNone},
-    {CAMERA_CODE_GO_TO_PRESET_33, kFrame, {0, PELCO_GO_TO_PRESET, 0, kPreset33}, kFixed, kNone},
-    {CAMERA_CODE_GO_TO_PRESET_34, kFrame, {0, PELCO_GO_TO_PRESET, 0, kPreset34}, kFixed, kNone},
+    {CAMERA_CODE_ZOOM_SPEED, kFrame, {0, PELCO_ZOOM_SPEED, 0, 0}, kSpeed},
+    {CAMERA_CODE_FOCUS_SPEED, kFrame, {0, PELCO_FOCUS_SPEED, 0, 0}, kSpeed},
+    {CAMERA_CODE_GO_TO_PRESET_33, kFrame, {0, PELCO_GO_TO_PRESET, 0, kPreset33}},
+    {CAMERA_CODE_GO_TO_PRESET_34, kFrame, {0, PELCO_GO_TO_PRESET, 0, kPreset34}},
     {CAMERA_CODE_MENU, kFrame, kMenu, kFixed, kShortStop},
     {CAMERA_CODE_MENU_ENTER, kFrame, kMenu, kFixed, kShortStop},
-    {CAMERA_CODE_FOCUS, kFocus, kStop, kFixed, kNone},
+    {CAMERA_CODE_FOCUS, kFocus},
     {CAMERA_CODE_UP, kFrame, kUp, kFixed, kShortStop},
     {CAMERA_CODE_DOWN, kFrame, kDown, kFixed, kShortStop},
     {CAMERA_CODE_LEFT, kFrame, kLeft, kFixed, kShortStop},
     {CAMERA_CODE_RIGHT, kFrame, kRight, kFixed, kShortStop},
-    {CAMERA_CODE_SET_AUXILIARY, kFrame, {0, PELCO_SET_AUXILIARY, 0, 0}, kParameter, kNone},
-    {CAMERA_CODE_CLEAR_AUXILIARY, kFrame, {0, PELCO_CLEAR_AUXILIARY, 0, 0}, kParameter, kNone},
+    {CAMERA_CODE_SET_AUXILIARY, kFrame, {0, PELCO_SET_AUXILIARY, 0, 0}, kParameter},
+    {CAMERA_CODE_CLEAR_AUXILIARY, kFrame, {0, PELCO_CLEAR_AUXILIARY, 0, 0}, kParameter},
     {CAMERA_CODE_GO_TO_PRESET_99, kFrame, {0, PELCO_GO_TO_PRESET, 0, kPreset99}, kFixed, kPreStop},
-    {CAMERA_CODE_GO_TO_PRESET_96, kFrame, {0, PELCO_GO_TO_PRESET, 0, kPreset96}, kFixed, kNone},
-    {CAMERA_CODE_REMOTE_RESET, kFrame, {0, PELCO_REMOTE_RESET, 0, 0}, kFixed, kNone},
-}};
+    {CAMERA_CODE_GO_TO_PRESET_96, kFrame, {0, PELCO_GO_TO_PRESET, 0, kPreset96}},
+    {CAMERA_CODE_REMOTE_RESET, kFrame, {0, PELCO_REMOTE_RESET, 0, 0}},
+});
 
 // Every other model.
-constexpr std::array<PtzRow, 9> kTableCommon = {{
-    {CAMERA_CODE_JOYSTICK, kZoom, kStop, kFixed, kNone},
-    {CAMERA_CODE_ZOOM, kZoom, kStop, kFixed, kNone},
+constexpr auto kTableCommon = std::to_array<PtzRow>({
+    {CAMERA_CODE_JOYSTICK, kZoom},
+    {CAMERA_CODE_ZOOM, kZoom},
     {CAMERA_CODE_MENU, kFrame, kMenu, kFixed, kShortStop},
     {CAMERA_CODE_MENU_ENTER, kFrame, kMenu, kFixed, kShortStop},
-    {CAMERA_CODE_FOCUS, kFocus, kStop, kFixed, kNone},
+    {CAMERA_CODE_FOCUS, kFocus},
     {CAMERA_CODE_UP, kFrame, kUp, kFixed, kShortStop},
     {CAMERA_CODE_DOWN, kFrame, kDown, kFixed, kShortStop},
     {CAMERA_CODE_LEFT, kFrame, kLeft, kFixed, kShortStop},
     {CAMERA_CODE_RIGHT, kFrame, kRight, kFixed, kShortStop},
-}};
+});
 
 struct ModelTable {
   const char* model;
@@ -122,7 +122,8 @@ void AppendBySign(PtzSequence* sequence, int value, const PelcoCommand& positive
   }
 }
 
-// Speed steps of the zoom and focus motors: 31 units each, the first one standing for step 0.
+// Speed steps of the zoom and focus motors, 31 units each. The first is no speed: values from
+// -30 to 30 give 0xFF, lower ones wrap on downwards.
 uint8_t MotorSpeed(int8_t value) {
   constexpr int kUnitsPerStep = 31;
   return static_cast<uint8_t>(value / kUnitsPerStep - 1);
@@ -143,9 +144,9 @@ uint8_t DataTwo(const PtzRow& row, const CameraControl& control) {
 void AppendFrame(PtzSequence* sequence, const PtzRow& row, const CameraControl& control) {
   PelcoCommand command = row.frame;
   command.data2 = DataTwo(row, control);
-  if (row.follow_up == kPreStop) Append(sequence, 0, kStop);
-  Append(sequence, row.follow_up == kPreStop ? kPreStopMs : 0, command);
-  if (row.follow_up == kShortStop) {
+  if (row.stops == kPreStop) Append(sequence, 0, kStop);
+  Append(sequence, row.stops == kPreStop ? kPreStopMs : 0, command);
+  if (row.stops == kShortStop) {
     Append(sequence, kShortStopMs, kStop);
     Append(sequence, kShortStopMs, kStop);
   }

@@ -27,8 +27,8 @@ enum class PtzArgument : uint8_t {
   kSpeed,      // the first parameter in steps of 31, less 1
 };
 
-// What goes with the row's frame (kFrame only).
-enum class PtzFollowUp : uint8_t {
+// The stop frames that go with the row's frame (kFrame only).
+enum class PtzStops : uint8_t {
   kNone,
   kShortStop,  // after it: 100 ms, stop frame, 100 ms, stop frame
   kPreStop,    // before it: stop frame, 50 ms
@@ -37,9 +37,9 @@ enum class PtzFollowUp : uint8_t {
 struct PtzRow {
   uint16_t code;
   PtzAction action;
-  PelcoCommand frame;
-  PtzArgument argument;
-  PtzFollowUp follow_up;
+  PelcoCommand frame = {};
+  PtzArgument argument = PtzArgument::kFixed;
+  PtzStops stops = PtzStops::kNone;
 };
 
 // One frame and the wait before it.

@@ -43,6 +43,7 @@ void AppendHead(Line* line, const char* tag, int length) {
   timeval now;
   gettimeofday(&now, nullptr);
   tm local;
+  tzset();
   localtime_r(&now.tv_sec, &local);
   line->used = snprintf(line->text, sizeof(line->text),
                         "%02d/%02d %02d:%02d:%02d.%6d %6s %4d: ", local.tm_mon + 1, local.tm_mday,
@@ -66,26 +67,24 @@ void SerialTraceIfEnabled(const char* tag, const uint8_t* buffer, int length) {
 }
 
 int SerialSend(int /*fd*/, const void* buffer, int length) {
-  if (g_serial_port == nullptr || buffer == nullptr) return -1;
-  const int written = g_serial_port->Write(g_serial_port, buffer, length);
+  SerialPort* port = g_serial_port;
+  if (port == nullptr || buffer == nullptr) return -1;
+  const int written = port->Write(port, buffer, length);
   SerialTraceIfEnabled(SERIAL_TRACE_SEND, static_cast<const uint8_t*>(buffer), written);
   return written;
 }
 
 int SerialRecv(int /*fd*/, void* buffer, int length, int timeout_s) {
-  if (g_serial_port == nullptr || buffer == nullptr) return -1;
+  SerialPort* port = g_serial_port;
+  if (port == nullptr || buffer == nullptr) return -1;
   uint8_t* bytes = static_cast<uint8_t*>(buffer);
   const time_t deadline = time(nullptr) + timeout_s;
   int received = 0;
   while (true) {
-    const int count =
-        g_serial_port->Read(g_serial_port, bytes + received, length - received, kReadSliceMs);
+    const int count = port->Read(port, bytes + received, length - received, kReadSliceMs);
     SerialTraceIfEnabled(SERIAL_TRACE_RECV, bytes + received, count);
-    if (count > 0) {
-      received += count;
-    } else if (count != SERIAL_READ_TIMEOUT) {
-      CUTIL_SleepUs(kFailedReadPauseUs);
-    }
+    if (count > 0) received += count;
     if (received >= length || time(nullptr) > deadline) return received;
+    if (count <= 0 && count != SERIAL_READ_TIMEOUT) CUTIL_SleepUs(kFailedReadPauseUs);
   }
 }

@@ -3,7 +3,7 @@
 // Every mode talks to the line through these. They work on the one port of serial_port.h and on
 // the trace level of the context. The trace is the daemon's only record of serial traffic: one
 // time-stamped line of hexadecimal bytes on standard output for every send and receive, written
-// in one piece.
+// in one piece (a line of more than some 600 bytes in several).
 #pragma once
 
 #include <cstdint>
@@ -26,7 +26,7 @@ void SerialTraceIfEnabled(const char* tag, const uint8_t* buffer, int length);
 int SerialSend(int fd, const void* buffer, int length);
 
 // Reads until `length` bytes are there or the deadline has passed: `timeout_s` whole seconds of
-// the wall clock, so the call ends at most timeout_s + 1 seconds after it began. Failed reads
-// do not end it. `fd` is not used. Returns the bytes stored (0 to `length`), or -1 while the
-// port is closed or when `buffer` is null.
+// the wall clock, so the call ends about timeout_s + 1 seconds after it began at the latest,
+// unless that clock is set back. Failed reads do not end it. `fd` is not used. Returns the bytes
+// stored (0 to `length`), or -1 while the port is closed or when `buffer` is null.
 int SerialRecv(int fd, void* buffer, int length, int timeout_s);

@@ -9,13 +9,12 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
-#include <ctime>
 
 #include "context/rs232_context.h"
 #include "util/conf_file.h"
 #include "util/sleep.h"
 
-SerialPort* g_serial_port = nullptr;
+std::atomic<SerialPort*> g_serial_port = nullptr;
 
 namespace {
 
@@ -91,12 +90,6 @@ constexpr int64_t kDrainMarginUs = 200'000;
 // How often the output queue is looked at where the driver cannot tell when the line is idle.
 constexpr int64_t kQueueLookUs = 1'000;
 
-int64_t MonotonicUs() {
-  timespec now;
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<int64_t>(now.tv_sec) * kUsPerS + now.tv_nsec / 1000;
-}
-
 // Bits per second at which the device really runs.
 int64_t PresentBaudRate(int fd) {
   termios settings;
@@ -135,7 +128,7 @@ void DrainByQueue(int fd, int64_t give_up_us) {
       tcdrain(fd);
       return;
     }
-    if (MonotonicUs() >= give_up_us) return;
+    if (CUTIL_MonotonicUs() >= give_up_us) return;
     CUTIL_SleepUs(kQueueLookUs);
   }
 }
@@ -143,45 +136,51 @@ void DrainByQueue(int fd, int64_t give_up_us) {
 void WaitTransmitterEmpty(int fd, int written) {
   const Transmitter first = QueryTransmitter(fd);
   if (first == Transmitter::kEmpty) return;
-  const int64_t give_up_us = MonotonicUs() + DrainLimitUs(fd, written);
+  const int64_t give_up_us = CUTIL_MonotonicUs() + DrainLimitUs(fd, written);
   if (first == Transmitter::kUnknown) {
     DrainByQueue(fd, give_up_us);
     return;
   }
-  while (QueryTransmitter(fd) == Transmitter::kBusy && MonotonicUs() < give_up_us) {
+  while (QueryTransmitter(fd) == Transmitter::kBusy && CUTIL_MonotonicUs() < give_up_us) {
   }
 }
 
 // --- The slots ---------------------------------------------------------------------------------
 
 void Close(SerialPort* self) {
-  if (self->fd < 0) return;
-  tcsetattr(self->fd, TCSANOW, &self->saved);
-  close(self->fd);
-  self->fd = -1;
+  const int fd = self->fd.exchange(-1);
+  if (fd < 0) return;
+  tcsetattr(fd, TCSANOW, &self->saved);
+  close(fd);
 }
 
 int Write(SerialPort* self, const void* buffer, int length) {
-  if (self->fd < 0) return -1;
-  const int written = static_cast<int>(write(self->fd, buffer, static_cast<size_t>(length)));
-  WaitTransmitterEmpty(self->fd, written);
+  const int fd = self->fd;
+  if (fd < 0) return -1;
+  const int written = static_cast<int>(write(fd, buffer, static_cast<size_t>(length)));
+  WaitTransmitterEmpty(fd, written);
   return written;
 }
 
 int Read(SerialPort* self, void* buffer, int length, int timeout_ms) {
-  if (self->fd < 0) return SERIAL_READ_CLOSED;
+  const int fd = self->fd;
+  if (fd < 0) return SERIAL_READ_CLOSED;
   if (buffer == nullptr) return SERIAL_READ_NO_BUFFER;
-  pollfd source = {.fd = self->fd, .events = POLLIN, .revents = 0};
+  pollfd source = {.fd = fd, .events = POLLIN, .revents = 0};
   if (poll(&source, 1, timeout_ms) <= 0 || (source.revents & POLLNVAL) != 0) {
     return SERIAL_READ_TIMEOUT;
   }
-  return static_cast<int>(read(self->fd, buffer, static_cast<size_t>(length)));
+  return static_cast<int>(read(fd, buffer, static_cast<size_t>(length)));
 }
 
 }  // namespace
 
 int SerialPortOpen(SerialPort* self, const char* path, const SerialLine& line) {
-  *self = {.fd = -1, .saved = {}, .Close = Close, .Write = Write, .Read = Read};
+  self->fd = -1;
+  self->saved = {};
+  self->Close = Close;
+  self->Write = Write;
+  self->Read = Read;
   const termios settings = RawSettings(line);
   setvbuf(stdout, nullptr, _IONBF, 0);
   const int fd = open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
@@ -204,8 +203,8 @@ int OpenRS232(const SerialLine& line) {
 }
 
 int CloseRS232() {
-  if (g_serial_port != nullptr) g_serial_port->Close(g_serial_port);
-  g_serial_port = nullptr;
+  SerialPort* port = g_serial_port.exchange(nullptr);
+  if (port != nullptr) port->Close(port);
   g_rs232_context.serial = -1;
   return 0;
 }

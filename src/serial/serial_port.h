@@ -2,11 +2,13 @@
 //
 // The daemon has one port object; the operations of serial_io.h reach it through a global
 // pointer that is null while the port is closed. No lock: each write is one system call, so
-// two threads may write whole frames. Only the main thread opens and closes.
+// two threads may write whole frames. Only the main thread opens and closes; a thread that still
+// writes then fails softly.
 #pragma once
 
 #include <termios.h>
 
+#include <atomic>
 #include <cstdint>
 
 // Where the path of the second serial device stands.
@@ -30,20 +32,21 @@ enum SerialReadError : int {
 };
 
 struct SerialPort {
-  int fd;         // the open device, -1 when not open
-  termios saved;  // settings found on the device when it was opened
+  std::atomic<int> fd;  // the open device, -1 when not open
+  termios saved;        // settings found on the device when it was opened
 
   // Restores the saved settings and closes the device. Nothing happens when it is not open.
   void (*Close)(SerialPort* self);
 
   // Writes the buffer with one `write` (what does not fit is not written) and waits until the
-  // last bit has left the transmitter. The wait keeps the processor busy while the driver tells
-  // when that is; it never lasts longer than the bytes need on the line plus a margin. Returns
-  // what `write` returned, or -1 when the port is not open.
+  // last bit has left the transmitter. The wait keeps the processor busy where the driver tells
+  // when that is; elsewhere it sleeps until the driver's queue is empty and trusts its own drain
+  // call for the rest. It is given up once it has lasted longer than the bytes need on the line
+  // plus a margin. Returns what `write` returned, or -1 when the port is not open.
   int (*Write)(SerialPort* self, const void* buffer, int length);
 
-  // Waits at most `timeout_ms` for input and reads once, at most `length` bytes. Returns the
-  // bytes read, 0 at the end of file, or a SerialReadError.
+  // Waits at most `timeout_ms` (not negative) for input and reads once, at most `length` bytes.
+  // Returns the bytes read, 0 at the end of file, or a SerialReadError.
   int (*Read)(SerialPort* self, void* buffer, int length, int timeout_ms);
 };
 
@@ -53,10 +56,10 @@ struct SerialPort {
 int SerialPortOpen(SerialPort* self, const char* path, const SerialLine& line);
 
 // The open port, null while it is closed. Set by OpenRS232 and CloseRS232 only.
-extern SerialPort* g_serial_port;
+extern std::atomic<SerialPort*> g_serial_port;
 
-// Opens the daemon's port on the device that SERIAL_CAPABILITIES_PATH names and stores its
-// descriptor in the context. Returns the descriptor or -1.
+// Opens the daemon's port, which must be closed, on the device that SERIAL_CAPABILITIES_PATH names
+// and stores its descriptor in the context. Returns the descriptor or -1.
 int OpenRS232(const SerialLine& line);
 
 // Closes the daemon's port if it is open; the context's descriptor becomes -1. Returns 0.

@@ -68,12 +68,12 @@ bool PieceHasKey(const Piece& piece, const char* key) {
   return end == strlen(key) && memcmp(piece.text, key, end) == 0;
 }
 
-// Copies `in` to `out` with `key` set to `value`. Returns false when reading or writing failed.
-bool Rewrite(FILE* in, FILE* out, const char* key, const char* value) {
+// Copies `in` to `out` with `key` set to `value`. Returns 0 or the errno of what failed.
+int Rewrite(FILE* in, FILE* out, const char* key, const char* value) {
   bool found = false;
   bool at_line_start = true;
   Piece piece;
-  while (ReadPiece(in, &piece)) {
+  while (ferror(out) == 0 && ReadPiece(in, &piece)) {
     if (PieceHasKey(piece, key)) {
       found = true;
       at_line_start = true;
@@ -85,17 +85,37 @@ bool Rewrite(FILE* in, FILE* out, const char* key, const char* value) {
   }
   // A file without a final line feed must not glue its last value to the new pair.
   if (!found) fprintf(out, "%s%s=%s\n", at_line_start ? "" : "\n", key, value);
-  return ferror(in) == 0 && ferror(out) == 0;
+  return ferror(in) == 0 && ferror(out) == 0 ? 0 : errno;
 }
 
 // Gives the temporary file the permissions of the file it will replace, and forces its bytes
-// to the medium: a rename must never put an empty file in place of a good one.
-bool Settle(FILE* in, FILE* out) {
+// to the medium: a rename must never put an empty file in place of a good one. Returns 0 or an
+// errno.
+int Settle(FILE* in, FILE* out) {
   struct stat original;
   if (fstat(fileno(in), &original) == 0) {
     (void)fchmod(fileno(out), original.st_mode & 07777);
   }
-  return fflush(out) == 0 && fsync(fileno(out)) == 0;
+  return fflush(out) == 0 && fsync(fileno(out)) == 0 ? 0 : errno;
+}
+
+// Fills the temporary file `out`, closes both files and puts the one in the other's place.
+// Returns 0 or -3.
+int Replace(const char* path, FILE* in, FILE* out, const char* key, const char* value) {
+  int error = Rewrite(in, out, key, value);
+  if (error == 0) error = Settle(in, out);
+  fclose(in);
+  if (fclose(out) != 0 && error == 0) error = errno;
+  if (error != 0) {
+    unlink(CUTIL_TEMP_CONF_PATH);
+    printf("[CUTIL_SetConfValue] error, reason(rewrite %s, %s)\n", path, strerror(error));
+    return -3;
+  }
+  return rename(CUTIL_TEMP_CONF_PATH, path) == 0 ? 0 : -3;
+}
+
+void PrintInUse() {
+  printf("[CUTIL_SetConfValue] temp.conf is already used ...\n");
 }
 
 void PrintCannotOpen(const char* path) {
@@ -145,7 +165,7 @@ int CUTIL_GetConfValue(const char* path, const char* key, char* value_out, size_
 int CUTIL_SetConfValue(const char* path, const char* key, const char* value) {
   if (FILE* in_use = fopen(CUTIL_TEMP_CONF_PATH, "re"); in_use != nullptr) {
     fclose(in_use);
-    printf("[CUTIL_SetConfValue] temp.conf is already used ...\n");
+    PrintInUse();
     return -1;
   }
   FILE* in = fopen(path, "re");
@@ -153,24 +173,17 @@ int CUTIL_SetConfValue(const char* path, const char* key, const char* value) {
     PrintCannotOpen(path);
     return -1;
   }
+  // Exclusively: of two writers that both found it free, one gets it.
   FILE* out = fopen(CUTIL_TEMP_CONF_PATH, "wxe");
   if (out == nullptr) {
+    const bool in_use = errno == EEXIST;
     fclose(in);
+    if (in_use) {
+      PrintInUse();
+      return -1;
+    }
     PrintCannotOpen(CUTIL_TEMP_CONF_PATH);
     return -2;
   }
-  bool written = Rewrite(in, out, key, value) && Settle(in, out);
-  int error = errno;
-  fclose(in);
-  if (fclose(out) != 0 && written) {
-    written = false;
-    error = errno;
-  }
-  if (!written) {
-    unlink(CUTIL_TEMP_CONF_PATH);
-    printf("[CUTIL_SetConfValue] error, reason(write %s, %s)\n", CUTIL_TEMP_CONF_PATH,
-           strerror(error));
-    return -3;
-  }
-  return rename(CUTIL_TEMP_CONF_PATH, path) == 0 ? 0 : -3;
+  return Replace(path, in, out, key, value);
 }

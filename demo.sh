@@ -1,0 +1,24 @@
+#!/bin/sh
+# Builds the project and shows the real daemon at work on a virtual device.
+#   ./demo.sh [MODEL] [--once]     MODEL: QB-620 (default), QB-100, ...
+# Shows a short sequence, then is yours to drive; with --once it ends there, with status 0 when
+# everything was seen.
+set -eu
+cd "$(dirname "$0")"
+
+model="QB-620"
+once=""
+for argument in "$@"; do
+  case "$argument" in
+    --once) once="--once" ;;
+    -h | --help) sed -n '2,6s/^# \{0,1\}//p' "$0"; exit 0 ;;
+    -*) echo "demo.sh: unknown option '$argument' (usage: ./demo.sh [MODEL] [--once])" >&2; exit 2 ;;
+    *) model="$argument" ;;
+  esac
+done
+
+./packaging/build-deps.sh
+cmake --preset release >/dev/null
+cmake --build --preset release --target rs232d vdev
+# shellcheck disable=SC2086  # empty or one word
+exec build/vdev run "$model" --demo $once

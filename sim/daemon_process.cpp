@@ -1,0 +1,138 @@
+#include "sim/daemon_process.h"
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+#include "ipc/cicomm.h"
+#include "sim/world.h"
+
+namespace sim {
+namespace {
+
+void RedirectTo(int fd, const std::string& path) {
+  const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0644);
+  if (file >= 0) dup2(file, fd);
+}
+
+std::string NewOutputPath(const char* kind) {
+  static int count = 0;
+  return std::string(kWorldDirectory) + "/daemon." + std::to_string(count++) + "." + kind;
+}
+
+[[noreturn]] void Execute(std::string program, std::vector<std::string> arguments) {
+  constexpr int kCannotExecute = 127;
+  std::vector<char*> argv = {program.data()};
+  std::transform(arguments.begin(), arguments.end(), std::back_inserter(argv),
+                 [](std::string& argument) { return argument.data(); });
+  argv.push_back(nullptr);
+  execv(program.c_str(), argv.data());
+  perror(program.c_str());
+  _exit(kCannotExecute);
+}
+
+}  // namespace
+
+DaemonProcess::DaemonProcess(std::string program, std::vector<std::string> arguments, int output_fd)
+    : output_path_(NewOutputPath("out")), error_path_(NewOutputPath("err")), pid_(fork()) {
+  if (pid_ < 0) throw std::runtime_error("cannot fork");
+  if (pid_ != 0) return;
+  setpgid(0, 0);
+  sigset_t none;
+  sigemptyset(&none);
+  sigprocmask(SIG_SETMASK, &none, nullptr);
+  if (output_fd >= 0) {
+    dup2(output_fd, STDOUT_FILENO);
+    dup2(output_fd, STDERR_FILENO);
+  } else {
+    RedirectTo(STDOUT_FILENO, output_path_);
+    RedirectTo(STDERR_FILENO, error_path_);
+  }
+  Execute(std::move(program), std::move(arguments));
+}
+
+DaemonProcess::~DaemonProcess() {
+  if (status_.has_value()) return;
+  kill(pid_, SIGKILL);
+  waitpid(pid_, nullptr, 0);
+}
+
+bool DaemonProcess::WaitServing(const DeviceConfig& config, milliseconds limit) {
+  // The PTZ server is the last thing that start-up makes.
+  const bool ptz = config.ptz_enable == 1 && config.ptz_port > 0 && config.ptz_port <= INT16_MAX;
+  return WaitUntil(
+             [&] {
+               if (WaitEnd(milliseconds(0)).has_value()) return true;
+               return IsPortBound("udp", RS232_COMMAND_PORT) &&
+                      (!ptz || IsPortBound("tcp", config.ptz_port));
+             },
+             limit) &&
+         !status_.has_value();
+}
+
+void DaemonProcess::Signal(int signal) const {
+  kill(pid_, signal);
+}
+
+std::optional<int> DaemonProcess::WaitEnd(milliseconds limit) {
+  WaitUntil(
+      [this] {
+        int status = 0;
+        if (!status_.has_value() && waitpid(pid_, &status, WNOHANG) == pid_) {
+          status_ = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+        }
+        return status_.has_value();
+      },
+      limit);
+  return status_;
+}
+
+std::optional<int> DaemonProcess::Stop(milliseconds limit) {
+  Signal(SIGTERM);
+  return WaitEnd(limit);
+}
+
+std::string DaemonProcess::Output() const {
+  return ReadTextFile(output_path_);
+}
+
+std::string DaemonProcess::Errors() const {
+  return ReadTextFile(error_path_);
+}
+
+double DaemonProcess::CpuSeconds() const {
+  // Fields 14 and 15 of the process's stat line; the name in field 2 may hold blanks.
+  std::string text = ReadTextFile("/proc/" + std::to_string(pid_) + "/stat");
+  std::istringstream fields(text.substr(text.rfind(')') + 2));
+  constexpr int kFieldsBetween = 11;
+  std::string skipped;
+  for (int i = 0; i < kFieldsBetween; ++i)
+    fields >> skipped;
+  double user = 0;
+  double system = 0;
+  fields >> user >> system;
+  return (user + system) / static_cast<double>(sysconf(_SC_CLK_TCK));
+}
+
+bool IsPortBound(const std::string& table, int port) {
+  constexpr int kTcpListen = 0x0A;
+  std::ifstream file("/proc/net/" + table);
+  std::string line;
+  std::getline(file, line);
+  while (std::getline(file, line)) {
+    unsigned local = 0;
+    unsigned state = 0;
+    if (sscanf(line.c_str(), " %*d: %*8x:%4x %*8x:%*4x %2x", &local, &state) != 2) continue;
+    if (static_cast<int>(local) == port && (table != "tcp" || state == kTcpListen)) return true;
+  }
+  return false;
+}
+
+}  // namespace sim

@@ -1,0 +1,59 @@
+// The daemon as a child process: started, watched, stopped.
+#pragma once
+
+#include <sys/types.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "sim/device.h"
+#include "sim/wait.h"
+
+namespace sim {
+
+class DaemonProcess {
+ public:
+  // Starts `program` with `arguments`. Both its output streams go to `output_fd`, or where that
+  // is -1 each to a file of the world. It has a process group of its own, so that the keys of a
+  // terminal do not reach it.
+  DaemonProcess(std::string program, std::vector<std::string> arguments, int output_fd = -1);
+  DaemonProcess(const DaemonProcess&) = delete;
+  DaemonProcess& operator=(const DaemonProcess&) = delete;
+  // Ends the daemon if it still runs.
+  ~DaemonProcess();
+
+  pid_t Pid() const { return pid_; }
+
+  // Waits until the daemon serves a device of this configuration: every port that it should
+  // have is bound. Returns false when it has ended or does not get there.
+  bool WaitServing(const DeviceConfig& config, milliseconds limit = kPatience);
+
+  void Signal(int signal) const;
+
+  // Waits for the end. Returns the exit status, -N when signal N ended it, nothing when it
+  // still runs after `limit`.
+  std::optional<int> WaitEnd(milliseconds limit = kPatience);
+
+  // SIGTERM, then WaitEnd.
+  std::optional<int> Stop(milliseconds limit = kPatience);
+
+  // Everything printed so far to the files of the world.
+  std::string Output() const;
+  std::string Errors() const;
+
+  // Processor time used so far, user and system, in seconds.
+  double CpuSeconds() const;
+
+ private:
+  std::string output_path_;
+  std::string error_path_;
+  pid_t pid_;
+  std::optional<int> status_;
+};
+
+// True when a socket of this world is bound to the local port. `table` is a file of /proc/net:
+// "udp", or "tcp" for listeners.
+bool IsPortBound(const std::string& table, int port);
+
+}  // namespace sim

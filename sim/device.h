@@ -1,0 +1,37 @@
+// What a device has on its file system for the daemon: settings files and the parameter block.
+//
+// Everything is written inside a private world (world.h).
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace sim {
+
+// Settings of the device; the defaults are those of the virtual device.
+struct DeviceConfig {
+  std::string model = "QB-100";
+  std::string serial_path = "/dev/ttyS1";
+  int32_t udp_port = 10020;
+  int32_t serial_count = 2;
+  int32_t baud_rate = 9600;
+  int32_t parity = 0;
+  int32_t data_bits = 8;
+  int32_t stop_bits = 1;
+  int32_t ptz_enable = 1;
+  int32_t ptz_port = 4001;
+};
+
+// Writes the port table, the capabilities file and the parameter block. Throws
+// std::runtime_error when a file cannot be written.
+void InstallDevice(const DeviceConfig& config);
+
+// The parameter block of a device.
+std::vector<uint8_t> BuildParamBlock(const DeviceConfig& config);
+
+// Replaces the contents of a file / reads a file whole ("" when there is none).
+void WriteTextFile(const std::string& path, const std::string& text);
+std::string ReadTextFile(const std::string& path);
+
+}  // namespace sim

@@ -1,0 +1,72 @@
+// A pan/tilt/zoom head on the far end of the line.
+//
+// It decodes Pelco-D, turns its motors while a motion lasts, keeps presets, and answers each
+// frame as heads do. Time is handed in, so that a test may choose it.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <span>
+#include <string>
+
+#include "sim/pelco_decoder.h"
+#include "sim/wait.h"
+
+namespace sim {
+
+// Where a head points.
+struct HeadPose {
+  double pan = 0;     // degrees, 0 to 360 clockwise, endless
+  double tilt = 0;    // degrees, -90 (down) to 90 (up)
+  double zoom = 1;    // magnification, 1 to 20
+  double focus = 50;  // percent of the way from near (0) to far (100)
+};
+
+// How fast it turns.
+constexpr double kHeadPanAtTop = 90;           // degrees a second at Pelco speed 63
+constexpr double kHeadTiltAtTop = 45;          // degrees a second at Pelco speed 63
+constexpr double kHeadLowestShare = 1.0 / 64;  // of the top, at Pelco speed 0
+constexpr double kHeadZoomRate = 3;            // magnifications a second at zoom speed 1
+constexpr double kHeadFocusRate = 25;          // percent a second at focus speed 1
+
+class PtzHead {
+ public:
+  explicit PtzHead(Clock::time_point now);
+
+  // Takes bytes from the line. `now` must not go back.
+  void Feed(std::span<const uint8_t> bytes, Clock::time_point now);
+  // The line is quiet: what is left of a broken frame is noise.
+  void Quiet(Clock::time_point now);
+
+  HeadPose Pose(Clock::time_point now);
+  bool IsMoving() const;
+  int FrameCount() const { return frame_count_; }
+
+  // The pose in words, e.g. "pan 12.5 deg, tilt -3.0 deg, zoom 1.0x, focus 50 %".
+  static std::string Describe(const HeadPose& pose);
+
+  // What the head understood, in words.
+  std::function<void(const std::string&)> on_words = [](const std::string&) {};
+  // Bytes that are no frame.
+  std::function<void(std::span<const uint8_t>)> on_noise = [](std::span<const uint8_t>) {};
+  // The head's answer to a frame: sync, address, alarms (none), checksum.
+  std::function<void(std::span<const uint8_t>)> on_answer = [](std::span<const uint8_t>) {};
+
+ private:
+  void Advance(Clock::time_point now);
+  void TakeFrame(const PelcoFrame& frame);
+  void TakeMotion(const PelcoFrame& frame);
+  void TakeExtended(const PelcoFrame& frame);
+
+  PelcoDecoder decoder_;
+  Clock::time_point now_;
+  HeadPose pose_;
+  HeadPose rate_ = {0, 0, 0, 0};  // change of the pose a second
+  double zoom_speed_ = 1;
+  double focus_speed_ = 1;
+  std::map<int, HeadPose> presets_;
+  int frame_count_ = 0;
+};
+
+}  // namespace sim

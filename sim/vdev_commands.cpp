@@ -1,0 +1,227 @@
+#include "sim/vdev_commands.h"
+
+#include <algorithm>
+#include <array>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <sstream>
+#include <vector>
+
+namespace sim {
+namespace {
+
+// Bytes that the demonstration sends each way.
+constexpr char kClientText[] = "hello from a PTZ client";
+constexpr char kUdpText[] = "hello from a local process";
+constexpr char kHeadText[] = "hello from the head";
+
+// --- Camera control ----------------------------------------------------------------------------
+
+// Where the numbers that follow a word go.
+enum class Arguments { kNone, kFirst, kThree };
+
+struct ControlRow {
+  const char* word;
+  CameraControl control;  // target and defaults of the parameters included
+  Arguments arguments;
+  const char* help;
+};
+
+constexpr CameraControl Control(uint16_t code, int8_t first = 0, int8_t third = 0) {
+  return {
+      .target = CAMERA_CONTROL_TARGET, .code = code, .first = first, .second = 0, .third = third};
+}
+
+constexpr std::array<ControlRow, 14> kControls = {{
+    {"left", Control(CAMERA_CODE_LEFT), Arguments::kNone, "arrow keys"},
+    {"right", Control(CAMERA_CODE_RIGHT), Arguments::kNone, ""},
+    {"up", Control(CAMERA_CODE_UP), Arguments::kNone, ""},
+    {"down", Control(CAMERA_CODE_DOWN), Arguments::kNone, ""},
+    {"menu", Control(CAMERA_CODE_MENU), Arguments::kNone, "open the head's menu (preset 95)"},
+    {"in", Control(CAMERA_CODE_ZOOM, 0, 1), Arguments::kNone, "zoom in until stop"},
+    {"out", Control(CAMERA_CODE_ZOOM, 0, -1), Arguments::kNone, "zoom out until stop"},
+    {"stop", Control(CAMERA_CODE_ZOOM), Arguments::kNone, "stop all motion"},
+    {"near", Control(CAMERA_CODE_FOCUS, 1), Arguments::kNone, "focus near until stop"},
+    {"far", Control(CAMERA_CODE_FOCUS, -1), Arguments::kNone, "focus far until stop"},
+    {"move", Control(CAMERA_CODE_JOYSTICK), Arguments::kThree,
+     "PAN TILT ZOOM: joystick, -128 to 127 each (QB-620; others: zoom only)"},
+    {"preset", Control(CAMERA_CODE_SET_PRESET), Arguments::kFirst, "N: set preset N (QB-620)"},
+    {"goto", Control(CAMERA_CODE_GO_TO_PRESET), Arguments::kFirst, "N: go to preset N (QB-620)"},
+    {"clear", Control(CAMERA_CODE_CLEAR_PRESET), Arguments::kFirst, "N: clear preset N (QB-620)"},
+}};
+
+bool ParseNumber(const std::string& text, int base, long low, long high, long* value) {
+  char* end = nullptr;
+  *value = strtol(text.c_str(), &end, base);
+  return !text.empty() && *end == '\0' && *value >= low && *value <= high;
+}
+
+// Parameters travel as bytes: -128 to 127, or the same bytes as 128 to 255.
+bool ParseParameter(const std::string& text, int8_t* value) {
+  long number = 0;
+  if (!ParseNumber(text, 10, SCHAR_MIN, UCHAR_MAX, &number)) return false;
+  *value = static_cast<int8_t>(number);
+  return true;
+}
+
+bool FillParameters(const std::vector<std::string>& texts, size_t count, CameraControl* control) {
+  const std::array<int8_t*, 3> places = {&control->first, &control->second, &control->third};
+  if (texts.size() != count) return false;
+  for (size_t i = 0; i < count; ++i) {
+    if (!ParseParameter(texts[i], places[i])) return false;
+  }
+  return true;
+}
+
+size_t CountOf(Arguments arguments) {
+  switch (arguments) {
+    case Arguments::kNone:
+      return 0;
+    case Arguments::kFirst:
+      return 1;
+    case Arguments::kThree:
+      return 3;
+  }
+  return 0;
+}
+
+CommandResult RunControl(const ControlRow& row, const std::vector<std::string>& texts,
+                         VirtualDevice* device) {
+  CameraControl control = row.control;
+  if (!FillParameters(texts, CountOf(row.arguments), &control)) {
+    printf("vdev   | usage: %s %s\n", row.word, row.help);
+    return CommandResult::kBad;
+  }
+  device->SendControl(control);
+  return CommandResult::kDone;
+}
+
+// "code HEX [P1 [P2 [P3]]]": any control code.
+CommandResult RunCode(const std::vector<std::string>& texts, VirtualDevice* device) {
+  long code = 0;
+  CameraControl control = Control(0);
+  constexpr size_t kMost = 4;
+  const bool good = !texts.empty() && texts.size() <= kMost &&
+                    ParseNumber(texts[0], 16, 0, 0xFFFF, &code) &&
+                    FillParameters({texts.begin() + 1, texts.end()}, texts.size() - 1, &control);
+  if (!good) {
+    printf("vdev   | usage: code HEX [P1 [P2 [P3]]], e.g. code 2007\n");
+    return CommandResult::kBad;
+  }
+  control.code = static_cast<uint16_t>(code);
+  device->SendControl(control);
+  return CommandResult::kDone;
+}
+
+// --- Raw bytes ---------------------------------------------------------------------------------
+
+struct RawRow {
+  const char* word;
+  void (VirtualDevice::*send)(const std::string& text);
+  const char* help;
+};
+
+constexpr std::array<RawRow, 3> kRaw = {{
+    {"tcp", &VirtualDevice::SendRawByClient, "TEXT: bytes from a PTZ client to the line"},
+    {"udp", &VirtualDevice::SendRawByUdp, "TEXT: bytes from a local process to the line"},
+    {"say", &VirtualDevice::SendFromHead, "TEXT: bytes from the head"},
+}};
+
+void PrintHelp() {
+  for (const ControlRow& row : kControls)
+    printf("vdev   |   %-6s %s\n", row.word, row.help);
+  printf("vdev   |   %-6s %s\n", "code", "HEX [P1 [P2 [P3]]]: any control code");
+  for (const RawRow& row : kRaw)
+    printf("vdev   |   %-6s %s\n", row.word, row.help);
+  printf("vdev   |   %-6s %s\n", "quit", "end (so does Ctrl-C)");
+}
+
+// --- Scripts -----------------------------------------------------------------------------------
+
+using std::chrono::milliseconds;
+
+// A head behind a common model: arrow keys are short taps.
+constexpr std::array<ScriptStep, 8> kCommonDemo = {{
+    {"right", milliseconds(600)},
+    {"up", milliseconds(600)},
+    {"in", milliseconds(900)},
+    {"stop", milliseconds(500)},
+    {"menu", milliseconds(500)},
+    {"tcp hello from a PTZ client", milliseconds(200)},
+    {"udp hello from a local process", milliseconds(200)},
+    {"say hello from the head", milliseconds(200)},
+}};
+
+// A speed dome: joystick, presets.
+constexpr std::array<ScriptStep, 11> kDomeDemo = {{
+    {"move 40 -20 0", milliseconds(1200)},
+    {"stop", milliseconds(500)},
+    {"in", milliseconds(900)},
+    {"stop", milliseconds(500)},
+    {"preset 5", milliseconds(300)},
+    {"move -90 0 0", milliseconds(900)},
+    {"stop", milliseconds(500)},
+    {"goto 5", milliseconds(400)},
+    {"tcp hello from a PTZ client", milliseconds(200)},
+    {"udp hello from a local process", milliseconds(200)},
+    {"say hello from the head", milliseconds(200)},
+}};
+
+bool Expect(bool seen, const char* what) {
+  if (!seen) printf("vdev   | not seen: %s\n", what);
+  return seen;
+}
+
+bool Contains(const std::string& text, const char* part) {
+  return text.find(part) != std::string::npos;
+}
+
+}  // namespace
+
+CommandResult RunCommand(const std::string& line, VirtualDevice* device) {
+  std::istringstream stream(line);
+  std::string word;
+  if (!(stream >> word)) return CommandResult::kDone;
+  if (word == "quit") return CommandResult::kQuit;
+  if (word == "help") {
+    PrintHelp();
+    return CommandResult::kDone;
+  }
+  std::string rest;
+  std::getline(stream >> std::ws, rest);
+  std::istringstream rest_stream(rest);
+  std::vector<std::string> texts;
+  for (std::string text; rest_stream >> text;)
+    texts.push_back(text);
+
+  if (word == "code") return RunCode(texts, device);
+  for (const ControlRow& row : kControls) {
+    if (word == row.word) return RunControl(row, texts, device);
+  }
+  for (const RawRow& row : kRaw) {
+    if (word != row.word) continue;
+    (device->*row.send)(rest);
+    return CommandResult::kDone;
+  }
+  printf("vdev   | unknown command '%s', try help\n", word.c_str());
+  return CommandResult::kBad;
+}
+
+std::span<const ScriptStep> DemoScript(const std::string& model) {
+  if (model == "QB-620") return kDomeDemo;
+  return kCommonDemo;
+}
+
+bool DemoShowedAll(const Sightings& seen) {
+  const std::array<bool, 5> shown = {
+      Expect(seen.frames > 0, "a frame that the head understands"),
+      Expect(Contains(seen.raw_to_line, kClientText), "bytes of the PTZ client on the line"),
+      Expect(Contains(seen.raw_to_line, kUdpText), "bytes of the local process on the line"),
+      Expect(Contains(seen.line_to_client, kHeadText), "bytes of the head at the PTZ client"),
+      Expect(Contains(seen.line_to_data, kHeadText), "bytes of the head at the data port"),
+  };
+  return std::all_of(shown.begin(), shown.end(), [](bool one) { return one; });
+}
+
+}  // namespace sim

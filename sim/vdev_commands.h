@@ -1,0 +1,30 @@
+// The words by which the virtual device is driven, typed or scripted.
+#pragma once
+
+#include <chrono>
+#include <span>
+#include <string>
+
+#include "sim/virtual_device.h"
+
+namespace sim {
+
+enum class CommandResult { kDone, kQuit, kBad };
+
+// Carries one line out: a word of the table and its arguments. An empty line does nothing. Bad
+// input prints one line that says what is wrong.
+CommandResult RunCommand(const std::string& line, VirtualDevice* device);
+
+// One line of a script and how long to watch afterwards.
+struct ScriptStep {
+  const char* line;
+  std::chrono::milliseconds watch;
+};
+
+// The demonstration of a model.
+std::span<const ScriptStep> DemoScript(const std::string& model);
+
+// Whether a device has shown everything that the demonstration should; prints what it has not.
+bool DemoShowedAll(const Sightings& seen);
+
+}  // namespace sim

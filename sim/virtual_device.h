@@ -1,0 +1,73 @@
+// The virtual device: the daemon on a pty line with a PTZ head behind it, and the processes
+// around it. It prints in plain lines what each of them sees.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "sim/daemon_process.h"
+#include "sim/device.h"
+#include "sim/peers.h"
+#include "sim/pty_line.h"
+#include "sim/ptz_head.h"
+
+namespace sim {
+
+// What was seen so far, for a demonstration that wants to know whether it worked.
+struct Sightings {
+  std::string raw_to_line;     // bytes at the far end of the line that were no frame
+  std::string line_to_client;  // bytes that the PTZ client received
+  std::string line_to_data;    // bytes that came as serial data datagrams
+  int frames = 0;              // frames that the head understood
+};
+
+class VirtualDevice {
+ public:
+  // Lays out the device's files and starts the daemon at `daemon_path`, with its trace when
+  // `trace` is set. Throws std::runtime_error.
+  VirtualDevice(const DeviceConfig& config, const std::string& daemon_path, bool trace);
+
+  // Waits until the daemon serves, then connects a PTZ client. Returns false when it does not.
+  bool Start();
+
+  // Serves every peer for as long as `limit`, or until `wake_fd` (-1: none) is readable.
+  // Returns false once the daemon has ended.
+  bool Serve(milliseconds limit, int wake_fd);
+
+  void SendControl(const CameraControl& control);
+  void SendRawByUdp(const std::string& text);
+  void SendRawByClient(const std::string& text);
+  void SendFromHead(const std::string& text);
+
+  // Stops the daemon by SIGTERM and prints how it ended. Returns true for status 0.
+  bool Stop();
+
+  const Sightings& Seen() const { return seen_; }
+
+ private:
+  void ServeLine();
+  void ServeDaemonOutput();
+  void ServeData();
+  void ServeClient();
+  void ReportPose();
+  void PrintDaemonLines(bool all);
+
+  DeviceConfig config_;
+  PtyLine line_;
+  PtzHead head_;
+  UdpPeer data_;
+  UdpPeer sender_;
+  SyslogRecorder syslog_;
+  UniqueFd output_;
+  std::string output_text_;
+  std::unique_ptr<DaemonProcess> daemon_;
+  std::unique_ptr<PtzClient> client_;
+  Sightings seen_;
+  Clock::time_point last_byte_;
+  Clock::time_point last_report_;
+  std::string last_pose_;
+  bool noise_pending_ = false;
+};
+
+}  // namespace sim

@@ -1,0 +1,189 @@
+// Raw bytes through the real daemon: clients, local processes, the serial line.
+#include <sys/socket.h>
+
+#include <numeric>
+
+#include "net/tcp_socket.h"
+#include "tests/system/device_fixture.h"
+
+namespace {
+
+using sim::Bytes;
+using sim::milliseconds;
+using sim::PtzClient;
+using sim::UdpPeer;
+
+Bytes Numbered(size_t count) {
+  Bytes bytes(count);
+  std::iota(bytes.begin(), bytes.end(), static_cast<uint8_t>(1));
+  return bytes;
+}
+
+class RelayBytes : public DeviceTest {
+ protected:
+  // Bytes that arrive at the daemon in one piece: it is held still meanwhile.
+  void SendAtOnce(std::span<const uint8_t> bytes) {
+    daemon->Signal(SIGSTOP);
+    line.Send(bytes);
+    daemon->Signal(SIGCONT);
+  }
+};
+
+TEST_F(RelayBytes, DatagramsToTheDaemon) {
+  Start();
+  const struct {
+    const char* legend;
+    Bytes datagram;
+    const char* line;
+  } rows[] = {
+      {"write", {0x01, 0x70, 0x41, 0x42, 0x43}, "41 42 43"},
+      {"every byte value goes",
+       {0x01, 0x70, 0x00, 0xFF, 0x0A, 0x0D, 0x11, 0x13},
+       "00 FF 0A 0D 11 13"},
+      {"unknown code", {0x02, 0x70, 0x41}, ""},
+      {"code in the other byte order", {0x70, 0x01, 0x41}, ""},
+      {"write of nothing", {0x01, 0x70}, ""},
+      {"half a code", {0x01}, ""},
+      {"empty", {}, ""},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.legend);
+    SendUdp(row.datagram);
+    EXPECT_EQ(Line((std::string(row.line).size() + 1) / 3), row.line);
+    ExpectLineQuiet();
+  }
+}
+
+TEST_F(RelayBytes, LongDatagramIsCutAtTheBuffer) {
+  config.baud_rate = 115200;
+  Start();
+  SendUdp(sim::DaemonDatagram(RS232_UDP_WRITE, Bytes(3000, 0x42)));
+  EXPECT_EQ(line.Receive(3000), Bytes(3000, 0x42));
+  // A datagram beyond the buffer brings no byte of another one and does no harm; how much of it
+  // the line takes in one write is the driver's business.
+  SendUdp(sim::DaemonDatagram(RS232_UDP_WRITE, Bytes(60000, 0x43)));
+  const Bytes taken = line.Receive(RS232_UDP_MAX, milliseconds(300));
+  EXPECT_EQ(taken, Bytes(taken.size(), 0x43));
+  EXPECT_LE(taken.size(), static_cast<size_t>(RS232_UDP_MAX - RS232_UDP_CODE_SIZE));
+  ExpectLineQuiet();
+}
+
+TEST_F(RelayBytes, ClientBytesReachTheLine) {
+  Start();
+  PtzClient client(config.ptz_port);
+  const Bytes bytes = Numbered(1000);
+  client.Send(bytes);
+  EXPECT_EQ(line.Receive(bytes.size()), bytes);
+}
+
+TEST_F(RelayBytes, SerialBytesReachEveryClientAndTheDataPort) {
+  UdpPeer data(SERIAL_DATA_PORT);
+  Start();
+  std::vector<PtzClient> clients;
+  for (int i = 0; i < 10; ++i)
+    clients.emplace_back(config.ptz_port);
+  ASSERT_TRUE(sim::WaitUntil([&] {
+    const std::string log = daemon->Errors();
+    size_t count = 0;
+    for (size_t at = 0; (at = log.find("CONNECT[", at)) != std::string::npos; ++at)
+      ++count;
+    return count == clients.size();
+  }));
+
+  const Bytes bytes = Numbered(100);
+  SendAtOnce(bytes);
+  for (PtzClient& client : clients)
+    EXPECT_EQ(client.Receive(bytes.size()), bytes);
+  // One read a pass, 64 bytes at most: two datagrams.
+  const auto first = data.Receive();
+  const auto second = data.Receive();
+  ASSERT_TRUE(first.has_value() && second.has_value());
+  EXPECT_EQ(sim::Hex({first->data(), 20}),
+            "50 54 50 52 50 32 33 32 40 00 00 00 01 00 00 00 01 02 03 04");
+  EXPECT_EQ(first->size(), 80U);
+  EXPECT_EQ(sim::Hex({second->data(), 17}), "50 54 50 52 50 32 33 32 24 00 00 00 01 00 00 00 41");
+  EXPECT_EQ(second->size(), 52U);
+
+  // The eleventh is let in and out again; the ten stay.
+  PtzClient eleventh(config.ptz_port);
+  EXPECT_TRUE(eleventh.WaitClosed());
+  line.Send(Numbered(1));
+  for (PtzClient& client : clients)
+    EXPECT_EQ(client.Receive(1), Numbered(1));
+
+  // A client that leaves frees its place.
+  clients.erase(clients.begin());
+  ASSERT_TRUE(
+      sim::WaitUntil([&] { return daemon->Errors().find("DISCONNECT : ") != std::string::npos; }));
+  PtzClient next(config.ptz_port);
+  ASSERT_TRUE(sim::WaitUntil([&] {
+    line.Send(Numbered(1));
+    return next.Receive(1, milliseconds(50)).size() == 1;
+  }));
+}
+
+TEST_F(RelayBytes, SerialBytesAreServedWithoutAnyoneListening) {
+  config.ptz_enable = 0;
+  Start({"1"});
+  line.Send(Numbered(3));
+  EXPECT_TRUE(sim::WaitUntil([&] {
+    return daemon->Output().find("  RECV    3: 01 02 03 \n") != std::string::npos;
+  })) << daemon->Output();
+  // Nobody is bound to the data port: the refusal that comes back ends nothing.
+  line.Send(Numbered(2));
+  EXPECT_TRUE(sim::WaitUntil([&] {
+    return daemon->Output().find("  RECV    2: 01 02 \n") != std::string::npos;
+  })) << daemon->Output();
+  EXPECT_EQ(daemon->Stop(), 0);
+}
+
+TEST_F(RelayBytes, ClientThatStopsReadingIsDroppedAndCostsTheOthersNoByte) {
+  constexpr int kSmallBuffer = 4096;
+  Start();
+  PtzClient reader(config.ptz_port);
+  PtzClient idler(config.ptz_port, kSmallBuffer);
+  const double cpu_before = daemon->CpuSeconds();
+  // Fills the idler's buffers, the daemon's and its own, until the daemon has to wait for it.
+  const Bytes chunk = Numbered(4000);
+  Bytes got = chunk;
+  auto held_since = sim::Clock::now();
+  for (int i = 0; got.size() == chunk.size(); ++i) {
+    ASSERT_LT(i, 4000) << "the idler never fills up";
+    held_since = sim::Clock::now();
+    line.Send(chunk);
+    got = reader.Receive(chunk.size(), milliseconds(3000));
+  }
+  // The send that is held ends between 10 and 11 seconds after it began.
+  const Bytes rest = reader.Receive(chunk.size() - got.size(), milliseconds(12000));
+  const auto held = sim::Clock::now() - held_since;
+  got.insert(got.end(), rest.begin(), rest.end());
+  EXPECT_EQ(got, chunk);
+  EXPECT_GE(held, milliseconds(9900));
+  EXPECT_LE(held, milliseconds(12500));
+  EXPECT_NE(daemon->Errors().find("DISCONNECT : "), std::string::npos);
+  // The wait for the idler holds no processor.
+  EXPECT_LT(daemon->CpuSeconds() - cpu_before, 2.0);
+  line.Send(Numbered(5));
+  EXPECT_EQ(reader.Receive(5), Numbered(5));
+}
+
+TEST_F(RelayBytes, PortThatIsServedAlreadyIsLeftAlone) {
+  const int other = ZSK_BindTCPSocketEx(config.ptz_port, ZSK_BIND_REUSEADDR);
+  ASSERT_GE(other, 0);
+  Start();
+  EXPECT_EQ(daemon->Errors().find("ZSK_ConnectTCPSocket"), std::string::npos);
+  ExpectLineQuiet();
+  EXPECT_EQ(daemon->Stop(), 0);
+  close(other);
+}
+
+TEST_F(RelayBytes, LineThatHangsUpCostsNoProcessor) {
+  Start();
+  line.HangUp();
+  const double before = daemon->CpuSeconds();
+  EXPECT_FALSE(daemon->WaitEnd(milliseconds(1000)).has_value());
+  EXPECT_LT(daemon->CpuSeconds() - before, 0.3);
+  EXPECT_EQ(daemon->Stop(), 0);
+}
+
+}  // namespace

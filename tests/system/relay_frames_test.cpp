@@ -1,0 +1,186 @@
+// Camera control through the real daemon: which frames reach the line, and when.
+#include <chrono>
+
+#include "tests/system/device_fixture.h"
+
+namespace {
+
+using sim::milliseconds;
+
+constexpr char kStop[] = "FF 01 00 00 00 00 01";
+
+// A frame and the shortest time since the one before it.
+struct Expected {
+  const char* hex;
+  int after_ms;
+};
+
+struct ControlRow {
+  const char* legend;
+  const char* model;
+  uint16_t code;
+  int first;
+  int second;
+  int third;
+  std::vector<Expected> frames;
+};
+
+class RelayFrames : public DeviceTest {
+ protected:
+  void ExpectFrames(const ControlRow& row) {
+    SCOPED_TRACE(row.legend);
+    Control(row.code, row.first, row.second, row.third);
+    const auto arrivals = line.ReceiveFrames(row.frames.size(), PELCO_FRAME_SIZE);
+    ASSERT_EQ(arrivals.size(), row.frames.size());
+    for (size_t i = 0; i < arrivals.size(); ++i) {
+      EXPECT_EQ(sim::Hex(arrivals[i].bytes), row.frames[i].hex);
+      if (i == 0) continue;
+      // The reader may look up to a millisecond late at the earlier of two frames.
+      EXPECT_GE(arrivals[i].time - arrivals[i - 1].time,
+                milliseconds(row.frames[i].after_ms) - milliseconds(1));
+    }
+  }
+
+  void ExpectAll(const char* model, const std::vector<ControlRow>& rows) {
+    StartModel(model);
+    for (const ControlRow& row : rows) {
+      if (std::string(row.model) == model) ExpectFrames(row);
+    }
+    ExpectLineQuiet();
+  }
+
+  static constexpr size_t PELCO_FRAME_SIZE = 7;
+};
+
+// One row of each kind of each table.
+const std::vector<ControlRow> kRows = {
+    {"plain", "QB-610", 0x2007, 0, 0, 0, {{"FF 01 00 08 00 00 09", 0}}},
+    {"menu", "QB-610", 0x2000, 0, 0, 0, {{"FF 01 00 03 00 5F 63", 0}}},
+    {"nothing", "QB-610", 0x2002, 0, 0, 1, {}},
+    {"another model's code", "QB-610", 0x1020, 5, 0, 0, {}},
+
+    {"parameter", "QB-620", 0x1020, 5, 0, 0, {{"FF 01 00 03 00 05 09", 0}}},
+    {"parameter as a byte", "QB-620", 0x4001, -1, 0, 0, {{"FF 01 00 09 00 FF 09", 0}}},
+    {"pre-stop", "QB-620", 0x1021, 7, 0, 0, {{kStop, 0}, {"FF 01 00 07 00 07 0F", 50}}},
+    {"pre-stop, fixed", "QB-620", 0x4003, 1, 0, 0, {{kStop, 0}, {"FF 01 00 07 00 63 6B", 50}}},
+    {"speed", "QB-620", 0x1072, 100, 0, 0, {{"FF 01 00 25 00 02 28", 0}}},
+    {"speed, lowest", "QB-620", 0x1073, -128, 0, 0, {{"FF 01 00 27 00 FB 23", 0}}},
+    {"joystick", "QB-620", 0x1012, 64, -127, 0, {{"FF 01 00 12 1F 3F 71", 0}}},
+    {"joystick and zoom",
+     "QB-620",
+     0x2002,
+     -1,
+     0,
+     -5,
+     {{"FF 01 00 04 01 00 06", 0}, {"FF 01 00 40 00 00 41", 0}}},
+    {"joystick, zoom only", "QB-620", 0x1012, 0, 0, 1, {{"FF 01 00 20 00 00 21", 0}}},
+    {"joystick at rest", "QB-620", 0x1012, 0, 0, 0, {{kStop, 0}, {kStop, 250}}},
+    {"focus near", "QB-620", 0x2001, 1, 0, 0, {{"FF 01 01 00 00 00 02", 0}}},
+    {"reset", "QB-620", 0xFFFF, 0, 0, 0, {{"FF 01 00 0F 00 00 10", 0}}},
+    {"short stop",
+     "QB-620",
+     0x2009,
+     0,
+     0,
+     0,
+     {{"FF 01 00 04 1D 00 22", 0}, {kStop, 100}, {kStop, 100}}},
+
+    {"short stop",
+     "QB-100",
+     0x2007,
+     0,
+     0,
+     0,
+     {{"FF 01 00 08 00 1D 26", 0}, {kStop, 100}, {kStop, 100}}},
+    {"menu", "QB-100", 0x2005, 0, 0, 0, {{"FF 01 00 03 00 5F 63", 0}, {kStop, 100}, {kStop, 100}}},
+    {"zoom tele", "QB-100", 0x2002, 0, 0, 127, {{"FF 01 00 20 00 00 21", 0}}},
+    {"zoom wide", "QB-100", 0x1012, 9, 9, -128, {{"FF 01 00 40 00 00 41", 0}}},
+    {"long stop", "QB-100", 0x2002, 9, 9, 0, {{kStop, 0}, {kStop, 250}}},
+    {"focus far", "QB-100", 0x2001, -1, 0, 9, {{"FF 01 00 80 00 00 81", 0}}},
+    {"focus stop", "QB-100", 0x2001, 0, 0, 9, {{kStop, 0}, {kStop, 250}}},
+    {"another model's code", "QB-100", 0x1020, 5, 0, 0, {}},
+};
+
+TEST_F(RelayFrames, OfQb610) {
+  ExpectAll("QB-610", kRows);
+}
+
+TEST_F(RelayFrames, OfQb620) {
+  ExpectAll("QB-620", kRows);
+}
+
+TEST_F(RelayFrames, OfEveryOtherModel) {
+  ExpectAll("QB-100", kRows);
+}
+
+TEST_F(RelayFrames, TargetOtherThanFourIsIgnored) {
+  StartModel("QB-100");
+  SendCommand(sim::CameraControlPacket(
+      {.target = 3, .code = CAMERA_CODE_UP, .first = 0, .second = 0, .third = 0}));
+  SendCommand(sim::CommandPacket(CICOMM_PCMD_MICOM_FIRMWARE_UPDATE, {}));
+  ExpectLineQuiet();
+}
+
+TEST_F(RelayFrames, SequenceRunsToItsEndThroughSigterm) {
+  StartModel("QB-100");
+  Control(CAMERA_CODE_UP);
+  const auto first = line.ReceiveFrames(1, PELCO_FRAME_SIZE);
+  ASSERT_EQ(first.size(), 1U);
+  daemon->Signal(SIGTERM);
+  const auto stops = line.ReceiveFrames(2, PELCO_FRAME_SIZE);
+  ASSERT_EQ(stops.size(), 2U);
+  EXPECT_GE(stops[0].time - first[0].time, milliseconds(99));
+  EXPECT_GE(stops[1].time - stops[0].time, milliseconds(99));
+  ExpectEnd(0);
+}
+
+TEST_F(RelayFrames, ModelsWithoutModeAreRelayed) {
+  for (const char* model : {"QB-710", "qb-210", "QB-620 ", ""}) {
+    StartModel(model);
+    Control(CAMERA_CODE_ZOOM, 0, 0, 1);
+    EXPECT_EQ(Line(7), "FF 01 00 20 00 00 21") << model;
+    EXPECT_EQ(daemon->Stop(), 0);
+  }
+}
+
+// --- Hostile packets on the command channel -----------------------------------------------------
+
+TEST_F(RelayFrames, HostilePacketsDoNothingAndStopNothing) {
+  StartModel("QB-610");
+  const auto with_header = [](uint32_t magic, int32_t command, int32_t size, size_t length) {
+    CicommHeader header = {};
+    header.magic.Set(magic);
+    header.version.Set(CICOMM_VERSION);
+    header.command.Set(static_cast<uint32_t>(command));
+    header.size.Set(static_cast<uint32_t>(size));
+    sim::Bytes packet(length);
+    memcpy(packet.data(), &header, std::min(length, sizeof(header)));
+    return packet;
+  };
+  // Each of these follows a good command, whose bytes are then still in the daemon's buffer.
+  const std::vector<sim::Bytes> packets = {
+      {},
+      {0x49},
+      with_header(CICOMM_MAGIC, CICOMM_PCMD_PTZ, 17, 11),
+      with_header(CICOMM_MAGIC, CICOMM_PCMD_PTZ, 17, 31),
+      with_header(CICOMM_MAGIC, CICOMM_PCMD_PTZ, 17, 32),  // claims a payload it has not
+      with_header(CICOMM_MAGIC, CICOMM_PCMD_PTZ, 17, 36),
+      with_header(CICOMM_MAGIC, CICOMM_PCMD_PTZ, 17, 44),  // ends before the code
+      with_header(CICOMM_MAGIC, CICOMM_PCMD_PTZ, -1, 49),  // negative size
+      with_header(CICOMM_MAGIC, CICOMM_PCMD_PTZ, INT32_MAX, 49),
+      with_header(0, CICOMM_PCMD_PTZ, 17, 49),  // no target
+      with_header(CICOMM_MAGIC, INT32_MIN, 17, 49),
+      with_header(CICOMM_MAGIC, CICOMM_PCMD_PTZ, 17, 65507),
+      sim::Bytes(65507, 0xFF),
+  };
+  for (const sim::Bytes& packet : packets) {
+    SCOPED_TRACE(sim::Hex(packet).substr(0, 200) + " of " + std::to_string(packet.size()));
+    Control(CAMERA_CODE_LEFT);
+    SendCommand(packet);
+    Control(CAMERA_CODE_UP);
+    EXPECT_EQ(Line(14), "FF 01 00 04 00 00 05 FF 01 00 08 00 00 09");
+  }
+  ExpectLineQuiet();
+}
+
+}  // namespace

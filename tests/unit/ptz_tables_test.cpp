@@ -1,0 +1,178 @@
+#include "relay/ptz_tables.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "sim/pelco_decoder.h"
+
+namespace {
+
+using std::string;
+
+constexpr const char* kModels[] = {"QB-610", "QB-620", "QB-100"};
+
+PtzSequence Translate(const char* model, int code, int first = 0, int second = 0, int third = 0) {
+  return PtzTranslate(PtzTableForModel(model), {.target = CAMERA_CONTROL_TARGET,
+                                                .code = static_cast<uint16_t>(code),
+                                                .first = static_cast<int8_t>(first),
+                                                .second = static_cast<int8_t>(second),
+                                                .third = static_cast<int8_t>(third)});
+}
+
+// Each frame with the wait before it, e.g. "0: FF 01 00 00 00 00 01 / 250: ...".
+string Text(const PtzSequence& sequence) {
+  string text;
+  for (int i = 0; i < sequence.count; ++i) {
+    const PtzStep& step = sequence.steps[static_cast<size_t>(i)];
+    if (i > 0) text += " / ";
+    text += std::to_string(step.wait_ms) + ": " + sim::Hex(step.frame);
+  }
+  return text;
+}
+
+const string kStop = "FF 01 00 00 00 00 01";
+const string kLongStop = "0: " + kStop + " / 250: " + kStop;
+const string kThenShortStop = " / 100: " + kStop + " / 100: " + kStop;
+
+TEST(PtzTables, SendsFramesAndWaitsOfEachKind) {
+  const struct {
+    const char* model;
+    int code;
+    int first, second, third;
+    string sent;
+  } rows[] = {
+      // plain
+      {"QB-610", 0x2007, 0, 0, 0, "0: FF 01 00 08 00 00 09"},
+      {"QB-620", 0x4004, 9, 0, 0, "0: FF 01 00 07 00 60 68"},
+      {"QB-620", 0xFFFF, 9, 9, 9, "0: FF 01 00 0F 00 00 10"},
+      // short stop
+      {"QB-100", 0x2000, 0, 0, 0, "0: FF 01 00 03 00 5F 63" + kThenShortStop},
+      {"QB-100", 0x2007, 0, 0, 0, "0: FF 01 00 08 00 1D 26" + kThenShortStop},
+      {"QB-620", 0x2009, 0, 0, 0, "0: FF 01 00 04 1D 00 22" + kThenShortStop},
+      // pre-stop, with the parameter and without
+      {"QB-620", 0x1021, 5, 0, 0, "0: " + kStop + " / 50: FF 01 00 07 00 05 0D"},
+      {"QB-620", 0x1061, -128, 0, 0, "0: " + kStop + " / 50: FF 01 00 23 00 80 A4"},
+      {"QB-620", 0x4003, 5, 0, 0, "0: " + kStop + " / 50: FF 01 00 07 00 63 6B"},
+      // parameter as an unsigned byte, and in steps
+      {"QB-620", 0x1020, 0, 7, 7, "0: FF 01 00 03 00 00 04"},
+      {"QB-620", 0x1020, -1, 0, 0, "0: FF 01 00 03 00 FF 03"},
+      {"QB-620", 0x1072, 100, 0, 0, "0: FF 01 00 25 00 02 28"},
+      {"QB-620", 0x1073, 0, 0, 0, "0: FF 01 00 27 00 FF 27"},
+      // zoom and focus by sign
+      {"QB-100", 0x1012, 9, 9, 1, "0: FF 01 00 20 00 00 21"},
+      {"QB-100", 0x2002, 9, 9, -128, "0: FF 01 00 40 00 00 41"},
+      {"QB-100", 0x2002, 9, 9, 0, kLongStop},
+      {"QB-100", 0x2001, 127, 0, 0, "0: FF 01 01 00 00 00 02"},
+      {"QB-620", 0x2001, -1, 0, 0, "0: FF 01 00 80 00 00 81"},
+      {"QB-620", 0x2001, 0, 9, 9, kLongStop},
+      // joystick
+      {"QB-620", 0x1012, 64, -127, 0, "0: FF 01 00 12 1F 3F 71"},
+      {"QB-620", 0x2002, -1, 0, 0, "0: FF 01 00 04 01 00 06"},
+      {"QB-620", 0x1012, 0, 127, 5, "0: FF 01 00 08 00 3F 48 / 0: FF 01 00 20 00 00 21"},
+      {"QB-620", 0x1012, 0, 0, -5, "0: FF 01 00 40 00 00 41"},
+      {"QB-620", 0x1012, 0, 0, 0, kLongStop},
+      // models by their whole name
+      {"QB-6100", 0x2007, 0, 0, 0, "0: FF 01 00 08 00 1D 26" + kThenShortStop},
+      {"qb-620", 0x4004, 0, 0, 0, ""},
+      {"", 0x2009, 0, 0, 0, "0: FF 01 00 04 1D 00 22" + kThenShortStop},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(Text(Translate(row.model, row.code, row.first, row.second, row.third)), row.sent)
+        << row.model << ' ' << std::hex << row.code;
+  }
+}
+
+TEST(PtzTables, AnswersOnlyTheCodesOfTheModel) {
+  const std::vector<int> codes[] = {
+      {0x2000, 0x2005, 0x2007, 0x2008, 0x2009, 0x200A},
+      {0x1005, 0x1006, 0x1009, 0x1012, 0x1020, 0x1021, 0x1022, 0x1060, 0x1061,
+       0x1072, 0x1073, 0x1091, 0x1092, 0x2000, 0x2001, 0x2002, 0x2005, 0x2007,
+       0x2008, 0x2009, 0x200A, 0x4001, 0x4002, 0x4003, 0x4004, 0xFFFF},
+      {0x1012, 0x2000, 0x2001, 0x2002, 0x2005, 0x2007, 0x2008, 0x2009, 0x200A},
+  };
+  for (size_t model = 0; model < std::size(kModels); ++model) {
+    for (int code = 0; code <= 0xFFFF; ++code) {
+      const bool known =
+          std::find(codes[model].begin(), codes[model].end(), code) != codes[model].end();
+      for (const int parameter : {0, 1, 127, -128}) {
+        const PtzSequence sequence =
+            Translate(kModels[model], code, parameter, parameter, parameter);
+        ASSERT_EQ(sequence.count > 0, known) << kModels[model] << ' ' << std::hex << code;
+        ASSERT_LE(sequence.count, 3);
+        for (int i = 0; i < sequence.count; ++i) {
+          const PelcoFrame& frame = sequence.steps[static_cast<size_t>(i)].frame;
+          const int sum = frame[1] + frame[2] + frame[3] + frame[4] + frame[5];
+          ASSERT_EQ(frame[0], 0xFF);
+          ASSERT_EQ(frame[1], 0x01);
+          ASSERT_EQ(frame[6], sum % 256);
+          ASSERT_EQ(sim::DescribePelco(frame).find("unknown"), string::npos) << sim::Hex(frame);
+        }
+      }
+    }
+  }
+}
+
+// Pan axis into data 1 with the bits of its direction, tilt axis into data 2 with those of its
+// own: `at` is the axis, 0 or 1.
+void CheckAxis(int at, uint8_t positive, uint8_t negative) {
+  int last_speed = 0;
+  for (int size = 0; size <= 128; ++size) {
+    int speeds[2];
+    for (const bool forward : {true, false}) {
+      if (forward && size == 128) continue;
+      const int value = forward ? size : -size;
+      // The other axis moves at top speed, so that there is a frame for 0 as well.
+      const PtzSequence sequence =
+          Translate("QB-620", 0x1012, at == 0 ? value : 127, at == 0 ? 127 : value);
+      ASSERT_EQ(sequence.count, 1);
+      const PelcoFrame& frame = sequence.steps[0].frame;
+      const int bits = frame[3] & (positive | negative);
+      ASSERT_EQ(bits, value == 0 ? 0 : value > 0 ? positive : negative) << value;
+      ASSERT_EQ(frame[at == 0 ? 5 : 4], 63);
+      speeds[forward ? 0 : 1] = frame[at == 0 ? 4 : 5];
+    }
+    if (size == 128) speeds[0] = speeds[1];
+    ASSERT_EQ(speeds[0], speeds[1]) << size;
+    ASSERT_GE(speeds[0], last_speed) << size;
+    ASSERT_LE(speeds[0] - last_speed, 1) << size;
+    // Rounded down, except that nothing but 0 stands and that both ends reach the top.
+    if (size == 127) {
+      ASSERT_EQ(speeds[0], 63);
+    } else if (size > 2) {
+      ASSERT_LE(speeds[0] * 128, size * 63);
+      ASSERT_GT((speeds[0] + 1) * 128, size * 63);
+    } else {
+      ASSERT_EQ(speeds[0], size == 0 ? 0 : 1);
+    }
+    last_speed = speeds[0];
+  }
+}
+
+TEST(PtzTables, ScalesTheJoystick) {
+  CheckAxis(0, 0x02, 0x04);
+  CheckAxis(1, 0x08, 0x10);
+}
+
+TEST(PtzTables, CountsMotorSpeedInStepsOf31) {
+  const struct {
+    int from, to;
+    uint8_t speed;
+  } rows[] = {
+      {-128, -124, 0xFB}, {-123, -93, 0xFC}, {-92, -62, 0xFD}, {-61, -31, 0xFE}, {-30, 30, 0xFF},
+      {31, 61, 0x00},     {62, 92, 0x01},    {93, 123, 0x02},  {124, 127, 0x03},
+  };
+  int next = -128;
+  for (const auto& row : rows) {
+    ASSERT_EQ(row.from, next);  // every value is in one row
+    for (; next <= row.to; ++next) {
+      EXPECT_EQ(Translate("QB-620", 0x1072, next).steps[0].frame[5], row.speed) << next;
+      EXPECT_EQ(Translate("QB-620", 0x1073, next).steps[0].frame[5], row.speed) << next;
+    }
+  }
+  EXPECT_EQ(next, 128);
+}
+
+}  // namespace
