@@ -7,8 +7,8 @@
 // the camera daemon which exposure setting goes with the iris.
 //
 // Three places of the iris are told apart, since the iris reports none: at its closed end, on
-// its way, at its open end. An end is taken as reached when PIRIS_PATIENCE steps in a row have
-// asked for more the same way, and as left again when as many ask for the other way; a single
+// its way, at its open end. An end is taken as reached when more than PIRIS_PATIENCE steps in a row
+// have asked for more the same way, and as left when as many ask for the other way; a single
 // figure that is off never changes the state. While the iris has travel left it does the
 // regulating, with one exposure setting. At the open end it can give no more light: the exposure
 // gets the other setting, and the iris waits until the picture is too bright although the level
