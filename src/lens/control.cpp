@@ -83,6 +83,12 @@ void StartPirisWorker() {
   g_piris_worker.Start(&g_piris_worker);
 }
 
+// A worker that is in a long sleep is not waited for; it must only not touch what is closed next.
+void StopPirisWorker() {
+  g_piris_worker.Stop(&g_piris_worker);
+  piris_release();
+}
+
 // --- Start-up ----------------------------------------------------------------------------------
 
 // What the high byte of the version holds beside the major number, and the command that writes
@@ -275,6 +281,6 @@ int camd_a5s(Rs232Context* p_param) {
   ModePass pass;
   ModePassInit(&pass, &g_mfz.context, &kHooks, nullptr);
   pass.Run(&pass);
-  g_piris_worker.Stop(&g_piris_worker);
+  StopPirisWorker();
   return 0;
 }

@@ -100,7 +100,7 @@ void Approach() {
 }
 
 void Finish() {
-  // Once more for those who watch the camera daemon; the figure itself is of no use any more.
+  // One last question from where the search ended; the figure itself is not used.
   get_focus_value();
   printf("TRACE\t%4d\t%4d\tdiff=%4d\n", g_mfz.posZoom, g_search.best_position,
          g_search.best_position - g_search.start_position);

@@ -1,6 +1,7 @@
 #include "lens/piris.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
 
 #include "ipc/cicomm.h"
@@ -97,10 +98,33 @@ constexpr std::array<StateFunction, STM_IRIS_LAST> kStates = {Init, Min, Mov, Ma
 
 // --- What it acts on ---------------------------------------------------------------------------
 
+// Whether the worker may use what the mode lent it, and whether it is doing so. Each side sets
+// its own flag before it looks at the other's, so one of them always sees the other.
+std::atomic<bool> g_is_released = false;
+std::atomic<bool> g_is_sending = false;
+
+// Returns true when the worker may send; EndSend is due then.
+bool BeginSend() {
+  g_is_sending = true;
+  if (!g_is_released) return true;
+  g_is_sending = false;
+  return false;
+}
+
+void EndSend() {
+  g_is_sending = false;
+}
+
+void MoveByWorker(int32_t steps) {
+  if (!BeginSend()) return;
+  PirisMove(steps);
+  EndSend();
+}
+
 void CoarseMove(int count, int32_t steps) {
   for (int i = 0; i < count; ++i) {
     SleepMs(PIRIS_COARSE_PAUSE_MS);
-    PirisMove(steps);
+    MoveByWorker(steps);
     g_mfz.iris_position = std::min(g_mfz.iris_position + steps, PIRIS_TRAVEL);
   }
 }
@@ -144,7 +168,7 @@ void Regulate() {
   piris_query_exposure(&reading.level, &reading.deviation);
   const PirisOrder order = PirisRegulate(&g_mfz.piris, reading);
   MakeExposure(order.exposure);
-  if (order.steps != 0) PirisMove(order.steps);
+  if (order.steps != 0) MoveByWorker(order.steps);
 }
 
 }  // namespace
@@ -159,6 +183,7 @@ void PirisMove(int32_t steps) {
 
 int piris_start() {
   g_mfz.iris_position = PIRIS_TRAVEL;
+  g_is_released = false;
   return 0;
 }
 
@@ -173,6 +198,13 @@ int piris_step() {
     Regulate();
   }
   return 0;
+}
+
+void piris_release() {
+  constexpr int kLookAgainMs = 1;
+  g_is_released = true;
+  while (g_is_sending)
+    SleepMs(kLookAgainMs);
 }
 
 void piris_open_full() {
@@ -196,5 +228,7 @@ int piris_query_exposure(int32_t* level, int32_t* deviation) {
 
 void piris_set_exposure(int32_t setting) {
   CICOMM* channel = g_mfz.context.command;
-  if (channel != nullptr) CameraSetExposure(channel, setting);
+  if (channel == nullptr || !BeginSend()) return;
+  CameraSetExposure(channel, setting);
+  EndSend();
 }

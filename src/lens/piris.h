@@ -7,13 +7,13 @@
 // the camera daemon which exposure setting goes with the iris.
 //
 // Three places of the iris are told apart, since the iris reports none: at its closed end, on
-// its way, at its open end. An end is taken as reached when PIRIS_PATIENCE steps in a row have
-// asked for more the same way, and as left again when as many ask for the other way; a single
-// figure that is off never moves the machine. On the way the iris does the regulating, the
-// exposure stays at its short setting. At the open end the iris can give no more light: the
-// exposure gets its long setting, and the iris waits until the picture is too bright although
-// the level has come down. Nothing ends the machine but the mode's end; it is not reset when
-// regulation is switched off and on again.
+// its way, at its open end. An end is taken as reached when more than PIRIS_PATIENCE steps in a row
+// have asked for more the same way, and as left when as many ask for the other way; a single
+// figure that is off never changes the state. While the iris has travel left it does the
+// regulating, with one exposure setting. At the open end it can give no more light: the exposure
+// gets the other setting, and the iris waits until the picture is too bright although the level
+// is no longer above PIRIS_LEVEL_BRIGHT. Nothing ends the machine but the mode's end; it is not
+// reset when regulation is switched off and on again.
 #pragma once
 
 #include <array>
@@ -81,6 +81,11 @@ PirisOrder PirisRegulate(PirisRegulator* regulator, const PirisReading& reading)
 // nothing to do it pauses for a few milliseconds. Both return 0.
 int piris_start();
 int piris_step();
+
+// Takes the serial line and the lens mode's channel away from the worker, for the loop's thread
+// to call before they are closed: a worker in a long sleep may outlive the mode. Waits while the
+// worker is sending. From then on its moves and settings go nowhere.
+void piris_release();
 
 // Moves the iris by `steps`: one frame. Any thread.
 void PirisMove(int32_t steps);

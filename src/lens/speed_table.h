@@ -7,7 +7,7 @@
 struct MotorSpeed {
   uint32_t code;    // what I2M_ADDR_MOTOR_SPEED takes
   uint32_t pps;     // steps per second
-  float period_ms;  // milliseconds a step; the lens code's figure, rounded to two places
+  float period_ms;  // milliseconds a step; a figure of its own, not 1000 / pps
   char name[20];
 };
 

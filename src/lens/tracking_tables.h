@@ -1,7 +1,6 @@
-// Zoom-to-focus curves of the lenses: where the focus has to stand for a zoom position, for an
-// object far away.
+// Zoom-to-focus curves of the lenses: where the focus has to stand for a zoom position.
 //
-// Motor steps from the zero ends of both motors, measured every TRACKING_SPACING zoom steps.
+// Motor steps from the zero ends of both motors, one entry every TRACKING_SPACING zoom steps.
 #pragma once
 
 #include <array>

@@ -132,6 +132,12 @@ TEST_F(Piris, CoarseMovesArePacedAndBounded) {
   EXPECT_EQ(g_mfz.iris_position, 48);
 }
 
+TEST_F(Piris, ReleasedWorkerSendsNothing) {
+  piris_release();
+  piris_close_half();
+  EXPECT_TRUE(line_.TakeWrites().empty());
+}
+
 TEST_F(Piris, ManualRequestIsServedOnce) {
   g_mfz.piris_manual_req = 1;
   testing::internal::CaptureStdout();
