@@ -24,19 +24,20 @@ double Sign(bool positive, bool negative) {
 
 }  // namespace
 
-PtzHead::PtzHead(Clock::time_point now) : now_(now) {
+PtzHead::PtzHead(Clock::time_point now) : now_(now), last_byte_(now) {
   decoder_.on_frame = [this](const PelcoFrame& frame) { TakeFrame(frame); };
   decoder_.on_noise = [this](std::span<const uint8_t> bytes) { on_noise(bytes); };
 }
 
 void PtzHead::Feed(std::span<const uint8_t> bytes, Clock::time_point now) {
   Advance(now);
+  last_byte_ = now;
   decoder_.Feed(bytes);
 }
 
-void PtzHead::Quiet(Clock::time_point now) {
+void PtzHead::Tick(Clock::time_point now) {
   Advance(now);
-  decoder_.Flush();
+  if (now - last_byte_ >= kQuietAfter) decoder_.Flush();
 }
 
 HeadPose PtzHead::Pose(Clock::time_point now) {

@@ -1,17 +1,16 @@
 // A pan/tilt/zoom head on the far end of the line.
 //
 // It decodes Pelco-D, turns its motors while a motion lasts, keeps presets, and answers each
-// frame as heads do. Time is handed in, so that a test may choose it.
+// frame as heads do: sync, address, alarms (none), checksum.
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <map>
 #include <span>
 #include <string>
 
+#include "sim/far_end.h"
 #include "sim/pelco_decoder.h"
-#include "sim/wait.h"
 
 namespace sim {
 
@@ -30,28 +29,21 @@ constexpr double kHeadLowestShare = 1.0 / 64;  // of the top, at Pelco speed 0
 constexpr double kHeadZoomRate = 3;            // magnifications a second at zoom speed 1
 constexpr double kHeadFocusRate = 25;          // percent a second at focus speed 1
 
-class PtzHead {
+class PtzHead : public FarEnd {
  public:
   explicit PtzHead(Clock::time_point now);
 
-  // Takes bytes from the line. `now` must not go back.
-  void Feed(std::span<const uint8_t> bytes, Clock::time_point now);
-  // The line is quiet: what is left of a broken frame is noise.
-  void Quiet(Clock::time_point now);
+  void Feed(std::span<const uint8_t> bytes, Clock::time_point now) override;
+  void Tick(Clock::time_point now) override;
+  const char* Name() const override { return "head"; }
+  std::string Describe() const override { return "at " + Describe(pose_); }
+  bool IsMoving() const override;
 
   HeadPose Pose(Clock::time_point now);
-  bool IsMoving() const;
   int FrameCount() const { return frame_count_; }
 
   // The pose in words, e.g. "pan 12.5 deg, tilt -3.0 deg, zoom 1.0x, focus 50 %".
   static std::string Describe(const HeadPose& pose);
-
-  // What the head understood, in words.
-  std::function<void(const std::string&)> on_words = [](const std::string&) {};
-  // Bytes that are no frame.
-  std::function<void(std::span<const uint8_t>)> on_noise = [](std::span<const uint8_t>) {};
-  // The head's answer to a frame: sync, address, alarms (none), checksum.
-  std::function<void(std::span<const uint8_t>)> on_answer = [](std::span<const uint8_t>) {};
 
  private:
   void Advance(Clock::time_point now);
@@ -61,6 +53,7 @@ class PtzHead {
 
   PelcoDecoder decoder_;
   Clock::time_point now_;
+  Clock::time_point last_byte_;
   HeadPose pose_;
   HeadPose rate_ = {0, 0, 0, 0};  // change of the pose a second
   double zoom_speed_ = 1;

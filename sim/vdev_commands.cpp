@@ -125,7 +125,7 @@ struct RawRow {
 constexpr std::array<RawRow, 3> kRaw = {{
     {"tcp", &VirtualDevice::SendRawByClient, "TEXT: bytes from a PTZ client to the line"},
     {"udp", &VirtualDevice::SendRawByUdp, "TEXT: bytes from a local process to the line"},
-    {"say", &VirtualDevice::SendFromHead, "TEXT: bytes from the head"},
+    {"say", &VirtualDevice::SendFromFarEnd, "TEXT: bytes from the far end"},
 }};
 
 void PrintHelp() {

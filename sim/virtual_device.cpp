@@ -13,15 +13,14 @@
 
 #include "ipc/cicomm.h"
 #include "relay/daemon_datagram.h"
+#include "sim/far_end_models.h"
 
 namespace sim {
 namespace {
 
-// How often the head's pose is looked at, and printed while it moves.
-constexpr milliseconds kLookEvery{20};
+// How often time passes for the far end, and how often it is described while it moves.
+constexpr milliseconds kTickEvery{5};
 constexpr milliseconds kReportEvery{500};
-// A line that is quiet for this long has no more bytes of a broken frame to come.
-constexpr milliseconds kQuietAfter{50};
 
 void Print(const char* who, const std::string& words) {
   printf("%-6s | %s\n", who, words.c_str());
@@ -51,21 +50,20 @@ Bytes BytesOf(const std::string& text) {
 VirtualDevice::VirtualDevice(const DeviceConfig& config, const std::string& daemon_path, bool trace)
     : config_(config),
       line_(config.serial_path),
-      head_(Clock::now()),
+      far_end_(MakeFarEnd(config.model, line_, Clock::now())),
       data_(SERIAL_DATA_PORT),
-      last_byte_(Clock::now()),
       last_report_(Clock::now()),
-      last_pose_(PtzHead::Describe(head_.Pose(Clock::now()))) {
+      last_description_(far_end_->Describe()) {
   InstallDevice(config);
-  head_.on_words = [this](const std::string& words) {
+  far_end_->on_words = [this](const std::string& words) {
     ++seen_.frames;
-    Print("head", words);
+    Print(far_end_->Name(), words);
   };
-  head_.on_noise = [this](std::span<const uint8_t> bytes) {
+  far_end_->on_noise = [this](std::span<const uint8_t> bytes) {
     seen_.raw_to_line.append(bytes.begin(), bytes.end());
-    Print("head", Count(bytes.size()) + " that are no frame: " + Dump(bytes));
+    Print(far_end_->Name(), Count(bytes.size()) + " that are no frame: " + Dump(bytes));
   };
-  head_.on_answer = [this](std::span<const uint8_t> bytes) { line_.Send(bytes); };
+  far_end_->on_answer = [this](std::span<const uint8_t> bytes) { line_.Send(bytes); };
 
   int pipe_fds[2];
   if (pipe2(pipe_fds, O_CLOEXEC | O_NONBLOCK) != 0) throw std::runtime_error("cannot make a pipe");
@@ -101,13 +99,13 @@ bool VirtualDevice::Serve(milliseconds limit, int wake_fd) {
                                       {client_ ? client_->Fd() : -1, POLLIN, 0},
                                       {wake_fd, POLLIN, 0}}};
     const auto left = std::chrono::duration_cast<milliseconds>(end - Clock::now());
-    const milliseconds pause = std::clamp(left, milliseconds(0), kLookEvery);
+    const milliseconds pause = std::clamp(left, milliseconds(0), kTickEvery);
     poll(sources.data(), sources.size(), static_cast<int>(pause.count()));
     if (sources[0].revents != 0) ServeLine();
     if (sources[1].revents != 0) ServeDaemonOutput();
     if (sources[2].revents != 0) ServeData();
     if (sources[3].revents != 0) ServeClient();
-    ReportPose();
+    ReportFarEnd();
     fflush(stdout);
     if (daemon_->WaitEnd(milliseconds(0)).has_value()) return false;
     if (sources[4].revents != 0 || Clock::now() >= end) return true;
@@ -118,10 +116,9 @@ void VirtualDevice::ServeLine() {
   std::array<uint8_t, 4096> bytes;
   const ssize_t count = read(line_.FarEnd(), bytes.data(), bytes.size());
   if (count <= 0) return;
-  last_byte_ = Clock::now();
-  noise_pending_ = true;
-  if (!head_.IsMoving()) last_report_ = last_byte_;
-  head_.Feed({bytes.data(), static_cast<size_t>(count)}, last_byte_);
+  const auto now = Clock::now();
+  if (!far_end_->IsMoving()) last_report_ = now;
+  far_end_->Feed({bytes.data(), static_cast<size_t>(count)}, now);
 }
 
 void VirtualDevice::PrintDaemonLines(bool all) {
@@ -168,17 +165,14 @@ void VirtualDevice::ServeClient() {
   Print("client", Count(received.size()) + " on the PTZ TCP connection: " + Dump(received));
 }
 
-void VirtualDevice::ReportPose() {
+void VirtualDevice::ReportFarEnd() {
   const auto now = Clock::now();
-  if (noise_pending_ && now - last_byte_ >= kQuietAfter) {
-    head_.Quiet(now);
-    noise_pending_ = false;
-  }
-  if (head_.IsMoving() && now - last_report_ < kReportEvery) return;
-  const std::string pose = PtzHead::Describe(head_.Pose(now));
-  if (pose == last_pose_) return;
-  Print("head", "at " + pose);
-  last_pose_ = pose;
+  far_end_->Tick(now);
+  if (far_end_->IsMoving() && now - last_report_ < kReportEvery) return;
+  const std::string description = far_end_->Describe();
+  if (description == last_description_) return;
+  Print(far_end_->Name(), description);
+  last_description_ = description;
   last_report_ = now;
 }
 
@@ -199,7 +193,7 @@ void VirtualDevice::SendRawByClient(const std::string& text) {
   client_->Send(BytesOf(text));
 }
 
-void VirtualDevice::SendFromHead(const std::string& text) {
+void VirtualDevice::SendFromFarEnd(const std::string& text) {
   line_.Send(BytesOf(text));
 }
 

@@ -1,5 +1,5 @@
-// The virtual device: the daemon on a pty line with a PTZ head behind it, and the processes
-// around it. It prints in plain lines what each of them sees.
+// The virtual device: the daemon on a pty line with the far end of its model behind it, and the
+// processes around it. It prints in plain lines what each of them sees.
 #pragma once
 
 #include <functional>
@@ -8,9 +8,9 @@
 
 #include "sim/daemon_process.h"
 #include "sim/device.h"
+#include "sim/far_end.h"
 #include "sim/peers.h"
 #include "sim/pty_line.h"
-#include "sim/ptz_head.h"
 
 namespace sim {
 
@@ -19,7 +19,7 @@ struct Sightings {
   std::string raw_to_line;     // bytes at the far end of the line that were no frame
   std::string line_to_client;  // bytes that the PTZ client received
   std::string line_to_data;    // bytes that came as serial data datagrams
-  int frames = 0;              // frames that the head understood
+  int frames = 0;              // frames that the far end understood
 };
 
 class VirtualDevice {
@@ -38,7 +38,7 @@ class VirtualDevice {
   void SendControl(const CameraControl& control);
   void SendRawByUdp(const std::string& text);
   void SendRawByClient(const std::string& text);
-  void SendFromHead(const std::string& text);
+  void SendFromFarEnd(const std::string& text);
 
   // Stops the daemon by SIGTERM and prints how it ended. Returns true for status 0.
   bool Stop();
@@ -50,12 +50,12 @@ class VirtualDevice {
   void ServeDaemonOutput();
   void ServeData();
   void ServeClient();
-  void ReportPose();
+  void ReportFarEnd();
   void PrintDaemonLines(bool all);
 
   DeviceConfig config_;
   PtyLine line_;
-  PtzHead head_;
+  std::unique_ptr<FarEnd> far_end_;
   UdpPeer data_;
   UdpPeer sender_;
   SyslogRecorder syslog_;
@@ -64,10 +64,8 @@ class VirtualDevice {
   std::unique_ptr<DaemonProcess> daemon_;
   std::unique_ptr<PtzClient> client_;
   Sightings seen_;
-  Clock::time_point last_byte_;
   Clock::time_point last_report_;
-  std::string last_pose_;
-  bool noise_pending_ = false;
+  std::string last_description_;
 };
 
 }  // namespace sim

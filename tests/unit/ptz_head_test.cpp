@@ -78,7 +78,7 @@ TEST(PtzHead, FindsFramesInNoise) {
         const size_t size = std::min(piece, all.size() - at);
         bench.Feed(Bytes(begin, begin + static_cast<std::ptrdiff_t>(size)));
       }
-      bench.head.Quiet(bench.now);
+      bench.head.Tick(bench.now + sim::kQuietAfter);
       EXPECT_EQ(bench.log, row.words) << row.legend << ", pieces of " << piece;
       const string noise = sim::Hex(row.noise);
       EXPECT_EQ(bench.noise, noise.empty() ? noise : noise + ' ') << row.legend << ' ' << piece;
