@@ -20,6 +20,8 @@ void OnTerminate(int /*signal*/) {
   g_rs232_stop = 1;
 }
 
+void OnBrokenPipe(int /*signal*/) {}
+
 // Without standard streams the first files opened would take their numbers, and messages would
 // end in the parameter block or on the line.
 void EnsureStandardStreams() {
@@ -31,8 +33,9 @@ void EnsureStandardStreams() {
 
 void InstallSignalHandlers() {
   signal(SIGTERM, OnTerminate);
-  // A reader of the trace that goes away must not end the daemon.
-  signal(SIGPIPE, SIG_IGN);
+  // A reader of the trace that goes away must not end the daemon. A handler rather than SIG_IGN:
+  // the device programs that the daemon runs start with the default action.
+  signal(SIGPIPE, OnBrokenPipe);
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 #include "ipc/csysmgr.h"
 
-#include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -8,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "net/ipv4_address.h"
 #include "net/udp_socket.h"
 
 namespace {
@@ -32,10 +32,7 @@ int CSYSMGR_SendPacket(int32_t code, const void* data, int size) {
     puts("[CSYSMGR_SendPacket] local socket error. exit");
     return -1;
   }
-  sockaddr_in to = {};
-  to.sin_family = AF_INET;
-  to.sin_port = htons(CSYSMGR_PORT);
-  to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  const sockaddr_in to = ZSK_Ipv4Address(INADDR_LOOPBACK, CSYSMGR_PORT);
   const int sent = ZSK_SendUDPData(fd, &packet, CSYSMGR_HEADER_SIZE + size, &to);
   if (sent == -1) {
     printf("[CSYSMGR_SendPacket] : error while send message : %s\n", strerror(errno));

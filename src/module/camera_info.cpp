@@ -1,6 +1,5 @@
 #include "module/camera_info.h"
 
-#include <cstdarg>
 #include <cstdio>
 
 #include "module/module_send.h"
@@ -9,21 +8,12 @@
 
 namespace {
 
-[[gnu::format(printf, 1, 2)]] void RunCommand(const char* format, ...) {
-  char command[CAMERA_INFO_COMMAND_SIZE] = {};
-  va_list values;
-  va_start(values, format);
-  vsnprintf(command, sizeof(command), format, values);
-  va_end(values);
-  CUTIL_RunCommand(command);
-}
-
 // --- SD ----------------------------------------------------------------------------------------
 
 void WriteSdFile(uint8_t model) {
-  RunCommand("echo VERSION=0.0 > /var/nvt/camera.info");
-  RunCommand("echo MODEL=%d >> /var/nvt/camera.info", model);
-  RunCommand("echo RESOLUTION=sd >> /var/nvt/camera.info");
+  CUTIL_RunCommand("echo VERSION=0.0 > /var/nvt/camera.info");
+  CUTIL_RunCommand("echo MODEL=%d >> /var/nvt/camera.info", model);
+  CUTIL_RunCommand("echo RESOLUTION=sd >> /var/nvt/camera.info");
 }
 
 // --- HD ----------------------------------------------------------------------------------------
@@ -65,10 +55,10 @@ bool IsComplete(const HdCameraInfo& info) {
 void WriteHdFile(const HdCameraInfo& info) {
   char version[sizeof("15.15")];
   snprintf(version, sizeof(version), "%d.%d", info.version >> 4, info.version & 0x0F);
-  RunCommand("echo VERSION=%s > /var/nvt/camera.info", version);
-  RunCommand("echo MODEL=%s >> /var/nvt/camera.info", HdModelText(info.sensor));
-  RunCommand("echo RESOLUTION=%s >> /var/nvt/camera.info",
-             HdResolutionText(info.sensor, info.resolution_flag));
+  CUTIL_RunCommand("echo VERSION=%s > /var/nvt/camera.info", version);
+  CUTIL_RunCommand("echo MODEL=%s >> /var/nvt/camera.info", HdModelText(info.sensor));
+  CUTIL_RunCommand("echo RESOLUTION=%s >> /var/nvt/camera.info",
+                   HdResolutionText(info.sensor, info.resolution_flag));
 }
 
 }  // namespace

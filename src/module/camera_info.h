@@ -14,8 +14,6 @@
 #include "module/hd_frame.h"
 #include "relay/pelco_d.h"
 
-// Size of a command's text, its NUL included.
-constexpr int CAMERA_INFO_COMMAND_SIZE = 256;
 // Longest wait for the answer to one query, seconds.
 constexpr int CAMERA_INFO_ANSWER_S = 3;
 // A model code that no module has told yet.

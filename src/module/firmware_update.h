@@ -26,5 +26,6 @@ constexpr int MICOM_SERIES = 5;
 
 // Runs the whole update on the daemon's serial port, which is closed and opened again on the
 // way; its new descriptor goes into `context`. Blocks until the end: seconds to minutes, with
-// nothing else served. Main thread only. Returns 0, or -1 after one line that tells why.
+// nothing else served. Main thread only. Returns 0, or -1 after one line that tells why
+// (and one of CUTIL_LoadFile before it when there is no image).
 int MicomFirmwareUpdate(Rs232Context* context);

@@ -1,8 +1,7 @@
 // The 10-byte frame between the daemon and the microcontroller (micom) of an HD camera module.
 //
 // Builds frames and names their bytes, commands and values. The micom answers a query with a
-// frame of the same length whose value stands at HD_DATA_AT; a setting is not answered. Free of
-// I/O.
+// frame of the same length whose value stands at HD_DATA_AT. Free of I/O.
 #pragma once
 
 #include <array>
@@ -59,7 +58,7 @@ enum HdLens : uint8_t {
 
 // Data of every query, and of a setting that has none.
 constexpr uint8_t HD_NO_DATA = 0;
-// No query is answered with this value: a value not known, a parameter not given.
+// A value not known, a parameter not given. A micom that answers this is taken as not known.
 constexpr uint8_t HD_NO_VALUE = 0xFF;
 
 using HdFrame = std::array<uint8_t, HD_FRAME_SIZE>;

@@ -83,7 +83,8 @@ void OnCameraControl(void* mode, const CameraControl& control) {
   HdModuleSend(hd->context.serial, setting.command, HD_SETTING, setting.data);
 }
 
-// A failed update is followed by the same reboot: only that brings the micom back.
+// A failed update is followed by the same reboot: it brings back a micom that was left in its
+// update mode.
 [[noreturn]] void UpdateFirmwareAndReboot(HdMode* hd) {
   printf("CICOMM_PCMD_MICOM_FIRMWARE_UPDATE\n");
   MicomFirmwareUpdate(&hd->context);

@@ -60,7 +60,7 @@ uint16_t MicomCrc(std::span<const uint8_t> bytes);
 
 MicomPacket MicomHeaderPacket(uint32_t payload_length);
 
-// Takes 1 to MICOM_DATA_MAX payload bytes.
+// Takes 1 to MICOM_DATA_MAX payload bytes; more are cut.
 MicomPacket MicomDataPacket(std::span<const uint8_t> bytes);
 
 // Takes the whole payload.

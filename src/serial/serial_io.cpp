@@ -15,6 +15,7 @@ namespace {
 constexpr int kReadSliceMs = 100;
 // Pause after a read that failed at once, so that a dead line is not asked in a tight loop.
 constexpr int kFailedReadPauseUs = 10'000;
+constexpr int64_t kUsPerS = 1'000'000;
 
 // A line is put together here and written in one piece: two threads may trace at once. A read
 // or a frame fits whole; of the largest datagram the rest follows in further pieces.
@@ -79,12 +80,15 @@ int SerialRecv(int /*fd*/, void* buffer, int length, int timeout_s) {
   if (port == nullptr || buffer == nullptr) return -1;
   uint8_t* bytes = static_cast<uint8_t*>(buffer);
   const time_t deadline = time(nullptr) + timeout_s;
+  // The same limit for a wall clock that is set back meanwhile, as it is when the device boots.
+  const int64_t latest_us = CUTIL_MonotonicUs() + (timeout_s + 1) * kUsPerS;
   int received = 0;
   while (true) {
     const int count = port->Read(port, bytes + received, length - received, kReadSliceMs);
     SerialTraceIfEnabled(SERIAL_TRACE_RECV, bytes + received, count);
     if (count > 0) received += count;
     if (received >= length || time(nullptr) > deadline) return received;
+    if (CUTIL_MonotonicUs() >= latest_us) return received;
     if (count <= 0 && count != SERIAL_READ_TIMEOUT) CUTIL_SleepUs(kFailedReadPauseUs);
   }
 }

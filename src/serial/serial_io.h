@@ -26,7 +26,7 @@ void SerialTraceIfEnabled(const char* tag, const uint8_t* buffer, int length);
 int SerialSend(int fd, const void* buffer, int length);
 
 // Reads until `length` bytes are there or the deadline has passed: `timeout_s` whole seconds of
-// the wall clock, so the call ends about timeout_s + 1 seconds after it began at the latest,
-// unless that clock is set back. Failed reads do not end it. `fd` is not used. Returns the bytes
+// the wall clock, so the call ends about timeout_s + 1 seconds after it began at the latest, also
+// when that clock is set back. Failed reads do not end it. `fd` is not used. Returns the bytes
 // stored (0 to `length`), or -1 while the port is closed or when `buffer` is null.
 int SerialRecv(int fd, void* buffer, int length, int timeout_s);

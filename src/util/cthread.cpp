@@ -2,6 +2,7 @@
 
 #include <pthread.h>
 
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 
@@ -19,7 +20,9 @@ void RunSteps(CTHREAD* self) {
 void* CTHREAD_Main(void* object) {
   CTHREAD* self = static_cast<CTHREAD*>(object);
   if (self->start_routine == nullptr || self->start_routine(self->arg) >= 0) {
-    self->state = CTHREAD_RUNNING;
+    // Only from there: a stop that was asked for meanwhile stands.
+    int32_t expected = CTHREAD_STARTING;
+    self->state.compare_exchange_strong(expected, CTHREAD_RUNNING);
     RunSteps(self);
   }
   if (self->end_routine != nullptr) self->end_routine(self->arg);
@@ -33,8 +36,14 @@ int CreateDetached(CTHREAD* self) {
   pthread_attr_t attributes;
   pthread_attr_init(&attributes);
   pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+  // Signals are the main thread's: it is the one that has to wake up.
+  sigset_t all;
+  sigset_t own;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &own);
   pthread_t thread;
   const int error = pthread_create(&thread, &attributes, CTHREAD_Main, self);
+  pthread_sigmask(SIG_SETMASK, &own, nullptr);
   pthread_attr_destroy(&attributes);
   return error;
 }

@@ -3,8 +3,8 @@
 // A start routine runs before the first step and an end routine after the last. Starting and
 // stopping block the caller, who looks at the shared state every CTHREAD_POLL_MS until the worker
 // has got there, CTHREAD_POLLS times at most. The worker is detached: nobody joins or cancels
-// it, and a step is never interrupted. The object is a value of its owner, who keeps it alive
-// for as long as the worker may run. Messages go to standard output.
+// it, a step is never interrupted, and signals go to other threads. The object is a value of its
+// owner, who keeps it alive for as long as the worker may run. Messages go to standard output.
 #pragma once
 
 #include <atomic>
@@ -28,8 +28,8 @@ struct CTHREAD {
 
   // The worker's routines; all run in its thread. A negative result of the first two ends it.
   int (*start_routine)(void* arg);  // may be null; a failure leaves out the steps
-  int (*step_routine)(void* arg);
-  void (*end_routine)(void* arg);  // may be null; runs whenever the thread ends
+  int (*step_routine)(void* arg);   // needed
+  void (*end_routine)(void* arg);   // may be null; runs whenever the thread ends
 
   // Same as Stop.
   int (*Deinit)(CTHREAD* self);

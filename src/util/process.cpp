@@ -6,7 +6,9 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -17,8 +19,6 @@ namespace {
 
 constexpr char kProcPath[] = "/proc";
 constexpr int kNotAProcess = -1;
-// What is read of a list at once, its NUL included.
-constexpr int kListReadSize = 256;
 
 constexpr int kUsPerS = 1'000'000;
 constexpr int kMicomResetUs = 2 * kUsPerS;
@@ -32,25 +32,39 @@ struct NameList {
   size_t count;
 };
 
+// One line of a list with its line end, as far as it may be long.
+struct ListLine {
+  char text[CUTIL_LIST_LINE_MAX + 1];
+  size_t length;  // of the whole line
+};
+
+// Returns false at the end of the file.
+bool ReadLine(FILE* file, ListLine* line) {
+  line->length = 0;
+  int c = EOF;
+  while (c != '\n' && (c = getc(file)) != EOF) {
+    if (line->length < CUTIL_LIST_LINE_MAX) line->text[line->length] = static_cast<char>(c);
+    ++line->length;
+  }
+  line->text[std::min<size_t>(line->length, CUTIL_LIST_LINE_MAX)] = '\0';
+  return line->length > 0;
+}
+
 // Takes the name of one line. A line that is too long, or blank, holds none.
-void AddName(NameList* list, const char* line) {
-  const size_t length = strcspn(line, "\r\n");
-  if (length == 0 || strlen(line) > CUTIL_LIST_LINE_MAX) return;
+void AddName(NameList* list, const ListLine& line) {
+  const size_t length = strcspn(line.text, "\r\n");
+  if (length == 0 || line.length > CUTIL_LIST_LINE_MAX) return;
   if (list->count == list->names.size()) return;
   std::array<char, CUTIL_LIST_LINE_MAX + 1>& name = list->names[list->count++];
-  memcpy(name.data(), line, length);
+  memcpy(name.data(), line.text, length);
   name[length] = '\0';
 }
 
 void ReadNames(FILE* file, NameList* list) {
-  char line[kListReadSize];
-  bool at_line_start = true;
+  ListLine line;
   list->count = 0;
-  while (fgets(line, sizeof(line), file) != nullptr) {
-    // The rest of a line that did not fit is no line of its own.
-    if (at_line_start) AddName(list, line);
-    at_line_start = strchr(line, '\n') != nullptr;
-  }
+  while (ReadLine(file, &line))
+    AddName(list, line);
 }
 
 bool Matches(const char* command_line, const char* name) {
@@ -144,7 +158,12 @@ bool IsProcess(int pid, const char* name, int verbose) {
 
 }  // namespace
 
-void CUTIL_RunCommand(const char* command) {
+void CUTIL_RunCommand(const char* format, ...) {
+  char command[CUTIL_COMMAND_SIZE] = {};
+  va_list values;
+  va_start(values, format);
+  vsnprintf(command, sizeof(command), format, values);
+  va_end(values);
   [[maybe_unused]] const int ignored = system(command);
 }
 

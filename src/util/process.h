@@ -18,21 +18,27 @@ constexpr int CUTIL_COMMAND_LINE_MAX = 255;
 constexpr int CUTIL_FIRST_KILLED_PID = 20;
 constexpr int CUTIL_FIRST_FOUND_PID = 21;
 
-// Runs a command through the shell and waits for its end. Its result is ignored.
-void CUTIL_RunCommand(const char* command);
+// A command with its values put in, its NUL included; a longer one is cut.
+constexpr int CUTIL_COMMAND_SIZE = 256;
+
+// Runs a command, formatted as by printf, through the shell and waits for its end. Its result is
+// ignored.
+[[gnu::format(printf, 1, 2)]] void CUTIL_RunCommand(const char* format, ...);
 
 // Resets the camera's microcontroller, stops the processes of both lists, unmounts removable
-// storage and reboots the device; takes a little over 3 seconds and does not return.
+// storage and reboots the device; pauses for 3 seconds on the way and does not return. A list
+// that names this daemon ends it before the reboot.
 [[noreturn]] void CUTIL_Reboot();
 
 // Sends `signal` to every process that a name of the list file `list_path` matches, once for
-// each name that does. What it does goes to syslog. Returns 0, or -1 when the list cannot be
-// opened.
+// each name that does. What it does goes to syslog. Returns 0 (also when the process table cannot
+// be read), or -1 when the list cannot be opened.
 int CUTIL_KillProcAll(const char* list_path, int signal);
 
-// Sends `signal` to every process that `name` matches. Returns 0.
+// Sends `signal` to every process that `name` matches. Returns 0, whatever happened.
 int CUTIL_KillProcByName(const char* name, int signal);
 
 // Returns 1 when a process that `name` matches runs, 0 when none does, -1 when the process table
-// cannot be read. With `verbose` not 0 prints on standard output what it looks at.
+// cannot be read. Prints a line on standard output for a command line that cannot be opened; with
+// `verbose` not 0 everything that it looks at.
 int CUTIL_IsProc(const char* name, int verbose);
