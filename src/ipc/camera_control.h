@@ -24,6 +24,7 @@ enum CameraControlCode : uint16_t {
   CAMERA_CODE_WHITE_BALANCE = 0x1005,  // auto white balance, p
   CAMERA_CODE_BACKLIGHT = 0x1006,      // backlight compensation, p
   CAMERA_CODE_AUTO_IRIS = 0x1009,      // auto iris, p
+  CAMERA_CODE_IRIS_STEP = 0x100A,      // one P-iris step by the sign of p
   CAMERA_CODE_JOYSTICK = 0x1012,       // pan, tilt and zoom, or zoom only
   CAMERA_CODE_SET_PRESET = 0x1020,     // p
   CAMERA_CODE_GO_TO_PRESET = 0x1021,   // p
@@ -39,6 +40,7 @@ enum CameraControlCode : uint16_t {
   CAMERA_CODE_MENU = 0x2000,
   CAMERA_CODE_FOCUS = 0x2001,       // sign of p
   CAMERA_CODE_ZOOM = 0x2002,        // sign of the third parameter, or as JOYSTICK
+  CAMERA_CODE_IRIS = 0x2003,        // answered like CAMERA_CODE_IRIS_STEP
   CAMERA_CODE_MENU_ENTER = 0x2005,  // answered like CAMERA_CODE_MENU
   CAMERA_CODE_UP = 0x2007,
   CAMERA_CODE_DOWN = 0x2008,
@@ -48,6 +50,8 @@ enum CameraControlCode : uint16_t {
   CAMERA_CODE_CLEAR_AUXILIARY = 0x4002,  // p
   CAMERA_CODE_GO_TO_PRESET_99 = 0x4003,
   CAMERA_CODE_GO_TO_PRESET_96 = 0x4004,
+  CAMERA_CODE_ASSIST = 0x8012,   // the 'F' button: find the focus anew
+  CAMERA_CODE_AF_MODE = 0x8100,  // p: who drives the lens
   CAMERA_CODE_REMOTE_RESET = 0xFFFF,
 };
 

@@ -53,10 +53,10 @@ int CICOMM_GetSocket(const CICOMM* self) {
 }
 
 int CICOMM_Wait(CICOMM* self, int ms) {
-  if (self->socket < 0) return -1;
+  if (self->socket < 0) return CICOMM_WAIT_NO_SOCKET;
   const int ready = ZSK_WaitReadable(self->socket, ms * kUsPerMs);
-  if (ready == 0) return -2;
-  return ready > 0 ? 0 : -3;
+  if (ready == 0) return CICOMM_WAIT_TIMEOUT;
+  return ready > 0 ? 0 : CICOMM_WAIT_FAILED;
 }
 
 int CICOMM_Send(CICOMM* self, int command, int port, const void* data, int size) {

@@ -27,6 +27,13 @@ enum CicommCommand : int32_t {
   CAMERA_QUERY = 52,                       // to the camera daemon, and its answer
 };
 
+// Results of CICOMM::Wait below zero.
+enum CicommWaitError : int {
+  CICOMM_WAIT_NO_SOCKET = -1,
+  CICOMM_WAIT_TIMEOUT = -2,
+  CICOMM_WAIT_FAILED = -3,
+};
+
 struct CicommHeader {
   Le32 magic;
   Le32 version;
@@ -61,8 +68,8 @@ struct CICOMM {
   // Returns the socket's descriptor, -1 when there is none.
   int (*GetSocket)(const CICOMM* self);
 
-  // Waits at most `ms` milliseconds for a packet; 0 polls. Returns 0 when one waits, -1 without
-  // a socket, -2 when the time ran out, -3 when the wait failed.
+  // Waits at most `ms` milliseconds for a packet; 0 polls. Returns 0 when one waits, or a
+  // CicommWaitError; CICOMM_WAIT_FAILED with errno EINTR when a signal ended the wait.
   int (*Wait)(CICOMM* self, int ms);
 
   // Sends `command` with `size` bytes of `data` (null allowed when `size` is 0) to the channel

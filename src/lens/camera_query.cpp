@@ -1,6 +1,9 @@
 #include "lens/camera_query.h"
 
+#include <cerrno>
+
 #include "util/bytes.h"
+#include "util/sleep.h"
 
 namespace {
 
@@ -14,8 +17,22 @@ void SendRecord(CICOMM* channel, CameraQueryKind kind, int32_t setting) {
   channel->Send(channel, CAMERA_QUERY, CAMD_QUERY_PORT, record, CAMERA_QUERY_SIZE);
 }
 
+// Waits for a packet. A signal does not end the wait.
+bool AwaitPacket(CICOMM* channel) {
+  constexpr int64_t kUsPerMs = 1000;
+  const int64_t end_us = CUTIL_MonotonicUs() + CAMERA_QUERY_WAIT_MS * kUsPerMs;
+  int64_t left_ms = CAMERA_QUERY_WAIT_MS;
+  while (left_ms >= 0) {
+    const int result = channel->Wait(channel, static_cast<int>(left_ms));
+    if (result == 0) return true;
+    if (result != CICOMM_WAIT_FAILED || errno != EINTR) return false;
+    left_ms = (end_us - CUTIL_MonotonicUs()) / kUsPerMs;
+  }
+  return false;
+}
+
 bool ReceiveAnswer(CICOMM* channel, CameraQueryKind kind) {
-  if (channel->Wait(channel, CAMERA_QUERY_WAIT_MS) != 0) return false;
+  if (!AwaitPacket(channel)) return false;
   int command = 0;
   if (channel->Recv(channel, &command) < 0) return false;
   const uint32_t answered = LoadLe32(channel->GetData(channel) + CAMERA_QUERY_KIND_AT);

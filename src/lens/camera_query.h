@@ -24,7 +24,7 @@ enum CameraQueryOffset : int {
   CAMERA_QUERY_SIZE = 68,
 };
 
-// Longest wait for an answer, milliseconds. A signal ends it.
+// Longest wait for an answer, milliseconds.
 constexpr int CAMERA_QUERY_WAIT_MS = 3000;
 
 // The focus measure where there is none.
@@ -40,7 +40,7 @@ enum class CameraAnswer {
 // its receive buffer stays readable.
 CameraAnswer CameraAsk(CICOMM* channel, CameraQueryKind kind);
 
-// Sends an exposure setting through an open channel. Waits for nothing.
+// Sends an exposure setting through an open channel; no answer is waited for.
 void CameraSetExposure(CICOMM* channel, int32_t setting);
 
 // Returns the image's present focus measure, the larger the sharper, or FOCUS_VALUE_NONE. Blocks

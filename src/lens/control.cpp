@@ -80,10 +80,11 @@ void EndPiris(void* /*arg*/) {}
 
 void StartPirisWorker() {
   CTHREAD_Init(&g_piris_worker, nullptr, StartPiris, StepPiris, EndPiris);
+  piris_claim();
   g_piris_worker.Start(&g_piris_worker);
 }
 
-// A worker that is in a long sleep is not waited for; it must only not touch what is closed next.
+// A worker in a longer sleep than Stop waits for lives on; it must not touch what is closed next.
 void StopPirisWorker() {
   g_piris_worker.Stop(&g_piris_worker);
   piris_release();
@@ -91,10 +92,8 @@ void StopPirisWorker() {
 
 // --- Start-up ----------------------------------------------------------------------------------
 
-// What the high byte of the version holds beside the major number, and the command that writes
-// the version to the camera information file.
+// What the high byte of the version holds beside the major number.
 constexpr uint8_t kVariantFlag = 0x80;
-constexpr char kVersionCommand[] = "echo VERSION=%d.%d-%c > /var/nvt/camera.info";
 
 // Asks the micom for its version and writes it to the camera information file, which other
 // processes read. A micom that does not answer leaves the file alone.
@@ -105,10 +104,8 @@ void ReportMicomVersion() {
   const uint8_t major = reply[I2M_HIGH_AT];
   const uint8_t minor = reply[I2M_LOW_AT];
   printf("version: 0x%02X, 0x%02X\n", major, minor);
-  char command[64];
-  snprintf(command, sizeof(command), kVersionCommand, major & ~kVariantFlag, minor,
-           (major & kVariantFlag) != 0 ? 's' : 'm');
-  CUTIL_RunCommand(command);
+  CUTIL_RunCommand("echo VERSION=%d.%d-%c > /var/nvt/camera.info", major & ~kVariantFlag, minor,
+                   (major & kVariantFlag) != 0 ? 's' : 'm');
 }
 
 void OpenIris() {
@@ -213,11 +210,11 @@ struct ControlRow {
 constexpr std::array<ControlRow, 7> kControls = {{
     {CAMERA_CODE_FOCUS, OnFocus},
     {CAMERA_CODE_ZOOM, OnZoom},
-    {LENS_CODE_IRIS, OnIris},
-    {LENS_CODE_IRIS_ALT, OnIris},
-    {LENS_CODE_START_AF, OnStartAf},
-    {LENS_CODE_ASSIST, OnAssist},
-    {LENS_CODE_AF_MODE, OnAfMode},
+    {CAMERA_CODE_IRIS_STEP, OnIris},
+    {CAMERA_CODE_IRIS, OnIris},
+    {CAMERA_CODE_FOCUS_SEARCH, OnStartAf},
+    {CAMERA_CODE_ASSIST, OnAssist},
+    {CAMERA_CODE_AF_MODE, OnAfMode},
 }};
 
 // --- The hooks of the pass ---------------------------------------------------------------------

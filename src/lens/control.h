@@ -11,17 +11,10 @@
 
 #include "context/rs232_context.h"
 
-// Control codes of the lens mode beside CAMERA_CODE_FOCUS (value: first parameter) and
-// CAMERA_CODE_ZOOM (value: third parameter). "v" is the first parameter.
-enum LensControlCode : uint16_t {
-  LENS_CODE_IRIS = 0x100A,      // one P-iris step: v negative closes, positive opens
-  LENS_CODE_START_AF = 0x1202,  // focus search
-  LENS_CODE_IRIS_ALT = 0x2003,  // as LENS_CODE_IRIS
-  LENS_CODE_ASSIST = 0x8012,    // the 'F' button
-  LENS_CODE_AF_MODE = 0x8100,   // v LENS_AF_MODE_DAEMON: daemon mode, any other: micom mode
-};
+// First parameter of CAMERA_CODE_AF_MODE for daemon mode; any other is micom mode.
 constexpr int8_t LENS_AF_MODE_DAEMON = 3;
 
-// Returns 0 at the stop flag, or -1 at once when `p_param` is null. Works on a copy of
-// `p_param`. The firmware-update command ends in the device's reboot.
+// Returns 0 at the stop flag (some seconds later when the P-iris worker sleeps), or -1 at once when
+// `p_param` is null. Works on a copy of `p_param`. The firmware-update command ends in the device's
+// reboot.
 int camd_a5s(Rs232Context* p_param);

@@ -16,7 +16,8 @@
 //      save the positions.
 // A state acts once its previous move has had the time that its steps take; until then it
 // returns at once. The search thus never sleeps, and a command can end it between any two
-// steps. Its only wait is the question for the measure. Lens loop's thread only.
+// steps. Its only waits are the question for the measure and the saving at the end. Lens
+// loop's thread only.
 #pragma once
 
 #include <cstdint>

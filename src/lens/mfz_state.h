@@ -36,7 +36,7 @@ struct MfzState {
   TimeMark clock_b;  // scanning,
   TimeMark clock_c;  // backing off and approaching
   I2mParser parser;
-  std::atomic<int32_t> piris_manual_req;  // raised by the loop, cleared by the worker
+  std::atomic<int32_t> piris_manual_req;  // set by the loop, cleared by the worker
   std::atomic<int32_t> piris_auto_req;
   int32_t exposure_in_force;                // worker: last exposure setting sent, 0 none yet
   PirisRegulator piris;                     // worker

@@ -181,9 +181,12 @@ void PirisMove(int32_t steps) {
   i2m_write(I2M_ADDR_PIRIS_STEP, static_cast<uint16_t>(static_cast<uint32_t>(steps) & 0xFFFFU));
 }
 
+void piris_claim() {
+  g_is_released = false;
+}
+
 int piris_start() {
   g_mfz.iris_position = PIRIS_TRAVEL;
-  g_is_released = false;
   return 0;
 }
 

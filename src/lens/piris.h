@@ -82,6 +82,10 @@ PirisOrder PirisRegulate(PirisRegulator* regulator, const PirisReading& reading)
 int piris_start();
 int piris_step();
 
+// Gives the serial line and the lens mode's channel to the worker, for the loop's thread to call
+// before the worker is started.
+void piris_claim();
+
 // Takes the serial line and the lens mode's channel away from the worker, for the loop's thread
 // to call before they are closed: a worker in a long sleep may outlive the mode. Waits while the
 // worker is sending. From then on its moves and settings go nowhere.
@@ -98,6 +102,6 @@ void piris_close_half();
 // could not be asked, else 0; *level and *deviation are written only when an answer came.
 int piris_query_exposure(int32_t* level, int32_t* deviation);
 
-// Sends an exposure setting through the lens mode's own channel, if it has one. Waits for
-// nothing.
+// Sends an exposure setting through the lens mode's own channel, if it has one; no
+// answer is waited for.
 void piris_set_exposure(int32_t setting);

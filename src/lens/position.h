@@ -42,7 +42,7 @@ constexpr uint16_t MoveValue(int32_t steps, bool inverted) {
 // for one spacing above the last. Returns false, with *focus as it was, further up.
 bool TrackingFocus(std::span<const ZfEntry> table, int32_t zoom, int32_t* focus);
 
-// Takes a stored position from its decimal text, as atoi does.
+// Takes a stored position from its decimal text; a number beyond 32 bits wraps round.
 int32_t PositionFromText(const char* text);
 
 // Sets the limits and the tracking flag from the lens in use, and prints them.

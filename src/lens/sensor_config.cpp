@@ -166,6 +166,8 @@ int json_get_string_path(json_object* object, const char* path, char* out, size_
   if (object == nullptr || path == nullptr || out == nullptr || out_size == 0) return -1;
   json_object* value = json_get_path(object, path);
   if (value == nullptr) return -1;
-  CopyText(out, out_size, json_object_get_string(value));
+  const char* text = json_object_get_string(value);
+  if (text == nullptr) return -1;
+  CopyText(out, out_size, text);
   return 0;
 }

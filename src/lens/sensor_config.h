@@ -29,9 +29,10 @@ constexpr size_t JSON_PATH_MAX = 127;
 int read_sensor_lens_config(int32_t* antiflicker, int32_t* sensor_supported);
 
 // Reads the value of the first line of the file whose key is exactly the one that `key_format`
-// gives; lines are split as CUTIL_GetConfValue does. With `as_text` not 0, `out` is a char array
-// of SENSOR_CONF_VALUE_SIZE; else an int32_t that receives the value's number. Returns 0, or -1
-// with `out` as it was when an argument is null, the file cannot be opened or no key matches.
+// gives; lines are split into tokens as CUTIL_GetConfValue does, but keys are not cut. With
+// `as_text` not 0, `out` is a char array of SENSOR_CONF_VALUE_SIZE; else an int32_t that receives
+// the value's number. Returns 0, or -1 with `out` as it was when an argument is null, the file
+// cannot be opened or no key matches.
 [[gnu::format(printf, 4, 5)]] int conf_get_value(const char* path, void* out, int as_text,
                                                  const char* key_format, ...);
 
