@@ -60,7 +60,8 @@ void PtzHead::Advance(Clock::time_point now) {
   constexpr double kCircle = 360;
   const double seconds = std::chrono::duration<double>(now - now_).count();
   now_ = now;
-  pose_.pan = std::fmod(pose_.pan + rate_.pan * seconds + kCircle, kCircle);
+  pose_.pan = std::fmod(pose_.pan + rate_.pan * seconds, kCircle);
+  if (pose_.pan < 0) pose_.pan += kCircle;
   pose_.tilt = std::clamp(pose_.tilt + rate_.tilt * seconds, -90.0, 90.0);
   pose_.zoom = std::clamp(pose_.zoom + rate_.zoom * seconds, 1.0, 20.0);
   pose_.focus = std::clamp(pose_.focus + rate_.focus * seconds, 0.0, 100.0);

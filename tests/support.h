@@ -1,15 +1,18 @@
-// What the tests of several programs need: captured streams, temporary files, stopwatches, and
+// What the tests of several objects need: captured streams, stopwatches, sockets from outside,
 // the limits of the process.
 #pragma once
 
-#include <dirent.h>
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <stdlib.h>
+#include <netinet/in.h>
 #include <sys/resource.h>
-#include <time.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
+#include <ctime>
+#include <filesystem>
 #include <string>
+#include <type_traits>
 
 #include "sim/device.h"
 #include "sim/unique_fd.h"
@@ -17,27 +20,26 @@
 
 namespace support {
 
-// What `action` prints on one stream of this process.
+// Runs `action`; returns its result, if it has one, and what was printed: "RESULT TEXT".
 template <typename Action>
-std::string StdoutOf(Action action) {
+std::string Outcome(Action action, std::string (*captured)()) {
+  if constexpr (std::is_void_v<decltype(action())>) {
+    action();
+    return captured();
+  } else {
+    const std::string result = std::to_string(action()) + ' ';
+    return result + captured();
+  }
+}
+template <typename Action>
+std::string OnStdout(Action action) {
   testing::internal::CaptureStdout();
-  action();
-  return testing::internal::GetCapturedStdout();
+  return Outcome(action, testing::internal::GetCapturedStdout);
 }
-
 template <typename Action>
-std::string StderrOf(Action action) {
+std::string OnStderr(Action action) {
   testing::internal::CaptureStderr();
-  action();
-  return testing::internal::GetCapturedStderr();
-}
-
-// Milliseconds that `action` takes.
-template <typename Action>
-double MsOf(Action action) {
-  const auto start = sim::Clock::now();
-  action();
-  return std::chrono::duration<double, std::milli>(sim::Clock::now() - start).count();
+  return Outcome(action, testing::internal::GetCapturedStderr);
 }
 
 // Processor time of this process so far, milliseconds.
@@ -47,47 +49,52 @@ inline double CpuMs() {
   return static_cast<double>(used.tv_sec) * 1e3 + static_cast<double>(used.tv_nsec) / 1e6;
 }
 
-// A file with these contents that goes away again.
-class TempFile {
- public:
-  explicit TempFile(const std::string& text) {
-    sim::UniqueFd(mkstemp(path_.data()));
-    sim::WriteTextFile(path_, text);
-  }
-  TempFile(const TempFile&) = delete;
-  TempFile& operator=(const TempFile&) = delete;
-  ~TempFile() { unlink(path_.c_str()); }
-  const char* Path() const { return path_.c_str(); }
-
- private:
-  std::string path_ = "/tmp/rs232-test-XXXXXX";
-};
-
-// Number of open descriptors of this process.
-inline int OpenDescriptors() {
-  DIR* const directory = opendir("/proc/self/fd");
-  int count = 0;
-  while (readdir(directory) != nullptr)
-    ++count;
-  closedir(directory);
-  return count;
+// Expects `action` to take at least `least_ms`, not `slack_ms` more, and hardly any processor.
+template <typename Action>
+void ExpectTakes(double least_ms, Action action, double slack_ms = 500) {
+  const double cpu = CpuMs();
+  const auto start = sim::Clock::now();
+  action();
+  const std::chrono::duration<double, std::milli> taken = sim::Clock::now() - start;
+  EXPECT_GE(taken.count(), least_ms);
+  EXPECT_LT(taken.count(), least_ms + slack_ms);
+  EXPECT_LT(CpuMs() - cpu, 300);
 }
 
-// While one stands, this process gets no further descriptor.
-class NoMoreDescriptors {
- public:
-  NoMoreDescriptors() {
-    getrlimit(RLIMIT_NOFILE, &before_);
-    const sim::UniqueFd lowest_free(dup(0));
-    const rlimit limit = {static_cast<rlim_t>(lowest_free.Get()), before_.rlim_max};
-    setrlimit(RLIMIT_NOFILE, &limit);
-  }
-  NoMoreDescriptors(const NoMoreDescriptors&) = delete;
-  NoMoreDescriptors& operator=(const NoMoreDescriptors&) = delete;
-  ~NoMoreDescriptors() { setrlimit(RLIMIT_NOFILE, &before_); }
+// Runs `action` while this process gets no further descriptor; returns its result.
+template <typename Action>
+auto WithoutDescriptors(Action action) {
+  rlimit before;
+  getrlimit(RLIMIT_NOFILE, &before);
+  const sim::UniqueFd lowest_free(dup(0));
+  const rlimit limit = {static_cast<rlim_t>(lowest_free.Get()), before.rlim_max};
+  setrlimit(RLIMIT_NOFILE, &limit);
+  const auto result = action();
+  setrlimit(RLIMIT_NOFILE, &before);
+  return result;
+}
 
- private:
-  rlimit before_;
-};
+inline auto OpenDescriptors() {
+  return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+}
+
+inline int Option(int fd, int level, int option) {
+  int value = -1;
+  socklen_t length = sizeof(value);
+  EXPECT_EQ(getsockopt(fd, level, option, &value, &length), 0);
+  return value;
+}
+
+// The local address of a socket, "ADDRESS PORT".
+inline std::string LocalAddress(int fd) {
+  sockaddr_in6 address = {};
+  socklen_t length = sizeof(address);
+  getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
+  const void* bytes = &address.sin6_addr;
+  if (address.sin6_family == AF_INET) bytes = &reinterpret_cast<sockaddr_in*>(&address)->sin_addr;
+  char text[INET6_ADDRSTRLEN] = "";
+  inet_ntop(address.sin6_family, bytes, text, sizeof(text));
+  return std::string(text) + ' ' + std::to_string(ntohs(address.sin6_port));
+}
 
 }  // namespace support

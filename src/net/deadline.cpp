@@ -28,7 +28,6 @@ bool ZSK_DeadlinePassed(const ZskDeadline& deadline) {
 }
 
 int ZSK_DeadlineLeftMs(const ZskDeadline& deadline) {
-  if (!deadline.set) return -1;
   const timeval now = Now();
   const int64_t left =
       static_cast<int64_t>(deadline.second + 1 - now.tv_sec) * kMsPerS - now.tv_usec / kUsPerMs;

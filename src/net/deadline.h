@@ -14,5 +14,5 @@ ZskDeadline ZSK_DeadlineIn(int timeout_s);
 
 bool ZSK_DeadlinePassed(const ZskDeadline& deadline);
 
-// Milliseconds until the deadline passes, at least 1; -1 when none is set.
+// Milliseconds until a deadline that is set passes, at least 1.
 int ZSK_DeadlineLeftMs(const ZskDeadline& deadline);

@@ -115,45 +115,39 @@ TEST(PtzTables, AnswersOnlyTheCodesOfTheModel) {
   }
 }
 
-// Pan axis into data 1 with the bits of its direction, tilt axis into data 2 with those of its
-// own: `at` is the axis, 0 or 1.
-void CheckAxis(int at, uint8_t positive, uint8_t negative) {
-  int last_speed = 0;
-  for (int size = 0; size <= 128; ++size) {
-    int speeds[2];
-    for (const bool forward : {true, false}) {
-      if (forward && size == 128) continue;
-      const int value = forward ? size : -size;
-      // The other axis moves at top speed, so that there is a frame for 0 as well.
-      const PtzSequence sequence =
-          Translate("QB-620", 0x1012, at == 0 ? value : 127, at == 0 ? 127 : value);
-      ASSERT_EQ(sequence.count, 1);
-      const PelcoFrame& frame = sequence.steps[0].frame;
-      const int bits = frame[3] & (positive | negative);
-      ASSERT_EQ(bits, value == 0 ? 0 : value > 0 ? positive : negative) << value;
-      ASSERT_EQ(frame[at == 0 ? 5 : 4], 63);
-      speeds[forward ? 0 : 1] = frame[at == 0 ? 4 : 5];
-    }
-    if (size == 128) speeds[0] = speeds[1];
-    ASSERT_EQ(speeds[0], speeds[1]) << size;
-    ASSERT_GE(speeds[0], last_speed) << size;
-    ASSERT_LE(speeds[0] - last_speed, 1) << size;
-    // Rounded down, except that nothing but 0 stands and that both ends reach the top.
-    if (size == 127) {
-      ASSERT_EQ(speeds[0], 63);
-    } else if (size > 2) {
-      ASSERT_LE(speeds[0] * 128, size * 63);
-      ASSERT_GT((speeds[0] + 1) * 128, size * 63);
-    } else {
-      ASSERT_EQ(speeds[0], size == 0 ? 0 : 1);
-    }
-    last_speed = speeds[0];
-  }
+// Pan speed and direction bits for axis 0, those of tilt for axis 1. The other axis runs at its
+// end, so that there is a frame for 0 as well.
+std::pair<int, int> Axis(int axis, int value) {
+  const PtzSequence sequence =
+      Translate("QB-620", 0x1012, axis == 0 ? value : 127, axis == 0 ? 127 : value);
+  EXPECT_EQ(sequence.count, 1);
+  const PelcoFrame& frame = sequence.steps[0].frame;
+  EXPECT_EQ(frame[axis == 0 ? 5 : 4], 63);
+  return {frame[axis == 0 ? 4 : 5], frame[3] & (axis == 0 ? 0x06 : 0x18)};
 }
 
 TEST(PtzTables, ScalesTheJoystick) {
-  CheckAxis(0, 0x02, 0x04);
-  CheckAxis(1, 0x08, 0x10);
+  using Result = std::pair<int, int>;
+  for (const int axis : {0, 1}) {
+    const int forward = axis == 0 ? 0x02 : 0x08;
+    const int back = axis == 0 ? 0x04 : 0x10;
+    EXPECT_EQ(Axis(axis, 0), Result(0, 0));
+    EXPECT_EQ(Axis(axis, 127), Result(63, forward));
+    EXPECT_EQ(Axis(axis, -127), Result(63, back));
+    EXPECT_EQ(Axis(axis, -128), Result(63, back));
+    for (int size = 1; size < 127; ++size) {
+      const int speed = Axis(axis, size).first;
+      ASSERT_EQ(Axis(axis, size), Result(speed, forward)) << size;
+      ASSERT_EQ(Axis(axis, -size), Result(speed, back)) << size;
+      ASSERT_LE(Axis(axis, size - 1).first, speed) << size;
+      // The share of 128 rounded down, but nothing that moves stands.
+      if (speed == 1) {
+        ASSERT_LE(size, 4);
+      } else {
+        ASSERT_TRUE(speed * 128 <= size * 63 && size * 63 < (speed + 1) * 128) << size;
+      }
+    }
+  }
 }
 
 TEST(PtzTables, CountsMotorSpeedInStepsOf31) {

@@ -1,0 +1,245 @@
+#include "ipc/cicomm.h"
+
+#include <fcntl.h>
+
+#include <algorithm>
+#include <cstring>
+#include <random>
+
+#include "sim/peers.h"
+#include "tests/support.h"
+
+namespace {
+
+using sim::Bytes;
+using sim::UdpPeer;
+using std::string;
+using support::ExpectTakes;
+using support::OnStderr;
+using support::WithoutDescriptors;
+
+constexpr int kPort = 10017;
+constexpr int kPeerPort = 10005;
+// The largest payload that one datagram carries over IPv4.
+constexpr int kLargest = 65507 - CICOMM_HEADER_SIZE;
+const string kTooLong = "[SendTo] Error Number : 90, Error String Message too long\n";
+
+class Channel : public testing::Test {
+ protected:
+  Channel() { Init(kPort); }
+  ~Channel() override { channel_.Close(&channel_); }
+
+  void Init(int port) { EXPECT_EQ(CICOMM_Init(&channel_, port), 0); }
+  void Close() { channel_.Close(&channel_); }
+  int Wait(int ms) { return channel_.Wait(&channel_, ms); }
+  int Recv() { return channel_.Recv(&channel_, &command_); }
+  string Send(int size, const void* data) {
+    return OnStderr([&] { return channel_.Send(&channel_, CAMERA_QUERY, kPeerPort, data, size); });
+  }
+
+  inline static CICOMM channel_;
+  int command_ = -99;
+  UdpPeer peer_{kPeerPort};
+};
+
+// A packet of `length` bytes, cut within its header where that is shorter.
+Bytes Packet(int32_t command, int32_t port, int32_t size, size_t length = 32) {
+  CicommHeader header = {};
+  header.magic.Set(CICOMM_MAGIC);
+  header.version.Set(1);
+  header.command.Set(static_cast<uint32_t>(command));
+  header.port.Set(static_cast<uint32_t>(port));
+  header.size.Set(static_cast<uint32_t>(size));
+  Bytes bytes(std::max(length, sizeof(header)), 0xEE);
+  memcpy(bytes.data(), &header, sizeof(header));
+  bytes.resize(length);
+  return bytes;
+}
+
+TEST_F(Channel, OpensAndClosesItsSocket) {
+  const struct {
+    int port;
+    const char* bound;
+  } rows[] = {{kPort, "127.0.0.1 10017"},
+              {65536 + kPort, "127.0.0.1 10017"},
+              {0, "0.0.0.0 0"},
+              {-1, "0.0.0.0 0"}};
+  for (const auto& row : rows) {
+    Close();
+    Init(row.port);
+    const int fd = channel_.GetSocket(&channel_);
+    EXPECT_EQ(support::LocalAddress(fd), row.bound);
+    Close();
+    EXPECT_EQ(channel_.GetSocket(&channel_), -1);
+    const sim::UniqueFd reused(dup(0));  // takes the number that became free
+    EXPECT_EQ(reused.Get(), fd);
+    Close();
+    EXPECT_GE(fcntl(fd, F_GETFD), 0);
+  }
+}
+
+TEST_F(Channel, FailsWithoutASocket) {
+  const string said = "-1 [CICOMM_Init] error, reason(ZSK_OpenLocalUDPSSocket)\n";
+  Close();
+  const UdpPeer holder(kPort);
+  EXPECT_EQ(OnStderr([] { return CICOMM_Init(&channel_, kPort); }), said);
+  EXPECT_EQ(OnStderr([] { return WithoutDescriptors([] { return CICOMM_Init(&channel_, -1); }); }),
+            said);
+  EXPECT_EQ(channel_.GetSocket(&channel_), -1);
+  EXPECT_EQ(Wait(60000), -1);
+  EXPECT_EQ(OnStderr([this] { return Recv(); }), "-1 ");
+  EXPECT_EQ(Send(2, "AB"), "-4 [CICOMM_Send] error, reason(SendTo -1 vs 34)\n");
+}
+
+TEST_F(Channel, SendsHeaderAndPayload) {
+  const string zeros = " 00 00 00 00 00 00 00 00 00 00 00 00";
+  const struct {
+    int own_port;
+    int size;
+    string sent;
+  } rows[] = {
+      {kPort, 2, "49 43 4F 4D 01 00 00 00 34 00 00 00 21 27 00 00 02 00 00 00" + zeros + " 41 42"},
+      {kPort, 0, "49 43 4F 4D 01 00 00 00 34 00 00 00 21 27 00 00 00 00 00 00" + zeros},
+      {-1, 1, "49 43 4F 4D 01 00 00 00 34 00 00 00 FF FF FF FF 01 00 00 00" + zeros + " 41"},
+  };
+  for (const auto& row : rows) {
+    Close();
+    Init(row.own_port);
+    EXPECT_EQ(Send(row.size, row.size == 0 ? nullptr : "AB"), std::to_string(32 + row.size) + ' ');
+    EXPECT_EQ(sim::Hex(*peer_.Receive()), row.sent);
+  }
+}
+
+TEST_F(Channel, SendsUpToItsLimit) {
+  const Bytes payload(CICOMM_MAX_DATA + 1, 0x77);
+  const struct {
+    int size;
+    const void* data;
+    string outcome;
+  } rows[] = {
+      {kLargest, payload.data(), "65507 "},
+      // Below the channel's own limit, but more than the system puts into one datagram.
+      {102368, payload.data(),
+       "-4 " + kTooLong + "[CICOMM_Send] error, reason(SendTo -1 vs 102400)\n"},
+      {102369, payload.data(), "-2 [CICOMM_Send] error, reason(size over 102369 vs 102368)\n"},
+      {-1, payload.data(), "-2 [CICOMM_Send] error, reason(size over -1 vs 102368)\n"},
+      {-5, nullptr, "-1 [CICOMM_Send] error, reason(size[-5], buff[0])\n"},
+  };
+  for (const auto& row : rows)
+    EXPECT_EQ(Send(row.size, row.data), row.outcome);
+  EXPECT_EQ(peer_.Receive()->size(), 65507U);
+  EXPECT_EQ(peer_.Receive(sim::milliseconds(0)), std::nullopt);
+}
+
+TEST_F(Channel, TakesWhateverComes) {
+  const struct {
+    int32_t port, size;
+    size_t length;
+    int32_t result, answer_port;
+  } rows[] = {
+      {7, 40, 72, 40, 7},
+      {-1, 0, 32, 0, kPeerPort},  // answerable at its socket's own port
+      {INT32_MIN, 0, 32, 0, kPeerPort},
+      {0, -3, 32, -3, 0},
+      {7, 40, 19, 40, 7},  // cut within the size
+      {-1, 40, 16, 0, kPeerPort},
+      {-1, 40, 14, 0, 0xFFFF},  // half of the port field
+      {7, 40, 1, 0, 0},
+  };
+  for (const auto& row : rows) {
+    peer_.SendTo(kPort, Packet(11, row.port, row.size, row.length));
+    EXPECT_EQ(Wait(60000), 0);
+    EXPECT_EQ(Recv(), row.result) << row.length;
+    EXPECT_EQ(channel_.GetHeader(&channel_)->port.GetSigned(), row.answer_port) << row.length;
+    EXPECT_EQ(command_, row.length >= 12 ? 11 : 0);
+  }
+  peer_.SendTo(kPort, Packet(11, 7, 5, 40));
+  EXPECT_EQ(channel_.Recv(&channel_, nullptr), 5);
+  // What is no packet leaves the last one alone.
+  peer_.SendTo(kPort, {});
+  EXPECT_EQ(OnStderr([this] { return Recv(); }), "-1 [CICOMM_Recv] error, reason(recvfrom)\n");
+  EXPECT_EQ(channel_.GetHeader(&channel_)->command.Get(), 11U);
+  EXPECT_EQ(channel_.GetData(&channel_)[7], 0xEE);
+}
+
+TEST_F(Channel, ShowsNothingOfAnEarlierPacket) {
+  std::mt19937 random(1);
+  for (int round = 0; round < 500; ++round) {
+    // Mostly about as long as the header, where a cut hurts most.
+    Bytes datagram(1 + random() % (round % 10 == 0 ? 60000 : 48));
+    for (uint8_t& byte : datagram)
+      byte = static_cast<uint8_t>(1 + random() % 255);
+    peer_.SendTo(kPort, datagram);
+    Recv();
+    Bytes expected = datagram;
+    expected.resize(CICOMM_PACKET_SIZE);
+    if (expected[15] >= 0x80) {  // a negative port
+      const Bytes port = {kPeerPort & 0xFF, kPeerPort >> 8, 0, 0};
+      std::copy(port.begin(), port.end(), expected.begin() + 12);
+    }
+    ASSERT_EQ(memcmp(channel_.GetHeader(&channel_), expected.data(), expected.size()), 0)
+        << "round " << round << ", " << datagram.size() << " bytes";
+  }
+}
+
+TEST_F(Channel, WaitsAsLongAsAsked) {
+  for (const int ms : {0, 120, 1050})
+    ExpectTakes(ms, [&] { EXPECT_EQ(Wait(ms), -2); });
+  close(channel_.GetSocket(&channel_));
+  EXPECT_EQ(Wait(60000), -3);
+  channel_.socket = -1;
+}
+
+TEST_F(Channel, SendsWithoutAnObject) {
+  const string name = "[CICOMM_SendCommand] error, reason(";
+  const Bytes payload(kLargest + 1, 0x55);
+  const auto descriptors = support::OpenDescriptors();
+  const struct {
+    int socket;
+    const void* data;
+    int size;
+    int timeout_ms;
+    string outcome;
+  } rows[] = {
+      {-1, nullptr, 0, 1000, "32 "},
+      {-1, payload.data(), 100, 999, "132 "},
+      {channel_.socket, payload.data(), kLargest, 3000, "65507 "},
+      {-1, nullptr, 1, 1000, "-1 " + name + "size[1], buff[0])\n"},
+      {channel_.socket, payload.data(), kLargest + 1, 0,
+       "-1 " + kTooLong + name + "SendTo -1 vs 65508)\n"},
+      {9999, nullptr, 0, 1000,
+       "-1 [SendTo] Error Number : 9, Error String Bad file descriptor\n" + name +
+           "SendTo -1 vs 32)\n"},
+  };
+  for (const auto& row : rows) {
+    const auto send = [&] {
+      return CICOMM_SendCommand(row.socket, 34, 77, 65536 + kPeerPort, row.data, row.size,
+                                row.timeout_ms);
+    };
+    EXPECT_EQ(OnStderr(send), row.outcome);
+    if (row.outcome[0] == '-') continue;
+    Bytes expected = Packet(34, 77, row.size);
+    expected.insert(expected.end(), payload.begin(), payload.begin() + row.size);
+    EXPECT_EQ(peer_.Receive(), expected);
+  }
+  const auto without = [] { return CICOMM_SendCommand(-1, 34, 77, kPeerPort, nullptr, 0, 0); };
+  EXPECT_EQ(OnStderr([&] { return WithoutDescriptors(without); }),
+            "-3 " + name + "ZSK_OpenLocalUDPCSocket)\n");
+  EXPECT_EQ(support::OpenDescriptors(), descriptors);
+}
+
+TEST_F(Channel, SendToRefusesWhatIsNoSend) {
+  const struct {
+    int socket;
+    const char* buf;
+    int len;
+    const char* outcome;
+  } rows[] = {
+      {1, nullptr, 5, "-1 "}, {1, "x", 0, "-1 "}, {-1, "x", -7, "-1 "}, {1, "x", -7, "-7 "}};
+  for (const auto& row : rows) {
+    EXPECT_EQ(OnStderr([&] { return SendTo(row.socket, kPeerPort, row.buf, row.len, 1); }),
+              row.outcome);
+  }
+}
+
+}  // namespace

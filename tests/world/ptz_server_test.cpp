@@ -1,0 +1,258 @@
+#include "relay/cptzsvr.h"
+
+#include <netinet/tcp.h>
+#include <poll.h>
+
+#include <algorithm>
+#include <deque>
+
+#include "sim/peers.h"
+#include "tests/support.h"
+
+namespace {
+
+using sim::Bytes;
+using sim::PtzClient;
+using std::string;
+using support::ExpectTakes;
+using support::OnStderr;
+using support::Option;
+
+constexpr int kPort = 4001;
+constexpr int kAcceptUs = 5000000;
+const Bytes kChunk(64, 0x42);
+
+// Ends a connection so that the other end's next call fails rather than sees the end.
+void Reset(PtzClient* client) {
+  const linger at_once = {.l_onoff = 1, .l_linger = 0};
+  setsockopt(client->Fd(), SOL_SOCKET, SO_LINGER, &at_once, sizeof(at_once));
+  client->Close();
+}
+
+class PtzServer : public testing::Test {
+ protected:
+  PtzServer() {
+    OnStderr([this] { EXPECT_EQ(CPTZSVR_Init(&server_, kPort), 0); });
+  }
+  ~PtzServer() override {
+    OnStderr([this] { server_.Close(&server_); });
+  }
+
+  int Accept(int us) { return server_.Accept(&server_, us); }
+  int Recv(int us) { return server_.Recv(&server_, buffer_, us); }
+  int SendAll(const Bytes& bytes) {
+    return server_.SendAll(&server_, bytes.data(), static_cast<int>(bytes.size()));
+  }
+  // A new client; it has the lowest free slot.
+  PtzClient& Connect() {
+    clients_.emplace_back(kPort);
+    OnStderr([this] { EXPECT_EQ(Accept(kAcceptUs), 0); });
+    return clients_.back();
+  }
+  // Waits until a client's socket shows one of `events`.
+  void WaitFor(int slot, short events) const {
+    pollfd source = {.fd = server_.clients[slot], .events = events, .revents = 0};
+    EXPECT_EQ(poll(&source, 1, 5000), 1);
+  }
+  // What the next read gives: "COUNT FIRST-BYTE", and what is said about it.
+  string Next() {
+    string text;
+    const string said = OnStderr([&] {
+      const int count = Recv(1000000);
+      text = std::to_string(count) + ' ' + std::to_string(buffer_[0]);
+    });
+    return text + (said.empty() ? "" : ' ' + said);
+  }
+  int Connected() const {
+    return static_cast<int>(std::count_if(std::begin(server_.clients), std::end(server_.clients),
+                                          [](int fd) { return fd >= 0; }));
+  }
+
+  CPTZSVR server_;
+  uint8_t buffer_[CPTZSVR_RECV_MAX];
+  std::deque<PtzClient> clients_;
+};
+
+TEST_F(PtzServer, ServesItsPort) {
+  EXPECT_EQ(support::LocalAddress(server_.listener), "0.0.0.0 4001");
+  EXPECT_EQ(Option(server_.listener, SOL_SOCKET, SO_REUSEADDR), 1);
+  EXPECT_NE(Option(server_.listener, IPPROTO_TCP, TCP_NODELAY), 0);
+  PtzClient client(kPort);
+  const string connected = OnStderr([this] { Accept(kAcceptUs); });
+  const string fd = std::to_string(server_.clients[0]) + "\n";
+  EXPECT_EQ(connected, "CONNECT[4001, 127.0.0.1] : " + fd);
+  EXPECT_EQ(OnStderr([this] { server_.Close(&server_); }), "DISCONNECT : " + fd);
+  EXPECT_TRUE(client.WaitClosed());
+  EXPECT_EQ(server_.listener, -1);
+  EXPECT_EQ(Connected(), 0);
+  EXPECT_EQ(Accept(kAcceptUs), -1);
+  EXPECT_EQ(OnStderr([this] { server_.Close(&server_); }), "");
+}
+
+TEST_F(PtzServer, LeavesAServedPortAlone) {
+  CPTZSVR second;
+  const auto descriptors = support::OpenDescriptors();
+  EXPECT_EQ(OnStderr([&] { return CPTZSVR_Init(&second, kPort); }), "0 ");
+  EXPECT_EQ(support::OpenDescriptors(), descriptors);
+  EXPECT_EQ(second.listener, -1);
+  EXPECT_EQ(second.Accept(&second, kAcceptUs), -1);
+  EXPECT_EQ(second.Recv(&second, buffer_, 1000000), -1);
+  EXPECT_EQ(second.SendAll(&second, "x", 1), 0);
+  second.Close(&second);
+}
+
+TEST(PtzServerInit, SaysThatThePortIsTaken) {
+  constexpr int kHeldPort = 4002;  // never used before
+  const string probe =
+      " new [ZSK_ConnectTCPSocket/connect] Error Number : 111, "
+      "Error String : Connection refused\n";
+  CPTZSVR server;
+  const sim::UniqueFd holder(socket(AF_INET, SOCK_STREAM, 0));
+  sockaddr_in address = {};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(kHeldPort);
+  ASSERT_EQ(bind(holder.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+  EXPECT_EQ(OnStderr([&] { return CPTZSVR_Init(&server, kHeldPort); }),
+            "-1" + probe +
+                "[ZSK_BindTCPSocketEx] error while bind tcp socket : Address already in "
+                "use\nPTZ TCP CONNECTION ERR [-1]\n");
+  EXPECT_EQ(server.Accept(&server, 0), -1);
+  // Ports above 32767 are negative numbers here, and are printed as such.
+  EXPECT_EQ(OnStderr([&] { return CPTZSVR_Init(&server, static_cast<int16_t>(40001)); }),
+            "0" + probe);
+  const PtzClient client(40001);
+  const string said = OnStderr([&] { server.Accept(&server, kAcceptUs); });
+  EXPECT_EQ(said.find("CONNECT[-25535, 127.0.0.1] : "), 0U) << said;
+  OnStderr([&] { server.Close(&server); });
+}
+
+TEST_F(PtzServer, TakesTenClientsAndClosesTheEleventh) {
+  for (int i = 0; i < 11; ++i)
+    clients_.emplace_back(kPort);
+  OnStderr([this] {
+    for (int i = 1; i <= 11; ++i) {
+      EXPECT_EQ(Accept(kAcceptUs), 0);
+      EXPECT_EQ(Connected(), std::min(i, 10));  // one at a time
+    }
+  });
+  EXPECT_TRUE(clients_[10].WaitClosed());
+  SendAll(kChunk);
+  for (size_t i = 0; i < 10; ++i)
+    EXPECT_EQ(clients_[i].Receive(64), kChunk) << i;
+}
+
+TEST_F(PtzServer, ReadsTheLowestNumberedClientFirst) {
+  PtzClient& first = Connect();
+  PtzClient& second = Connect();
+  Connect().Send(Bytes(10, 3));
+  second.Send(Bytes(600, 2));
+  WaitFor(1, POLLIN);
+  EXPECT_EQ(Next(), "256 2");
+  first.Send(Bytes(1, 1));
+  WaitFor(0, POLLIN);
+  for (const char* next : {"1 1", "256 2", "88 2", "10 3"})
+    EXPECT_EQ(Next(), next);
+  EXPECT_EQ(Recv(0), -1);
+}
+
+TEST_F(PtzServer, FreesTheSlotOfAClientThatIsGone) {
+  PtzClient& second = (Connect(), Connect());
+  for (const bool reset : {false, true}) {
+    const string fd = std::to_string(server_.clients[0]);
+    PtzClient& first = reset ? clients_.back() : clients_.front();
+    first.Send(Bytes(3, 1));
+    if (reset) {
+      EXPECT_EQ(Next(), "3 1");
+      Reset(&first);
+    } else {
+      first.Close();
+      EXPECT_EQ(Next(), "3 1");  // its last words
+    }
+    WaitFor(0, POLLRDHUP);
+    second.Send(Bytes(2, 2));
+    WaitFor(1, POLLIN);
+    EXPECT_EQ(Next(), "2 2 DISCONNECT : " + fd + "\n");
+    EXPECT_EQ(Connected(), 1);
+    Connect().Send(Bytes(4, 4));
+    EXPECT_GE(server_.clients[0], 0);
+    EXPECT_EQ(Next(), "4 4");
+  }
+}
+
+TEST_F(PtzServer, DropsADeadClientAndServesTheOthers) {
+  for (int i = 0; i < 3; ++i)
+    Connect();
+  const string fd = std::to_string(server_.clients[1]);
+  Reset(&clients_[1]);
+  Bytes sent;
+  EXPECT_EQ(OnStderr([&] {
+              for (uint8_t i = 0; i < 100; ++i) {
+                EXPECT_EQ(SendAll(Bytes(64, i)), 0);
+                sent.insert(sent.end(), 64, i);
+              }
+            }),
+            "DISCONNECT : " + fd + "\n");
+  EXPECT_EQ(server_.clients[1], -1);
+  for (const size_t i : {0U, 2U})
+    EXPECT_EQ(clients_[i].Receive(sent.size()), sent);
+}
+
+TEST_F(PtzServer, DropsAClientThatStopsReading) {
+  Connect();
+  Connect();
+  // Room for a few bytes comes back as the system moves what is queued: fill that up as well.
+  for (int full = 0; full < 200; poll(nullptr, 0, full > 0 ? 1 : 0)) {
+    const size_t size = full == 0 ? sizeof(buffer_) : 1;
+    full = send(server_.clients[0], buffer_, size, MSG_DONTWAIT) > 0 ? 0 : full + 1;
+  }
+  ExpectTakes(
+      10000, [this] { OnStderr([this] { SendAll(kChunk); }); }, 1500);
+  EXPECT_EQ(server_.clients[0], -1);
+  EXPECT_EQ(clients_[1].Receive(64), kChunk);
+}
+
+TEST_F(PtzServer, PollsWithoutWaiting) {
+  for (const int clients : {0, 10}) {
+    for (int i = 0; i < clients; ++i)
+      Connect();
+    ExpectTakes(0, [this] {
+      for (int i = 0; i < 100; ++i) {
+        EXPECT_EQ(Accept(1), 0);
+        EXPECT_EQ(Recv(1), -1);
+      }
+    });
+  }
+  ExpectTakes(120, [this] { EXPECT_EQ(Accept(120000), 0); });
+  ExpectTakes(120, [this] { EXPECT_EQ(Recv(12000), -1); });  // for each of ten
+}
+
+// Refuses connections as a mode does, pass after pass, for want of descriptors. Free of virtual
+// objects: the check of a sanitizer for them needs descriptors itself.
+int AcceptWithoutDescriptors(CPTZSVR* server) {
+  const auto end = sim::Clock::now() + sim::milliseconds(2500);
+  while (sim::Clock::now() < end) {
+    EXPECT_EQ(server->Accept(server, 1000), 0);
+    pollfd source = {.fd = server->listener, .events = POLLIN, .revents = 0};
+    poll(&source, CPTZSVR_IsAccepting(server) ? 1 : 0, 1);
+  }
+  return 0;
+}
+
+TEST_F(PtzServer, WaitsWhenThereAreNoDescriptorsLeft) {
+  clients_.emplace_back(kPort);
+  CPTZSVR* const server = &server_;
+  const auto refuse = [server] { return AcceptWithoutDescriptors(server); };
+  string said;
+  support::ExpectTakes(2500,
+                       [&] { said = OnStderr([&] { support::WithoutDescriptors(refuse); }); });
+  const string line = "[CPTZSVR_Accept] error, reason(accept, Too many open files)\n";
+  const auto lines = static_cast<size_t>(std::count(said.begin(), said.end(), '\n'));
+  EXPECT_TRUE(lines >= 2 && lines <= 4) << said;
+  EXPECT_EQ(said.size(), lines * line.size());
+  EXPECT_EQ(said.find(line), 0U) << said;
+  OnStderr([this] {
+    EXPECT_TRUE(sim::WaitUntil([this] { return Accept(1) == 0 && Connected() == 1; }));
+  });
+}
+
+}  // namespace
