@@ -48,10 +48,10 @@ struct LoaderTrouble {
 struct LoaderSetup {
   milliseconds start_time{50};  // from the command to enter until it listens
   milliseconds sign_delay{0};   // from the line being right until the sign
-  Bytes before_sign;            // bytes on the line just before the sign
+  Bytes before_sign = {};       // bytes on the line just before the sign
   Bytes sign = {0xDC, 0x12};
   milliseconds flash_time{0};  // from a packet to its answer
-  std::vector<LoaderTrouble> troubles;
+  std::vector<LoaderTrouble> troubles = {};
 };
 
 class MicomLoader {
