@@ -74,6 +74,14 @@ class LensTest : public DeviceTest {
     return Mark(limit) && Mark(limit);
   }
 
+  // Waits until every command that was sent before has been carried out. Opens the iris a step.
+  bool Drain(sim::milliseconds limit = sim::milliseconds(20000)) {
+    static const std::string kOpened = "+PIRIS_STEP_SINGLE (open)\n";
+    const size_t opened = CountInOutput(kOpened);
+    Control(LENS_CODE_IRIS, 1);
+    return WaitOutput(kOpened, opened + 1, limit) && Sync(limit);
+  }
+
   // Every frame since the last call in hexadecimal, marks left out.
   Lines TakeFrames() {
     Collect();
