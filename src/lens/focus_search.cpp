@@ -23,16 +23,17 @@ struct FocusSearch {
 
 FocusSearch g_search = {};
 
-void MoveFocus(int16_t steps) {
+// Starts `clock` once the move is on its way: what a question before the move took is none of
+// the motor's time.
+void MoveFocus(int16_t steps, TimeMark* clock) {
   mfz_move(MFZ_AXIS_FOCUS, steps);
   g_mfz.posFocus = PositionAfter(g_mfz.posFocus, steps);
+  CUTIL_GetTime(clock);
 }
 
-// True when a move of `step` that began at `clock` has had its time; the clock then starts anew.
-bool IsMoveOver(TimeMark* clock, int16_t step) {
-  if (CUTIL_CheckTimeout(*clock, MotorTimeMs(step, g_lens.DELAY_MS_NORMAL)) != 0) return false;
-  CUTIL_GetTime(clock);
-  return true;
+// True when a move of `step` that began at `clock` has had its time.
+bool IsMoveOver(const TimeMark& clock, int16_t step) {
+  return CUTIL_CheckTimeout(clock, MotorTimeMs(step, g_lens.DELAY_MS_NORMAL)) == 0;
 }
 
 void Idle() {}
@@ -53,9 +54,9 @@ void Start() {
 // Ends when the lower end is reached, or less than a coarse step is left above 0.
 void Descend() {
   const int16_t step = g_lens.profile.af_step_coarse;
-  if (!IsMoveOver(&g_mfz.clock_a, step)) return;
+  if (!IsMoveOver(g_mfz.clock_a, step)) return;
   if (g_search.lower < g_mfz.posFocus && g_mfz.posFocus >= step) {
-    MoveFocus(static_cast<int16_t>(-step));
+    MoveFocus(static_cast<int16_t>(-step), &g_mfz.clock_a);
     return;
   }
   CUTIL_GetTime(&g_mfz.clock_b);
@@ -65,14 +66,14 @@ void Descend() {
 // Ends when the upper end has been measured.
 void Scan() {
   const int16_t step = g_lens.profile.af_step_fine;
-  if (!IsMoveOver(&g_mfz.clock_b, step)) return;
+  if (!IsMoveOver(g_mfz.clock_b, step)) return;
   const uint16_t value = get_focus_value();
   if (g_search.best_value <= value) {
     g_search.best_value = value;
     g_search.best_position = g_mfz.posFocus;
   }
   if (g_search.upper > g_mfz.posFocus) {
-    MoveFocus(step);
+    MoveFocus(step, &g_mfz.clock_b);
     return;
   }
   CUTIL_GetTime(&g_mfz.clock_c);
@@ -81,19 +82,20 @@ void Scan() {
 
 void BackOff() {
   const int16_t step = g_lens.profile.af_step_fine;
-  if (!IsMoveOver(&g_mfz.clock_c, step)) return;
+  if (!IsMoveOver(g_mfz.clock_c, step)) return;
   if (g_mfz.posFocus > g_search.best_position - AF_BACK_OFF_STEPS * step) {
-    MoveFocus(static_cast<int16_t>(-step));
+    MoveFocus(static_cast<int16_t>(-step), &g_mfz.clock_c);
     return;
   }
+  CUTIL_GetTime(&g_mfz.clock_c);
   g_mfz.af_state = AF_APPROACH;
 }
 
 void Approach() {
   const int16_t step = g_lens.profile.af_step_finest;
-  if (!IsMoveOver(&g_mfz.clock_c, step)) return;
+  if (!IsMoveOver(g_mfz.clock_c, step)) return;
   if (g_mfz.posFocus < g_search.best_position) {
-    MoveFocus(step);
+    MoveFocus(step, &g_mfz.clock_c);
     return;
   }
   g_mfz.af_state = AF_FINISH;

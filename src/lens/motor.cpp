@@ -45,6 +45,7 @@ void set_motor_speed(MotorSpeedIndex speed) {
   const MotorSpeed& row = MOTOR_SPEEDS[static_cast<size_t>(speed)];
   printf("[MotorSpeed] %s. ", row.name);
   i2m_write(I2M_ADDR_MOTOR_SPEED, static_cast<uint16_t>(row.code & 0xFF));
+  g_lens.step_delay_ms = MotorStepDelayMs(speed);
   i2m_request(I2M_ADDR_MOTOR_SPEED);
   I2mFrame reply;
   if (i2m_read_reply(&reply)) {

@@ -17,11 +17,13 @@ constexpr int MOTOR_SPEED_SETTLE_MS = 100;
 constexpr int MOTOR_PRESCALER_BASE = 11000;
 constexpr int MOTOR_PRESCALER_UNIT = 256;
 
-// The lens in use. Written by apply_lens_profile; the two drive steps also by the drive.
+// The lens in use. Written by apply_lens_profile; the two drive steps also by the drive, the
+// present rate by set_motor_speed.
 struct LensParameters {
   MfzProfile profile;
   float DELAY_MS_NORMAL;  // milliseconds a step at the normal speed
   float DELAY_MS_RESET;   // milliseconds a step at the reset speed
+  float step_delay_ms;    // milliseconds a step at the rate that is set; 0 before the first
 };
 
 extern LensParameters g_lens;

@@ -1,6 +1,7 @@
 #include "lens/position.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -16,6 +17,20 @@ namespace {
 
 constexpr int32_t kNoPosition = -1;
 constexpr int64_t kUsPerMs = 1000;
+
+// When each motor makes the last step of its last move, microseconds of the monotonic clock.
+std::array<int64_t, MFZ_AXIS_COUNT> g_last_step_us = {};
+
+void AwaitLastMove(MfzAxis axis) {
+  const int64_t left_us = g_last_step_us[axis] - CUTIL_MonotonicUs();
+  if (left_us > 0) CUTIL_SleepUs(left_us);
+}
+
+// The first step is made at once, the others follow at the rate that is set.
+void NoteMove(MfzAxis axis, int32_t steps) {
+  const int32_t followers = std::max(abs(steps) - 1, 0);
+  g_last_step_us[axis] = CUTIL_MonotonicUs() + MotorTimeUs(followers, g_lens.step_delay_ms);
+}
 
 // Returns false when there is no such key or its value is too long.
 bool LoadPosition(const char* key, int32_t* position) {
@@ -70,11 +85,13 @@ void set_limits() {
 }
 
 void mfz_move(MfzAxis axis, int32_t steps) {
+  AwaitLastMove(axis);
   if (axis == MFZ_AXIS_ZOOM) {
     i2m_write(I2M_ADDR_ZOOM_MOVE, MoveValue(steps, g_lens.profile.zoom_inverted));
   } else {
     i2m_write(I2M_ADDR_FOCUS_MOVE, MoveValue(steps, g_lens.profile.focus_inverted));
   }
+  NoteMove(axis, steps);
 }
 
 int32_t track_focus(int32_t zoom, int32_t focus) {

@@ -23,6 +23,7 @@ constexpr size_t TRACKING_MIN_ENTRIES = 2;
 enum MfzAxis : int {
   MFZ_AXIS_FOCUS = 0,
   MFZ_AXIS_ZOOM = 1,
+  MFZ_AXIS_COUNT,
 };
 
 // `position` moved by `steps`, in 16 bits.
@@ -48,7 +49,9 @@ int32_t PositionFromText(const char* text);
 // Sets the limits and the tracking flag from the lens in use, and prints them.
 void set_limits();
 
-// Moves a motor by `steps`: one frame. Changes no position.
+// Moves a motor by `steps`: one frame. Changes no position. The micom drops what is left of a
+// move when the next one comes; a motor that has not made its last move's steps is waited for.
+// Whoever gives each move its time never waits here.
 void mfz_move(MfzAxis axis, int32_t steps);
 
 // Moves the focus from `focus` onto the curve at `zoom`, within the focus limits, and returns

@@ -4,6 +4,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <optional>
 #include <vector>
 
@@ -39,9 +40,11 @@ TEST_F(Csysmgr, NoticeIsAHeaderAndItsData) {
 
   const Bytes data(256, 0xA5);
   EXPECT_EQ(CSYSMGR_SendPacket(0x01020304, data.data(), 256), 0);
-  Bytes expected = {0x53, 0x59, 0x53, 0x50, 0, 0, 0, 0, 4, 3, 2, 1};
-  expected.insert(expected.end(), data.begin(), data.end());
-  EXPECT_EQ(Received(), expected);
+  const Bytes header = {0x53, 0x59, 0x53, 0x50, 0, 0, 0, 0, 4, 3, 2, 1};
+  const Bytes packet = Received().value_or(Bytes());
+  ASSERT_EQ(packet.size(), header.size() + data.size());
+  EXPECT_TRUE(std::equal(header.begin(), header.end(), packet.begin()));
+  EXPECT_TRUE(std::equal(data.begin(), data.end(), packet.begin() + CSYSMGR_HEADER_SIZE));
 }
 
 TEST_F(Csysmgr, ImpossibleSizesSendNothing) {

@@ -1,0 +1,116 @@
+// The microcontroller of a motorized lens, with the lens on it: zoom, focus and P-iris.
+//
+// It answers the register protocol and drives three steppers. Frames with a wrong checksum are
+// noise to it. It knows nothing of what the daemon believes: the lens is where its motors are.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "lens/i2m.h"
+#include "sim/far_end.h"
+#include "sim/stepper.h"
+
+namespace sim {
+
+// How a lens is built. The defaults are those of the HERON lens.
+struct LensBuild {
+  int zoom_travel = 1400;  // steps from end to end
+  // Somewhat more than the daemon counts on: a search's last step may pass its upper limit.
+  int focus_travel = 2609;
+  int iris_travel = 96;
+  // A positive step count on the wire turns the motor toward its zero end.
+  bool zoom_inverted = true;
+  bool focus_inverted = true;
+  int iris_rate = 400;  // steps a second
+};
+
+// Where a lens stands, in steps from the zero ends (the iris: from closed).
+struct LensPose {
+  int zoom = 0;
+  int focus = 0;
+  int iris = 0;
+};
+
+// What the micom says of itself.
+struct MicomTraits {
+  uint8_t major = 0x81;  // bit 7 is the variant
+  uint8_t minor = 0x05;
+  uint8_t prescaler_sign = 0;
+  uint8_t prescaler_size = 5;
+  milliseconds answer_after{2};
+  bool silent = false;  // answers nothing
+};
+
+// A whole frame that came, and when.
+struct LensFrame {
+  Clock::time_point time;
+  I2mFrame bytes;
+};
+
+class LensMicom : public FarEnd {
+ public:
+  explicit LensMicom(Clock::time_point now, const LensPose& pose = {}, const LensBuild& build = {});
+
+  void Feed(std::span<const uint8_t> bytes, Clock::time_point now) override;
+  void Tick(Clock::time_point now) override;
+  const char* Name() const override { return "lens"; }
+  std::string Describe() const override;
+  bool IsMoving() const override;
+
+  // --- Its own requests ---
+  void RequestFocusValues(bool on);
+  void RequestLensModel();
+
+  // --- What there is to see ---
+  LensPose Pose() const;
+  const Stepper& Zoom() const { return zoom_; }
+  const Stepper& Focus() const { return focus_; }
+  const Stepper& Iris() const { return iris_; }
+  // The value last written to a register; 0 for one that never was.
+  uint16_t Register(uint8_t address) const;
+  // Every frame since the last call.
+  std::vector<LensFrame> TakeFrames();
+
+  // Puts the lens elsewhere by hand.
+  void Place(const LensPose& pose);
+
+  MicomTraits traits;
+
+ private:
+  struct Answer {
+    Clock::time_point due;
+    I2mFrame frame;
+  };
+
+  void TakeByte(uint8_t byte);
+  void TakeFrame();
+  void TakeWrite(uint8_t address, uint16_t value);
+  void TakeRead(uint8_t address);
+  void DropNoise();
+  void SetRate(uint16_t code);
+  void MoveMotor(Stepper* motor, bool inverted, uint16_t value, const char* name,
+                 const char* positive, const char* negative);
+  void JogMotor(Stepper* motor, uint16_t value, const char* name);
+  void Send(uint8_t kind, uint8_t address, uint8_t high, uint8_t low);
+
+  LensBuild build_;
+  Stepper zoom_;
+  Stepper focus_;
+  Stepper iris_;
+  std::map<uint8_t, uint16_t> registers_;
+  std::vector<uint8_t> partial_;  // of a frame
+  std::vector<uint8_t> noise_;
+  std::deque<Answer> answers_;
+  std::vector<LensFrame> frames_;
+  Clock::time_point now_;
+  // When the line was last seen without a byte: what has come since may have come at once.
+  Clock::time_point line_empty_;
+  Clock::time_point last_byte_;
+};
+
+}  // namespace sim

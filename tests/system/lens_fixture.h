@@ -1,0 +1,182 @@
+// A motorized-lens device for system tests: the real daemon, with a lens micom and a camera daemon
+// at work around it.
+#pragma once
+
+#include <algorithm>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "lens/control.h"
+#include "lens/position.h"
+#include "sim/lens_rig.h"
+#include "tests/system/device_fixture.h"
+
+// Where other processes read the micom's version.
+constexpr char CAMERA_INFO_PATH[] = "/var/nvt/camera.info";
+
+// A zoom and a focus position.
+struct Positions {
+  int zoom = 0;
+  int focus = 0;
+  bool operator==(const Positions&) const = default;
+};
+
+inline std::ostream& operator<<(std::ostream& out, const Positions& positions) {
+  return out << "zoom " << positions.zoom << ", focus " << positions.focus;
+}
+
+class LensTest : public DeviceTest {
+ protected:
+  using Lines = std::vector<std::string>;
+
+  static std::string ConfText(const Positions& positions) {
+    return "zoom_position=" + std::to_string(positions.zoom) +
+           "\nfocus_position=" + std::to_string(positions.focus) + "\n";
+  }
+
+  // Lays the files of a lens device out, with the sensor `sensor`.
+  void InstallLens(const std::string& conf, const std::string& sensor = "AR0230") {
+    config.model = "QB-420";
+    Install();
+    std::filesystem::remove(CAMERA_INFO_PATH);
+    sim::WriteTextFile(MFZ_CONF_PATH, conf);
+    sim::WriteTextFile("/etc/videosource.conf", "VideoSource.1.Dev=" + sensor + "\n");
+  }
+
+  // Puts a micom whose lens stands at `positions`, and a camera daemon, around the daemon.
+  void AttachLens(const Positions& positions, uint32_t seed = 1) {
+    rig.reset();
+    rig = std::make_unique<sim::LensRig>(
+        &line, sim::LensPose{.zoom = positions.zoom, .focus = positions.focus, .iris = 40}, seed);
+  }
+
+  // The whole of it, with a daemon that knows where the lens stands. Returns once the mode's loop
+  // runs and nothing of the start-up is left in Frames.
+  void StartLens(const Positions& positions, const std::string& sensor = "AR0230",
+                 uint32_t seed = 1) {
+    InstallLens(ConfText(positions), sensor);
+    AttachLens(positions, seed);
+    Launch();
+    AwaitLoop();
+  }
+
+  void AwaitLoop(sim::milliseconds limit = sim::milliseconds(15000)) {
+    ASSERT_TRUE(daemon->WaitServing(config)) << daemon->Output() << daemon->Errors();
+    ASSERT_TRUE(Sync(limit)) << daemon->Output() << daemon->Errors();
+    TakeFrames();
+  }
+
+  // Waits until everything that was sent before has been served: a mark comes out at the far end,
+  // twice, since one pass serves datagrams before commands.
+  bool Sync(sim::milliseconds limit = sim::milliseconds(8000)) {
+    return Mark(limit) && Mark(limit);
+  }
+
+  // Waits until every command that was sent before has been carried out. Opens the iris a step.
+  bool Drain(sim::milliseconds limit = sim::milliseconds(20000)) {
+    static const std::string kOpened = "+PIRIS_STEP_SINGLE (open)\n";
+    const size_t opened = CountInOutput(kOpened);
+    Control(CAMERA_CODE_IRIS_STEP, 1);
+    return WaitOutput(kOpened, opened + 1, limit) && Sync(limit);
+  }
+
+  // Every frame since the last call in hexadecimal, marks left out.
+  Lines TakeFrames() {
+    Collect();
+    Lines lines;
+    for (const sim::LensFrame& frame : pending_)
+      lines.push_back(sim::Hex(frame.bytes));
+    pending_.clear();
+    return lines;
+  }
+
+  std::vector<sim::LensFrame> TakeTimedFrames() {
+    Collect();
+    return std::exchange(pending_, {});
+  }
+
+  // Where the lens really is.
+  sim::LensPose Pose() {
+    return rig->With(
+        [](const sim::LensMicom& micom, const sim::CameraDaemon&) { return micom.Pose(); });
+  }
+
+  Positions RealPositions() {
+    const sim::LensPose pose = Pose();
+    return {.zoom = pose.zoom, .focus = pose.focus};
+  }
+
+  // Steps lost by interrupted moves of zoom and focus.
+  long LostSteps() {
+    return rig->With([](const sim::LensMicom& micom, const sim::CameraDaemon&) {
+      return micom.Zoom().Lost() + micom.Focus().Lost();
+    });
+  }
+
+  bool IsMoving() {
+    return rig->With(
+        [](const sim::LensMicom& micom, const sim::CameraDaemon&) { return micom.IsMoving(); });
+  }
+
+  // What the positions file holds.
+  static Positions SavedPositions() {
+    Positions saved;
+    const std::string text = sim::ReadTextFile(MFZ_CONF_PATH);
+    if (sscanf(text.c_str(), "zoom_position=%d focus_position=%d", &saved.zoom, &saved.focus) !=
+        2) {
+      ADD_FAILURE() << "not a whole positions file: " << text;
+    }
+    return saved;
+  }
+
+  size_t CountInOutput(const std::string& text) const {
+    const std::string output = daemon->Output();
+    size_t count = 0;
+    for (size_t at = 0; (at = output.find(text, at)) != std::string::npos; at += text.size())
+      ++count;
+    return count;
+  }
+
+  // Waits for the `count`-th time that the daemon prints `text`.
+  bool WaitOutput(const std::string& text, size_t count = 1,
+                  sim::milliseconds limit = sim::milliseconds(15000)) {
+    return sim::WaitUntil([&] { return CountInOutput(text) >= count; }, limit);
+  }
+
+  void Zoom(int value) { Control(CAMERA_CODE_ZOOM, 0, 0, value); }
+  void Focus(int value) { Control(CAMERA_CODE_FOCUS, value); }
+
+  std::unique_ptr<sim::LensRig> rig;
+
+ private:
+  // A read of a register that no lens has.
+  static constexpr I2mFrame kMark = {0xA5, 0x41, 0x7E, 0x00, 0x00, 0x64};
+
+  bool Mark(sim::milliseconds limit) {
+    SendUdp(sim::DaemonDatagram(RS232_UDP_WRITE, kMark));
+    const int wanted = marks_ + 1;
+    return sim::WaitUntil(
+        [&] {
+          Collect();
+          return marks_ >= wanted;
+        },
+        limit);
+  }
+
+  void Collect() {
+    const auto frames = rig->With(
+        [](sim::LensMicom& micom, const sim::CameraDaemon&) { return micom.TakeFrames(); });
+    for (const sim::LensFrame& frame : frames) {
+      if (frame.bytes == kMark) {
+        ++marks_;
+      } else {
+        pending_.push_back(frame);
+      }
+    }
+  }
+
+  std::vector<sim::LensFrame> pending_;
+  int marks_ = 0;
+};
