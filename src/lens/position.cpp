@@ -95,7 +95,7 @@ void mfz_move(MfzAxis axis, int32_t steps) {
 }
 
 int32_t track_focus(int32_t zoom, int32_t focus) {
-  int32_t target;
+  int32_t target = 0;
   if (!TrackingFocus(g_lens.profile.zftable, zoom, &target)) return 0;
   target = std::max(std::min(target, g_mfz.focus_maximum), g_mfz.focus_minimum);
   const int32_t delta = target - focus;
@@ -124,8 +124,8 @@ void reset_zf() {
 int load_positions(int16_t* zoom, int16_t* focus) {
   *zoom = 0;
   *focus = 0;
-  int32_t stored_zoom;
-  int32_t stored_focus;
+  int32_t stored_zoom = 0;
+  int32_t stored_focus = 0;
   if (!LoadPosition(MFZ_CONF_ZOOM_KEY, &stored_zoom)) return -1;
   if (!LoadPosition(MFZ_CONF_FOCUS_KEY, &stored_focus)) return -1;
   if (stored_zoom == kNoPosition || stored_focus == kNoPosition) return -1;

@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr int kUsPerMs = 1000;
+constexpr int64_t kUsPerMs = 1000;
 
 void RunSteps(CTHREAD* self) {
   while (self->step_routine(self->arg) >= 0 && self->state == CTHREAD_RUNNING) {
@@ -41,7 +41,7 @@ int CreateDetached(CTHREAD* self) {
   sigset_t own;
   sigfillset(&all);
   pthread_sigmask(SIG_SETMASK, &all, &own);
-  pthread_t thread;
+  pthread_t thread = {};
   const int error = pthread_create(&thread, &attributes, CTHREAD_Main, self);
   pthread_sigmask(SIG_SETMASK, &own, nullptr);
   pthread_attr_destroy(&attributes);
