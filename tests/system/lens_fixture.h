@@ -45,6 +45,24 @@ class LensTest : public DeviceTest {
     sim::WriteTextFile("/etc/videosource.conf", "VideoSource.1.Dev=" + sensor + "\n");
   }
 
+  // The device's tuning file for a sensor, whose name is in lower case.
+  static std::string TuningPath(const std::string& sensor) {
+    return "/etc/isp/isp_" + sensor + "_M12_2812.json";
+  }
+
+  // Adds the lens's names to the capabilities and writes a tuning file for IMX123.
+  void InstallTuning(const std::string& tuning) {
+    const std::string capabilities = sim::ReadTextFile("/etc/capabilities.conf");
+    sim::WriteTextFile("/etc/capabilities.conf",
+                       capabilities + "Camera.1.LensModel=2812\nCamera.1.Lens=M12\n");
+    std::filesystem::create_directories("/etc/isp");
+    sim::WriteTextFile(TuningPath("imx123"), tuning);
+  }
+
+  static std::string Antiflicker(const std::string& value) {
+    return R"({"All": {"AE": {"Antiflicker": {"Enable": {"VALUE": )" + value + "}}}}}";
+  }
+
   // Puts a micom whose lens stands at `positions`, and a camera daemon, around the daemon.
   void AttachLens(const Positions& positions, uint32_t seed = 1) {
     rig.reset();
