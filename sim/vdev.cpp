@@ -43,7 +43,7 @@ sim::UniqueFd MakeSignalFd() {
 }
 
 // How a stretch of serving ended.
-enum class Ending { kTimeOver, kUserStops, kDaemonEnded };
+enum class Ending { kTimeOver, kUserStops, kDaemonEnded, kReboot };
 
 bool IsReadable(int fd) {
   pollfd source = {.fd = fd, .events = POLLIN, .revents = 0};
@@ -51,7 +51,9 @@ bool IsReadable(int fd) {
 }
 
 Ending Watch(VirtualDevice* device, sim::milliseconds time, int signals) {
-  if (!device->Serve(time, signals)) return Ending::kDaemonEnded;
+  if (!device->Serve(time, signals)) {
+    return device->IsRebooting() ? Ending::kReboot : Ending::kDaemonEnded;
+  }
   return IsReadable(signals) ? Ending::kUserStops : Ending::kTimeOver;
 }
 
@@ -120,7 +122,7 @@ int RunDevice(const Options& options) {
   bool shown = true;
   if (options.demo) {
     ending = RunScript(&device, options.device.model, signals.Get());
-    shown = ending != Ending::kTimeOver || sim::DemoShowedAll(device.Seen());
+    shown = ending == Ending::kUserStops || sim::DemoShowedAll(options.device.model, device.Seen());
   }
   if (ending == Ending::kTimeOver && !options.once) ending = Play(&device, signals.Get());
   const bool stopped = device.Stop();
@@ -144,9 +146,10 @@ int main(int argc, char** argv) {
   CLI::App app{"Runs rs232d on a virtual device, in a private world of namespaces."};
   app.require_subcommand(1);
   CLI::App* run = app.add_subcommand(
-      "run", "Start the daemon for MODEL with a PTZ head behind its serial line");
+      "run", "Start the daemon for MODEL with what that model has behind its serial line");
   constexpr size_t kModelMax = 127;
-  run->add_option("MODEL", options.device.model, "device model, e.g. QB-620 or QB-100")
+  run->add_option("MODEL", options.device.model,
+                  "device model, e.g. QB-620 (PTZ head), QB-210 (SD module) or QB-310 (HD module)")
       ->required()
       ->check([](const std::string& model) {
         return model.size() <= kModelMax ? "" : "a model name has at most 127 characters";

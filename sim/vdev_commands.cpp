@@ -5,8 +5,11 @@
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
+#include <initializer_list>
 #include <sstream>
 #include <vector>
+
+#include "sim/far_end_models.h"
 
 namespace sim {
 namespace {
@@ -14,7 +17,7 @@ namespace {
 // Bytes that the demonstration sends each way.
 constexpr char kClientText[] = "hello from a PTZ client";
 constexpr char kUdpText[] = "hello from a local process";
-constexpr char kHeadText[] = "hello from the head";
+constexpr char kFarEndText[] = "hello from the far end";
 
 // --- Camera control ----------------------------------------------------------------------------
 
@@ -38,7 +41,8 @@ constexpr std::array<ControlRow, 14> kControls = {{
     {"right", Control(CAMERA_CODE_RIGHT), Arguments::kNone, ""},
     {"up", Control(CAMERA_CODE_UP), Arguments::kNone, ""},
     {"down", Control(CAMERA_CODE_DOWN), Arguments::kNone, ""},
-    {"menu", Control(CAMERA_CODE_MENU), Arguments::kNone, "open the head's menu (preset 95)"},
+    {"menu", Control(CAMERA_CODE_MENU), Arguments::kNone,
+     "open the menu (heads and SD modules: preset 95)"},
     {"in", Control(CAMERA_CODE_ZOOM, 0, 1), Arguments::kNone, "zoom in until stop"},
     {"out", Control(CAMERA_CODE_ZOOM, 0, -1), Arguments::kNone, "zoom out until stop"},
     {"stop", Control(CAMERA_CODE_ZOOM), Arguments::kNone, "stop all motion"},
@@ -114,6 +118,20 @@ CommandResult RunCode(const std::vector<std::string>& texts, VirtualDevice* devi
   return CommandResult::kDone;
 }
 
+// --- Firmware ----------------------------------------------------------------------------------
+
+// "update [BYTES]": a firmware image of that size, then the command.
+CommandResult RunUpdate(const std::vector<std::string>& texts, VirtualDevice* device) {
+  constexpr long kMost = 1'000'000;
+  long size = 3000;
+  if (texts.size() > 1 || (!texts.empty() && !ParseNumber(texts[0], 10, 0, kMost, &size))) {
+    printf("vdev   | usage: update [BYTES], at most %ld\n", kMost);
+    return CommandResult::kBad;
+  }
+  device->UpdateFirmware(static_cast<size_t>(size));
+  return CommandResult::kDone;
+}
+
 // --- Raw bytes ---------------------------------------------------------------------------------
 
 struct RawRow {
@@ -134,6 +152,8 @@ void PrintHelp() {
   printf("vdev   |   %-6s %s\n", "code", "HEX [P1 [P2 [P3]]]: any control code");
   for (const RawRow& row : kRaw)
     printf("vdev   |   %-6s %s\n", row.word, row.help);
+  printf("vdev   |   %-6s %s\n", "update",
+         "[BYTES]: new firmware for the module, then the device reboots (QB-3xx, QB-4xx)");
   printf("vdev   |   %-6s %s\n", "quit", "end (so does Ctrl-C)");
 }
 
@@ -142,7 +162,7 @@ void PrintHelp() {
 using std::chrono::milliseconds;
 
 // A head behind a common model: arrow keys are short taps.
-constexpr std::array<ScriptStep, 8> kCommonDemo = {{
+constexpr std::array<ScriptStep, 8> kHeadDemo = {{
     {"right", milliseconds(600)},
     {"up", milliseconds(600)},
     {"in", milliseconds(900)},
@@ -150,7 +170,7 @@ constexpr std::array<ScriptStep, 8> kCommonDemo = {{
     {"menu", milliseconds(500)},
     {"tcp hello from a PTZ client", milliseconds(200)},
     {"udp hello from a local process", milliseconds(200)},
-    {"say hello from the head", milliseconds(200)},
+    {"say hello from the far end", milliseconds(200)},
 }};
 
 // A speed dome: joystick, presets.
@@ -165,7 +185,40 @@ constexpr std::array<ScriptStep, 11> kDomeDemo = {{
     {"goto 5", milliseconds(400)},
     {"tcp hello from a PTZ client", milliseconds(200)},
     {"udp hello from a local process", milliseconds(200)},
-    {"say hello from the head", milliseconds(200)},
+    {"say hello from the far end", milliseconds(200)},
+}};
+
+// An SD module: the menu is opened, changed and left.
+constexpr std::array<ScriptStep, 13> kSdModuleDemo = {{
+    {"menu", milliseconds(200)},
+    {"down", milliseconds(200)},
+    {"right", milliseconds(200)},
+    {"down", milliseconds(200)},
+    {"down", milliseconds(200)},
+    {"menu", milliseconds(200)},
+    {"in", milliseconds(900)},
+    {"stop", milliseconds(300)},
+    {"out", milliseconds(400)},
+    {"stop", milliseconds(300)},
+    {"tcp hello from a PTZ client", milliseconds(200)},
+    {"udp hello from a local process", milliseconds(200)},
+    {"say hello from the far end", milliseconds(200)},
+}};
+
+// An HD module. The daemon gives the system ten seconds between the update and the reboot.
+constexpr std::array<ScriptStep, 12> kHdModuleDemo = {{
+    {"menu", milliseconds(200)},
+    {"up", milliseconds(200)},
+    {"menu", milliseconds(200)},
+    {"in", milliseconds(900)},
+    {"stop", milliseconds(300)},
+    {"near", milliseconds(500)},
+    {"stop", milliseconds(300)},
+    {"code 1202", milliseconds(700)},
+    {"tcp hello from a PTZ client", milliseconds(200)},
+    {"udp hello from a local process", milliseconds(200)},
+    {"say hello from the far end", milliseconds(200)},
+    {"update", milliseconds(30'000)},
 }};
 
 bool Expect(bool seen, const char* what) {
@@ -175,6 +228,42 @@ bool Expect(bool seen, const char* what) {
 
 bool Contains(const std::string& text, const char* part) {
   return text.find(part) != std::string::npos;
+}
+
+bool AllOf(std::initializer_list<bool> shown) {
+  return std::all_of(shown.begin(), shown.end(), [](bool one) { return one; });
+}
+
+bool ShowedRawBytes(const Sightings& seen) {
+  return AllOf({
+      Expect(Contains(seen.raw_to_line, kClientText), "bytes of the PTZ client on the line"),
+      Expect(Contains(seen.raw_to_line, kUdpText), "bytes of the local process on the line"),
+      Expect(Contains(seen.line_to_client, kFarEndText), "bytes of the far end at the PTZ client"),
+      Expect(Contains(seen.line_to_data, kFarEndText), "bytes of the far end at the data port"),
+  });
+}
+
+bool ShowedSdModule(const Sightings& seen) {
+  return AllOf({
+      Expect(seen.camera_info == "VERSION=0.0\nMODEL=18\nRESOLUTION=sd\n",
+             "the camera information file of this module"),
+      Expect(Contains(seen.words, "menu key"), "a key of the menu"),
+      Expect(Contains(seen.words, "zoom tele"), "zoom"),
+  });
+}
+
+bool ShowedHdModule(const Sightings& seen) {
+  return AllOf({
+      Expect(seen.camera_info == "VERSION=2.1\nMODEL=Sony 2M\nRESOLUTION=1080p\n",
+             "the camera information file of this module"),
+      Expect(Contains(seen.words, "menu key"), "a key of the menu"),
+      Expect(Contains(seen.words, "zoom tele"), "zoom"),
+      Expect(Contains(seen.words, "focus search"), "a focus search"),
+      Expect(Contains(seen.words, "all bytes are there"), "new firmware in the micom"),
+      Expect(Contains(seen.daemon_output, "* write 100%"), "the progress of the update"),
+      Expect(seen.reboot_notices == 1, "one notice of a reboot at the system manager"),
+      Expect(Contains(seen.programs, " reboot"), "the reboot"),
+  });
 }
 
 }  // namespace
@@ -196,6 +285,7 @@ CommandResult RunCommand(const std::string& line, VirtualDevice* device) {
     texts.push_back(text);
 
   if (word == "code") return RunCode(texts, device);
+  if (word == "update") return RunUpdate(texts, device);
   for (const ControlRow& row : kControls) {
     if (word == row.word) return RunControl(row, texts, device);
   }
@@ -209,19 +299,29 @@ CommandResult RunCommand(const std::string& line, VirtualDevice* device) {
 }
 
 std::span<const ScriptStep> DemoScript(const std::string& model) {
+  switch (KindOfModel(model)) {
+    case FarEndKind::kSdModule:
+      return kSdModuleDemo;
+    case FarEndKind::kHdModule:
+      return kHdModuleDemo;
+    case FarEndKind::kPtzHead:
+      break;
+  }
   if (model == "QB-620") return kDomeDemo;
-  return kCommonDemo;
+  return kHeadDemo;
 }
 
-bool DemoShowedAll(const Sightings& seen) {
-  const std::array<bool, 5> shown = {
-      Expect(seen.frames > 0, "a frame that the head understands"),
-      Expect(Contains(seen.raw_to_line, kClientText), "bytes of the PTZ client on the line"),
-      Expect(Contains(seen.raw_to_line, kUdpText), "bytes of the local process on the line"),
-      Expect(Contains(seen.line_to_client, kHeadText), "bytes of the head at the PTZ client"),
-      Expect(Contains(seen.line_to_data, kHeadText), "bytes of the head at the data port"),
-  };
-  return std::all_of(shown.begin(), shown.end(), [](bool one) { return one; });
+bool DemoShowedAll(const std::string& model, const Sightings& seen) {
+  const bool raw_bytes = ShowedRawBytes(seen);
+  switch (KindOfModel(model)) {
+    case FarEndKind::kSdModule:
+      return ShowedSdModule(seen) && raw_bytes;
+    case FarEndKind::kHdModule:
+      return ShowedHdModule(seen) && raw_bytes;
+    case FarEndKind::kPtzHead:
+      break;
+  }
+  return Expect(!seen.words.empty(), "a frame that the head understands") && raw_bytes;
 }
 
 }  // namespace sim

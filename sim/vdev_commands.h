@@ -24,7 +24,8 @@ struct ScriptStep {
 // The demonstration of a model.
 std::span<const ScriptStep> DemoScript(const std::string& model);
 
-// Whether a device has shown everything that the demonstration should; prints what it has not.
-bool DemoShowedAll(const Sightings& seen);
+// Whether a device of a model has shown everything that its demonstration should; prints what it
+// has not.
+bool DemoShowedAll(const std::string& model, const Sightings& seen);
 
 }  // namespace sim

@@ -7,20 +7,32 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 #include "ipc/cicomm.h"
+#include "ipc/csysmgr.h"
 #include "relay/daemon_datagram.h"
 #include "sim/far_end_models.h"
+#include "sim/world.h"
 
 namespace sim {
 namespace {
 
-// How often time passes for the far end, and how often it is described while it moves.
-constexpr milliseconds kTickEvery{5};
+// How often the far end is described while it moves.
 constexpr milliseconds kReportEvery{500};
+// A file that has not changed for this long is whole.
+constexpr milliseconds kFileSettled{50};
+// Most of a line of the daemon's that is printed.
+constexpr size_t kLineShown = 120;
+
+constexpr char kCameraInfoPath[] = "/var/nvt/camera.info";
+constexpr char kFirmwarePath[] = "/tmp/micom_firmware";
+constexpr size_t kFirmwareHeader = 64;
 
 void Print(const char* who, const std::string& words) {
   printf("%-6s | %s\n", who, words.c_str());
@@ -45,25 +57,45 @@ Bytes BytesOf(const std::string& text) {
   return Bytes(text.begin(), text.end());
 }
 
+std::string Shortened(const std::string& line) {
+  return line.size() <= kLineShown ? line : line.substr(0, kLineShown) + "...";
+}
+
+// The lines of a text beyond its first `seen` characters.
+std::vector<std::string> NewLines(const std::string& text, size_t seen) {
+  std::vector<std::string> lines;
+  for (size_t end = 0; (end = text.find('\n', seen)) != std::string::npos; seen = end + 1)
+    lines.push_back(text.substr(seen, end - seen));
+  return lines;
+}
+
+bool IsRebootNotice(std::span<const uint8_t> datagram) {
+  CsysmgrPacket notice = {};
+  if (datagram.size() != CSYSMGR_HEADER_SIZE) return false;
+  memcpy(&notice, datagram.data(), datagram.size());
+  return notice.magic.Get() == CSYSMGR_MAGIC && notice.code.GetSigned() == CSYSMGR_CODE_REBOOT;
+}
+
 }  // namespace
 
 VirtualDevice::VirtualDevice(const DeviceConfig& config, const std::string& daemon_path, bool trace)
     : config_(config),
       line_(config.serial_path),
       far_end_(MakeFarEnd(config.model, line_, Clock::now())),
+      line_server_(&line_, far_end_.get()),
       data_(SERIAL_DATA_PORT),
+      manager_(CSYSMGR_PORT),
       last_report_(Clock::now()),
       last_description_(far_end_->Describe()) {
   InstallDevice(config);
   far_end_->on_words = [this](const std::string& words) {
-    ++seen_.frames;
+    seen_.words.append(words).append("\n");
     Print(far_end_->Name(), words);
   };
   far_end_->on_noise = [this](std::span<const uint8_t> bytes) {
     seen_.raw_to_line.append(bytes.begin(), bytes.end());
     Print(far_end_->Name(), Count(bytes.size()) + " that are no frame: " + Dump(bytes));
   };
-  far_end_->on_answer = [this](std::span<const uint8_t> bytes) { line_.Send(bytes); };
 
   int pipe_fds[2];
   if (pipe2(pipe_fds, O_CLOEXEC | O_NONBLOCK) != 0) throw std::runtime_error("cannot make a pipe");
@@ -93,32 +125,26 @@ bool VirtualDevice::Start() {
 bool VirtualDevice::Serve(milliseconds limit, int wake_fd) {
   const auto end = Clock::now() + limit;
   while (true) {
-    std::array<pollfd, 5> sources = {{{line_.FarEnd(), POLLIN, 0},
+    std::array<pollfd, 6> sources = {{{line_.FarEnd(), POLLIN, 0},
                                       {output_.Get(), POLLIN, 0},
                                       {data_.Fd(), POLLIN, 0},
                                       {client_ ? client_->Fd() : -1, POLLIN, 0},
+                                      {manager_.Fd(), POLLIN, 0},
                                       {wake_fd, POLLIN, 0}}};
     const auto left = std::chrono::duration_cast<milliseconds>(end - Clock::now());
     const milliseconds pause = std::clamp(left, milliseconds(0), kTickEvery);
     poll(sources.data(), sources.size(), static_cast<int>(pause.count()));
-    if (sources[0].revents != 0) ServeLine();
     if (sources[1].revents != 0) ServeDaemonOutput();
     if (sources[2].revents != 0) ServeData();
     if (sources[3].revents != 0) ServeClient();
+    if (sources[4].revents != 0) ServeManager();
     ReportFarEnd();
+    ReportCameraInfo();
+    ReportPrograms();
     fflush(stdout);
-    if (daemon_->WaitEnd(milliseconds(0)).has_value()) return false;
-    if (sources[4].revents != 0 || Clock::now() >= end) return true;
+    if (is_rebooting_ || daemon_->WaitEnd(milliseconds(0)).has_value()) return false;
+    if (sources[5].revents != 0 || Clock::now() >= end) return true;
   }
-}
-
-void VirtualDevice::ServeLine() {
-  std::array<uint8_t, 4096> bytes;
-  const ssize_t count = read(line_.FarEnd(), bytes.data(), bytes.size());
-  if (count <= 0) return;
-  const auto now = Clock::now();
-  if (!far_end_->IsMoving()) last_report_ = now;
-  far_end_->Feed({bytes.data(), static_cast<size_t>(count)}, now);
 }
 
 void VirtualDevice::PrintDaemonLines(bool all) {
@@ -129,7 +155,8 @@ void VirtualDevice::PrintDaemonLines(bool all) {
   }
   size_t end = 0;
   while ((end = output_text_.find('\n')) != std::string::npos) {
-    Print("daemon", output_text_.substr(0, end));
+    seen_.daemon_output += output_text_.substr(0, end + 1);
+    Print("daemon", Shortened(output_text_.substr(0, end)));
     output_text_.erase(0, end + 1);
   }
   if (all && !output_text_.empty()) Print("daemon", output_text_);
@@ -165,15 +192,48 @@ void VirtualDevice::ServeClient() {
   Print("client", Count(received.size()) + " on the PTZ TCP connection: " + Dump(received));
 }
 
+void VirtualDevice::ServeManager() {
+  const auto datagram = manager_.Receive(milliseconds(0));
+  if (!datagram.has_value()) return;
+  const bool is_reboot = IsRebootNotice(*datagram);
+  if (is_reboot) ++seen_.reboot_notices;
+  Print("sysmgr", (is_reboot ? "notice of a reboot: " : "notice: ") + Dump(*datagram));
+}
+
 void VirtualDevice::ReportFarEnd() {
+  const bool was_moving = far_end_->IsMoving();
+  line_server_.Step();
   const auto now = Clock::now();
-  far_end_->Tick(now);
+  if (!was_moving && far_end_->IsMoving()) last_report_ = now;
   if (far_end_->IsMoving() && now - last_report_ < kReportEvery) return;
   const std::string description = far_end_->Describe();
   if (description == last_description_) return;
   Print(far_end_->Name(), description);
   last_description_ = description;
   last_report_ = now;
+}
+
+// Prints the camera information file once it is whole again: it is written line by line.
+void VirtualDevice::ReportCameraInfo() {
+  const auto now = Clock::now();
+  const std::string info = ReadTextFile(kCameraInfoPath);
+  if (info != new_camera_info_) {
+    new_camera_info_ = info;
+    new_camera_info_since_ = now;
+  }
+  if (info == seen_.camera_info || now - new_camera_info_since_ < kFileSettled) return;
+  seen_.camera_info = info;
+  for (const std::string& line : NewLines(info, 0))
+    Print("info", line);
+}
+
+void VirtualDevice::ReportPrograms() {
+  const std::string log = ReadTextFile(kProgramLog);
+  for (const std::string& line : NewLines(log, seen_.programs.size())) {
+    Print("system", "runs, at uptime " + line);
+    is_rebooting_ = is_rebooting_ || line.find(" reboot") != std::string::npos;
+  }
+  seen_.programs = log.substr(0, log.rfind('\n') + 1);
 }
 
 void VirtualDevice::SendControl(const CameraControl& control) {
@@ -197,8 +257,21 @@ void VirtualDevice::SendFromFarEnd(const std::string& text) {
   line_.Send(BytesOf(text));
 }
 
+void VirtualDevice::UpdateFirmware(size_t payload) {
+  std::string image(kFirmwareHeader, 'H');
+  for (size_t i = 0; i < payload; ++i)
+    image += static_cast<char>(i * i / 7);
+  WriteTextFile(kFirmwarePath, image);
+  sender_.SendTo(RS232_COMMAND_PORT, CommandPacket(CICOMM_PCMD_MICOM_FIRMWARE_UPDATE, {}));
+}
+
 bool VirtualDevice::Stop() {
   client_.reset();
+  if (is_rebooting_) {
+    Print("vdev", "rs232d has rebooted the device and waits for the system to end it: ended");
+    daemon_->Signal(SIGKILL);
+    return daemon_->WaitEnd() == -SIGKILL;
+  }
   const auto status = daemon_->Stop();
   PrintDaemonLines(true);
   if (!status.has_value()) {

@@ -9,6 +9,7 @@
 #include "sim/daemon_process.h"
 #include "sim/device.h"
 #include "sim/far_end.h"
+#include "sim/line_server.h"
 #include "sim/peers.h"
 #include "sim/pty_line.h"
 
@@ -19,7 +20,11 @@ struct Sightings {
   std::string raw_to_line;     // bytes at the far end of the line that were no frame
   std::string line_to_client;  // bytes that the PTZ client received
   std::string line_to_data;    // bytes that came as serial data datagrams
-  int frames = 0;              // frames that the far end understood
+  std::string words;           // what the far end understood, a line each
+  std::string daemon_output;   // what the daemon printed
+  std::string camera_info;     // the camera information file
+  std::string programs;        // log of the device programs that were run
+  int reboot_notices = 0;      // notices of a reboot at the system manager
 };
 
 class VirtualDevice {
@@ -32,31 +37,41 @@ class VirtualDevice {
   bool Start();
 
   // Serves every peer for as long as `limit`, or until `wake_fd` (-1: none) is readable.
-  // Returns false once the daemon has ended.
+  // Returns false once the daemon has ended or the device reboots.
   bool Serve(milliseconds limit, int wake_fd);
+
+  // Whether the daemon has rebooted the device: it then only waits for the system to end it.
+  bool IsRebooting() const { return is_rebooting_; }
 
   void SendControl(const CameraControl& control);
   void SendRawByUdp(const std::string& text);
   void SendRawByClient(const std::string& text);
   void SendFromFarEnd(const std::string& text);
+  // Lays out a firmware image with `payload` bytes behind its header and orders the update.
+  void UpdateFirmware(size_t payload);
 
-  // Stops the daemon by SIGTERM and prints how it ended. Returns true for status 0.
+  // Stops the daemon by SIGTERM and prints how it ended. Returns true for status 0. While the
+  // device reboots the daemon is ended as the system would end it, which is good as well.
   bool Stop();
 
   const Sightings& Seen() const { return seen_; }
 
  private:
-  void ServeLine();
   void ServeDaemonOutput();
   void ServeData();
   void ServeClient();
+  void ServeManager();
   void ReportFarEnd();
+  void ReportCameraInfo();
+  void ReportPrograms();
   void PrintDaemonLines(bool all);
 
   DeviceConfig config_;
   PtyLine line_;
   std::unique_ptr<FarEnd> far_end_;
+  LineServer line_server_;
   UdpPeer data_;
+  UdpPeer manager_;
   UdpPeer sender_;
   SyslogRecorder syslog_;
   UniqueFd output_;
@@ -66,6 +81,9 @@ class VirtualDevice {
   Sightings seen_;
   Clock::time_point last_report_;
   std::string last_description_;
+  std::string new_camera_info_;
+  Clock::time_point new_camera_info_since_;
+  bool is_rebooting_ = false;
 };
 
 }  // namespace sim
