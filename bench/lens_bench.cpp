@@ -10,7 +10,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
-#include <filesystem>
 #include <functional>
 #include <memory>
 #include <thread>
@@ -69,15 +68,12 @@ int Guarded(const std::function<int()>& body) {
 // The daemon with a lens around it.
 class LensDevice {
  public:
-  LensDevice(const sim::LensPose& pose, uint32_t seed, const std::string& sensor,
-             const std::string& tuning) {
+  LensDevice(const sim::LensPose& pose, uint32_t seed, const std::string& sensor = "AR0230",
+             const std::string& antiflicker = "false") {
     config_.model = "QB-420";
     sim::InstallDevice(config_);
-    sim::WriteTextFile(MFZ_CONF_PATH, "zoom_position=" + std::to_string(pose.zoom) +
-                                          "\nfocus_position=" + std::to_string(pose.focus) + "\n");
-    sim::WriteTextFile("/etc/videosource.conf", "VideoSource.1.Dev=" + sensor + "\n");
-    std::filesystem::create_directories("/etc/isp");
-    sim::WriteTextFile("/etc/isp/isp_imx123__.json", tuning);
+    sim::InstallLens(
+        {.zoom = pose.zoom, .focus = pose.focus, .sensor = sensor, .antiflicker = antiflicker});
     rig_ = std::make_unique<sim::LensRig>(&line_, pose, seed);
     daemon_ = std::make_unique<sim::DaemonProcess>(RS232D_PATH, std::vector<std::string>{});
     Require(daemon_->WaitServing(config_), "the daemon does not come up");
@@ -133,9 +129,7 @@ bool IsTruthKept(LensDevice* device) {
   const long lost = device->Rig().With([](const sim::LensMicom& micom, const sim::CameraDaemon&) {
     return micom.Zoom().Lost() + micom.Focus().Lost();
   });
-  return lost == 0 && sim::ReadTextFile(MFZ_CONF_PATH) ==
-                          "zoom_position=" + std::to_string(pose.zoom) +
-                              "\nfocus_position=" + std::to_string(pose.focus) + "\n";
+  return lost == 0 && sim::ReadTextFile(MFZ_CONF_PATH) == sim::PositionsText(pose.zoom, pose.focus);
 }
 
 void StartSearch(const Place& place, LensDevice* device) {
@@ -172,7 +166,7 @@ Outcome RunTrial(const sim::FocusTrial& trial, const Place& place, LensDevice* d
 int RunTrials(int world, int trials, int results) {
   const Place& place = kPlaces[static_cast<size_t>(world) % kPlaces.size()];
   const auto seed = static_cast<uint32_t>(world) + 1;
-  LensDevice device({.zoom = place.zoom, .focus = place.focus, .iris = 40}, seed, "AR0230", "");
+  LensDevice device({.zoom = place.zoom, .focus = place.focus, .iris = 40}, seed);
   std::mt19937 random(seed);
   for (int i = 0; i < trials; ++i) {
     const sim::FocusTrial trial =
@@ -255,9 +249,7 @@ constexpr std::array<IdleRow, 3> kIdleRows = {{
 }};
 
 int MeasureIdle(const IdleRow& row, int seconds) {
-  LensDevice device({.zoom = 0, .focus = 200, .iris = 40}, 1, row.sensor,
-                    std::string(R"({"All": {"AE": {"Antiflicker": {"Enable": {"VALUE": )") +
-                        row.antiflicker + "}}}}}");
+  LensDevice device({.zoom = 0, .focus = 200, .iris = 40}, 1, row.sensor, row.antiflicker);
   device.Rig().With(
       [](const sim::LensMicom&, sim::CameraDaemon& camera) { camera.scene.light = 8; });
   std::this_thread::sleep_for(row.settle);

@@ -31,36 +31,14 @@ class LensTest : public DeviceTest {
  protected:
   using Lines = std::vector<std::string>;
 
-  static std::string ConfText(const Positions& positions) {
-    return "zoom_position=" + std::to_string(positions.zoom) +
-           "\nfocus_position=" + std::to_string(positions.focus) + "\n";
-  }
-
-  // Lays the files of a lens device out, with the sensor `sensor`.
-  void InstallLens(const std::string& conf, const std::string& sensor = "AR0230") {
+  // Lays the files of a lens device out, with the positions file `conf`.
+  void InstallLens(const std::string& conf, const std::string& sensor = "AR0230",
+                   const std::string& antiflicker = "false") {
     config.model = "QB-420";
     Install();
-    std::filesystem::remove(CAMERA_INFO_PATH);
+    sim::InstallLens({.zoom = 0, .focus = 0, .sensor = sensor, .antiflicker = antiflicker});
     sim::WriteTextFile(MFZ_CONF_PATH, conf);
-    sim::WriteTextFile("/etc/videosource.conf", "VideoSource.1.Dev=" + sensor + "\n");
-  }
-
-  // The device's tuning file for a sensor, whose name is in lower case.
-  static std::string TuningPath(const std::string& sensor) {
-    return "/etc/isp/isp_" + sensor + "_M12_2812.json";
-  }
-
-  // Adds the lens's names to the capabilities and writes a tuning file for IMX123.
-  void InstallTuning(const std::string& tuning) {
-    const std::string capabilities = sim::ReadTextFile("/etc/capabilities.conf");
-    sim::WriteTextFile("/etc/capabilities.conf",
-                       capabilities + "Camera.1.LensModel=2812\nCamera.1.Lens=M12\n");
-    std::filesystem::create_directories("/etc/isp");
-    sim::WriteTextFile(TuningPath("imx123"), tuning);
-  }
-
-  static std::string Antiflicker(const std::string& value) {
-    return R"({"All": {"AE": {"Antiflicker": {"Enable": {"VALUE": )" + value + "}}}}}";
+    std::filesystem::remove(CAMERA_INFO_PATH);
   }
 
   // Puts a micom whose lens stands at `positions`, and a camera daemon, around the daemon.
@@ -74,7 +52,7 @@ class LensTest : public DeviceTest {
   // runs and nothing of the start-up is left in Frames.
   void StartLens(const Positions& positions, const std::string& sensor = "AR0230",
                  uint32_t seed = 1) {
-    InstallLens(ConfText(positions), sensor);
+    InstallLens(sim::PositionsText(positions.zoom, positions.focus), sensor);
     AttachLens(positions, seed);
     Launch();
     AwaitLoop();

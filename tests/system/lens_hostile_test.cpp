@@ -135,23 +135,22 @@ TEST_F(LensHostile, TuningFiles) {
     nested += "{\"All\":";
   const std::vector<std::pair<std::string, std::string>> rows = {
       {"not JSON", "Antiflicker=true\n"},
-      {"cut off", Antiflicker("true").substr(0, 60)},
+      {"cut off", sim::TuningText("true").substr(0, 60)},
       {"empty", ""},
       {"zeros", std::string(4096, '\0')},
       {"nested objects", nested},
       {"nested arrays", std::string(100000, '[')},
       {"arrays in the way", R"({"All": [{"AE": 1}]})"},
       {"a number in the way", R"({"All": {"AE": 5}})"},
-      {"null", Antiflicker("null")},
-      {"an object for a value", Antiflicker("{\"x\": " + std::string(90000, ' ') + "true}")},
+      {"null", sim::TuningText("null")},
+      {"an object for a value", sim::TuningText("{\"x\": " + std::string(90000, ' ') + "true}")},
   };
-  InstallLens(ConfText({.zoom = 0, .focus = 200}), "IMX123");
-  InstallTuning("");
+  InstallLens(sim::PositionsText(0, 200), "IMX123");
   AttachLens({.zoom = 0, .focus = 200});
   Launch();
   AwaitLoop();
   const std::string off = "g_antiflk_enable=0, g_sensor_supported=1\n";
-  const std::string path = TuningPath("imx123");
+  const std::string path = sim::TuningPath("IMX123");
   size_t asked = 0;
   for (const auto& [legend, text] : rows) {
     SCOPED_TRACE(legend);
@@ -176,7 +175,7 @@ TEST_F(LensHostile, TuningFiles) {
 // --- Micom and camera daemon -------------------------------------------------------------------
 
 TEST_F(LensHostile, GarbageOnTheLine) {
-  InstallLens(ConfText({.zoom = 0, .focus = 200}));
+  InstallLens(sim::PositionsText(0, 200));
   AttachLens({.zoom = 0, .focus = 200});
   std::mt19937 random(7);
   const auto babble = [&] {
@@ -198,7 +197,7 @@ TEST_F(LensHostile, GarbageOnTheLine) {
   ASSERT_TRUE(Sync());
   EXPECT_EQ(TakeFrames(), (Lines{"A5 40 0B FF FC EB"}));
   Control(LENS_CODE_START_AF);
-  ASSERT_TRUE(WaitOutput("TRACE\t"));
+  ASSERT_TRUE(WaitOutput("--> saved\n"));
   EXPECT_EQ(SavedPositions(), RealPositions());
   ExpectPromptStop(milliseconds(2000));
 }
@@ -208,8 +207,7 @@ TEST_F(LensHostile, GarbageOnTheLine) {
 TEST_F(LensHostile, SilentOrLateCameraDaemonDelaysTheEndByOneQuestion) {
   for (const milliseconds late : {milliseconds(0), milliseconds(3300)}) {
     SCOPED_TRACE(late.count());
-    InstallLens(ConfText({.zoom = 0, .focus = 200}), "IMX123");
-    InstallTuning(Antiflicker("true"));
+    InstallLens(sim::PositionsText(0, 200), "IMX123", "true");
     AttachLens({.zoom = 0, .focus = 200});
     rig->With([&](const sim::LensMicom&, sim::CameraDaemon& camera) {
       camera.traits.silent = late == milliseconds(0);

@@ -46,7 +46,7 @@ class LensSaves : public LensTest {
     ASSERT_EQ(daemon->WaitEnd(), hard ? -SIGKILL : 0);
     const std::string text = sim::ReadTextFile(MFZ_CONF_PATH);
     const Positions saved = SavedPositions();
-    EXPECT_EQ(text, ConfText(saved)) << "not whole";
+    EXPECT_EQ(text, sim::PositionsText(saved.zoom, saved.focus)) << "not whole";
     EXPECT_EQ(saved.zoom, 0);
     // Every move is one of two steps at the least speed; none is saved before it was sent.
     EXPECT_EQ((saved.focus - start) % 2, 0);
