@@ -1,6 +1,6 @@
 #!/bin/sh
 # Builds the project and shows the real daemon at work on a virtual device.
-#   ./demo.sh [MODEL] [--once]     MODEL: QB-620 (default), QB-210, QB-310, ...
+#   ./demo.sh [MODEL] [--once]     MODEL: QB-620 (default), QB-210, QB-310, QB-420, ...
 # Shows a short sequence, then is yours to drive; with --once it ends there, with status 0 when
 # everything was seen.
 set -eu

@@ -74,7 +74,7 @@ void CameraDaemon::MeasureFocus(int port, Clock::time_point now) {
   const uint16_t value = optics_.Measure(scene, pose);
   const bool moving = lens_ != nullptr && (lens_->Focus().IsMoving() || lens_->Zoom().IsMoving());
   focus_readings_.push_back({.time = now, .pose = pose, .moving = moving, .value = value});
-  on_words("focus measure " + std::to_string(value));
+  on_words("focus measure " + std::to_string(value) + " at focus " + std::to_string(pose.focus));
   AnswerWith(port, CAMERA_QUERY_FOCUS, value, 0, now);
 }
 

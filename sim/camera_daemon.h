@@ -61,7 +61,7 @@ class CameraDaemon {
   std::vector<ExposureReading> TakeExposureReadings();
   std::vector<ExposureOrder> TakeExposureOrders();
 
-  // What is done in words, e.g. "focus measure 1234".
+  // What is done in words, e.g. "focus measure 1234 at focus 560".
   std::function<void(const std::string&)> on_words = [](const std::string&) {};
 
   CameraTraits traits;

@@ -1,12 +1,17 @@
 #include "sim/device.h"
 
 #include <algorithm>
+#include <cctype>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
 
 #include "cmmap/param_block.h"
 #include "daemon/settings.h"
+#include "lens/position.h"
+#include "lens/sensor_config.h"
+#include "lens/video_source.h"
 #include "serial/serial_port.h"
 #include "util/bytes.h"
 
@@ -52,6 +57,32 @@ void InstallDevice(const DeviceConfig& config) {
                 std::string(SERIAL_DEVICE_KEY) + "=" + config.serial_path + "\n");
   const std::vector<uint8_t> block = BuildParamBlock(config);
   WriteTextFile(PARAM_BLOCK_PATH, std::string(block.begin(), block.end()));
+}
+
+std::string TuningPath(const std::string& sensor) {
+  std::string name = sensor;
+  std::transform(name.begin(), name.end(), name.begin(),
+                 [](unsigned char c) { return static_cast<char>(tolower(c)); });
+  return "/etc/isp/isp_" + name + "_M12_2812.json";
+}
+
+std::string TuningText(const std::string& antiflicker) {
+  return R"({"All": {"AE": {"Antiflicker": {"Enable": {"VALUE": )" + antiflicker + "}}}}}";
+}
+
+std::string PositionsText(int zoom, int focus) {
+  return std::string(MFZ_CONF_ZOOM_KEY) + "=" + std::to_string(zoom) + "\n" + MFZ_CONF_FOCUS_KEY +
+         "=" + std::to_string(focus) + "\n";
+}
+
+void InstallLens(const LensConfig& config) {
+  WriteTextFile(MFZ_CONF_PATH, PositionsText(config.zoom, config.focus));
+  WriteTextFile(VIDEO_SOURCE_PATH,
+                std::string(VIDEO_SOURCE_SENSOR_KEY) + "=" + config.sensor + "\n");
+  WriteTextFile(LENS_CAPABILITIES_PATH, ReadTextFile(LENS_CAPABILITIES_PATH) + LENS_MODEL_KEY +
+                                            "=2812\n" + LENS_NAME_KEY + "=M12\n");
+  std::filesystem::create_directories("/etc/isp");
+  WriteTextFile(TuningPath(config.sensor), TuningText(config.antiflicker));
 }
 
 }  // namespace sim

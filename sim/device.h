@@ -27,6 +27,27 @@ struct DeviceConfig {
 // std::runtime_error when a file cannot be written.
 void InstallDevice(const DeviceConfig& config);
 
+// What a device with a motorized lens has besides.
+struct LensConfig {
+  int zoom = 0;  // stored positions
+  int focus = 200;
+  std::string sensor = "AR0230";
+  std::string antiflicker = "false";  // a JSON value
+};
+
+// Writes the positions file, the names of sensor and lens, and the sensor's tuning file, over
+// what InstallDevice wrote. Throws std::runtime_error when a file cannot be written.
+void InstallLens(const LensConfig& config);
+
+// Where the tuning file of a sensor is; its name is in lower case.
+std::string TuningPath(const std::string& sensor);
+
+// A tuning file with this JSON value for anti-flicker.
+std::string TuningText(const std::string& antiflicker);
+
+// The text of a positions file.
+std::string PositionsText(int zoom, int focus);
+
 // The parameter block of a device.
 std::vector<uint8_t> BuildParamBlock(const DeviceConfig& config);
 

@@ -45,7 +45,8 @@ LensMicom::LensMicom(Clock::time_point now, const LensPose& pose, const LensBuil
       iris_(build.iris_travel, pose.iris, build.iris_rate),
       now_(now),
       line_empty_(now),
-      last_byte_(now) {}
+      last_byte_(now),
+      last_turn_(now - kRestAfter) {}
 
 // A motor is judged by the latest moment at which a frame may have come, and starts at the
 // earliest: whoever looks at the line too rarely must not make steps disappear.
@@ -57,15 +58,13 @@ void LensMicom::Feed(std::span<const uint8_t> bytes, Clock::time_point now) {
   for (const uint8_t byte : bytes)
     TakeByte(byte);
   line_empty_ = now;
-  for (Stepper* motor : {&zoom_, &focus_, &iris_})
-    motor->Advance(now);
+  TurnMotors();
 }
 
 void LensMicom::Tick(Clock::time_point now) {
   now_ = now;
   line_empty_ = now;
-  for (Stepper* motor : {&zoom_, &focus_, &iris_})
-    motor->Advance(now);
+  TurnMotors();
   if (now - last_byte_ >= kQuietAfter) {
     noise_.insert(noise_.end(), partial_.begin(), partial_.end());
     partial_.clear();
@@ -78,6 +77,13 @@ void LensMicom::Tick(Clock::time_point now) {
   }
 }
 
+void LensMicom::TurnMotors() {
+  for (Stepper* motor : {&zoom_, &focus_, &iris_}) {
+    if (motor->IsMoving()) last_turn_ = now_;
+    motor->Advance(now_);
+  }
+}
+
 std::string LensMicom::Describe() const {
   std::array<char, 64> text;
   snprintf(text.data(), text.size(), "zoom %d, focus %d, iris %d", zoom_.Position(),
@@ -86,7 +92,8 @@ std::string LensMicom::Describe() const {
 }
 
 bool LensMicom::IsMoving() const {
-  return zoom_.IsMoving() || focus_.IsMoving() || iris_.IsMoving();
+  return zoom_.IsMoving() || focus_.IsMoving() || iris_.IsMoving() ||
+         now_ - last_turn_ < kRestAfter;
 }
 
 void LensMicom::RequestFocusValues(bool on) {
@@ -145,7 +152,7 @@ void LensMicom::DropNoise() {
 }
 
 void LensMicom::TakeFrame() {
-  LensFrame frame = {.time = now_, .bytes = {}};
+  LensFrame frame = {.earliest = line_empty_, .time = now_, .bytes = {}};
   std::copy_n(partial_.begin(), I2M_FRAME_SIZE, frame.bytes.begin());
   frames_.push_back(frame);
   const uint8_t address = frame.bytes[I2M_ADDRESS_AT];
@@ -180,7 +187,8 @@ void LensMicom::TakeWrite(uint8_t address, uint16_t value) {
       SetRate(value);
       break;
     case I2M_ADDR_ZOOM_MOVE:
-      MoveMotor(&zoom_, build_.zoom_inverted, value, "zoom", "tele", "wide");
+      // A positive zoom command zooms in, and drives toward 0.
+      MoveMotor(&zoom_, build_.zoom_inverted, value, "zoom", "wide", "tele");
       break;
     case I2M_ADDR_FOCUS_MOVE:
       MoveMotor(&focus_, build_.focus_inverted, value, "focus", "up", "down");

@@ -46,8 +46,12 @@ struct MicomTraits {
   bool silent = false;  // answers nothing
 };
 
-// A whole frame that came, and when.
+// Between the small moves of a drive the lens counts as moving.
+constexpr milliseconds kRestAfter{100};
+
+// A whole frame that came, and the first and the last moment at which it may have come.
 struct LensFrame {
+  Clock::time_point earliest;
   Clock::time_point time;
   I2mFrame bytes;
 };
@@ -87,6 +91,7 @@ class LensMicom : public FarEnd {
     I2mFrame frame;
   };
 
+  void TurnMotors();
   void TakeByte(uint8_t byte);
   void TakeFrame();
   void TakeWrite(uint8_t address, uint16_t value);
@@ -111,6 +116,7 @@ class LensMicom : public FarEnd {
   // When the line was last seen without a byte: what has come since may have come at once.
   Clock::time_point line_empty_;
   Clock::time_point last_byte_;
+  Clock::time_point last_turn_;  // of a motor
 };
 
 }  // namespace sim

@@ -10,8 +10,10 @@
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
+#include <optional>
 #include <string>
 
+#include "sim/far_end_models.h"
 #include "sim/vdev_commands.h"
 #include "sim/virtual_device.h"
 #include "sim/world.h"
@@ -23,7 +25,7 @@ using sim::VirtualDevice;
 struct Options {
   sim::DeviceConfig device;
   std::string daemon;
-  bool trace = true;
+  std::optional<bool> trace;
   bool demo = false;
   bool once = false;
 };
@@ -113,7 +115,9 @@ Ending Play(VirtualDevice* device, int signals) {
 
 int RunDevice(const Options& options) {
   const sim::UniqueFd signals = MakeSignalFd();
-  VirtualDevice device(options.device, options.daemon, options.trace);
+  // A lens takes a hundred frames a second: what it makes of them says more than their bytes.
+  const bool quiet = sim::KindOfModel(options.device.model) == sim::FarEndKind::kLens;
+  VirtualDevice device(options.device, options.daemon, options.trace.value_or(!quiet));
   if (!device.Start()) {
     printf("vdev   | %s did not come up\n", options.daemon.c_str());
     return EXIT_FAILURE;
@@ -149,7 +153,8 @@ int main(int argc, char** argv) {
       "run", "Start the daemon for MODEL with what that model has behind its serial line");
   constexpr size_t kModelMax = 127;
   run->add_option("MODEL", options.device.model,
-                  "device model, e.g. QB-620 (PTZ head), QB-210 (SD module) or QB-310 (HD module)")
+                  "device model, e.g. QB-620 (PTZ head), QB-210 (SD module), QB-310 (HD module) or "
+                  "QB-420 (motorized lens)")
       ->required()
       ->check([](const std::string& model) {
         return model.size() <= kModelMax ? "" : "a model name has at most 127 characters";
@@ -165,7 +170,8 @@ int main(int argc, char** argv) {
   run->add_option("--daemon", options.daemon, "the daemon to run")
       ->check(CLI::ExistingFile)
       ->capture_default_str();
-  run->add_flag("!--no-trace", options.trace, "run the daemon without its trace");
+  run->add_flag("--trace,!--no-trace", options.trace,
+                "run the daemon with its trace (default, but for lens models), or without");
   run->add_flag("--demo", options.demo, "show a short scripted sequence first");
   run->add_flag("--once", options.once, "end after the demonstration, status 0 if all was seen")
       ->needs("--demo");

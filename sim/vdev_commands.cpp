@@ -36,7 +36,7 @@ constexpr CameraControl Control(uint16_t code, int8_t first = 0, int8_t third = 
       .target = CAMERA_CONTROL_TARGET, .code = code, .first = first, .second = 0, .third = third};
 }
 
-constexpr std::array<ControlRow, 14> kControls = {{
+constexpr std::array<ControlRow, 15> kControls = {{
     {"left", Control(CAMERA_CODE_LEFT), Arguments::kNone, "arrow keys"},
     {"right", Control(CAMERA_CODE_RIGHT), Arguments::kNone, ""},
     {"up", Control(CAMERA_CODE_UP), Arguments::kNone, ""},
@@ -48,6 +48,8 @@ constexpr std::array<ControlRow, 14> kControls = {{
     {"stop", Control(CAMERA_CODE_ZOOM), Arguments::kNone, "stop all motion"},
     {"near", Control(CAMERA_CODE_FOCUS, 1), Arguments::kNone, "focus near until stop"},
     {"far", Control(CAMERA_CODE_FOCUS, -1), Arguments::kNone, "focus far until stop"},
+    {"search", Control(CAMERA_CODE_FOCUS_SEARCH), Arguments::kNone,
+     "search for the sharpest focus (QB-3xx, QB-4xx)"},
     {"move", Control(CAMERA_CODE_JOYSTICK), Arguments::kThree,
      "PAN TILT ZOOM: joystick, -128 to 127 each (QB-620; others: zoom only)"},
     {"preset", Control(CAMERA_CODE_SET_PRESET), Arguments::kFirst, "N: set preset N (QB-620)"},
@@ -221,6 +223,17 @@ constexpr std::array<ScriptStep, 12> kHdModuleDemo = {{
     {"update", milliseconds(30'000)},
 }};
 
+// A motorized lens. The focus follows the zoom; the stop starts a search, and so does the word.
+constexpr std::array<ScriptStep, 7> kLensDemo = {{
+    {"wait", milliseconds(2000)},  // for the start-up
+    {"code 2002 0 0 -89", milliseconds(1200)},
+    {"stop", milliseconds(2500)},
+    {"in", milliseconds(600)},
+    {"stop", milliseconds(2500)},
+    {"tcp hello from a PTZ client", milliseconds(200)},
+    {"udp hello from a local process", milliseconds(200)},
+}};
+
 bool Expect(bool seen, const char* what) {
   if (!seen) printf("vdev   | not seen: %s\n", what);
   return seen;
@@ -240,6 +253,17 @@ bool ShowedRawBytes(const Sightings& seen) {
       Expect(Contains(seen.raw_to_line, kUdpText), "bytes of the local process on the line"),
       Expect(Contains(seen.line_to_client, kFarEndText), "bytes of the far end at the PTZ client"),
       Expect(Contains(seen.line_to_data, kFarEndText), "bytes of the far end at the data port"),
+  });
+}
+
+bool ShowedLens(const Sightings& seen) {
+  return AllOf({
+      Expect(seen.camera_info == "VERSION=1.5-s\n", "the version of this lens's micom"),
+      Expect(Contains(seen.words, "zoom 10 steps wide"), "a zoom drive"),
+      Expect(Contains(seen.words, "focus measure"), "measures of a focus search"),
+      Expect(Contains(seen.daemon_output, "TRACE\t"), "a trace point"),
+      Expect(Contains(seen.raw_to_line, kClientText), "bytes of the PTZ client on the line"),
+      Expect(Contains(seen.raw_to_line, kUdpText), "bytes of the local process on the line"),
   });
 }
 
@@ -273,6 +297,7 @@ CommandResult RunCommand(const std::string& line, VirtualDevice* device) {
   std::string word;
   if (!(stream >> word)) return CommandResult::kDone;
   if (word == "quit") return CommandResult::kQuit;
+  if (word == "wait") return CommandResult::kDone;
   if (word == "help") {
     PrintHelp();
     return CommandResult::kDone;
@@ -304,6 +329,8 @@ std::span<const ScriptStep> DemoScript(const std::string& model) {
       return kSdModuleDemo;
     case FarEndKind::kHdModule:
       return kHdModuleDemo;
+    case FarEndKind::kLens:
+      return kLensDemo;
     case FarEndKind::kPtzHead:
       break;
   }
@@ -312,12 +339,16 @@ std::span<const ScriptStep> DemoScript(const std::string& model) {
 }
 
 bool DemoShowedAll(const std::string& model, const Sightings& seen) {
+  const FarEndKind kind = KindOfModel(model);
+  // A lens mode hands no serial data on.
+  if (kind == FarEndKind::kLens) return ShowedLens(seen);
   const bool raw_bytes = ShowedRawBytes(seen);
-  switch (KindOfModel(model)) {
+  switch (kind) {
     case FarEndKind::kSdModule:
       return ShowedSdModule(seen) && raw_bytes;
     case FarEndKind::kHdModule:
       return ShowedHdModule(seen) && raw_bytes;
+    case FarEndKind::kLens:
     case FarEndKind::kPtzHead:
       break;
   }

@@ -25,6 +25,8 @@ namespace {
 
 // How often the far end is described while it moves.
 constexpr milliseconds kReportEvery{500};
+// Words that are said again after this long are printed again.
+constexpr milliseconds kSaidAgainWithin{200};
 // A file that has not changed for this long is whole.
 constexpr milliseconds kFileSettled{50};
 // Most of a line of the daemon's that is printed.
@@ -83,15 +85,17 @@ VirtualDevice::VirtualDevice(const DeviceConfig& config, const std::string& daem
       line_(config.serial_path),
       far_end_(MakeFarEnd(config.model, line_, Clock::now())),
       line_server_(&line_, far_end_.get()),
+      camera_(MakeCamera(config.model, *far_end_)),
       data_(SERIAL_DATA_PORT),
       manager_(CSYSMGR_PORT),
       last_report_(Clock::now()),
       last_description_(far_end_->Describe()) {
   InstallDevice(config);
-  far_end_->on_words = [this](const std::string& words) {
-    seen_.words.append(words).append("\n");
-    Print(far_end_->Name(), words);
-  };
+  InstallModelFiles(config.model);
+  far_end_->on_words = [this](const std::string& words) { TakeWords(far_end_->Name(), words); };
+  if (camera_) {
+    camera_->on_words = [this](const std::string& words) { TakeWords("camera", words); };
+  }
   far_end_->on_noise = [this](std::span<const uint8_t> bytes) {
     seen_.raw_to_line.append(bytes.begin(), bytes.end());
     Print(far_end_->Name(), Count(bytes.size()) + " that are no frame: " + Dump(bytes));
@@ -125,11 +129,12 @@ bool VirtualDevice::Start() {
 bool VirtualDevice::Serve(milliseconds limit, int wake_fd) {
   const auto end = Clock::now() + limit;
   while (true) {
-    std::array<pollfd, 6> sources = {{{line_.FarEnd(), POLLIN, 0},
+    std::array<pollfd, 7> sources = {{{line_.FarEnd(), POLLIN, 0},
                                       {output_.Get(), POLLIN, 0},
                                       {data_.Fd(), POLLIN, 0},
                                       {client_ ? client_->Fd() : -1, POLLIN, 0},
                                       {manager_.Fd(), POLLIN, 0},
+                                      {camera_ ? camera_->Fd() : -1, POLLIN, 0},
                                       {wake_fd, POLLIN, 0}}};
     const auto left = std::chrono::duration_cast<milliseconds>(end - Clock::now());
     const milliseconds pause = std::clamp(left, milliseconds(0), kTickEvery);
@@ -143,8 +148,25 @@ bool VirtualDevice::Serve(milliseconds limit, int wake_fd) {
     ReportPrograms();
     fflush(stdout);
     if (is_rebooting_ || daemon_->WaitEnd(milliseconds(0)).has_value()) return false;
-    if (sources[5].revents != 0 || Clock::now() >= end) return true;
+    if (sources[6].revents != 0 || Clock::now() >= end) return true;
   }
+}
+
+// What is said several times in a row is printed once, with how often.
+void VirtualDevice::TakeWords(const char* who, const std::string& words) {
+  seen_.words.append(words).append("\n");
+  if (words != pending_words_) FlushWords();
+  if (pending_count_++ == 0) pending_since_ = Clock::now();
+  pending_who_ = who;
+  pending_words_ = words;
+}
+
+void VirtualDevice::FlushWords() {
+  if (pending_count_ == 0) return;
+  const std::string times =
+      pending_count_ > 1 ? " (" + std::to_string(pending_count_) + " times)" : "";
+  Print(pending_who_, pending_words_ + times);
+  pending_count_ = 0;
 }
 
 void VirtualDevice::PrintDaemonLines(bool all) {
@@ -153,6 +175,7 @@ void VirtualDevice::PrintDaemonLines(bool all) {
   while ((count = read(output_.Get(), bytes.data(), bytes.size())) > 0) {
     output_text_.append(bytes.data(), static_cast<size_t>(count));
   }
+  FlushWords();
   size_t end = 0;
   while ((end = output_text_.find('\n')) != std::string::npos) {
     seen_.daemon_output += output_text_.substr(0, end + 1);
@@ -204,10 +227,13 @@ void VirtualDevice::ReportFarEnd() {
   const bool was_moving = far_end_->IsMoving();
   line_server_.Step();
   const auto now = Clock::now();
+  if (camera_) camera_->Serve(now);
+  if (now - pending_since_ >= kSaidAgainWithin) FlushWords();
   if (!was_moving && far_end_->IsMoving()) last_report_ = now;
   if (far_end_->IsMoving() && now - last_report_ < kReportEvery) return;
   const std::string description = far_end_->Describe();
   if (description == last_description_) return;
+  FlushWords();
   Print(far_end_->Name(), description);
   last_description_ = description;
   last_report_ = now;

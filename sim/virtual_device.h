@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#include "sim/camera_daemon.h"
 #include "sim/daemon_process.h"
 #include "sim/device.h"
 #include "sim/far_end.h"
@@ -20,7 +21,7 @@ struct Sightings {
   std::string raw_to_line;     // bytes at the far end of the line that were no frame
   std::string line_to_client;  // bytes that the PTZ client received
   std::string line_to_data;    // bytes that came as serial data datagrams
-  std::string words;           // what the far end understood, a line each
+  std::string words;           // what the far end and the camera daemon said, a line each
   std::string daemon_output;   // what the daemon printed
   std::string camera_info;     // the camera information file
   std::string programs;        // log of the device programs that were run
@@ -57,6 +58,8 @@ class VirtualDevice {
   const Sightings& Seen() const { return seen_; }
 
  private:
+  void TakeWords(const char* who, const std::string& words);
+  void FlushWords();
   void ServeDaemonOutput();
   void ServeData();
   void ServeClient();
@@ -70,6 +73,7 @@ class VirtualDevice {
   PtyLine line_;
   std::unique_ptr<FarEnd> far_end_;
   LineServer line_server_;
+  std::unique_ptr<CameraDaemon> camera_;  // null for a model that has none
   UdpPeer data_;
   UdpPeer manager_;
   UdpPeer sender_;
@@ -79,6 +83,11 @@ class VirtualDevice {
   std::unique_ptr<DaemonProcess> daemon_;
   std::unique_ptr<PtzClient> client_;
   Sightings seen_;
+  // Words that may be said again.
+  const char* pending_who_ = "";
+  std::string pending_words_;
+  int pending_count_ = 0;
+  Clock::time_point pending_since_;
   Clock::time_point last_report_;
   std::string last_description_;
   std::string new_camera_info_;

@@ -31,18 +31,14 @@ class LensTest : public DeviceTest {
  protected:
   using Lines = std::vector<std::string>;
 
-  static std::string ConfText(const Positions& positions) {
-    return "zoom_position=" + std::to_string(positions.zoom) +
-           "\nfocus_position=" + std::to_string(positions.focus) + "\n";
-  }
-
-  // Lays the files of a lens device out, with the sensor `sensor`.
-  void InstallLens(const std::string& conf, const std::string& sensor = "AR0230") {
+  // Lays the files of a lens device out, with the positions file `conf`.
+  void InstallLens(const std::string& conf, const std::string& sensor = "AR0230",
+                   const std::string& antiflicker = "false") {
     config.model = "QB-420";
     Install();
-    std::filesystem::remove(CAMERA_INFO_PATH);
+    sim::InstallLens({.zoom = 0, .focus = 0, .sensor = sensor, .antiflicker = antiflicker});
     sim::WriteTextFile(MFZ_CONF_PATH, conf);
-    sim::WriteTextFile("/etc/videosource.conf", "VideoSource.1.Dev=" + sensor + "\n");
+    std::filesystem::remove(CAMERA_INFO_PATH);
   }
 
   // Puts a micom whose lens stands at `positions`, and a camera daemon, around the daemon.
@@ -56,7 +52,7 @@ class LensTest : public DeviceTest {
   // runs and nothing of the start-up is left in Frames.
   void StartLens(const Positions& positions, const std::string& sensor = "AR0230",
                  uint32_t seed = 1) {
-    InstallLens(ConfText(positions), sensor);
+    InstallLens(sim::PositionsText(positions.zoom, positions.focus), sensor);
     AttachLens(positions, seed);
     Launch();
     AwaitLoop();

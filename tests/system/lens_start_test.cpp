@@ -1,6 +1,4 @@
 // Start-up of the lens mode, its commands in both modes, and the drive, on the wire.
-#include <regex>
-
 #include "tests/system/lens_fixture.h"
 
 namespace {
@@ -16,6 +14,18 @@ int StepsOf(const I2mFrame& frame, uint8_t address) {
   return -static_cast<int16_t>(frame[I2M_HIGH_AT] << 8 | frame[I2M_LOW_AT]);
 }
 
+// Length of the banner that begins `output`, in the form "Oct 11 2018, 10:33:53"; 0 when it begins
+// otherwise.
+size_t BannerLength(const std::string& output) {
+  int length = 0;
+  sscanf(output.c_str(),
+         "\n============== build@ %*3[A-Za-z] %*2d 20%*2d, %*2d:%*2d:%*2d ============ %n",
+         &length);
+  constexpr size_t kLength = sizeof("\n============== build@ Oct 11 2018, 10:33:53 ============ ");
+  const auto found = static_cast<size_t>(length);
+  return found == kLength && output[found - 1] == '\n' ? found : 0;
+}
+
 TEST_F(LensStart, FramesAndLinesInOrder) {
   InstallLens("zoom_position=120\nfocus_position=218\n", "IMX178");
   AttachLens({.zoom = 120, .focus = 218});
@@ -28,24 +38,21 @@ TEST_F(LensStart, FramesAndLinesInOrder) {
   ASSERT_EQ(frames.size(), expected.size());
   for (size_t i = 0; i < frames.size(); ++i) {
     EXPECT_EQ(sim::Hex(frames[i].bytes), expected[i]) << i;
-    // The reader may look up to a millisecond late at the earlier of two frames.
     if (i >= 4) {
-      EXPECT_GE(frames[i].time - frames[i - 1].time, milliseconds(50) - milliseconds(1));
+      EXPECT_GE(frames[i].time - frames[i - 1].earliest, milliseconds(50));
     }
   }
-  EXPECT_GE(frames[3].time - frames[2].time, milliseconds(100 + 50) - milliseconds(1));
+  EXPECT_GE(frames[3].time - frames[2].earliest, milliseconds(100 + 50));
 
-  const std::regex text(
-      "\n============== build@ [A-Z][a-z]{2} [ 0-9][0-9] 20[0-9]{2}, "
-      "[0-9]{2}:[0-9]{2}:[0-9]{2} ============ \n"
-      "version: 0x81, 0x05\n"
-      "MFZ parameter for X_PCODE_HERON_V1\n"
-      "DELAY_MS_NORMAL= 1.96\n"
-      "\\[MotorSpeed\\] MS_515PPS.   prescaler = 11000\\+\\(5\\*256\\) = 12280\n"
-      "zftable_len=28, zoom:0~1350, focus:0~2600\n"
-      "restored posZoom=120, posFocus=218\n"
-      "  \\(CAUTION\\) if the positions are not reliable, click 'F' button !!!\n");
-  EXPECT_TRUE(std::regex_match(daemon->Output(), text)) << daemon->Output();
+  const std::string output = daemon->Output();
+  EXPECT_EQ(output.substr(BannerLength(output)),
+            "version: 0x81, 0x05\n"
+            "MFZ parameter for X_PCODE_HERON_V1\n"
+            "DELAY_MS_NORMAL= 1.96\n"
+            "[MotorSpeed] MS_515PPS.   prescaler = 11000+(5*256) = 12280\n"
+            "zftable_len=28, zoom:0~1350, focus:0~2600\n"
+            "restored posZoom=120, posFocus=218\n"
+            "  (CAUTION) if the positions are not reliable, click 'F' button !!!\n");
   EXPECT_EQ(sim::ReadTextFile(CAMERA_INFO_PATH), "VERSION=1.5-s\n");
   EXPECT_EQ(RealPositions(), (Positions{120, 218})) << "a start moves nothing";
   EXPECT_EQ(Pose().iris, 96);
@@ -233,7 +240,7 @@ TEST_F(LensCodes, SearchWaitsForDaemonMode) {
   ASSERT_TRUE(Sync());
   EXPECT_EQ(TakeFrames(), (Lines{"A5 40 23 00 00 08"}));
   Control(CAMERA_CODE_AF_MODE, 3);
-  ASSERT_TRUE(WaitOutput("TRACE\t"));
+  ASSERT_TRUE(WaitOutput("--> saved\n"));
   EXPECT_EQ(SavedPositions(), RealPositions());
 }
 
@@ -299,8 +306,8 @@ TEST_F(LensDrive, FocusStepsAtTheIndexBoundaries) {
         EXPECT_EQ(StepsOf(frames_[i].bytes, I2M_ADDR_FOCUS_MOVE),
                   value > 0 ? -row.focus : row.focus);
         if (i == 0) continue;
-        EXPECT_GE(frames_[i].time - frames_[i - 1].time,
-                  std::chrono::microseconds(1959 * row.focus) - milliseconds(1));
+        EXPECT_GE(frames_[i].time - frames_[i - 1].earliest,
+                  std::chrono::microseconds(1959 * row.focus));
       }
       EXPECT_EQ(SavedPositions(), RealPositions());
     }
@@ -339,8 +346,8 @@ TEST_F(LensDrive, ZoomStepsAtTheIndexBoundaries) {
         if (is_focus) continue;
         const int chunk = std::min(row.zoom, 10);
         EXPECT_EQ(StepsOf(frames_[i].bytes, I2M_ADDR_ZOOM_MOVE), value > 0 ? -chunk : chunk);
-        EXPECT_GE(frames_[i].time - frames_[i - 1].time,
-                  std::chrono::microseconds(1959 * chunk) - milliseconds(1));
+        EXPECT_GE(frames_[i].time - frames_[i - 1].earliest,
+                  std::chrono::microseconds(1959 * chunk));
       }
       EXPECT_EQ(SavedPositions(), RealPositions());
     }
