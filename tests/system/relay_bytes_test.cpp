@@ -21,6 +21,17 @@ Bytes Numbered(size_t count) {
 
 class RelayBytes : public DeviceTest {
  protected:
+  // Waits until the daemon has let in so many clients: only then do serial bytes reach them.
+  bool AwaitConnects(size_t count) {
+    return sim::WaitUntil([&] {
+      const std::string log = daemon->Errors();
+      size_t found = 0;
+      for (size_t at = 0; (at = log.find("CONNECT[", at)) != std::string::npos; ++at)
+        ++found;
+      return found >= count;
+    });
+  }
+
   // Bytes that arrive at the daemon in one piece: it is held still meanwhile.
   void SendAtOnce(std::span<const uint8_t> bytes) {
     daemon->Signal(SIGSTOP);
@@ -82,13 +93,7 @@ TEST_F(RelayBytes, SerialBytesReachEveryClientAndTheDataPort) {
   std::vector<PtzClient> clients;
   for (int i = 0; i < 10; ++i)
     clients.emplace_back(config.ptz_port);
-  ASSERT_TRUE(sim::WaitUntil([&] {
-    const std::string log = daemon->Errors();
-    size_t count = 0;
-    for (size_t at = 0; (at = log.find("CONNECT[", at)) != std::string::npos; ++at)
-      ++count;
-    return count == clients.size();
-  }));
+  ASSERT_TRUE(AwaitConnects(clients.size()));
 
   const Bytes bytes = Numbered(100);
   SendAtOnce(bytes);
@@ -142,6 +147,7 @@ TEST_F(RelayBytes, ClientThatStopsReadingIsDroppedAndCostsTheOthersNoByte) {
   Start();
   PtzClient reader(config.ptz_port);
   PtzClient idler(config.ptz_port, kSmallBuffer);
+  ASSERT_TRUE(AwaitConnects(2));
   const double cpu_before = daemon->CpuSeconds();
   // Fills the idler's buffers, the daemon's and its own, until the daemon has to wait for it.
   const Bytes chunk = Numbered(4000);
