@@ -1,12 +1,14 @@
 #include "sim/daemon_process.h"
 
 #include <fcntl.h>
+#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
@@ -17,45 +19,59 @@
 namespace sim {
 namespace {
 
-void RedirectTo(int fd, const std::string& path) {
-  const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0644);
-  if (file >= 0) dup2(file, fd);
-}
-
 std::string NewOutputPath(const char* kind) {
   static int count = 0;
   return std::string(kWorldDirectory) + "/daemon." + std::to_string(count++) + "." + kind;
 }
 
-[[noreturn]] void Execute(std::string program, std::vector<std::string> arguments) {
-  constexpr int kCannotExecute = 127;
+// How the daemon is started: with a process group of its own and no signal blocked.
+class SpawnPlan {
+ public:
+  SpawnPlan() {
+    posix_spawn_file_actions_init(&files);
+    posix_spawnattr_init(&attributes);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK);
+    sigset_t none;
+    sigemptyset(&none);
+    posix_spawnattr_setsigmask(&attributes, &none);
+  }
+  ~SpawnPlan() {
+    posix_spawn_file_actions_destroy(&files);
+    posix_spawnattr_destroy(&attributes);
+  }
+  SpawnPlan(const SpawnPlan&) = delete;
+  SpawnPlan& operator=(const SpawnPlan&) = delete;
+
+  void SendTo(int stream, const std::string& path) {
+    posix_spawn_file_actions_addopen(&files, stream, path.c_str(),
+                                     O_WRONLY | O_CREAT | O_TRUNC | O_APPEND, 0644);
+  }
+  void SendTo(int stream, int fd) { posix_spawn_file_actions_adddup2(&files, fd, stream); }
+
+  posix_spawn_file_actions_t files;
+  posix_spawnattr_t attributes;
+};
+
+}  // namespace
+
+// Spawned rather than forked: a copy of a process with threads may find its locks taken.
+DaemonProcess::DaemonProcess(std::string program, std::vector<std::string> arguments, int output_fd)
+    : output_path_(NewOutputPath("out")), error_path_(NewOutputPath("err")) {
+  SpawnPlan plan;
+  if (output_fd >= 0) {
+    plan.SendTo(STDOUT_FILENO, output_fd);
+    plan.SendTo(STDERR_FILENO, output_fd);
+  } else {
+    plan.SendTo(STDOUT_FILENO, output_path_);
+    plan.SendTo(STDERR_FILENO, error_path_);
+  }
   std::vector<char*> argv = {program.data()};
   std::transform(arguments.begin(), arguments.end(), std::back_inserter(argv),
                  [](std::string& argument) { return argument.data(); });
   argv.push_back(nullptr);
-  execv(program.c_str(), argv.data());
-  perror(program.c_str());
-  _exit(kCannotExecute);
-}
-
-}  // namespace
-
-DaemonProcess::DaemonProcess(std::string program, std::vector<std::string> arguments, int output_fd)
-    : output_path_(NewOutputPath("out")), error_path_(NewOutputPath("err")), pid_(fork()) {
-  if (pid_ < 0) throw std::runtime_error("cannot fork");
-  if (pid_ != 0) return;
-  setpgid(0, 0);
-  sigset_t none;
-  sigemptyset(&none);
-  sigprocmask(SIG_SETMASK, &none, nullptr);
-  if (output_fd >= 0) {
-    dup2(output_fd, STDOUT_FILENO);
-    dup2(output_fd, STDERR_FILENO);
-  } else {
-    RedirectTo(STDOUT_FILENO, output_path_);
-    RedirectTo(STDERR_FILENO, error_path_);
-  }
-  Execute(std::move(program), std::move(arguments));
+  const int error =
+      posix_spawn(&pid_, program.c_str(), &plan.files, &plan.attributes, argv.data(), environ);
+  if (error != 0) throw std::runtime_error("cannot start " + program + ": " + strerror(error));
 }
 
 DaemonProcess::~DaemonProcess() {

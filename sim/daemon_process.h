@@ -48,7 +48,7 @@ class DaemonProcess {
  private:
   std::string output_path_;
   std::string error_path_;
-  pid_t pid_;
+  pid_t pid_ = -1;
   std::optional<int> status_;
 };
 
