@@ -1,6 +1,4 @@
 // Start-up of the lens mode, its commands in both modes, and the drive, on the wire.
-#include <regex>
-
 #include "tests/system/lens_fixture.h"
 
 namespace {
@@ -14,6 +12,18 @@ int StepsOf(const I2mFrame& frame, uint8_t address) {
   if (frame[I2M_ADDRESS_AT] != address) return 0;
   // Both motors of this lens count the other way round.
   return -static_cast<int16_t>(frame[I2M_HIGH_AT] << 8 | frame[I2M_LOW_AT]);
+}
+
+// Length of the banner that begins `output`, in the form "Oct 11 2018, 10:33:53"; 0 when it begins
+// otherwise.
+size_t BannerLength(const std::string& output) {
+  int length = 0;
+  sscanf(output.c_str(),
+         "\n============== build@ %*3[A-Za-z] %*2d 20%*2d, %*2d:%*2d:%*2d ============ %n",
+         &length);
+  constexpr size_t kLength = sizeof("\n============== build@ Oct 11 2018, 10:33:53 ============ ");
+  const auto found = static_cast<size_t>(length);
+  return found == kLength && output[found - 1] == '\n' ? found : 0;
 }
 
 TEST_F(LensStart, FramesAndLinesInOrder) {
@@ -34,17 +44,15 @@ TEST_F(LensStart, FramesAndLinesInOrder) {
   }
   EXPECT_GE(frames[3].time - frames[2].earliest, milliseconds(100 + 50));
 
-  const std::regex text(
-      "\n============== build@ [A-Z][a-z]{2} [ 0-9][0-9] 20[0-9]{2}, "
-      "[0-9]{2}:[0-9]{2}:[0-9]{2} ============ \n"
-      "version: 0x81, 0x05\n"
-      "MFZ parameter for X_PCODE_HERON_V1\n"
-      "DELAY_MS_NORMAL= 1.96\n"
-      "\\[MotorSpeed\\] MS_515PPS.   prescaler = 11000\\+\\(5\\*256\\) = 12280\n"
-      "zftable_len=28, zoom:0~1350, focus:0~2600\n"
-      "restored posZoom=120, posFocus=218\n"
-      "  \\(CAUTION\\) if the positions are not reliable, click 'F' button !!!\n");
-  EXPECT_TRUE(std::regex_match(daemon->Output(), text)) << daemon->Output();
+  const std::string output = daemon->Output();
+  EXPECT_EQ(output.substr(BannerLength(output)),
+            "version: 0x81, 0x05\n"
+            "MFZ parameter for X_PCODE_HERON_V1\n"
+            "DELAY_MS_NORMAL= 1.96\n"
+            "[MotorSpeed] MS_515PPS.   prescaler = 11000+(5*256) = 12280\n"
+            "zftable_len=28, zoom:0~1350, focus:0~2600\n"
+            "restored posZoom=120, posFocus=218\n"
+            "  (CAUTION) if the positions are not reliable, click 'F' button !!!\n");
   EXPECT_EQ(sim::ReadTextFile(CAMERA_INFO_PATH), "VERSION=1.5-s\n");
   EXPECT_EQ(RealPositions(), (Positions{120, 218})) << "a start moves nothing";
   EXPECT_EQ(Pose().iris, 96);
