@@ -56,7 +56,7 @@ void CameraDaemon::TakePacket(std::span<const uint8_t> packet, int port, Clock::
   const uint8_t* record = packet.data() + sizeof(header);
   switch (LoadLe32(record + CAMERA_QUERY_KIND_AT)) {
     case CAMERA_QUERY_SET_EXPOSURE:
-      SetExposure(static_cast<int32_t>(LoadLe32(record + CAMERA_QUERY_SETTING_AT)), now);
+      SetExposure(static_cast<int32_t>(LoadLe32(record + CAMERA_QUERY_SETTING_AT)));
       break;
     case CAMERA_QUERY_EXPOSURE:
       MeasureExposure(port, now);
@@ -79,6 +79,7 @@ void CameraDaemon::MeasureFocus(int port, Clock::time_point now) {
 }
 
 void CameraDaemon::MeasureExposure(int port, Clock::time_point now) {
+  ++exposure_queries_;
   const LensPose pose = Pose();
   Exposure exposure = LensOptics::Expose(scene, pose, setting_);
   if (!scripted_exposures.empty()) {
@@ -92,9 +93,9 @@ void CameraDaemon::MeasureExposure(int port, Clock::time_point now) {
              static_cast<uint32_t>(exposure.deviation), now);
 }
 
-void CameraDaemon::SetExposure(int32_t setting, Clock::time_point now) {
+void CameraDaemon::SetExposure(int32_t setting) {
   setting_ = setting;
-  exposure_orders_.push_back({.time = now, .setting = setting});
+  exposure_orders_.push_back({.setting = setting, .queries = exposure_queries_});
   on_words("exposure setting " + std::to_string(setting));
 }
 

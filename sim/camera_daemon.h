@@ -39,8 +39,8 @@ struct ExposureReading {
 };
 
 struct ExposureOrder {
-  Clock::time_point time;
   int32_t setting;
+  int queries;  // exposure queries that had come before it, from the first on
 };
 
 class CameraDaemon {
@@ -79,7 +79,7 @@ class CameraDaemon {
   void TakePacket(std::span<const uint8_t> packet, int port, Clock::time_point now);
   void MeasureFocus(int port, Clock::time_point now);
   void MeasureExposure(int port, Clock::time_point now);
-  void SetExposure(int32_t setting, Clock::time_point now);
+  void SetExposure(int32_t setting);
   void AnswerWith(int port, CameraQueryKind kind, uint32_t first, uint32_t second,
                   Clock::time_point now);
   LensPose Pose() const;
@@ -88,6 +88,7 @@ class CameraDaemon {
   UdpPeer peer_;
   LensOptics optics_;
   int32_t setting_ = 0;
+  int exposure_queries_ = 0;
   std::deque<Answer> answers_;
   std::vector<FocusReading> focus_readings_;
   std::vector<ExposureReading> exposure_readings_;

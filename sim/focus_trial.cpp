@@ -121,7 +121,7 @@ FocusVerdict JudgeFocusSearch(const FocusTrial& trial, std::span<const LensFrame
   const double waits = kCoarseMs * (coarse + 1) + kFineMs * static_cast<double>(scan.size()) +
                        kFineMs * (back + 1) + kFinestMs * (finest + 1);
   // A search with a way down is first seen at its first move, else at its first measure.
-  const auto begin = coarse > 0 ? frames.front().time : readings.front().time;
+  const auto begin = coarse > 0 ? frames.front().earliest : readings.front().time;
   const double unseen = coarse > 0 ? kCoarseMs : kCoarseMs + kFineMs;
   return {
       .rule_kept = best->pose.focus == found.focus,

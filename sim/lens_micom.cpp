@@ -45,6 +45,7 @@ LensMicom::LensMicom(Clock::time_point now, const LensPose& pose, const LensBuil
       iris_(build.iris_travel, pose.iris, build.iris_rate),
       now_(now),
       line_empty_(now),
+      move_start_(now),
       last_byte_(now),
       last_turn_(now - kRestAfter) {}
 
@@ -54,6 +55,7 @@ void LensMicom::Feed(std::span<const uint8_t> bytes, Clock::time_point now) {
   const auto line_empty = line_empty_;
   Tick(now);
   line_empty_ = line_empty;
+  move_start_ = line_empty - traits.unseen_way;
   last_byte_ = now;
   for (const uint8_t byte : bytes)
     TakeByte(byte);
@@ -234,7 +236,7 @@ void LensMicom::MoveMotor(Stepper* motor, bool inverted, uint16_t value, const c
   const int steps = inverted ? -Signed(value) : Signed(value);
   const long lost = motor->Lost();
   motor->Advance(now_);  // the frame before this one may have come with it, and long before it
-  motor->Move(steps, line_empty_);
+  motor->Move(steps, move_start_);
   std::string words = std::string(name) + " " + Steps(steps);
   if (steps != 0) words += std::string(" ") + (steps > 0 ? positive : negative);
   words += " at " + std::to_string(motor->Rate()) + " pps";
@@ -247,11 +249,11 @@ void LensMicom::MoveMotor(Stepper* motor, bool inverted, uint16_t value, const c
 void LensMicom::JogMotor(Stepper* motor, uint16_t value, const char* name) {
   switch (value) {
     case I2M_JOG_POSITIVE:
-      motor->Jog(-1, line_empty_);
+      motor->Jog(-1, move_start_);
       on_words(std::string(name) + " runs toward 0");
       break;
     case I2M_JOG_NEGATIVE:
-      motor->Jog(1, line_empty_);
+      motor->Jog(1, move_start_);
       on_words(std::string(name) + " runs toward its maximum");
       break;
     case I2M_JOG_STOP:

@@ -44,6 +44,9 @@ struct MicomTraits {
   uint8_t prescaler_size = 5;
   milliseconds answer_after{2};
   bool silent = false;  // answers nothing
+  // For how long a frame may have been on its way before it could be seen: a pty hands bytes on
+  // when the machine finds the time. Motors start by so much earlier.
+  milliseconds unseen_way{0};
 };
 
 // Between the small moves of a drive the lens counts as moving.
@@ -115,6 +118,7 @@ class LensMicom : public FarEnd {
   Clock::time_point now_;
   // When the line was last seen without a byte: what has come since may have come at once.
   Clock::time_point line_empty_;
+  Clock::time_point move_start_;  // of the moves that the present bytes ask for
   Clock::time_point last_byte_;
   Clock::time_point last_turn_;  // of a motor
 };

@@ -21,15 +21,19 @@ constexpr int64_t kUsPerMs = 1000;
 // When each motor makes the last step of its last move, microseconds of the monotonic clock.
 std::array<int64_t, MFZ_AXIS_COUNT> g_last_step_us = {};
 
+int64_t* LastStepUs(MfzAxis axis) {
+  return &g_last_step_us[static_cast<size_t>(axis)];
+}
+
 void AwaitLastMove(MfzAxis axis) {
-  const int64_t left_us = g_last_step_us[axis] - CUTIL_MonotonicUs();
+  const int64_t left_us = *LastStepUs(axis) - CUTIL_MonotonicUs();
   if (left_us > 0) CUTIL_SleepUs(left_us);
 }
 
 // The first step is made at once, the others follow at the rate that is set.
 void NoteMove(MfzAxis axis, int32_t steps) {
   const int32_t followers = std::max(abs(steps) - 1, 0);
-  g_last_step_us[axis] = CUTIL_MonotonicUs() + MotorTimeUs(followers, g_lens.step_delay_ms);
+  *LastStepUs(axis) = CUTIL_MonotonicUs() + MotorTimeUs(followers, g_lens.step_delay_ms);
 }
 
 // Returns false when there is no such key or its value is too long.

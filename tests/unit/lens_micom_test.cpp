@@ -1,0 +1,178 @@
+// The simulated lens itself: a micom that lost no steps would let every daemon pass.
+#include "sim/lens_micom.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "sim/lens_optics.h"
+
+namespace {
+
+using sim::milliseconds;
+
+class LensMicomTest : public testing::Test {
+ protected:
+  LensMicomTest() {
+    micom_.on_words = [this](const std::string& words) { words_ += words + "\n"; };
+    micom_.on_noise = [this](std::span<const uint8_t> bytes) { noise_ += bytes.size(); };
+    micom_.on_answer = [this](std::span<const uint8_t> bytes) {
+      answers_.insert(answers_.end(), bytes.begin(), bytes.end());
+    };
+    Write(I2M_ADDR_MOTOR_SPEED, 0x30);  // 515 steps a second
+  }
+
+  void Feed(const std::vector<uint8_t>& bytes) {
+    micom_.Tick(now_);
+    micom_.Feed(bytes, now_);
+  }
+
+  void Frame(uint8_t kind, uint8_t address, uint16_t value) {
+    std::vector<uint8_t> frame = {0xA5, kind, address, static_cast<uint8_t>(value >> 8),
+                                  static_cast<uint8_t>(value & 0xFF)};
+    unsigned sum = 0;
+    for (const uint8_t byte : frame)
+      sum += byte;
+    frame.push_back(static_cast<uint8_t>(sum & 0xFF));
+    Feed(frame);
+  }
+
+  void Write(uint8_t address, int value) {
+    Frame(I2M_WRITE, address, static_cast<uint16_t>(value & 0xFFFF));
+  }
+
+  // Lets time pass, a look at the line every millisecond.
+  void Wait(int ms) {
+    for (int i = 0; i < ms; ++i) {
+      now_ += milliseconds(1);
+      micom_.Tick(now_);
+    }
+  }
+
+  sim::Clock::time_point now_{std::chrono::seconds(1)};
+  sim::LensMicom micom_{now_, {.zoom = 100, .focus = 500, .iris = 40}};
+  std::string words_;
+  size_t noise_ = 0;
+  std::vector<uint8_t> answers_;
+};
+
+TEST_F(LensMicomTest, MovesTakeTheirTimeAtTheRateThatIsSet) {
+  Write(I2M_ADDR_FOCUS_MOVE, -100);  // inverted: up
+  Wait(97);
+  EXPECT_EQ(micom_.Pose().focus, 550);  // the first step at once, then one every 1.94 ms
+  EXPECT_TRUE(micom_.IsMoving());
+  Wait(97);
+  EXPECT_EQ(micom_.Pose().focus, 600);
+  Write(I2M_ADDR_MOTOR_SPEED, 0x00);  // 1082
+  Write(I2M_ADDR_FOCUS_MOVE, 100);
+  Wait(92);
+  EXPECT_EQ(micom_.Pose().focus, 500);
+  EXPECT_EQ(micom_.Focus().Lost(), 0);
+}
+
+TEST_F(LensMicomTest, InterruptedMovesLoseTheirSteps) {
+  Write(I2M_ADDR_ZOOM_MOVE, -10);
+  Wait(10);
+  EXPECT_EQ(micom_.Pose().zoom, 106);
+  Write(I2M_ADDR_ZOOM_MOVE, 3);
+  Wait(100);
+  EXPECT_EQ(micom_.Pose().zoom, 103);
+  EXPECT_EQ(micom_.Zoom().Lost(), 4);
+  EXPECT_NE(words_.find("zoom 3 steps tele at 515 pps, 4 steps of the last move lost\n"),
+            std::string::npos)
+      << words_;
+  EXPECT_EQ(micom_.Focus().Lost(), 0);
+}
+
+// A bench that looked too late must not see steps lost that were not.
+TEST_F(LensMicomTest, LateLookTakesNothingFromTheMotor) {
+  Write(I2M_ADDR_FOCUS_MOVE, -10);
+  now_ += milliseconds(20);  // nobody looked
+  const std::vector<uint8_t> next = {0xA5, 0x40, 0x0D, 0xFF, 0xF6, 0xE7};
+  micom_.Feed(next, now_);
+  Wait(20);
+  EXPECT_EQ(micom_.Pose().focus, 520);
+  EXPECT_EQ(micom_.Focus().Lost(), 0);
+}
+
+TEST_F(LensMicomTest, EndsStopTheMotors) {
+  Write(I2M_ADDR_ZOOM_MOVE, 150);
+  Write(I2M_ADDR_PIRIS_STEP, 80);
+  Wait(400);
+  EXPECT_EQ(micom_.Pose().zoom, 0);
+  EXPECT_EQ(micom_.Pose().iris, 96);
+  EXPECT_EQ(micom_.Zoom().Slipped(), 50);
+  EXPECT_EQ(micom_.Iris().Slipped(), 24);
+  Write(I2M_ADDR_ZOOM_MOVE, -1500);
+  Wait(3000);
+  EXPECT_EQ(micom_.Pose().zoom, 1400);
+}
+
+TEST_F(LensMicomTest, JogsRunUntilTheStop) {
+  Write(I2M_ADDR_ZOOM_JOG, I2M_JOG_NEGATIVE);
+  Wait(100);
+  EXPECT_EQ(micom_.Pose().zoom, 152);
+  Write(I2M_ADDR_ZOOM_JOG, I2M_JOG_STOP);
+  Wait(100);
+  EXPECT_EQ(micom_.Pose().zoom, 152);
+  Write(I2M_ADDR_ZOOM_JOG, I2M_JOG_POSITIVE);
+  Wait(5000);
+  EXPECT_EQ(micom_.Pose().zoom, 0);
+  EXPECT_EQ(micom_.Zoom().Lost(), 0);
+}
+
+TEST_F(LensMicomTest, AnswersAfterAWhileAndNotWhenSilent) {
+  Frame(I2M_READ, I2M_ADDR_VERSION, 0);
+  EXPECT_TRUE(answers_.empty());
+  Wait(2);
+  EXPECT_EQ(answers_, (std::vector<uint8_t>{0xA5, 0x41, 0x01, 0x81, 0x05, 0x6D}));
+  answers_.clear();
+  micom_.traits.silent = true;
+  Frame(I2M_READ, I2M_ADDR_VERSION, 0);
+  Wait(10);
+  EXPECT_TRUE(answers_.empty());
+}
+
+TEST_F(LensMicomTest, BrokenFramesAreNoiseAndMoveNothing) {
+  Feed({0x00, 0xA5, 0x40, 0x0C, 0xFF, 0xF6, 0xE7});  // the checksum is one too high
+  Feed({0xA5, 0xA5, 0x40, 0x0D, 0xFF, 0xF6, 0xE7});  // a frame behind a stray byte
+  Feed({0xA5, 0x40});
+  Wait(60);
+  EXPECT_EQ(micom_.Pose().zoom, 100);
+  EXPECT_EQ(micom_.Pose().focus, 510);
+  EXPECT_EQ(noise_, 7U + 1U + 2U);
+}
+
+TEST(LensOptics, IsSharpestOnTheCurveAndFallsOffToBothSides) {
+  sim::Scene scene;
+  scene.offset = 12;
+  for (const int zoom : {0, 75, 700, 1350}) {
+    const int peak = static_cast<int>(sim::InFocus(zoom)) + 12;
+    const auto at = [&](int focus) {
+      return sim::LensOptics::Sharpness(scene, {.zoom = zoom, .focus = focus, .iris = 0});
+    };
+    EXPECT_NEAR(at(peak), scene.floor + scene.height, 20);
+    for (int distance = 1; distance < 100; ++distance) {
+      EXPECT_LT(at(peak + distance + 1), at(peak + distance));
+      EXPECT_LT(at(peak - distance - 1), at(peak - distance));
+    }
+    EXPECT_NEAR(at(peak + static_cast<int>(scene.width)), scene.floor + scene.height / 2, 400);
+  }
+}
+
+TEST(LensOptics, ExposureFollowsIrisAndSetting) {
+  sim::Scene scene;
+  const auto expose = [&](double light, int iris, int32_t setting) {
+    scene.light = light;
+    return sim::LensOptics::Expose(scene, {.zoom = 0, .focus = 0, .iris = iris}, setting);
+  };
+  EXPECT_EQ(expose(1, 96, 1024).deviation, 0);
+  EXPECT_EQ(expose(1, 80, 1024).deviation, 50);    // half the light
+  EXPECT_EQ(expose(2, 96, 1024).deviation, -100);  // twice
+  EXPECT_EQ(expose(2, 80, 1024).deviation, 0);
+  const sim::Exposure dark = expose(0.25, 96, 363329);
+  EXPECT_EQ(dark.deviation, 0);
+  EXPECT_EQ(dark.level, 4096);
+}
+
+}  // namespace
