@@ -94,8 +94,7 @@ TEST_F(ModuleUpdate, PacketsByteForByte) {
   EXPECT_TRUE(manager.Receive().has_value());
 }
 
-// --- Images
-// ---------------------------------------------------------------------------------------
+// --- Images -----------------------------------------------------------------------------------
 
 TEST_F(ModuleUpdate, ImagesThatAreNoneLeaveTheMicomAlone) {
   const struct {
@@ -131,8 +130,7 @@ TEST_F(ModuleUpdate, LineThatCannotBeOpenedAgain) {
   EXPECT_EQ(Output(), Said(Failed("OpenRS232")));
 }
 
-// --- Acknowledgement
-// ------------------------------------------------------------------------------
+// --- Acknowledgement --------------------------------------------------------------------------
 
 TEST_F(ModuleUpdate, AcknowledgementAfterNoise) {
   const Bytes rows[] = {
@@ -167,8 +165,7 @@ TEST_F(ModuleUpdate, AcknowledgementThatNeverGetsRight) {
   EXPECT_EQ(Output(), Said(Failed("ack not match 1200 vs DC12")));
 }
 
-// --- Trouble that passes
-// --------------------------------------------------------------------------
+// --- Trouble that passes ----------------------------------------------------------------------
 
 TEST_F(ModuleUpdate, RefusedPacketsAreSentAgain) {
   const struct {
@@ -224,8 +221,7 @@ TEST_F(ModuleUpdate, AnswersThatComeLate) {
                            "* write  85%, retry[1 / 20]\n* write 100%, retry[2 / 20]\nend\n"));
 }
 
-// --- Trouble that stays
-// ---------------------------------------------------------------------------
+// --- Trouble that stays -----------------------------------------------------------------------
 
 // At every packet of an update of 300 bytes, each kind of trouble. Silence in the data packets
 // alone is not among them: a hundred sends of three seconds each; refusals end the same loop.
@@ -274,8 +270,7 @@ TEST_F(ModuleUpdate, BrokenOffAtEveryPacket) {
   }
 }
 
-// --- Speed
-// ----------------------------------------------------------------------------------------
+// --- Speed ------------------------------------------------------------------------------------
 
 TEST_F(ModuleUpdate, UsesTheLine) {
   constexpr size_t kPayload = 100'000;

@@ -163,8 +163,7 @@ TEST_F(StartStop, HostileConfigurationFiles) {
   ExpectEarlyEnd(0);
 }
 
-// --- Trace level
-// -----------------------------------------------------------------------------------
+// --- Trace level ------------------------------------------------------------------------------
 
 TEST_F(StartStop, TraceLevelIsTheOnlyArgument) {
   const struct {
@@ -181,8 +180,7 @@ TEST_F(StartStop, TraceLevelIsTheOnlyArgument) {
   }
 }
 
-// --- The line
-// ----------------------------------------------------------------------------------------
+// --- The line ---------------------------------------------------------------------------------
 
 TEST_F(StartStop, LineSettingsAreSetAndGivenBack) {
   termios own = line.Settings();
@@ -230,8 +228,7 @@ TEST_F(StartStop, EndReleasesEveryPort) {
   EXPECT_EQ(daemon->Stop(), 0);
 }
 
-// --- The semaphore of the parameter block
-// ----------------------------------------------------------
+// --- The semaphore of the parameter block -----------------------------------------------------
 
 TEST_F(StartStop, SemaphoreIsMadeAndRemoved) {
   Start();
