@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sched.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -145,6 +146,20 @@ void WaitTransmitterEmpty(int fd, int written) {
   }
 }
 
+// --- Writing -------------------------------------------------------------------------------------
+
+// The terminal refuses a non-blocking write while another thread's is under way, and the frame
+// would be lost: the threads take turns for the microseconds of the call.
+std::atomic_flag g_is_writing = ATOMIC_FLAG_INIT;
+
+int WriteAlone(int fd, const void* buffer, int length) {
+  while (g_is_writing.test_and_set(std::memory_order_acquire))
+    sched_yield();
+  const ssize_t written = write(fd, buffer, static_cast<size_t>(length));
+  g_is_writing.clear(std::memory_order_release);
+  return static_cast<int>(written);
+}
+
 // --- The slots ---------------------------------------------------------------------------------
 
 void Close(SerialPort* self) {
@@ -157,7 +172,7 @@ void Close(SerialPort* self) {
 int Write(SerialPort* self, const void* buffer, int length) {
   const int fd = self->fd;
   if (fd < 0) return -1;
-  const int written = static_cast<int>(write(fd, buffer, static_cast<size_t>(length)));
+  const int written = WriteAlone(fd, buffer, length);
   WaitTransmitterEmpty(fd, written);
   return written;
 }

@@ -1,9 +1,9 @@
 // SerialPort: the device's second serial line as a raw, non-blocking terminal.
 //
 // The daemon has one port object; the operations of serial_io.h reach it through a global
-// pointer that is null while the port is closed. No lock: each write is one system call, so
-// two threads may write whole frames. Only the main thread opens and closes; a thread that still
-// writes then fails softly.
+// pointer that is null while the port is closed. Each write is one system call and
+// threads take turns for it, so two may write whole frames. Only the main thread opens and closes;
+// a thread that still writes then fails softly.
 #pragma once
 
 #include <termios.h>

@@ -3,6 +3,7 @@
 #include <sys/ioctl.h>
 #include <sys/time.h>
 
+#include <atomic>
 #include <cstring>
 #include <ctime>
 #include <sstream>
@@ -294,6 +295,27 @@ TEST_F(Serial, ReceivesInPieces) {
   sender.join();
   EXPECT_EQ(sim::Hex(buffer), "01 02 03 04 05 06 EE");
   EXPECT_EQ(WithoutTimesAndWaits(said), "RECV    4: 01 02 03 04 \nRECV    2: 05 06 \n");
+}
+
+// The terminal refuses a non-blocking write that meets another one.
+TEST_F(Serial, WritersLoseNoFrameToEachOther) {
+  OpenDaemonPort();
+  constexpr int kFrames = 4000;
+  std::atomic<int> lost = 0;
+  std::atomic<int> writing = 2;
+  const auto write_frames = [&] {
+    for (int i = 0; i < kFrames; ++i) {
+      if (SerialSend(-1, "123456", 6) != 6) ++lost;
+    }
+    --writing;
+  };
+  std::thread first(write_frames);
+  std::thread second(write_frames);
+  while (writing > 0)
+    line_.Receive(4096, sim::milliseconds(1));
+  first.join();
+  second.join();
+  EXPECT_EQ(lost, 0);
 }
 
 TEST_F(Serial, ReceivesUntilItsDeadline) {
