@@ -18,13 +18,6 @@ CICOMM g_command;
 CFDEVENT g_events;
 CPTZSVR g_ptz_server;
 
-bool OpenSerialLine(const Rs232Settings& settings) {
-  return OpenRS232({.baud_rate = settings.baud_rate,
-                    .data_bits = settings.data_bits,
-                    .parity = settings.parity,
-                    .stop_bits = settings.stop_bits}) >= 0;
-}
-
 // Opens the socket that takes write and stop datagrams. Without SO_REUSEADDR: a second daemon
 // must not take the port over. Returns it, or -1 with a line in syslog.
 int OpenUdpSocket(int port) {
@@ -60,7 +53,7 @@ CPTZSVR* MakePtzServer(int16_t port) {
 
 OpenResult OpenResources(Rs232Settings* settings, Rs232Context* context) {
   context->udp_socket = kClosed;
-  if (!OpenSerialLine(*settings)) return OpenResult::kEnd;
+  if (OpenRS232(SerialLineOf(*settings)) < 0) return OpenResult::kEnd;
   context->udp_socket = OpenUdpSocket(settings->udp_port);
   if (context->udp_socket < 0) return OpenResult::kFailed;
   if (CICOMM_Init(&g_command, settings->command_port) != 0) return OpenResult::kEnd;

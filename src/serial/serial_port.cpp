@@ -11,7 +11,6 @@
 #include <cerrno>
 #include <cstdio>
 
-#include "context/rs232_context.h"
 #include "util/conf_file.h"
 #include "util/sleep.h"
 
@@ -88,6 +87,8 @@ constexpr int64_t kUsPerS = 1'000'000;
 constexpr int64_t kBitsPerCharacter = 12;
 // What a driver may lag behind the line before the wait is given up.
 constexpr int64_t kDrainMarginUs = 200'000;
+// The longest wait once the daemon is told to end.
+constexpr int64_t kDrainAfterStopUs = 1'000'000;
 // How often the output queue is looked at where the driver cannot tell when the line is idle.
 constexpr int64_t kQueueLookUs = 1'000;
 
@@ -102,12 +103,27 @@ int64_t PresentBaudRate(int fd) {
   return kDefaultSpeed.baud_rate;
 }
 
-// The longest that everything queued on the device can take, in microseconds.
-int64_t DrainLimitUs(int fd, int written) {
+// How long a wait may last: what everything queued on the device can take, and once the daemon is
+// told to end no more than kDrainAfterStopUs.
+struct DrainLimit {
+  int64_t begin_us;
+  int64_t length_us;
+};
+
+int QueuedBytes(int fd) {
   int queued = 0;
-  if (ioctl(fd, TIOCOUTQ, &queued) != 0) queued = 0;
-  const int64_t characters = std::max(queued, written);
-  return characters * kBitsPerCharacter * kUsPerS / PresentBaudRate(fd) + kDrainMarginUs;
+  return ioctl(fd, TIOCOUTQ, &queued) == 0 ? queued : -1;
+}
+
+DrainLimit DrainLimitFor(int fd, int written) {
+  const int64_t characters = std::max({QueuedBytes(fd), written, 0});
+  const int64_t line_us = characters * kBitsPerCharacter * kUsPerS / PresentBaudRate(fd);
+  return {.begin_us = CUTIL_MonotonicUs(), .length_us = line_us + kDrainMarginUs};
+}
+
+bool IsOver(const DrainLimit& limit) {
+  const int64_t waited_us = CUTIL_MonotonicUs() - limit.begin_us;
+  return waited_us >= limit.length_us || (g_rs232_stop != 0 && waited_us >= kDrainAfterStopUs);
 }
 
 enum class Transmitter { kEmpty, kBusy, kUnknown };
@@ -120,61 +136,72 @@ Transmitter QueryTransmitter(int fd) {
   return errno == EINTR ? Transmitter::kBusy : Transmitter::kUnknown;
 }
 
-// For devices that cannot tell when the shift register is empty (USB adapters, ptys): waits
-// until the output queue is, then lets the driver flush its own. Ends at a hang-up.
-void DrainByQueue(int fd, int64_t give_up_us) {
-  int queued = 0;
-  while (ioctl(fd, TIOCOUTQ, &queued) == 0) {
-    if (queued == 0) {
-      tcdrain(fd);
-      return;
-    }
-    if (CUTIL_MonotonicUs() >= give_up_us) return;
-    CUTIL_SleepUs(kQueueLookUs);
+void DrainByStatus(int fd, int written) {
+  const DrainLimit limit = DrainLimitFor(fd, written);
+  while (QueryTransmitter(fd) == Transmitter::kBusy && !IsOver(limit)) {
   }
 }
 
-void WaitTransmitterEmpty(int fd, int written) {
-  const Transmitter first = QueryTransmitter(fd);
-  if (first == Transmitter::kEmpty) return;
-  const int64_t give_up_us = CUTIL_MonotonicUs() + DrainLimitUs(fd, written);
-  if (first == Transmitter::kUnknown) {
-    DrainByQueue(fd, give_up_us);
-    return;
+// For devices that cannot tell when the shift register is empty (USB adapters, ptys): waits
+// until the output queue is, then lets the driver flush its own. Ends at a hang-up.
+void DrainByQueue(int fd, int written) {
+  int queued = QueuedBytes(fd);
+  if (queued > 0) {
+    const DrainLimit limit = DrainLimitFor(fd, written);
+    while ((queued = QueuedBytes(fd)) > 0 && !IsOver(limit))
+      CUTIL_SleepUs(kQueueLookUs);
   }
-  while (QueryTransmitter(fd) == Transmitter::kBusy && CUTIL_MonotonicUs() < give_up_us) {
+  if (queued == 0) tcdrain(fd);
+}
+
+void WaitTransmitterEmpty(int fd, int written) {
+  switch (QueryTransmitter(fd)) {
+    case Transmitter::kEmpty:
+      break;
+    case Transmitter::kBusy:
+      DrainByStatus(fd, written);
+      break;
+    case Transmitter::kUnknown:
+      DrainByQueue(fd, written);
+      break;
   }
 }
 
 // --- Writing -------------------------------------------------------------------------------------
 
 // The terminal refuses a non-blocking write while another thread's is under way, and the frame
-// would be lost: the threads take turns for the microseconds of the call.
-std::atomic_flag g_is_writing = ATOMIC_FLAG_INIT;
+// would be lost: the threads take turns for the microseconds of the call. Closing takes its turn
+// as well, so that no frame goes to whatever is opened next under the same number.
+std::atomic_flag g_is_in_use = ATOMIC_FLAG_INIT;
 
-int WriteAlone(int fd, const void* buffer, int length) {
-  while (g_is_writing.test_and_set(std::memory_order_acquire))
+void TakeTurn() {
+  while (g_is_in_use.test_and_set(std::memory_order_acquire))
     sched_yield();
-  const ssize_t written = write(fd, buffer, static_cast<size_t>(length));
-  g_is_writing.clear(std::memory_order_release);
-  return static_cast<int>(written);
+}
+
+void EndTurn() {
+  g_is_in_use.clear(std::memory_order_release);
 }
 
 // --- The slots ---------------------------------------------------------------------------------
 
 void Close(SerialPort* self) {
+  TakeTurn();
   const int fd = self->fd.exchange(-1);
-  if (fd < 0) return;
-  tcsetattr(fd, TCSANOW, &self->saved);
-  close(fd);
+  if (fd >= 0) {
+    tcsetattr(fd, TCSANOW, &self->saved);
+    close(fd);
+  }
+  EndTurn();
 }
 
 int Write(SerialPort* self, const void* buffer, int length) {
+  TakeTurn();
   const int fd = self->fd;
-  if (fd < 0) return -1;
-  const int written = WriteAlone(fd, buffer, length);
-  WaitTransmitterEmpty(fd, written);
-  return written;
+  const ssize_t written = fd < 0 ? -1 : write(fd, buffer, static_cast<size_t>(length));
+  EndTurn();
+  if (fd >= 0) WaitTransmitterEmpty(fd, static_cast<int>(written));
+  return static_cast<int>(written);
 }
 
 int Read(SerialPort* self, void* buffer, int length, int timeout_ms) {
@@ -205,6 +232,13 @@ int SerialPortOpen(SerialPort* self, const char* path, const SerialLine& line) {
   tcsetattr(fd, TCSANOW, &settings);
   self->fd = fd;
   return 0;
+}
+
+SerialLine SerialLineOf(const Rs232Settings& settings) {
+  return {.baud_rate = settings.baud_rate,
+          .data_bits = settings.data_bits,
+          .parity = settings.parity,
+          .stop_bits = settings.stop_bits};
 }
 
 int OpenRS232(const SerialLine& line) {

@@ -3,13 +3,15 @@
 // The daemon has one port object; the operations of serial_io.h reach it through a global
 // pointer that is null while the port is closed. Each write is one system call and
 // threads take turns for it, so two may write whole frames. Only the main thread opens and closes;
-// a thread that still writes then fails softly.
+// a thread that writes afterwards fails softly.
 #pragma once
 
 #include <termios.h>
 
 #include <atomic>
 #include <cstdint>
+
+#include "context/rs232_context.h"
 
 // Where the path of the second serial device stands.
 constexpr char SERIAL_CAPABILITIES_PATH[] = "/etc/capabilities.conf";
@@ -22,6 +24,9 @@ struct SerialLine {
   int32_t parity;     // 1 even, 2 odd; any other is none
   int32_t stop_bits;  // 2; any other is 1
 };
+
+// The line settings that start-up read.
+SerialLine SerialLineOf(const Rs232Settings& settings);
 
 // Results of SerialPort::Read below zero.
 enum SerialReadError : int {
@@ -42,7 +47,8 @@ struct SerialPort {
   // last bit has left the transmitter. The wait keeps the processor busy where the driver tells
   // when that is; elsewhere it sleeps until the driver's queue is empty and trusts its own drain
   // call for the rest. It is given up once it has lasted longer than the bytes need on the line
-  // plus a margin. Returns what `write` returned, or -1 when the port is not open.
+  // plus a margin, or a second after it began when the daemon is told to end. Returns what `write`
+  // returned, or -1 when the port is not open.
   int (*Write)(SerialPort* self, const void* buffer, int length);
 
   // Waits at most `timeout_ms` (not negative) for input and reads once, at most `length` bytes.
