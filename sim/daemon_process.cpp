@@ -137,6 +137,12 @@ double DaemonProcess::CpuSeconds() const {
   return (user + system) / static_cast<double>(sysconf(_SC_CLK_TCK));
 }
 
+long DaemonProcess::Sleeps() const {
+  const std::string status = ReadTextFile("/proc/" + std::to_string(pid_) + "/status");
+  const std::string name = "\nvoluntary_ctxt_switches:";
+  return std::stol(status.substr(status.find(name) + name.size()));
+}
+
 bool IsPortBound(const std::string& table, int port) {
   constexpr int kTcpListen = 0x0A;
   std::ifstream file("/proc/net/" + table);

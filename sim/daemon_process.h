@@ -45,6 +45,9 @@ class DaemonProcess {
   // Processor time used so far, user and system, in seconds.
   double CpuSeconds() const;
 
+  // How often its main thread has gone to sleep so far.
+  long Sleeps() const;
+
  private:
   std::string output_path_;
   std::string error_path_;

@@ -219,13 +219,15 @@ constexpr std::array<ControlRow, 7> kControls = {{
 
 // --- The hooks of the pass ---------------------------------------------------------------------
 
-void OnPass(void* /*mode*/) {
+int64_t OnPass(void* /*mode*/) {
   if (g_af_mode == kDaemonMode) {
     focus_search_step();
     drive_step();
-  } else if (g_mfz.g_focus_value_stream == FOCUS_STREAM_ON) {
-    i2m_write(I2M_ADDR_FOCUS_VALUE, get_focus_value());
+    return std::min(focus_search_wait_us(), drive_wait_us());
   }
+  if (g_mfz.g_focus_value_stream != FOCUS_STREAM_ON) return MODE_PASS_NO_WORK;
+  i2m_write(I2M_ADDR_FOCUS_VALUE, get_focus_value());
+  return MODE_PASS_PACE_US;
 }
 
 void OnCameraControl(void* /*mode*/, const CameraControl& control) {

@@ -9,6 +9,7 @@
 #include "lens/mfz_state.h"
 #include "lens/motor.h"
 #include "lens/position.h"
+#include "relay/mode_pass.h"
 #include "util/sleep.h"
 
 namespace {
@@ -140,6 +141,11 @@ void set_focus_drive_step(int8_t value) {
 void drive_step() {
   DriveFocus();
   DriveZoom();
+}
+
+int64_t drive_wait_us() {
+  const bool idle = g_mfz.focus_req == DRIVE_IDLE && g_mfz.zoom_req == DRIVE_IDLE;
+  return idle ? MODE_PASS_NO_WORK : MODE_PASS_PACE_US;
 }
 
 void assist_focus() {

@@ -40,6 +40,10 @@ void set_focus_drive_step(int8_t value);
 // positions; a zoom stop then starts a focus search.
 void drive_step();
 
+// Microseconds after which the next tick is due: MODE_PASS_PACE_US while a request stands,
+// otherwise MODE_PASS_NO_WORK.
+int64_t drive_wait_us();
+
 // Drives the lens into its zero ends, puts the focus on the curve and starts a focus search;
 // without a curve it resets only. Blocks for several seconds.
 void assist_focus();

@@ -8,6 +8,7 @@
 #include "lens/mfz_state.h"
 #include "lens/motor.h"
 #include "lens/position.h"
+#include "relay/mode_pass.h"
 #include "util/time_mark.h"
 
 namespace {
@@ -34,6 +35,12 @@ void MoveFocus(int16_t steps, TimeMark* clock) {
 // True when a move of `step` that began at `clock` has had its time.
 bool IsMoveOver(const TimeMark& clock, int16_t step) {
   return CUTIL_CheckTimeout(clock, MotorTimeMs(step, g_lens.DELAY_MS_NORMAL)) == 0;
+}
+
+int64_t MoveLeftUs(const TimeMark& clock, int16_t step) {
+  constexpr int64_t kUsPerMs = 1000;
+  const int64_t move_us = MotorTimeMs(step, g_lens.DELAY_MS_NORMAL) * kUsPerMs;
+  return std::clamp<int64_t>(move_us - CUTIL_ElapsedUs(clock), 0, MODE_PASS_PACE_US);
 }
 
 void Idle() {}
@@ -119,6 +126,25 @@ constexpr std::array<void (*)(), AF_FINISH + 1> kStates = {Idle, Start,   Idle, 
 
 void focus_search_step() {
   kStates[g_mfz.af_state]();
+}
+
+int64_t focus_search_wait_us() {
+  const MfzProfile& profile = g_lens.profile;
+  switch (g_mfz.af_state) {
+    case AF_START:
+    case AF_FINISH:
+      return 0;
+    case AF_DESCEND:
+      return MoveLeftUs(g_mfz.clock_a, profile.af_step_coarse);
+    case AF_SCAN:
+      return MoveLeftUs(g_mfz.clock_b, profile.af_step_fine);
+    case AF_BACK_OFF:
+      return MoveLeftUs(g_mfz.clock_c, profile.af_step_fine);
+    case AF_APPROACH:
+      return MoveLeftUs(g_mfz.clock_c, profile.af_step_finest);
+    default:
+      return MODE_PASS_NO_WORK;
+  }
 }
 
 void focus_search_start(int16_t half_width) {

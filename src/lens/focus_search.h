@@ -39,6 +39,10 @@ constexpr int AF_BACK_OFF_STEPS = 4;
 // One step of the search; called on every pass of the loop while the daemon drives the lens.
 void focus_search_step();
 
+// Microseconds after which the next step is due: what is left of the present move's time, at most
+// MODE_PASS_PACE_US; MODE_PASS_NO_WORK while no search runs.
+int64_t focus_search_wait_us();
+
 // Starts a search over `half_width` steps to either side, from anew where one is running.
 void focus_search_start(int16_t half_width);
 

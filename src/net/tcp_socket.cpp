@@ -22,6 +22,7 @@
 namespace {
 
 // The numbers that the two lines of a failed stream send carry. They are part of the text.
+constexpr char kSendStreamName[] = "ZSK_SendTCPStream";
 constexpr int kNoDataLine = 693;
 constexpr int kSendCriticalLine = 727;
 
@@ -167,10 +168,26 @@ int ZSK_BindTCPSocketEx(int port, int options) {
   return fd;
 }
 
+int ZSK_SendTCPNow(int fd, const void* buf, int len) {
+  while (true) {
+    const ssize_t sent = send(fd, buf, static_cast<size_t>(len), MSG_NOSIGNAL | MSG_DONTWAIT);
+    if (sent > 0) return static_cast<int>(sent);
+    if (sent == 0) {
+      printf("[%s, %d] Error ZSKE_TCP_SEND_CRITICAL\n", kSendStreamName, kSendCriticalLine);
+      return ZSKE_TCP_SEND_CRITICAL;
+    }
+    if (errno == EAGAIN) return 0;
+    if (errno != EINTR) {
+      printf("[%s/send] Error Number : %d, Error String %s\n", kSendStreamName, errno,
+             strerror(errno));
+      return ZSKE_TCP_SEND_CRITICAL;
+    }
+  }
+}
+
 int ZSK_SendTCPStream(int fd, const void* buf, int len, int timeout_s) {
-  constexpr char kName[] = "ZSK_SendTCPStream";
   if (buf == nullptr || len == 0) {
-    printf("[%s, %d] Error %d, %x\n", kName, kNoDataLine, len,
+    printf("[%s, %d] Error %d, %x\n", kSendStreamName, kNoDataLine, len,
            static_cast<unsigned>(reinterpret_cast<uintptr_t>(buf)));
     return ZSKE_TCP_SEND_NO_DATA;
   }
@@ -181,21 +198,11 @@ int ZSK_SendTCPStream(int fd, const void* buf, int len, int timeout_s) {
   const uint8_t* next = static_cast<const uint8_t*>(buf);
   int remaining = len;
   while (true) {
-    const ssize_t sent =
-        send(fd, next, static_cast<size_t>(remaining), MSG_NOSIGNAL | MSG_DONTWAIT);
-    if (sent > 0) {
-      next += sent;
-      remaining -= static_cast<int>(sent);
-    } else if (sent == 0) {
-      printf("[%s, %d] Error ZSKE_TCP_SEND_CRITICAL\n", kName, kSendCriticalLine);
-      return ZSKE_TCP_SEND_CRITICAL;
-    } else if (errno == EAGAIN) {
-      WaitForRoom(fd, deadline);
-    } else if (errno != EINTR) {
-      printf("[ZSK_SendTCPStream/send] Error Number : %d, Error String %s\n", errno,
-             strerror(errno));
-      return ZSKE_TCP_SEND_CRITICAL;
-    }
+    const int sent = ZSK_SendTCPNow(fd, next, remaining);
+    if (sent < 0) return sent;
+    if (sent == 0) WaitForRoom(fd, deadline);
+    next += sent;
+    remaining -= sent;
     if (ZSK_DeadlinePassed(deadline)) return ZSKE_TCP_SEND_TIMEOUT;
     if (remaining == 0) return len;
   }

@@ -32,6 +32,11 @@ int ZSK_ConnectTCPSocket(const char* host, int port);
 // Returns the descriptor or -1. Messages on standard error.
 int ZSK_BindTCPSocketEx(int port, int options);
 
+// Sends what the peer has room for, `len` bytes (at least 1) at most, without waiting. Returns the
+// bytes that it took, 0 when it has no room, or ZSKE_TCP_SEND_CRITICAL when the connection failed;
+// never a signal. Messages on standard output.
+int ZSK_SendTCPNow(int fd, const void* buf, int len);
+
 // Sends `len` bytes on a connected socket. Where the peer has no room the call waits for room
 // without holding the processor, until the deadline: `timeout_s` whole seconds of wall-clock
 // time (so the call ends between timeout_s and timeout_s + 1 seconds); 0 sets none.

@@ -24,6 +24,12 @@ constexpr int kNoSocket = -1;
 constexpr int64_t kUsPerS = 1'000'000;
 constexpr int64_t kNsPerUs = 1'000;
 constexpr int64_t kAcceptPauseUs = kUsPerS;
+constexpr int64_t kSendLimitUs = CPTZSVR_SEND_LIMIT_S * kUsPerS;
+
+void Drop(CPTZSVR* self, int slot) {
+  CPTZSVR_Disconnect(&self->clients[slot]);
+  SendQueueClear(&self->queues[slot]);
+}
 
 // --- Accept ------------------------------------------------------------------------------------
 
@@ -34,6 +40,11 @@ bool IsPassing(int error) {
                                    ENETDOWN,     ENONET,      ENOPROTOOPT,  EHOSTDOWN,
                                    EHOSTUNREACH, ENETUNREACH, EOPNOTSUPP};
   return std::find(kPassing.begin(), kPassing.end(), error) != kPassing.end();
+}
+
+// Whether the listener is there and not being left alone.
+bool IsAccepting(const CPTZSVR* self) {
+  return self->listener != kNoSocket && CUTIL_MonotonicUs() >= self->accept_again_us;
 }
 
 void LeaveListenerAlone(CPTZSVR* self, int error) {
@@ -58,7 +69,7 @@ void Admit(CPTZSVR* self, int client, const sockaddr_in& peer) {
 
 int CPTZSVR_Accept(CPTZSVR* self, int us) {
   if (self->listener == kNoSocket) return -1;
-  if (!CPTZSVR_IsAccepting(self)) return 0;
+  if (!IsAccepting(self)) return 0;
   const int64_t end = CUTIL_MonotonicUs() + us;
   int64_t left = us;
   do {
@@ -106,28 +117,56 @@ int CPTZSVR_Recv(CPTZSVR* self, void* buf, int us) {
     const ssize_t received = recv(self->clients[i], buf, CPTZSVR_RECV_MAX, MSG_DONTWAIT);
     if (received > 0) return static_cast<int>(received);
     if (received < 0 && (errno == EINTR || errno == EAGAIN)) continue;
-    CPTZSVR_Disconnect(&self->clients[i]);
+    Drop(self, static_cast<int>(i));
   }
   return -1;
 }
 
-// --- The other slots ---------------------------------------------------------------------------
+// --- Sending -------------------------------------------------------------------------------------
+
+// Gives a client its bytes, through the queue what it cannot take now: behind what waits there
+// already, so that they stay in order. Returns false when the client is lost.
+bool Give(CPTZSVR* self, int slot, const uint8_t* bytes, int len) {
+  SendQueue* const queue = &self->queues[slot];
+  int sent = 0;
+  if (queue->count == 0) {
+    sent = ZSK_SendTCPNow(self->clients[slot], bytes, len);
+    if (sent < 0) return false;
+    if (sent == len) return true;
+    self->took_us[slot] = CUTIL_MonotonicUs();
+  }
+  return SendQueuePut(queue, bytes + sent, len - sent);
+}
 
 int CPTZSVR_SendAll(CPTZSVR* self, const void* buf, int len) {
-  for (int& client : self->clients) {
-    if (client < 0) continue;
-    if (ZSK_SendTCPStream(client, buf, len, CPTZSVR_SEND_LIMIT_S) < 0) CPTZSVR_Disconnect(&client);
+  for (int slot = 0; slot < CPTZSVR_MAX_CLIENTS; ++slot) {
+    if (self->clients[slot] < 0) continue;
+    if (!Give(self, slot, static_cast<const uint8_t*>(buf), len)) Drop(self, slot);
   }
   return 0;
 }
+
+int64_t SendLimitLeftUs(const CPTZSVR* self, int slot) {
+  return std::max<int64_t>(self->took_us[slot] + kSendLimitUs - CUTIL_MonotonicUs(), 0);
+}
+
+// Lets a client take of its queue. Its time is over only when it takes nothing even now: the
+// server may have been kept from offering. Returns false when the client is lost.
+bool Offer(CPTZSVR* self, int slot) {
+  const int taken = SendQueueDrain(&self->queues[slot], self->clients[slot]);
+  if (taken > 0) self->took_us[slot] = CUTIL_MonotonicUs();
+  return taken > 0 || (taken == 0 && SendLimitLeftUs(self, slot) > 0);
+}
+
+// --- The end -------------------------------------------------------------------------------------
 
 void CPTZSVR_Close(CPTZSVR* self) {
   if (self->listener != kNoSocket) {
     close(self->listener);
     self->listener = kNoSocket;
   }
-  for (int& client : self->clients)
-    CPTZSVR_Disconnect(&client);
+  for (int slot = 0; slot < CPTZSVR_MAX_CLIENTS; ++slot)
+    Drop(self, slot);
 }
 
 }  // namespace
@@ -141,6 +180,8 @@ int CPTZSVR_Init(CPTZSVR* self, int16_t port) {
   self->Recv = CPTZSVR_Recv;
   self->SendAll = CPTZSVR_SendAll;
   self->accept_again_us = 0;
+  std::fill(std::begin(self->queues), std::end(self->queues), SendQueue{});
+  std::fill(std::begin(self->took_us), std::end(self->took_us), 0);
 
   const int probe = ZSK_ConnectTCPSocket("127.0.0.1", port);
   if (probe >= 0) {
@@ -165,6 +206,32 @@ void CPTZSVR_Disconnect(int* slot) {
   *slot = kNoSocket;
 }
 
-bool CPTZSVR_IsAccepting(const CPTZSVR* self) {
-  return self->listener != kNoSocket && CUTIL_MonotonicUs() >= self->accept_again_us;
+void CPTZSVR_Watch(const CPTZSVR* self, std::span<pollfd, CPTZSVR_SOURCES> sources) {
+  for (int slot = 0; slot < CPTZSVR_MAX_CLIENTS; ++slot) {
+    const int room = self->queues[slot].count > 0 ? POLLOUT : 0;
+    sources[static_cast<size_t>(slot)] = {
+        .fd = self->clients[slot], .events = static_cast<short>(POLLIN | room), .revents = 0};
+  }
+  sources[CPTZSVR_LISTENER_SOURCE] = {
+      .fd = IsAccepting(self) ? self->listener : kNoSocket, .events = POLLIN, .revents = 0};
+}
+
+int64_t CPTZSVR_WaitLimitUs(const CPTZSVR* self) {
+  int64_t limit_us = INT64_MAX;
+  if (self->listener != kNoSocket && !IsAccepting(self)) {
+    limit_us = std::max<int64_t>(self->accept_again_us - CUTIL_MonotonicUs(), 0);
+  }
+  for (int slot = 0; slot < CPTZSVR_MAX_CLIENTS; ++slot) {
+    if (self->queues[slot].count > 0) limit_us = std::min(limit_us, SendLimitLeftUs(self, slot));
+  }
+  return limit_us;
+}
+
+void CPTZSVR_SendQueued(CPTZSVR* self, std::span<const pollfd, CPTZSVR_SOURCES> sources) {
+  for (int slot = 0; slot < CPTZSVR_MAX_CLIENTS; ++slot) {
+    if (self->queues[slot].count == 0) continue;
+    const bool has_room = (sources[static_cast<size_t>(slot)].revents & POLLOUT) != 0;
+    if (!has_room && SendLimitLeftUs(self, slot) > 0) continue;
+    if (!Offer(self, slot)) Drop(self, slot);
+  }
 }

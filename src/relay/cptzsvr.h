@@ -2,16 +2,28 @@
 //
 // A listener and up to ten clients. What a client sends is read by the mode and goes to the
 // serial line unchanged; what the line says goes to every client. The sockets are the server's
-// own and are not in the event set. Main thread only. Messages go to standard error.
+// own and are not in the event set. A client that cannot take its bytes now gets them later, from
+// a queue of its own; the others notice nothing of it. Main thread only. Messages go to standard
+// error.
 #pragma once
 
+#include <poll.h>
+
 #include <cstdint>
+#include <span>
+
+#include "relay/send_queue.h"
 
 constexpr int CPTZSVR_MAX_CLIENTS = 10;
 // Bytes that one Recv takes at most.
 constexpr int CPTZSVR_RECV_MAX = 256;
-// Seconds that a client may keep SendAll waiting before it is dropped.
+// Seconds that a client may leave its queue waiting without taking a byte before it is dropped.
 constexpr int CPTZSVR_SEND_LIMIT_S = 10;
+
+// What the server waits for: each client in the order of the slots, then the listener. One that
+// is not there holds a negative descriptor, which poll passes over.
+constexpr size_t CPTZSVR_LISTENER_SOURCE = CPTZSVR_MAX_CLIENTS;
+constexpr size_t CPTZSVR_SOURCES = CPTZSVR_MAX_CLIENTS + 1;
 
 struct CPTZSVR {
   int listener;                      // -1 when there is none
@@ -32,11 +44,13 @@ struct CPTZSVR {
   // disconnected on the way. Returns the bytes read, or -1 when there were none.
   int (*Recv)(CPTZSVR* self, void* buf, int us);
 
-  // Sends `len` bytes to every client. One whose send fails, or that takes too little within
-  // CPTZSVR_SEND_LIMIT_S, is disconnected; it blocks the call until then. Returns 0.
+  // Sends `len` bytes (at least 1) to every client without waiting: what one cannot take now goes
+  // into its queue. One whose send fails or whose queue is full is disconnected. Returns 0.
   int (*SendAll)(CPTZSVR* self, const void* buf, int len);
 
-  int64_t accept_again_us;  // monotonic time before which the listener is left alone
+  int64_t accept_again_us;                // monotonic time before which the listener is left alone
+  SendQueue queues[CPTZSVR_MAX_CLIENTS];  // what each client could not take yet
+  int64_t took_us[CPTZSVR_MAX_CLIENTS];   // while that waits: when the client last took some of it
 };
 
 // Starts the server. A port that another process serves already leaves it without a listener
@@ -47,5 +61,13 @@ int CPTZSVR_Init(CPTZSVR* self, int16_t port);
 // Closes the client in `*slot` if there is one and frees the slot.
 void CPTZSVR_Disconnect(int* slot);
 
-// True while the listener takes connections: it exists and is not being left alone.
-bool CPTZSVR_IsAccepting(const CPTZSVR* self);
+// Fills `sources` for a poll over the whole server; the descriptors stay the server's.
+void CPTZSVR_Watch(const CPTZSVR* self, std::span<pollfd, CPTZSVR_SOURCES> sources);
+
+// Microseconds after which the server has to be served again even if none of its sources is
+// ready; INT64_MAX when that may take for ever.
+int64_t CPTZSVR_WaitLimitUs(const CPTZSVR* self);
+
+// Sends what clients that have room again, by the polled `sources`, can take of their queues.
+// Those that fail, or that have taken nothing for CPTZSVR_SEND_LIMIT_S, are disconnected.
+void CPTZSVR_SendQueued(CPTZSVR* self, std::span<const pollfd, CPTZSVR_SOURCES> sources);

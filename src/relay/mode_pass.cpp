@@ -1,68 +1,93 @@
 #include "relay/mode_pass.h"
 
-#include <poll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
-#include <array>
+#include <algorithm>
+#include <csignal>
 #include <cstring>
+#include <ctime>
 
 #include "ipc/cicomm.h"
 #include "net/udp_socket.h"
-#include "relay/cfdevent.h"
 #include "serial/serial_io.h"
-#include "util/sleep.h"
 
 namespace {
 
-constexpr int kUsPerMs = 1000;
-
 // --- PTZ clients -------------------------------------------------------------------------------
+
+bool IsReady(const pollfd& source) {
+  return source.revents != 0;
+}
+
+std::span<pollfd, CPTZSVR_SOURCES> PtzSources(ModePass* self) {
+  return std::span(self->sources).first<CPTZSVR_SOURCES>();
+}
 
 void ServePtzClients(ModePass* self) {
   CPTZSVR* server = self->context->ptz_server;
   if (server == nullptr) return;
-  server->Accept(server, 0);
+  const auto sources = PtzSources(self);
+  const auto clients = sources.first<CPTZSVR_MAX_CLIENTS>();
+  CPTZSVR_SendQueued(server, sources);
+  if (IsReady(sources[CPTZSVR_LISTENER_SOURCE])) server->Accept(server, 0);
+  if (std::none_of(clients.begin(), clients.end(), IsReady)) return;
   const int count = server->Recv(server, self->ptz_buffer, 0);
-  if (count > 0) SerialSend(self->context->serial, self->ptz_buffer, count);
+  if (count > 0) SerialSend(self->line.fd, self->ptz_buffer, count);
 }
 
 // --- Waiting -----------------------------------------------------------------------------------
 
-// Everything that can end the wait of a pass.
-struct Sources {
-  std::array<pollfd, CFDEVENT_MAX_FDS + 1 + CPTZSVR_MAX_CLIENTS> list;
-  nfds_t count;
-};
-
-void Watch(Sources* sources, int fd) {
-  if (fd >= 0) sources->list[sources->count++] = {.fd = fd, .events = POLLIN, .revents = 0};
+// Fills in what the event set watches. Returns it.
+std::span<pollfd> CollectEvents(ModePass* self) {
+  const CFDEVENT* events = self->context->events;
+  const auto count = static_cast<size_t>(events->reg_count);
+  const auto sources = std::span(self->sources).subspan(CPTZSVR_SOURCES, count);
+  for (size_t i = 0; i < count; ++i)
+    sources[i] = {.fd = events->fds[i], .events = POLLIN, .revents = 0};
+  return sources;
 }
 
-void CollectSources(const Rs232Context& context, Sources* sources) {
-  sources->count = 0;
-  for (int i = 0; i < context.events->reg_count; ++i)
-    Watch(sources, context.events->fds[i]);
-  const CPTZSVR* server = context.ptz_server;
-  if (server == nullptr) return;
-  if (CPTZSVR_IsAccepting(server)) Watch(sources, server->listener);
-  for (const int client : server->clients)
-    Watch(sources, client);
+// Sleeps until one of the first `count` sources is ready, `limit_us` have passed or the daemon is
+// told to end. SIGTERM is held back from the look at the stop flag until the process sleeps, so
+// that none comes unnoticed between the two. Returns what poll returns.
+int SleepUntilReady(ModePass* self, size_t count, int64_t limit_us) {
+  constexpr int64_t kUsPerS = 1'000'000;
+  constexpr int64_t kNsPerUs = 1'000;
+  const timespec limit = {.tv_sec = static_cast<time_t>(limit_us / kUsPerS),
+                          .tv_nsec = static_cast<long>(limit_us % kUsPerS * kNsPerUs)};
+  sigset_t terminate;
+  sigset_t usual;
+  sigemptyset(&terminate);
+  sigaddset(&terminate, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &terminate, &usual);
+  int ready = 0;
+  if (*self->context->stop == 0) {
+    const bool is_endless = limit_us == MODE_PASS_NO_WORK;
+    ready = ppoll(self->sources.data(), count, is_endless ? nullptr : &limit, &usual);
+  }
+  pthread_sigmask(SIG_SETMASK, &usual, nullptr);
+  return ready;
 }
 
-// Waits on every source at once: a PTZ client or a signal ends the wait as well as the event
-// set does. Returns true when the event set has something to serve.
-bool WaitForWork(const ModePass* self) {
-  Sources sources;
-  CollectSources(*self->context, &sources);
-  if (poll(sources.list.data(), sources.count, MODE_PASS_WAIT_MS) <= 0) return false;
+// Waits on every source at once, `limit_us` at most: a PTZ client or a signal ends the wait as well
+// as the event set does. Returns true when the event set has something to serve.
+bool WaitForWork(ModePass* self, int64_t limit_us) {
+  const CPTZSVR* server = self->context->ptz_server;
+  if (server != nullptr) {
+    CPTZSVR_Watch(server, PtzSources(self));
+    limit_us = std::min(limit_us, CPTZSVR_WaitLimitUs(server));
+  }
+  limit_us = std::min(limit_us, LineSourceWaitLimitUs(self->line));
+  const auto watched = CollectEvents(self);
+  if (SleepUntilReady(self, CPTZSVR_SOURCES + watched.size(), limit_us) <= 0) return false;
+  if (std::none_of(watched.begin(), watched.end(), IsReady)) return false;
   CFDEVENT* events = self->context->events;
   return events->Wait(events, 0) == 0;
 }
 
-bool IsReady(const ModePass* self, int fd) {
+bool IsSet(const ModePass* self, int fd) {
   CFDEVENT* events = self->context->events;
-  return events->IsSet(events, fd) == 0;
+  return fd >= 0 && events->IsSet(events, fd) == 0;
 }
 
 // --- The daemon's UDP socket -------------------------------------------------------------------
@@ -73,7 +98,7 @@ void ServeUdp(ModePass* self) {
   if (length < RS232_UDP_CODE_SIZE) return;
   switch (LoadLe16(self->udp_buffer)) {
     case RS232_UDP_WRITE:
-      SerialSend(self->context->serial, self->udp_buffer + RS232_UDP_CODE_SIZE,
+      SerialSend(self->line.fd, self->udp_buffer + RS232_UDP_CODE_SIZE,
                  static_cast<int>(length) - RS232_UDP_CODE_SIZE);
       break;
     case RS232_UDP_STOP:
@@ -113,17 +138,12 @@ void SendSerialData(ModePass* self, int count) {
 
 void ServeSerial(ModePass* self) {
   uint8_t* bytes = self->serial_data.bytes;
-  const ssize_t count = read(self->context->serial, bytes, SERIAL_DATA_MAX);
-  if (count <= 0) {
-    // A line that hung up is ready for ever and has nothing: keep the pace of an idle pass.
-    CUTIL_SleepUs(static_cast<int64_t>(MODE_PASS_WAIT_MS) * kUsPerMs);
-    return;
-  }
-  const int length = static_cast<int>(count);
+  const int length = LineSourceRead(&self->line, bytes, SERIAL_DATA_MAX);
+  if (length == 0) return;
   CPTZSVR* server = self->context->ptz_server;
   if (server != nullptr) server->SendAll(server, bytes, length);
   if (self->hooks->serial_bytes != nullptr) {
-    self->hooks->serial_bytes(self->mode, {bytes, static_cast<size_t>(count)});
+    self->hooks->serial_bytes(self->mode, {bytes, static_cast<size_t>(length)});
   }
   SerialTraceIfEnabled(SERIAL_TRACE_RECV, bytes, length);
   if (self->hooks->sends_serial_data) SendSerialData(self, length);
@@ -133,13 +153,16 @@ void ServeSerial(ModePass* self) {
 
 int RunOnce(ModePass* self) {
   if (*self->context->stop != 0) return 1;
-  if (self->hooks->periodic != nullptr) self->hooks->periodic(self->mode);
+  const ModeHooks* hooks = self->hooks;
+  const int64_t limit_us =
+      hooks->periodic == nullptr ? MODE_PASS_NO_WORK : hooks->periodic(self->mode);
   ServePtzClients(self);
-  if (!WaitForWork(self)) return 0;
+  LineSourceServe(&self->line);
+  if (!WaitForWork(self, limit_us)) return 0;
   CICOMM* channel = self->context->command;
-  if (IsReady(self, self->context->udp_socket)) ServeUdp(self);
-  if (IsReady(self, channel->GetSocket(channel))) ServeCommand(self);
-  if (IsReady(self, self->context->serial)) ServeSerial(self);
+  if (IsSet(self, self->context->udp_socket)) ServeUdp(self);
+  if (IsSet(self, channel->GetSocket(channel))) ServeCommand(self);
+  if (IsSet(self, self->line.fd)) ServeSerial(self);
   return 0;
 }
 
@@ -155,6 +178,8 @@ void ModePassInit(ModePass* self, const Rs232Context* context, const ModeHooks* 
   self->hooks = hooks;
   self->mode = mode;
   self->serial_data = {};
+  LineSourceInit(&self->line, *context);
+  self->sources.fill({.fd = -1, .events = 0, .revents = 0});
   self->RunOnce = RunOnce;
   self->Run = Run;
 }

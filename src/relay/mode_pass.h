@@ -4,30 +4,40 @@
 //   1. the stop flag,
 //   2. the mode's periodic work,
 //   3. PTZ clients: accept one, read once from one, write it to the serial line,
-//   4. wait until something is ready, at most MODE_PASS_WAIT_MS,
+//   4. wait until something is ready,
 //   5. the UDP socket: bytes for the serial line, or the order to stop,
 //   6. the command channel: camera control and other commands go to the mode,
 //   7. the serial line: its bytes go to the PTZ clients, to the mode, to the trace and to the
 //      local data port.
-// A mode adds its hooks; whatever it leaves out is skipped. Runs on the main thread and blocks
-// for the wait of step 4 and for what the serial line and slow clients take.
+// The wait of step 4 is over every source at once, a signal included, and has no end of its own: a
+// daemon with nothing to do sleeps. A mode adds its hooks; whatever it leaves out is skipped. Runs
+// on the main thread and blocks for that wait and for what the serial line takes.
 #pragma once
 
+#include <poll.h>
+
+#include <array>
 #include <cstdint>
 #include <span>
 
 #include "context/rs232_context.h"
 #include "ipc/camera_control.h"
+#include "relay/cfdevent.h"
 #include "relay/cptzsvr.h"
 #include "relay/daemon_datagram.h"
+#include "relay/line_source.h"
 
-// Longest wait of a pass in which nothing happens, milliseconds.
-constexpr int MODE_PASS_WAIT_MS = 1;
+// Pace of periodic work that is under way, microseconds.
+constexpr int64_t MODE_PASS_PACE_US = 1000;
+// What periodic work returns that waits for an event.
+constexpr int64_t MODE_PASS_NO_WORK = INT64_MAX;
 
 // What a mode does in a pass. Every hook may be null. `mode` is the mode's own state.
 struct ModeHooks {
-  // Once a pass, before any source is looked at.
-  void (*periodic)(void* mode);
+  // Once a pass, before any source is looked at. Returns the microseconds after which it has to run
+  // again even if nothing happens: at most MODE_PASS_PACE_US while it has work, otherwise
+  // MODE_PASS_NO_WORK.
+  int64_t (*periodic)(void* mode);
   // A camera-control record with the right target came on the command channel.
   void (*camera_control)(void* mode, const CameraControl& control);
   // Any other command came on the command channel.
@@ -45,6 +55,9 @@ struct ModePass {
   uint8_t ptz_buffer[CPTZSVR_RECV_MAX];
   uint8_t udp_buffer[RS232_UDP_MAX];
   SerialDataDatagram serial_data;  // serial bytes are read into its place
+  LineSource line;
+  // What the last wait was over: the PTZ server's sources, then the event set's.
+  std::array<pollfd, CPTZSVR_SOURCES + CFDEVENT_MAX_FDS> sources;
 
   // Runs one pass. Returns 0, or 1 without serving anything when the stop flag is set.
   int (*RunOnce)(ModePass* self);

@@ -54,6 +54,13 @@ class PtzServer : public testing::Test {
     pollfd source = {.fd = server_.clients[slot], .events = events, .revents = 0};
     EXPECT_EQ(poll(&source, 1, 5000), 1);
   }
+  // Waits as a mode does and serves the queues.
+  void ServeQueues(int ms) {
+    pollfd sources[CPTZSVR_SOURCES];
+    CPTZSVR_Watch(&server_, sources);
+    poll(sources, CPTZSVR_SOURCES, ms);
+    CPTZSVR_SendQueued(&server_, sources);
+  }
   // What the next read gives: "COUNT FIRST-BYTE", and what is said about it.
   string Next() {
     string text;
@@ -197,6 +204,34 @@ TEST_F(PtzServer, DropsADeadClientAndServesTheOthers) {
     EXPECT_EQ(clients_[i].Receive(sent.size()), sent);
 }
 
+TEST_F(PtzServer, KeepsWhatAClientCannotTakeYet) {
+  Connect();
+  PtzClient& slow = Connect();
+  const int& waiting = server_.queues[1].count;
+  Bytes sent;
+  Bytes got;
+  // Twice, the second time round the end of the queue's memory, with some left in between.
+  for (int i = 0; i < 2; ++i) {
+    while (waiting < SEND_QUEUE_SIZE * 2 / 3) {
+      const Bytes chunk(1009, static_cast<uint8_t>(sent.size()));  // no divisor of the queue's size
+      SendAll(chunk);
+      sent.insert(sent.end(), chunk.begin(), chunk.end());
+      ASSERT_EQ(clients_[0].Receive(chunk.size()), chunk);
+    }
+    EXPECT_GE(CPTZSVR_WaitLimitUs(&server_), 5000000);
+    const size_t wanted = sent.size() - (i == 0 ? SEND_QUEUE_SIZE / 3 : 0);
+    while (got.size() < wanted) {
+      const Bytes piece = slow.Receive(std::min<size_t>(wanted - got.size(), 65536));
+      got.insert(got.end(), piece.begin(), piece.end());
+      ServeQueues(0);
+    }
+  }
+  EXPECT_TRUE(got == sent);
+  EXPECT_EQ(server_.queues[1].bytes, nullptr);
+  EXPECT_EQ(CPTZSVR_WaitLimitUs(&server_), INT64_MAX);
+  EXPECT_EQ(Connected(), 2);
+}
+
 TEST_F(PtzServer, DropsAClientThatStopsReading) {
   Connect();
   Connect();
@@ -206,9 +241,34 @@ TEST_F(PtzServer, DropsAClientThatStopsReading) {
     full = send(server_.clients[0], buffer_, size, MSG_DONTWAIT) > 0 ? 0 : full + 1;
   }
   ExpectTakes(
-      10000, [this] { OnStderr([this] { SendAll(kChunk); }); }, 1500);
-  EXPECT_EQ(server_.clients[0], -1);
+      0, [this] { SendAll(kChunk); }, 50);
   EXPECT_EQ(clients_[1].Receive(64), kChunk);
+  const auto serve = [this] {
+    while (server_.clients[0] >= 0) {
+      const int64_t limit_us = CPTZSVR_WaitLimitUs(&server_);
+      ASSERT_LE(limit_us, 10000000);
+      ServeQueues(static_cast<int>(limit_us / 1000) + 1);
+    }
+  };
+  ExpectTakes(
+      9900, [&] { OnStderr(serve); }, 1200);
+  EXPECT_EQ(server_.queues[0].bytes, nullptr);
+  EXPECT_EQ(Connected(), 1);
+}
+
+TEST_F(PtzServer, DropsAClientWhoseQueueIsFull) {
+  const string fd = std::to_string((Connect(), server_.clients[0]));
+  const Bytes large(SEND_QUEUE_SIZE / 2, 0x42);
+  EXPECT_EQ(OnStderr([&] {
+              for (int i = 0; Connected() == 1 && i < 100; ++i)
+                SendAll(large);
+            }),
+            "DISCONNECT : " + fd + "\n");
+  EXPECT_EQ(Connected(), 0);
+  // The slot's next client starts with nothing.
+  PtzClient& next = Connect();
+  SendAll(kChunk);
+  EXPECT_EQ(next.Receive(64), kChunk);
 }
 
 TEST_F(PtzServer, PollsWithoutWaiting) {
@@ -232,8 +292,9 @@ int AcceptWithoutDescriptors(CPTZSVR* server) {
   const auto end = sim::Clock::now() + sim::milliseconds(2500);
   while (sim::Clock::now() < end) {
     EXPECT_EQ(server->Accept(server, 1000), 0);
-    pollfd source = {.fd = server->listener, .events = POLLIN, .revents = 0};
-    poll(&source, CPTZSVR_IsAccepting(server) ? 1 : 0, 1);
+    pollfd sources[CPTZSVR_SOURCES];
+    CPTZSVR_Watch(server, sources);
+    poll(&sources[CPTZSVR_LISTENER_SOURCE], 1, 1);
   }
   return 0;
 }

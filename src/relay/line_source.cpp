@@ -1,0 +1,61 @@
+#include "relay/line_source.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "relay/cfdevent.h"
+#include "serial/serial_port.h"
+#include "util/sleep.h"
+
+namespace {
+
+constexpr int64_t kUsPerS = 1'000'000;
+constexpr int64_t kRetryUs = LINE_SOURCE_RETRY_S * kUsPerS;
+// Pause after a read that found nothing on a line that was said to be ready.
+constexpr int64_t kEmptyReadPauseUs = 1'000;
+
+void Lose(LineSource* self, const char* reason) {
+  fprintf(stderr, "[%s] serial line lost, reason(%s)\n", "LineSource", reason);
+  self->events->Del(self->events, self->fd);
+  CloseRS232();
+  self->fd = -1;
+  self->retry_us = CUTIL_MonotonicUs() + kRetryUs;
+}
+
+}  // namespace
+
+void LineSourceInit(LineSource* self, const Rs232Context& context) {
+  *self = {
+      .fd = context.serial, .retry_us = 0, .events = context.events, .settings = context.settings};
+}
+
+int LineSourceRead(LineSource* self, uint8_t* buffer, int size) {
+  const ssize_t count = read(self->fd, buffer, static_cast<size_t>(size));
+  if (count > 0) return static_cast<int>(count);
+  if (count < 0 && (errno == EAGAIN || errno == EINTR)) {
+    CUTIL_SleepUs(kEmptyReadPauseUs);
+  } else {
+    Lose(self, count == 0 ? "hung up" : strerror(errno));
+  }
+  return 0;
+}
+
+void LineSourceServe(LineSource* self) {
+  if (LineSourceWaitLimitUs(*self) > 0) return;
+  self->fd = OpenRS232(SerialLineOf(*self->settings));
+  if (self->fd < 0) {
+    self->retry_us = CUTIL_MonotonicUs() + kRetryUs;
+    return;
+  }
+  self->events->Add(self->events, self->fd);
+  fprintf(stderr, "[%s] serial line is back\n", "LineSource");
+}
+
+int64_t LineSourceWaitLimitUs(const LineSource& self) {
+  if (self.fd >= 0) return INT64_MAX;
+  return std::max<int64_t>(self.retry_us - CUTIL_MonotonicUs(), 0);
+}
