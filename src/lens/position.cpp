@@ -30,10 +30,13 @@ void AwaitLastMove(MfzAxis axis) {
   if (left_us > 0) CUTIL_SleepUs(left_us);
 }
 
-// The first step is made at once, the others follow at the rate that is set.
+// The first step is made at once, or a step's time after the last of the move before; the others
+// follow at the rate that is set.
 void NoteMove(MfzAxis axis, int32_t steps) {
+  const int64_t next_step_us = *LastStepUs(axis) + MotorTimeUs(1, g_lens.step_delay_ms);
   const int32_t followers = std::max(abs(steps) - 1, 0);
-  *LastStepUs(axis) = CUTIL_MonotonicUs() + MotorTimeUs(followers, g_lens.step_delay_ms);
+  *LastStepUs(axis) = std::max(CUTIL_MonotonicUs(), next_step_us) +
+                      MotorTimeUs(followers, g_lens.step_delay_ms);
 }
 
 // Returns false when there is no such key or its value is too long.
