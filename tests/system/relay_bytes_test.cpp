@@ -208,6 +208,19 @@ TEST_F(RelayBytes, LineThatGoesAwayIsOpenedAgain) {
   EXPECT_LT(sim::Clock::now() - stopped, milliseconds(500));
 }
 
+TEST_F(RelayBytes, LineThatTakesNothingHoldsUpNoStop) {
+  config.baud_rate = 1200;
+  Start();
+  PtzClient client(config.ptz_port);
+  for (int i = 0; i < 200; ++i) {
+    SendUdp(sim::DaemonDatagram(RS232_UDP_WRITE, Bytes(5000, 0x42)));
+    client.Send(Bytes(250, 0x43));
+  }
+  const auto stopped = sim::Clock::now();
+  EXPECT_EQ(daemon->Stop(), 0);
+  EXPECT_LT(sim::Clock::now() - stopped, milliseconds(2000));
+}
+
 TEST_F(RelayBytes, SleepsUntilSomethingHappens) {
   Start();
   std::vector<PtzClient> clients;
