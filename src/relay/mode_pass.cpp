@@ -1,14 +1,17 @@
 #include "relay/mode_pass.h"
 
+#include <poll.h>
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <array>
 #include <csignal>
 #include <cstring>
 #include <ctime>
 
 #include "ipc/cicomm.h"
 #include "net/udp_socket.h"
+#include "relay/cfdevent.h"
 #include "serial/serial_io.h"
 
 namespace {
@@ -19,38 +22,57 @@ bool IsReady(const pollfd& source) {
   return source.revents != 0;
 }
 
-std::span<pollfd, CPTZSVR_SOURCES> PtzSources(ModePass* self) {
-  return std::span(self->sources).first<CPTZSVR_SOURCES>();
-}
-
+// Looks at the clients afresh: a sequence of frames may have taken a while since the last wait, and
+// what they sent meanwhile comes before the next datagram and command.
 void ServePtzClients(ModePass* self) {
   CPTZSVR* server = self->context->ptz_server;
   if (server == nullptr) return;
-  const auto sources = PtzSources(self);
-  const auto clients = sources.first<CPTZSVR_MAX_CLIENTS>();
+  std::array<pollfd, CPTZSVR_SOURCES> sources;
+  CPTZSVR_Watch(server, sources);
+  poll(sources.data(), sources.size(), 0);
   CPTZSVR_SendQueued(server, sources);
   if (IsReady(sources[CPTZSVR_LISTENER_SOURCE])) server->Accept(server, 0);
-  if (std::none_of(clients.begin(), clients.end(), IsReady)) return;
+  if (std::none_of(sources.begin(), sources.begin() + CPTZSVR_MAX_CLIENTS, IsReady)) return;
   const int count = server->Recv(server, self->ptz_buffer, 0);
   if (count > 0) SerialSend(self->line.fd, self->ptz_buffer, count);
 }
 
 // --- Waiting -----------------------------------------------------------------------------------
 
-// Fills in what the event set watches. Returns it.
-std::span<pollfd> CollectEvents(ModePass* self) {
-  const CFDEVENT* events = self->context->events;
-  const auto count = static_cast<size_t>(events->reg_count);
-  const auto sources = std::span(self->sources).subspan(CPTZSVR_SOURCES, count);
-  for (size_t i = 0; i < count; ++i)
-    sources[i] = {.fd = events->fds[i], .events = POLLIN, .revents = 0};
-  return sources;
+// What a wait is over: the PTZ server's sources, then the event set's.
+struct Sources {
+  std::array<pollfd, CPTZSVR_SOURCES + CFDEVENT_MAX_FDS> list;
+  size_t count;
+
+  std::span<pollfd, CPTZSVR_SOURCES> Ptz() { return std::span(list).first<CPTZSVR_SOURCES>(); }
+  std::span<pollfd> Events() {
+    return std::span(list).subspan(CPTZSVR_SOURCES, count - CPTZSVR_SOURCES);
+  }
+};
+
+void CollectSources(const Rs232Context& context, Sources* sources) {
+  if (context.ptz_server != nullptr) {
+    CPTZSVR_Watch(context.ptz_server, sources->Ptz());
+  } else {
+    std::fill_n(sources->list.begin(), CPTZSVR_SOURCES,
+                pollfd{.fd = -1, .events = 0, .revents = 0});
+  }
+  sources->count = CPTZSVR_SOURCES + static_cast<size_t>(context.events->reg_count);
+  const int* fd = context.events->fds;
+  for (pollfd& source : sources->Events())
+    source = {.fd = *fd++, .events = POLLIN, .revents = 0};
 }
 
-// Sleeps until one of the first `count` sources is ready, `limit_us` have passed or the daemon is
-// told to end. SIGTERM is held back from the look at the stop flag until the process sleeps, so
-// that none comes unnoticed between the two. Returns what poll returns.
-int SleepUntilReady(ModePass* self, size_t count, int64_t limit_us) {
+int64_t WaitLimitUs(const ModePass* self, int64_t periodic_us) {
+  const CPTZSVR* server = self->context->ptz_server;
+  return std::min({periodic_us, LineSourceWaitLimitUs(self->line),
+                   server == nullptr ? MODE_PASS_NO_WORK : CPTZSVR_WaitLimitUs(server)});
+}
+
+// Sleeps until a source is ready, `limit_us` have passed or the daemon is told to end. SIGTERM is
+// held back from the look at the stop flag until the process sleeps, so that none comes unnoticed
+// between the two. Returns what poll returns.
+int SleepUntilReady(const ModePass* self, Sources* sources, int64_t limit_us) {
   constexpr int64_t kUsPerS = 1'000'000;
   constexpr int64_t kNsPerUs = 1'000;
   const timespec limit = {.tv_sec = static_cast<time_t>(limit_us / kUsPerS),
@@ -63,24 +85,20 @@ int SleepUntilReady(ModePass* self, size_t count, int64_t limit_us) {
   int ready = 0;
   if (*self->context->stop == 0) {
     const bool is_endless = limit_us == MODE_PASS_NO_WORK;
-    ready = ppoll(self->sources.data(), count, is_endless ? nullptr : &limit, &usual);
+    ready = ppoll(sources->list.data(), sources->count, is_endless ? nullptr : &limit, &usual);
   }
   pthread_sigmask(SIG_SETMASK, &usual, nullptr);
   return ready;
 }
 
-// Waits on every source at once, `limit_us` at most: a PTZ client or a signal ends the wait as well
-// as the event set does. Returns true when the event set has something to serve.
-bool WaitForWork(ModePass* self, int64_t limit_us) {
-  const CPTZSVR* server = self->context->ptz_server;
-  if (server != nullptr) {
-    CPTZSVR_Watch(server, PtzSources(self));
-    limit_us = std::min(limit_us, CPTZSVR_WaitLimitUs(server));
-  }
-  limit_us = std::min(limit_us, LineSourceWaitLimitUs(self->line));
-  const auto watched = CollectEvents(self);
-  if (SleepUntilReady(self, CPTZSVR_SOURCES + watched.size(), limit_us) <= 0) return false;
-  if (std::none_of(watched.begin(), watched.end(), IsReady)) return false;
+// Waits on every source at once: a PTZ client or a signal ends the wait as well as the event set
+// does. Returns true when the event set has something to serve.
+bool WaitForWork(const ModePass* self, int64_t periodic_us) {
+  Sources sources;
+  CollectSources(*self->context, &sources);
+  if (SleepUntilReady(self, &sources, WaitLimitUs(self, periodic_us)) <= 0) return false;
+  const auto events_set = sources.Events();
+  if (std::none_of(events_set.begin(), events_set.end(), IsReady)) return false;
   CFDEVENT* events = self->context->events;
   return events->Wait(events, 0) == 0;
 }
@@ -154,11 +172,11 @@ void ServeSerial(ModePass* self) {
 int RunOnce(ModePass* self) {
   if (*self->context->stop != 0) return 1;
   const ModeHooks* hooks = self->hooks;
-  const int64_t limit_us =
+  const int64_t periodic_us =
       hooks->periodic == nullptr ? MODE_PASS_NO_WORK : hooks->periodic(self->mode);
   ServePtzClients(self);
   LineSourceServe(&self->line);
-  if (!WaitForWork(self, limit_us)) return 0;
+  if (!WaitForWork(self, periodic_us)) return 0;
   CICOMM* channel = self->context->command;
   if (IsSet(self, self->context->udp_socket)) ServeUdp(self);
   if (IsSet(self, channel->GetSocket(channel))) ServeCommand(self);
@@ -179,7 +197,6 @@ void ModePassInit(ModePass* self, const Rs232Context* context, const ModeHooks* 
   self->mode = mode;
   self->serial_data = {};
   LineSourceInit(&self->line, *context);
-  self->sources.fill({.fd = -1, .events = 0, .revents = 0});
   self->RunOnce = RunOnce;
   self->Run = Run;
 }

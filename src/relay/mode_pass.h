@@ -14,15 +14,11 @@
 // on the main thread and blocks for that wait and for what the serial line takes.
 #pragma once
 
-#include <poll.h>
-
-#include <array>
 #include <cstdint>
 #include <span>
 
 #include "context/rs232_context.h"
 #include "ipc/camera_control.h"
-#include "relay/cfdevent.h"
 #include "relay/cptzsvr.h"
 #include "relay/daemon_datagram.h"
 #include "relay/line_source.h"
@@ -56,8 +52,6 @@ struct ModePass {
   uint8_t udp_buffer[RS232_UDP_MAX];
   SerialDataDatagram serial_data;  // serial bytes are read into its place
   LineSource line;
-  // What the last wait was over: the PTZ server's sources, then the event set's.
-  std::array<pollfd, CPTZSVR_SOURCES + CFDEVENT_MAX_FDS> sources;
 
   // Runs one pass. Returns 0, or 1 without serving anything when the stop flag is set.
   int (*RunOnce)(ModePass* self);

@@ -208,6 +208,21 @@ TEST_F(RelayBytes, LineThatGoesAwayIsOpenedAgain) {
   EXPECT_LT(sim::Clock::now() - stopped, milliseconds(500));
 }
 
+// What comes while a sequence of frames is sent is served in the order of the pass: clients,
+// datagrams, commands, whichever came first.
+TEST_F(RelayBytes, WhatComesDuringASequenceIsServedInOrder) {
+  Start();
+  PtzClient client(config.ptz_port);
+  ASSERT_TRUE(AwaitConnects(1));
+  const std::string stop = "FF 01 00 00 00 00 01";
+  Control(CAMERA_CODE_FOCUS);  // stop frame, 250 ms, stop frame
+  EXPECT_EQ(Line(7), stop);
+  Control(CAMERA_CODE_FOCUS, 1);
+  SendUdp(sim::DaemonDatagram(RS232_UDP_WRITE, Bytes{0x42, 0x42}));
+  client.Send(Bytes{0x43, 0x43, 0x43});
+  EXPECT_EQ(Line(19), stop + " 43 43 43 42 42 FF 01 01 00 00 00 02");
+}
+
 TEST_F(RelayBytes, LineThatTakesNothingHoldsUpNoStop) {
   config.baud_rate = 1200;
   Start();
