@@ -49,9 +49,8 @@ int main(int argc, char** argv) {
   app.add_option("--noise", survey.noise, "largest error of a focus measure, share of the peak")
       ->check(CLI::Range(0.0, 1.0))
       ->capture_default_str();
-  app.add_option("--disturbed-each", survey.disturbed_each,
-                 "one search of so many is disturbed; 0: none")
-      ->check(CLI::Range(0, 1000000))
+  app.add_option("--disturbed", survey.disturbed, "share of the searches that are disturbed")
+      ->check(CLI::Range(0.0, 1.0))
       ->capture_default_str();
   CLI11_PARSE(app, argc, argv);
   try {

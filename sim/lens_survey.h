@@ -19,9 +19,9 @@ struct LensSurvey {
   std::span<const ZfEntry> curve;  // the lens's own; the daemon keeps to the one that it has
   std::string daemon;              // its path
   int worlds = 8;
-  int searches = 3;         // at each entry
-  double noise = 0.01;      // largest error of a focus measure, share of the peak's height
-  int disturbed_each = 12;  // one search of so many is disturbed; 0: none
+  int searches = 3;        // at each entry
+  double noise = 0.01;     // largest error of a focus measure, share of the peak's height
+  double disturbed = 0.1;  // share of the searches that are disturbed
 };
 
 struct SurveyResult {

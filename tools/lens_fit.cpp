@@ -392,6 +392,23 @@ double CurveAt(const std::vector<double>& curve, int spacing, int zoom) {
   return (1 - share) * curve[lower] + share * curve[lower + 1];
 }
 
+double ResidualOf(const TracePoint& point, const CurveFit& curve_fit, int spacing) {
+  return point.focus - CurveAt(curve_fit.Curve(), spacing, point.zoom);
+}
+
+// Takes back the points at an end of their search that lie on the curve of the others. Returns
+// whether there are any.
+bool TakeBack(const CurveFit& curve_fit, LensFit* fit) {
+  bool any = false;
+  for (JudgedPoint& judged : fit->points) {
+    if (judged.fate != Fate::kSearchEnd) continue;
+    if (std::abs(ResidualOf(judged.point, curve_fit, fit->spacing)) >= curve_fit.Cutoff()) continue;
+    judged.fate = Fate::kKept;
+    any = true;
+  }
+  return any;
+}
+
 Residuals Summarize(std::span<const JudgedPoint> points) {
   std::vector<double> kept;
   double squares = 0;
@@ -441,11 +458,13 @@ LensFit FitLens(std::span<const TracePoint> points, const FitOptions& options) {
   RequirePoints(fit.points);
   RequireCoverage(CountNearest(fit.points, spacing, entries), options);
 
-  const CurveFit curve_fit(Gather(fit.points, spacing, entries), entries, spacing);
-  const std::vector<double>& curve = curve_fit.Curve();
+  CurveFit curve_fit(Gather(fit.points, spacing, entries), entries, spacing);
+  if (TakeBack(curve_fit, &fit)) {
+    curve_fit = CurveFit(Gather(fit.points, spacing, entries), entries, spacing);
+  }
   fit.cutoff = curve_fit.Cutoff();
   for (JudgedPoint& judged : fit.points) {
-    judged.residual = judged.point.focus - CurveAt(curve, spacing, judged.point.zoom);
+    judged.residual = ResidualOf(judged.point, curve_fit, spacing);
     if (judged.fate == Fate::kKept && std::abs(judged.residual) >= fit.cutoff)
       judged.fate = Fate::kOutlier;
   }
@@ -453,6 +472,7 @@ LensFit FitLens(std::span<const TracePoint> points, const FitOptions& options) {
   RequireCoverage(counts, options);
   fit.residuals = Summarize(fit.points);
   const std::vector<double> uncertainties = curve_fit.Uncertainties();
+  const std::vector<double>& curve = curve_fit.Curve();
   for (size_t i = 0; i < entries; ++i) {
     const auto focus = static_cast<int32_t>(std::lround(std::max(curve[i], 0.0)));
     fit.entries.push_back({.place = {static_cast<int32_t>(i) * spacing, focus},

@@ -14,9 +14,10 @@
 // picture, the image had no detail, the camera daemon did not answer. These lie anywhere, and one
 // in ten of them would bend a least-squares curve by tens of steps.
 //
-// How. Points that say themselves that they are no maximum are left out first: their best
-// position was an end of the search's interval, so the peak lay beyond it. The rest is fitted by
-// reweighted least squares, in two stages that differ only in a point's weight:
+// How. Points whose best position was an end of their search's interval are left out first: in
+// most of them the peak lay beyond it, and where the table in use is far off they come in numbers,
+// all to the same side. (Those that prove to lie on the curve of the others are taken back.) The
+// rest is fitted by reweighted least squares, in two stages that differ only in a point's weight:
 //   1. Least absolute deviations: weight 1/|residual|. However far off a point is, it pulls no
 //      harder than one that is near, so wrong points cannot carry the curve away. The stiffness
 //      keeps two wrong points of three at one entry from having their way there.
