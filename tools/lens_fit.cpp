@@ -1,6 +1,7 @@
 #include "tools/lens_fit.h"
 
 #include <algorithm>
+#include <cctype>
 #include <charconv>
 #include <cmath>
 #include <cstdint>
@@ -66,7 +67,7 @@ std::string_view AfterWord(std::string_view line) {
   const size_t at = line.rfind(kWord);
   if (at == std::string_view::npos) return {};
   const std::string_view rest = line.substr(at + kWord.size());
-  const bool begins = at == 0 || isalnum(static_cast<unsigned char>(line[at - 1])) == 0;
+  const bool begins = at == 0 || isalpha(static_cast<unsigned char>(line[at - 1])) == 0;
   return begins && !rest.empty() && IsBlank(rest.front()) ? rest : std::string_view();
 }
 
@@ -357,7 +358,9 @@ std::string EntryRange(size_t first, size_t count, int spacing) {
   return "zoom " + from + " to " + std::to_string(static_cast<int>(first + count - 1) * spacing);
 }
 
-void RequireCoverage(const std::vector<int>& counts, const FitOptions& options) {
+// `missing` is what there is none of.
+void RequireCoverage(const std::vector<int>& counts, const FitOptions& options,
+                     const char* missing) {
   for (size_t first = 0; first < counts.size();) {
     size_t end = first;
     while (end < counts.size() && counts[end] == 0)
@@ -366,8 +369,9 @@ void RequireCoverage(const std::vector<int>& counts, const FitOptions& options) 
     const bool at_edge = first == 0 || end == counts.size();
     if (gap > static_cast<size_t>(options.max_gap) || (gap > 0 && at_edge)) {
       throw Failure(EXIT_STATUS_FAILED,
-                    "too few points: none at " + EntryRange(first, gap, options.spacing) + " (" +
-                        std::to_string(gap) + (gap == 1 ? " entry, " : " entries, ") +
+                    std::string("too few points: ") + missing + " at " +
+                        EntryRange(first, gap, options.spacing) + " (" + std::to_string(gap) +
+                        (gap == 1 ? " entry, " : " entries, ") +
                         (at_edge ? "an end of the table)"
                                  : "at most " + std::to_string(options.max_gap) + " allowed)"));
     }
@@ -456,7 +460,7 @@ LensFit FitLens(std::span<const TracePoint> points, const FitOptions& options) {
   for (const TracePoint& point : points)
     fit.points.push_back({.point = point, .fate = FirstFate(point, zoom_end), .residual = 0});
   RequirePoints(fit.points);
-  RequireCoverage(CountNearest(fit.points, spacing, entries), options);
+  RequireCoverage(CountNearest(fit.points, spacing, entries), options, "none");
 
   CurveFit curve_fit(Gather(fit.points, spacing, entries), entries, spacing);
   if (TakeBack(curve_fit, &fit)) {
@@ -469,7 +473,7 @@ LensFit FitLens(std::span<const TracePoint> points, const FitOptions& options) {
       judged.fate = Fate::kOutlier;
   }
   const std::vector<int> counts = CountNearest(fit.points, spacing, entries);
-  RequireCoverage(counts, options);
+  RequireCoverage(counts, options, "none that agree");
   fit.residuals = Summarize(fit.points);
   const std::vector<double> uncertainties = curve_fit.Uncertainties();
   const std::vector<double>& curve = curve_fit.Curve();
