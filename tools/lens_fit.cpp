@@ -150,9 +150,10 @@ BandMatrix Normal(std::span<const Observation> all, const std::vector<double>& w
   constexpr std::array<double, 3> kSecondDifference = {1, -2, 1};
   for (size_t first = 0; first + 2 < entries; ++first) {
     for (size_t row = 0; row < 3; ++row) {
-      for (size_t column = 0; column <= row; ++column)
+      for (size_t column = 0; column <= row; ++column) {
         matrix.Add(first + row, first + column,
                    stiffness * kSecondDifference[row] * kSecondDifference[column]);
+      }
     }
   }
   return matrix;

@@ -64,6 +64,14 @@ struct Axis {
   double tick;
 
   double At(double value) const { return from + (value - low) / (high - low) * (to - from); }
+  std::vector<double> Ticks() const {
+    std::vector<double> ticks;
+    const long count = std::lround((high - low) / tick);
+    for (long i = 0; i <= count; ++i)
+      ticks.push_back(low + static_cast<double>(i) * tick);
+    return ticks;
+  }
+
   double Clamped(double value) const { return At(std::clamp(value, low, high)); }
 };
 
@@ -100,12 +108,11 @@ std::string Number(double value) {
 
 void DrawGrid(const Panel& panel, bool with_x_numbers, const char* y_name, Svg* svg) {
   const auto& [x, y] = panel;
-  constexpr double kHalfTick = 1e-6;
-  for (double value = x.low; value <= x.high + kHalfTick; value += x.tick) {
+  for (const double value : x.Ticks()) {
     svg->Line(x.At(value), y.from, x.At(value), y.to, kGrid);
     if (with_x_numbers) svg->Text(x.At(value), y.from + 18, "middle", Number(value));
   }
-  for (double value = y.low; value <= y.high + kHalfTick; value += y.tick) {
+  for (const double value : y.Ticks()) {
     svg->Line(x.from, y.At(value), x.to, y.At(value), kGrid);
     svg->Text(x.from - 8, y.At(value) + 4.5, "end", Number(value));
   }
@@ -195,9 +202,10 @@ void DrawResiduals(const LensFit& fit, const Panel& panel, std::span<const ZfEnt
   const auto& [x, y] = panel;
   DrawGrid(panel, true, "residual, steps", svg);
   svg->Line(x.from, y.At(0), x.to, y.At(0), kFitColor, "stroke-width=\"2\"");
-  for (const double cutoff : {-fit.cutoff, fit.cutoff})
+  for (const double cutoff : {-fit.cutoff, fit.cutoff}) {
     svg->Line(x.from, y.At(cutoff), x.to, y.At(cutoff), kDroppedColor,
               "stroke-dasharray=\"2 4\" stroke-opacity=\"0.7\"");
+  }
   std::vector<ZfEntry> differences;
   const std::vector<ZfEntry> table = fit.Table();
   std::transform(known.begin(), known.end(), std::back_inserter(differences),
@@ -241,12 +249,12 @@ void DrawLegend(const LensFit& fit, const char* known_name, Svg* svg) {
     Fate fate;
     const char* name;
   } rows[] = {{Fate::kKept, "kept"},
-              {Fate::kOutlier, "outlier"},
-              {Fate::kSearchEnd, "at the end of its search"}};
+              {Fate::kOutlier, "outliers"},
+              {Fate::kSearchEnd, "at an end of the search"}};
   for (const auto& [fate, name] : rows) {
     if (fit.Count(fate) == 0) continue;
     DrawPoint(x + 18, kY, fate, svg);
-    x = DrawLegendItem(x, std::to_string(fit.Count(fate)) + " " + name, svg);
+    x = DrawLegendItem(x, std::string(name) + ": " + std::to_string(fit.Count(fate)), svg);
   }
 }
 
@@ -254,6 +262,7 @@ void DrawLegend(const LensFit& fit, const char* known_name, Svg* svg) {
 
 constexpr std::array<const char*, kKnownCurves.size()> kCurveColors = {"#1f5fa8", "#c4501b",
                                                                        "#3a7d44"};
+constexpr double kNameWidth = 70;
 
 }  // namespace
 
@@ -297,12 +306,15 @@ std::string KnownCurvesPicture() {
   for (size_t i = 0; i < kKnownCurves.size(); ++i) {
     const std::span<const ZfEntry> table = kKnownCurves[i].table;
     DrawCurve(panel, table, kCurveColors[i], "stroke-width=\"2\"", &svg);
-    for (const ZfEntry& entry : table)
+    for (const ZfEntry& entry : table) {
       svg.Add("<circle cx=\"%.1f\" cy=\"%.1f\" r=\"2.2\" fill=\"%s\"/>\n", panel.x.At(entry.zoom),
               panel.y.At(entry.focus), kCurveColors[i]);
+    }
     const std::string fill = std::string("font-weight=\"bold\" fill=\"") + kCurveColors[i] + "\"";
-    svg.Text(panel.x.At(table.back().zoom) + 8, panel.y.At(table.back().focus) + 4, "start",
-             kKnownCurves[i].name, fill.c_str());
+    const double x = panel.x.At(table.back().zoom);
+    const bool has_room = x + kNameWidth < kRight;
+    svg.Text(has_room ? x + 8 : x - 10, panel.y.At(table.back().focus) + 4,
+             has_room ? "start" : "end", kKnownCurves[i].name, fill.c_str());
   }
   return svg.Finish();
 }

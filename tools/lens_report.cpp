@@ -54,19 +54,21 @@ std::string DroppedText(const LensFit& fit) {
 
 std::string EntriesText(const LensFit& fit) {
   std::string text = "entries, steps\n    zoom  focus  uncertainty  points\n";
-  for (const auto& [place, points, uncertainty] : fit.entries)
+  for (const auto& [place, points, uncertainty] : fit.entries) {
     text += Format("  %6d %6d %12.1f %7d%s\n", place.zoom, place.focus, uncertainty, points,
                    points == 0 ? "  from its neighbours" : "");
+  }
   return text + "\n";
 }
 
 std::string ComparisonText(const LensFit& fit) {
   std::string text = "off the known curves, steps\n           entries   mean  largest\n";
   const auto deviations = CompareWithKnown(fit.Table());
-  for (const CurveDeviation& deviation : deviations)
+  for (const CurveDeviation& deviation : deviations) {
     text += Format("  %-8s %7d %6.1f %+8.0f at zoom %d%s\n", deviation.curve.name,
                    deviation.entries, deviation.mean, deviation.largest, deviation.largest_zoom,
                    &deviation == deviations.data() ? ", the nearest" : "");
+  }
   return text;
 }
 

@@ -78,9 +78,11 @@ TEST(LensTrace, TakesPointsOutOfALog) {
 TEST(LensTrace, SurvivesBytesThatAreNoText) {
   std::mt19937 random(1);
   std::string text;
-  for (int i = 0; i < 200000; ++i)
-    text +=
-        static_cast<char>(random() % 7 == 0 ? "TRACE\t\n= -0d"[random() % 12] : random() & 0xFF);
+  const std::string likely = "TRACE\t\n= -0d";
+  for (int i = 0; i < 200000; ++i) {
+    const auto any = static_cast<char>(random() & 0xFF);
+    text += random() % 7 == 0 ? likely[random() % likely.size()] : any;
+  }
   text += "\nTRACE\t 100\t 210\tdiff=   0\n";
   const tools::TraceLog log = tools::ReadTrace(text);
   ASSERT_FALSE(log.points.empty());
