@@ -24,7 +24,11 @@ const double kLeastSpread = kSearchStep / std::sqrt(12.0);
 
 constexpr double kSpreadOfMedian = 1.4826;  // of |residual|, normal distribution
 constexpr double kCutoff = 4.685;           // in spreads; the usual one for bisquare weights
-constexpr double kLeastResidual = 0.5;      // below, all residuals pull alike in stage 1
+// What the stiffness of stage 1 is reckoned with, steps: two stops of a search. With less, two
+// neighbouring entries have their way whose points are mostly wrong; with more, a lens with one
+// or two points at each entry loses good ones at its bends.
+constexpr double kFirstResidual = 20;
+constexpr double kLeastResidual = 0.5;  // below, all residuals pull alike in stage 1
 constexpr int kRoundsMax = 200;
 constexpr double kSettled = 0.01;  // steps that no entry moves by any more
 constexpr size_t kPointsMin = 6;
@@ -171,17 +175,30 @@ std::vector<double> SolveCurve(std::span<const Observation> all, const std::vect
   return matrix.Solve(std::move(right));
 }
 
-double Median(std::vector<double> values) {
-  if (values.empty()) return 0;
-  const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-  std::nth_element(values.begin(), middle, values.end());
-  if (values.size() % 2 == 1) return *middle;
-  return (*middle + *std::max_element(values.begin(), middle)) / 2;
+struct Weighted {
+  double value;
+  double weight;
+};
+
+// The value below and above which lies half of the weight.
+double Median(std::vector<Weighted> values) {
+  std::sort(values.begin(), values.end(),
+            [](const Weighted& a, const Weighted& b) { return a.value < b.value; });
+  double half = 0;
+  for (const Weighted& each : values)
+    half += each.weight / 2;
+  double below = 0;
+  for (size_t i = 0; i < values.size(); ++i) {
+    below += values[i].weight;
+    if (below > half) return values[i].value;
+    if (below == half && i + 1 < values.size()) return (values[i].value + values[i + 1].value) / 2;
+  }
+  return 0;
 }
 
-double SpreadOf(std::vector<double> residuals) {
-  for (double& residual : residuals)
-    residual = std::abs(residual);
+double SpreadOf(std::vector<Weighted> residuals) {
+  for (Weighted& residual : residuals)
+    residual.value = std::abs(residual.value);
   return kSpreadOfMedian * Median(std::move(residuals));
 }
 
@@ -239,8 +256,7 @@ class CurveFit {
 
  private:
   void LeastAbsolute() {
-    // The penalty that goes with a typical residual of a search's step.
-    const double stiffness = kSearchStep / (bends_.usual * bends_.usual);
+    const double stiffness = kFirstResidual / (bends_.usual * bends_.usual);
     curve_ = SolveCurve(all_, weights_, stiffness, entries_);
     Settle(stiffness, [this](size_t i, double residual) {
       return all_[i].weight / std::max(std::abs(residual), kLeastResidual);
@@ -264,10 +280,11 @@ class CurveFit {
 
   void MeasureSpread() { spread_ = std::max(SpreadOf(ResidualsNow()), kLeastSpread); }
 
-  std::vector<double> ResidualsNow() const {
-    std::vector<double> residuals(all_.size());
-    std::transform(all_.begin(), all_.end(), residuals.begin(),
-                   [this](const Observation& o) { return o.focus - ValueAt(curve_, o); });
+  std::vector<Weighted> ResidualsNow() const {
+    std::vector<Weighted> residuals(all_.size());
+    std::transform(all_.begin(), all_.end(), residuals.begin(), [this](const Observation& o) {
+      return Weighted{o.focus - ValueAt(curve_, o), o.weight};
+    });
     return residuals;
   }
 
@@ -281,9 +298,9 @@ class CurveFit {
   // One round. Returns by how much the entry that moved furthest has moved.
   template <typename Weigh>
   double Refit(double stiffness, Weigh weigh) {
-    const std::vector<double> residuals = ResidualsNow();
+    const std::vector<Weighted> residuals = ResidualsNow();
     for (size_t i = 0; i < all_.size(); ++i)
-      weights_[i] = weigh(i, residuals[i]);
+      weights_[i] = weigh(i, residuals[i].value);
     const std::vector<double> before =
         std::exchange(curve_, SolveCurve(all_, weights_, stiffness, entries_));
     double change = 0;
@@ -415,12 +432,12 @@ bool TakeBack(const CurveFit& curve_fit, LensFit* fit) {
 }
 
 Residuals Summarize(std::span<const JudgedPoint> points) {
-  std::vector<double> kept;
+  std::vector<Weighted> kept;
   double squares = 0;
   double largest = 0;
   for (const JudgedPoint& judged : points) {
     if (judged.fate != Fate::kKept) continue;
-    kept.push_back(judged.residual);
+    kept.push_back({.value = judged.residual, .weight = 1});
     squares += judged.residual * judged.residual;
     largest = std::max(largest, std::abs(judged.residual));
   }

@@ -125,6 +125,13 @@ const Recipe kRecipes[] = {
     {.legend = "an entry without points", .noise = 4, .empty = {13}, .limit = 8},
     {.legend = "two entries without points", .noise = 4, .empty = {4, 5, 20}, .limit = 12},
     {.legend = "most points of an entry wrong", .noise = 0, .wrong = {6, 19}, .limit = 6},
+    {.legend = "most points of two neighbours wrong", .noise = 4, .wrong = {9, 10}, .limit = 6},
+    {.legend = "three in ten wrong, to one side",
+     .at_each = 12,
+     .noise = 4,
+     .outliers = 0.3,
+     .one_sided = true,
+     .limit = 8},
     {.legend = "one wrong search again and again", .noise = 4, .repeated = {3, 22}, .limit = 6},
 };
 
