@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <cmath>
 
-#include "lens/tracking_tables.h"
-
 namespace sim {
 namespace {
 
@@ -23,16 +21,16 @@ double IrisTransmission(int iris, int travel) {
   return std::exp2((iris - travel) / kStepsOfAStop);
 }
 
-double InFocus(double zoom) {
-  const auto& table = ZFTABLE_HERON;
-  const double place = std::clamp(zoom / TRACKING_SPACING, 0.0, table.size() - 1.0);
-  const auto lower = std::min(static_cast<size_t>(place), table.size() - 2);
-  const double rise = table[lower + 1].focus - table[lower].focus;
-  return table[lower].focus + (place - static_cast<double>(lower)) * rise;
+double InFocus(double zoom, std::span<const ZfEntry> curve) {
+  const double last = static_cast<double>(curve.size()) - 1;
+  const double place = std::clamp(zoom / TRACKING_SPACING, 0.0, last);
+  const auto lower = std::min(static_cast<size_t>(place), curve.size() - 2);
+  const double rise = curve[lower + 1].focus - curve[lower].focus;
+  return curve[lower].focus + (place - static_cast<double>(lower)) * rise;
 }
 
 double LensOptics::Sharpness(const Scene& scene, const LensPose& pose) {
-  const double distance = pose.focus - (InFocus(pose.zoom) + scene.offset);
+  const double distance = pose.focus - (InFocus(pose.zoom, scene.curve) + scene.offset);
   double share = Bell(distance, scene.width);
   for (const double peak : scene.more_peaks)
     share = std::max(share, Bell(distance - peak, scene.width));

@@ -7,14 +7,18 @@
 
 #include <cstdint>
 #include <random>
+#include <span>
 #include <vector>
 
+#include "lens/tracking_tables.h"
 #include "sim/lens_micom.h"
 
 namespace sim {
 
-// The scene in front of the lens.
+// The scene in front of the lens, and which lens it is.
 struct Scene {
+  std::span<const ZfEntry> curve = ZFTABLE_HERON;
+
   // Sharpness. A flat scene has height 0.
   double offset = 0;               // focus steps by which its distance shifts the lens's curve
   double width = 60;               // focus steps at which the measure has fallen to half its height
@@ -40,7 +44,7 @@ double IrisTransmission(int iris, int travel = 96);
 
 // The focus position that is in focus at a zoom position, for an object at the distance for which
 // the lens's curve is made.
-double InFocus(double zoom);
+double InFocus(double zoom, std::span<const ZfEntry> curve = ZFTABLE_HERON);
 
 class LensOptics {
  public:

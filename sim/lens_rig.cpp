@@ -8,8 +8,8 @@
 
 namespace sim {
 
-LensRig::LensRig(PtyLine* line, const LensPose& pose, uint32_t seed)
-    : line_(line), micom_(Clock::now(), pose), camera_(&micom_, seed) {
+LensRig::LensRig(PtyLine* line, const LensPose& pose, uint32_t seed, const LensBuild& build)
+    : line_(line), micom_(Clock::now(), pose, build), camera_(&micom_, seed) {
   constexpr milliseconds kPtyDelay{4};
   micom_.traits.unseen_way = kPtyDelay;
   micom_.on_answer = [line](std::span<const uint8_t> bytes) { line->Send(bytes); };

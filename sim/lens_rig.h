@@ -19,7 +19,8 @@ class LensRig {
  public:
   // Serves the far end of `line`, which outlives the rig. Throws std::runtime_error when the
   // camera daemon's port is taken.
-  explicit LensRig(PtyLine* line, const LensPose& pose = {}, uint32_t seed = 1);
+  explicit LensRig(PtyLine* line, const LensPose& pose = {}, uint32_t seed = 1,
+                   const LensBuild& build = {});
   LensRig(const LensRig&) = delete;
   LensRig& operator=(const LensRig&) = delete;
   ~LensRig();

@@ -8,6 +8,9 @@ class App;
 
 namespace tools {
 
+// Fits a lens's tracking table to recorded focus searches; shows the built-in tables.
+void AddLensCommand(CLI::App* app);
+
 // Sends a stop datagram to the daemon's UDP port.
 void AddStopCommand(CLI::App* app);
 

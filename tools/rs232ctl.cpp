@@ -11,6 +11,7 @@ namespace {
 int Run(int argc, char** argv) {
   CLI::App app{"Drives, watches and tunes the serial-port daemon rs232d."};
   app.require_subcommand(1);
+  tools::AddLensCommand(&app);
   tools::AddStopCommand(&app);
   try {
     app.parse(argc, argv);

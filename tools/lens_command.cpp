@@ -1,0 +1,130 @@
+#include <CLI/CLI.hpp>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include "tools/commands.h"
+#include "tools/failure.h"
+#include "tools/lens_fit.h"
+#include "tools/lens_plot.h"
+#include "tools/lens_report.h"
+
+namespace tools {
+namespace {
+
+[[noreturn]] void FailAt(const char* what, const std::string& path) {
+  throw Failure(EXIT_STATUS_FAILED,
+                std::string("cannot ") + what + " " + path + ": " + strerror(errno));
+}
+
+struct CloseFile {
+  void operator()(FILE* file) const { fclose(file); }
+};
+using File = std::unique_ptr<FILE, CloseFile>;
+
+// "-" is the standard input.
+std::string ReadWhole(const std::string& path) {
+  const bool standard = path == "-";
+  const File opened(standard ? nullptr : fopen(path.c_str(), "rb"));
+  FILE* file = standard ? stdin : opened.get();
+  if (file == nullptr) FailAt("read", path);
+  std::string text;
+  std::array<char, 65536> bytes;
+  size_t count = 0;
+  while ((count = fread(bytes.data(), 1, bytes.size(), file)) > 0)
+    text.append(bytes.data(), count);
+  if (ferror(file) != 0) FailAt("read", path);
+  return text;
+}
+
+void WriteWhole(const std::string& path, const std::string& text) {
+  File file(fopen(path.c_str(), "wb"));
+  if (file == nullptr) FailAt("write", path);
+  const bool written = fwrite(text.data(), 1, text.size(), file.get()) == text.size();
+  if (fclose(file.release()) != 0 || !written) FailAt("write", path);
+}
+
+void Print(const std::string& text) {
+  fwrite(text.data(), 1, text.size(), stdout);
+}
+
+struct FitArguments {
+  std::string log;
+  std::string out;
+  std::string svg;
+  std::string name = "FITTED";
+  bool json = false;
+  FitOptions options;
+};
+
+void Fit(const FitArguments& arguments) {
+  const TraceLog log = ReadTrace(ReadWhole(arguments.log));
+  if (log.points.empty()) {
+    throw Failure(EXIT_STATUS_FAILED, "no trace points in " + std::to_string(log.lines) +
+                                          " lines (" + std::to_string(log.malformed.size()) +
+                                          " malformed)");
+  }
+  const LensFit fit = FitLens(log.points, arguments.options);
+  const std::string table = TableText(arguments.name, fit.Table());
+  if (!arguments.out.empty()) WriteWhole(arguments.out, table);
+  if (!arguments.svg.empty()) WriteWhole(arguments.svg, FitPicture(fit));
+  Print(arguments.json ? FitJson(log, fit) : FitReport(log, fit));
+  if (!arguments.json && arguments.out.empty()) Print("\n" + table);
+  const std::string warnings = FitWarnings(log, fit);
+  for (size_t at = 0, end = 0; (end = warnings.find('\n', at)) != std::string::npos; at = end + 1)
+    fprintf(stderr, "rs232ctl: warning: %s\n", warnings.substr(at, end - at).c_str());
+}
+
+void AddFitCommand(CLI::App* lens) {
+  auto arguments = std::make_shared<FitArguments>();
+  CLI::App* fit = lens->add_subcommand("fit", "Fit a tracking table to the trace points of a log");
+  constexpr int kSpacingMin = 10;
+  constexpr int kSpacingMax = 500;
+  fit->add_option("TRACE.log", arguments->log, "what the daemon printed; - is standard input")
+      ->required();
+  fit->add_option("--out", arguments->out, "write the table here instead of printing it");
+  fit->add_option("--name", arguments->name, "the table becomes ZFTABLE_NAME")
+      ->capture_default_str();
+  fit->add_option("--svg", arguments->svg, "write a picture of the fit here");
+  fit->add_flag("--json", arguments->json, "print the report as JSON");
+  fit->add_option("--entries", arguments->options.entries,
+                  "entries of the table (default: those of the shortest built-in one that holds "
+                  "all points)")
+      ->check(CLI::Range(2, kFitEntriesMax));
+  fit->add_option("--spacing", arguments->options.spacing, "zoom steps between two entries")
+      ->check(CLI::Range(kSpacingMin, kSpacingMax))
+      ->capture_default_str();
+  fit->add_option("--max-gap", arguments->options.max_gap,
+                  "entries in a row that may be without a point")
+      ->check(CLI::Range(0, kFitEntriesMax))
+      ->capture_default_str();
+  fit->footer("Example: rs232ctl lens fit trace.log --out table.h --svg fit.svg");
+  fit->final_callback([arguments] { Fit(*arguments); });
+}
+
+void AddPlotCommand(CLI::App* lens) {
+  auto svg = std::make_shared<std::string>();
+  CLI::App* plot = lens->add_subcommand("plot", "Show the built-in tracking tables");
+  plot->add_option("--svg", *svg, "write a picture here instead of printing numbers");
+  plot->footer("Example: rs232ctl lens plot --svg curves.svg");
+  plot->final_callback([svg] {
+    if (svg->empty()) {
+      Print(KnownCurvesText());
+    } else {
+      WriteWhole(*svg, KnownCurvesPicture());
+    }
+  });
+}
+
+}  // namespace
+
+void AddLensCommand(CLI::App* app) {
+  CLI::App* lens = app->add_subcommand("lens", "Calibrate a motorized lens from recorded traces");
+  lens->require_subcommand(1);
+  AddFitCommand(lens);
+  AddPlotCommand(lens);
+}
+
+}  // namespace tools

@@ -1,0 +1,188 @@
+#include "tools/lens_report.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+
+namespace tools {
+namespace {
+
+constexpr size_t kPairsOfALine = 6;
+// An entry known worse than this is worth a search or two more: half a search's step.
+constexpr double kUncertaintyMax = 5;
+// Share of the points beyond which so many dropped ones say that something is wrong.
+constexpr double kDroppedShareMax = 0.25;
+
+[[gnu::format(printf, 1, 2)]] std::string Format(const char* format, ...) {
+  std::array<char, 256> text;
+  va_list arguments;
+  va_start(arguments, format);
+  vsnprintf(text.data(), text.size(), format, arguments);
+  va_end(arguments);
+  return text.data();
+}
+
+const char* Reason(Fate fate) {
+  constexpr std::array<const char*, 4> kReasons = {"kept", "outlier", "at the end of its search",
+                                                   "off the table"};
+  return kReasons[static_cast<size_t>(fate)];
+}
+
+std::string Join(std::span<const int> numbers, size_t most = 20) {
+  std::string text;
+  for (size_t i = 0; i < std::min(numbers.size(), most); ++i)
+    text += (i == 0 ? "" : ", ") + std::to_string(numbers[i]);
+  return numbers.size() > most ? text + ", ..." : text;
+}
+
+int CountDropped(const LensFit& fit) {
+  return static_cast<int>(fit.points.size()) - fit.Count(Fate::kKept);
+}
+
+std::string DroppedText(const LensFit& fit) {
+  std::string text = "dropped, steps\n    line   zoom  focus  residual\n";
+  for (const auto& [point, fate, residual] : fit.points) {
+    if (fate == Fate::kKept) continue;
+    text += Format("  %6d %6d %6d %+9.1f  %s\n", point.line, point.zoom, point.focus, residual,
+                   Reason(fate));
+  }
+  return text + "\n";
+}
+
+std::string EntriesText(const LensFit& fit) {
+  std::string text = "entries, steps\n    zoom  focus  uncertainty  points\n";
+  for (const auto& [place, points, uncertainty] : fit.entries) {
+    text += Format("  %6d %6d %12.1f %7d%s\n", place.zoom, place.focus, uncertainty, points,
+                   points == 0 ? "  from its neighbours" : "");
+  }
+  return text + "\n";
+}
+
+std::string ComparisonText(const LensFit& fit) {
+  std::string text = "off the known curves, steps\n           entries   mean  largest\n";
+  const auto deviations = CompareWithKnown(fit.Table());
+  for (const CurveDeviation& deviation : deviations) {
+    text += Format("  %-8s %7d %6.1f %+8.0f at zoom %d%s\n", deviation.curve.name,
+                   deviation.entries, deviation.mean, deviation.largest, deviation.largest_zoom,
+                   &deviation == deviations.data() ? ", the nearest" : "");
+  }
+  return text;
+}
+
+}  // namespace
+
+std::string TableText(const std::string& name, std::span<const ZfEntry> table) {
+  std::vector<std::string> pairs;
+  std::transform(table.begin(), table.end(), std::back_inserter(pairs),
+                 [](const ZfEntry& entry) { return Format("{%d, %d},", entry.zoom, entry.focus); });
+  std::array<size_t, kPairsOfALine> widths = {};
+  for (size_t i = 0; i < pairs.size(); ++i) {
+    size_t& width = widths[i % kPairsOfALine];
+    width = std::max(width, pairs[i].size());
+  }
+  std::string text = Format("inline constexpr std::array<ZfEntry, %zu> ZFTABLE_%s = {{\n",
+                            table.size(), name.c_str());
+  for (size_t i = 0; i < pairs.size(); ++i) {
+    const size_t column = i % kPairsOfALine;
+    const bool ends_line = column + 1 == kPairsOfALine || i + 1 == pairs.size();
+    text += (column == 0 ? "    " : "") + pairs[i];
+    text += ends_line ? "\n" : std::string(widths[column] + 1 - pairs[i].size(), ' ');
+  }
+  return text + "}};\n";
+}
+
+std::string FitReport(const TraceLog& log, const LensFit& fit) {
+  std::string text = Format("%zu trace points in %d lines: %d kept, %d dropped; %zu malformed\n\n",
+                            log.points.size(), log.lines, fit.Count(Fate::kKept), CountDropped(fit),
+                            log.malformed.size());
+  if (CountDropped(fit) > 0) text += DroppedText(fit);
+  text += Format(
+      "residuals of the kept points, steps\n"
+      "  median %+.1f, spread %.1f, rms %.1f, largest %.1f; outliers from %.1f\n\n",
+      fit.residuals.median, fit.residuals.spread, fit.residuals.rms, fit.residuals.largest,
+      fit.cutoff);
+  return text + EntriesText(fit) + ComparisonText(fit);
+}
+
+std::string FitJson(const TraceLog& log, const LensFit& fit) {
+  std::string text = Format("{\n  \"lines\": %d,\n  \"malformed\": [", log.lines);
+  text += Join(log.malformed, log.malformed.size());
+  text += Format("],\n  \"points\": %zu,\n  \"kept\": %d,\n  \"dropped\": [", log.points.size(),
+                 fit.Count(Fate::kKept));
+  const char* separator = "";
+  for (const auto& [point, fate, residual] : fit.points) {
+    if (fate == Fate::kKept) continue;
+    text += Format(
+        "%s\n    {\"line\": %d, \"zoom\": %d, \"focus\": %d, \"residual\": %.2f, "
+        "\"reason\": \"%s\"}",
+        separator, point.line, point.zoom, point.focus, residual, Reason(fate));
+    separator = ",";
+  }
+  text += Format(
+      "],\n  \"residuals\": {\"median\": %.2f, \"spread\": %.2f, \"rms\": %.2f, "
+      "\"largest\": %.2f, \"cutoff\": %.2f},\n  \"spacing\": %d,\n  \"entries\": [",
+      fit.residuals.median, fit.residuals.spread, fit.residuals.rms, fit.residuals.largest,
+      fit.cutoff, fit.spacing);
+  separator = "";
+  for (const auto& [place, points, uncertainty] : fit.entries) {
+    text += Format("%s\n    {\"zoom\": %d, \"focus\": %d, \"points\": %d, \"uncertainty\": %.2f}",
+                   separator, place.zoom, place.focus, points, uncertainty);
+    separator = ",";
+  }
+  text += "],\n  \"known_curves\": [";
+  separator = "";
+  for (const CurveDeviation& deviation : CompareWithKnown(fit.Table())) {
+    text += Format(
+        "%s\n    {\"name\": \"%s\", \"entries\": %d, \"mean\": %.2f, \"largest\": %.2f, "
+        "\"largest_zoom\": %d}",
+        separator, deviation.curve.name, deviation.entries, deviation.mean, deviation.largest,
+        deviation.largest_zoom);
+    separator = ",";
+  }
+  return text + "]\n}\n";
+}
+
+std::string FitWarnings(const TraceLog& log, const LensFit& fit) {
+  std::string text;
+  if (!log.malformed.empty()) {
+    text += "malformed trace points in lines " + Join(log.malformed) + "\n";
+  }
+  if (!fit.Bridged().empty()) {
+    text += "no point at zoom " + Join(fit.Bridged()) + "; taken from the neighbours\n";
+  }
+  std::vector<int> uncertain;
+  for (const auto& [place, points, uncertainty] : fit.entries) {
+    if (points > 0 && uncertainty > kUncertaintyMax) uncertain.push_back(place.zoom);
+  }
+  if (!uncertain.empty()) {
+    text += Format("less sure than %.0f steps at zoom ", kUncertaintyMax) + Join(uncertain) +
+            "; search there again\n";
+  }
+  if (CountDropped(fit) > kDroppedShareMax * static_cast<double>(fit.points.size())) {
+    text += Format("%d of %zu points dropped; do not trust the table before knowing why\n",
+                   CountDropped(fit), fit.points.size());
+  }
+  return text;
+}
+
+std::string KnownCurvesText() {
+  std::string text = "  zoom";
+  size_t longest = 0;
+  for (const KnownCurve& known : kKnownCurves) {
+    text += Format(" %8s", known.name);
+    longest = std::max(longest, known.table.size());
+  }
+  text += "\n";
+  for (size_t i = 0; i < longest; ++i) {
+    text += Format("%6d", static_cast<int>(i) * TRACKING_SPACING);
+    for (const KnownCurve& known : kKnownCurves)
+      text += i < known.table.size() ? Format(" %8d", known.table[i].focus) : Format(" %8s", "-");
+    text += "\n";
+  }
+  return text;
+}
+
+}  // namespace tools
