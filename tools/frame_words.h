@@ -14,6 +14,9 @@
 
 namespace tools {
 
+struct LineProtocol;
+struct Match;
+
 enum class Protocol : uint8_t {
   kAuto,  // whichever fits; never that of an explained frame
   // On the line.
@@ -59,15 +62,18 @@ const char* VerdictName(Verdict verdict);
 
 // Cuts a stream into frames of the line's protocols.
 //
-// What is cut does not depend on the pieces in which bytes come. Where bytes could be frames of
-// several protocols a valid checksum wins, then the longer memory of this line: SD module,
-// Pelco-D for receiver 1, HD micom, lens, firmware, Pelco-D for another receiver. A damaged frame
-// is one only where no good one begins within it.
+// What frames there are does not depend on the pieces in which bytes come. Where bytes could be
+// frames of several protocols a valid checksum wins, then this order: SD module, Pelco-D for
+// receiver 1, HD micom, lens, firmware, Pelco-D for another receiver. A damaged frame is one only
+// where no good one begins within it.
 class FrameDecoder {
  public:
   // `offset` is that of the first byte to come. A protocol of datagrams counts as kAuto.
   explicit FrameDecoder(Protocol protocol = Protocol::kAuto,
                         Direction direction = Direction::kUnknown, size_t offset = 0);
+  ~FrameDecoder();
+  FrameDecoder(const FrameDecoder&) = delete;
+  FrameDecoder& operator=(const FrameDecoder&) = delete;
 
   // Takes bytes; returns what is certain now, in order. The start of a frame is kept for the next
   // call, noise is not: a run of it ends with the call.
@@ -80,9 +86,17 @@ class FrameDecoder {
   void ExpectFirmwareAnswer() { answer_due_ = true; }
 
  private:
-  std::vector<ExplainedFrame> Scan(bool is_final);
+  using Bytes = std::span<const uint8_t>;
 
-  Protocol protocol_;
+  std::vector<ExplainedFrame> Scan(bool is_final);
+  Match Choose(Bytes rest, bool is_final, const LineProtocol** row) const;
+  Match LookWithin(const Match& damaged, Bytes rest, bool is_final) const;
+  bool TakesAnswer(uint8_t byte, bool is_other_frame);
+  ExplainedFrame Explain(const Match& match, const LineProtocol& row, Bytes bytes);
+
+  std::vector<LineProtocol> protocols_;  // to try, the preferred first
+  bool is_firmware_;                     // that protocol was chosen
+  bool is_lenient_;                      // one was
   Direction direction_;
   size_t offset_;                 // of the first kept byte
   std::vector<uint8_t> pending_;  // kept bytes
