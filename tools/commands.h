@@ -8,6 +8,12 @@ class App;
 
 namespace tools {
 
+// Explains bytes that are pasted or piped.
+void AddFramesCommand(CLI::App* app);
+
+// Shows the serial data datagrams.
+void AddMonitorCommand(CLI::App* app);
+
 // Sends a stop datagram to the daemon's UDP port.
 void AddStopCommand(CLI::App* app);
 
