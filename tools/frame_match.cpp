@@ -160,13 +160,13 @@ Match MatchPacket(const Look& look) {
   if (rest.size() < MICOM_DATA_BYTES_AT) return More(false);
   std::array<Match, 3> candidates = {};
   const size_t count = LoadLe16(&rest[MICOM_DATA_COUNT_AT]);
-  if (count >= 1 && count <= MICOM_DATA_MAX) {
-    candidates[0] = MatchPacketTo(look, MICOM_DATA_BYTES_AT + count);
-  }
   if (rest[MICOM_TAIL_MARK_AT] == MICOM_TAIL) {
-    candidates[1] = MatchPacketTo(look, MICOM_TAIL_END_AT);
+    candidates[0] = MatchPacketTo(look, MICOM_TAIL_END_AT);
   }
-  candidates[2] = MatchPacketTo(look, MICOM_HEADER_END_AT);
+  candidates[1] = MatchPacketTo(look, MICOM_HEADER_END_AT);
+  if (count >= 1 && count <= MICOM_DATA_MAX) {
+    candidates[2] = MatchPacketTo(look, MICOM_DATA_BYTES_AT + count);
+  }
   const auto find = [&candidates](Match::Kind kind) {
     const auto* found = std::ranges::find(candidates, kind, &Match::kind);
     return found != candidates.end() ? *found : kNoMatch;

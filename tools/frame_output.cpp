@@ -37,6 +37,12 @@ std::string PlainText(std::span<const uint8_t> bytes) {
 std::string JsonString(std::string_view text) {
   std::string json = "\"";
   for (const char c : text) {
+    if (c < ' ' || c > '~') {
+      std::array<char, 8> escape;
+      snprintf(escape.data(), escape.size(), "\\u%04x", static_cast<unsigned char>(c));
+      json += escape.data();
+      continue;
+    }
     if (c == '"' || c == '\\') json += '\\';
     json += c;
   }

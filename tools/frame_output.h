@@ -16,7 +16,7 @@ std::string HexText(std::span<const uint8_t> bytes);
 // The bytes as characters, a point for each that cannot be printed.
 std::string PlainText(std::span<const uint8_t> bytes);
 
-// Text as a JSON string, quotes included. Takes printable ASCII.
+// Text as a JSON string, quotes included; a byte beyond ASCII counts as a character.
 std::string JsonString(std::string_view text);
 
 // `"bytes":"FF 01","text":".."`

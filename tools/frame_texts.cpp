@@ -317,7 +317,7 @@ std::string ThreeWords(const CameraControl& control) {
 std::string CodeWords(const CameraControl& control) {
   const CodeRow* row = Find(kCodes, control.code, &CodeRow::code);
   if (row == nullptr) return "not known, parameters " + ThreeWords(control);
-  const std::string words = row->words;
+  std::string words = row->words;
   switch (row->parameters) {
     case Parameters::kNone:
       break;

@@ -37,7 +37,7 @@ class FrameReader {
     has_trace_ = has_trace_ || line.is_trace;
     if (!line.problem.empty()) {
       std::string* problem = line.is_trace ? &trace_problem_ : &problem_;
-      if (problem->empty()) *problem = line.problem;
+      if (problem->empty()) *problem = (line.is_trace ? line.time + ": " : "") + line.problem;
     } else if (line.is_trace) {
       TakeTrace(line);
     } else {

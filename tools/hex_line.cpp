@@ -90,8 +90,12 @@ bool TakeTraceHead(std::string_view* text, HexLine* line, int* length) {
     line->is_trace = true;
     line->direction = row->direction;
     std::string_view time = whole.substr(0, static_cast<size_t>(token.data() - whole.data()));
-    // A name and a bar may stand before it.
-    time.remove_prefix(time.rfind('|') + 1);
+    // Other output may stand before it on the line.
+    constexpr size_t kMonthDigits = 2;
+    const size_t slash = time.rfind('/');
+    if (slash != std::string_view::npos && slash >= kMonthDigits) {
+      time.remove_prefix(slash - kMonthDigits);
+    }
     line->time = Trimmed(time);
     return true;
   }

@@ -205,7 +205,10 @@ void Watch(const Request& request, MonitorView* view) {
   std::vector<uint8_t> datagram(1 << 16);
   for (long taken = 0; request.count == 0 || taken < request.count;) {
     std::array<pollfd, 2> sources = {{{data.Get(), POLLIN, 0}, {end_signal.Get(), POLLIN, 0}}};
-    if (poll(sources.data(), sources.size(), PollTime(end, quiet)) < 0) continue;
+    if (poll(sources.data(), sources.size(), PollTime(end, quiet)) < 0) {
+      if (errno == EINTR) continue;
+      throw Failure(EXIT_STATUS_FAILED, std::string("cannot wait: ") + strerror(errno));
+    }
     if (sources[1].revents != 0) return;
     const ssize_t size = recv(data.Get(), datagram.data(), datagram.size(), 0);
     if (size >= 0) {

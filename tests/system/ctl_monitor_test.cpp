@@ -155,7 +155,11 @@ TEST_F(CtlMonitor, FramesExplainTheTrace) {
       {{"frames", "FF", "0"}, 2, "", "rs232ctl: '0' ends in half a byte\n"},
       {{"frames", "FF", "0G"}, 2, "", "rs232ctl: '0G' is not hexadecimal\n"},
       {{"frames", "", " "}, 2, "", "rs232ctl: there are no bytes to explain\n"},
-      {{"frames", "x SEND 2: 41"}, 2, "", "rs232ctl: the trace line says 2 bytes and has 1\n"},
+      // A damaged line costs no other.
+      {{"frames", "daemon | S.03/03 09:05:07.  1234 SEND 2: 41\nx SEND 1: 42"},
+       2,
+       "x SEND  42                                 -            1 byte of no frame: \"B\"\n",
+       "rs232ctl: 03/03 09:05:07.  1234: the trace line says 2 bytes and has 1\n"},
   };
   for (const auto& row : rows) {
     const auto run = frames(row.options);

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <map>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -265,6 +266,44 @@ TEST(FrameWords, ExplainsDatagramsAndWhatTheyCarry) {
   EXPECT_EQ(problem, "it announces 7 bytes, 30 are there");
 }
 
+// Streams of the bytes that frames are made of, damaged and cut as it comes.
+TEST(FrameWords, LosesNoByteAndDependsOnNoPiece) {
+  const Bytes parts[] = {Hex(kLeft),
+                         Hex("FF 01 00 01"),
+                         Hex("FF 4B 02 00 00 00 03 00 00 4F"),
+                         Hex("A5 40 0B FF FC EB"),
+                         Hex("FF 01 00 00 00 12 13"),
+                         Hex("DC 12"),
+                         Of(MicomHeaderPacket(2)),
+                         Of(MicomDataPacket(Hex("FF 01"))),
+                         Hex("33"),
+                         Hex("A0 02 00"),
+                         Hex("FF"),
+                         Hex("00 41")};
+  std::minstd_rand random(1);
+  const auto below = [&random](size_t limit) { return static_cast<size_t>(random()) % limit; };
+  for (int round = 0; round < 3000; ++round) {
+    Bytes stream;
+    for (size_t i = below(6) + 1; i > 0; --i) {
+      Bytes part = parts[below(std::size(parts))];
+      if (below(4) == 0) part[below(part.size())] ^= static_cast<uint8_t>(1 << below(8));
+      if (below(4) == 0) part.resize(below(part.size()) + 1);
+      stream = stream + part;
+    }
+    const auto direction = static_cast<Direction>(below(3));
+    const auto protocol = static_cast<Protocol>(below(6));
+    const auto whole = Decode(stream, stream.size(), protocol, direction);
+    Bytes joined;
+    for (const ExplainedFrame& frame : whole) {
+      ASSERT_EQ(frame.offset, joined.size()) << sim::Hex(stream);
+      joined = joined + frame.bytes;
+    }
+    ASSERT_EQ(joined, stream);
+    for (const size_t piece : {1, 2, 5})
+      ASSERT_EQ(Text(Decode(stream, piece, protocol, direction)), Text(whole)) << sim::Hex(stream);
+  }
+}
+
 // One frame, explained, of which nothing is unknown; its words.
 string OnlyFrame(const Bytes& bytes, Protocol protocol, Direction direction) {
   const auto frames = Decode(bytes, bytes.size(), Protocol::kAuto, direction);
@@ -312,10 +351,8 @@ TEST(FrameWords, KnowsEveryFrameThatTheDaemonSends) {
     expect_new(Of(I2mBuild(I2M_WRITE, I2M_ADDR_MOTOR_SPEED, 0, static_cast<uint8_t>(rate))),
                Protocol::kLens);
   for (const I2mAddress motor : {I2M_ADDR_FOCUS_JOG, I2M_ADDR_ZOOM_JOG})
-    for (const uint8_t jog : {I2M_JOG_NEGATIVE, I2M_JOG_POSITIVE, I2M_JOG_STOP})
-      EXPECT_NE(
-          OnlyFrame(Of(I2mBuild(I2M_WRITE, motor, 0, jog)), Protocol::kLens, Direction::kToDevice),
-          "");
+    for (const I2mJog jog : {I2M_JOG_NEGATIVE, I2M_JOG_POSITIVE, I2M_JOG_STOP})
+      expect_new(Of(I2mBuild(I2M_WRITE, motor, 0, static_cast<uint8_t>(jog))), Protocol::kLens);
   for (const I2mAddress motor : {I2M_ADDR_PIRIS_STEP, I2M_ADDR_ZOOM_MOVE, I2M_ADDR_FOCUS_MOVE,
                                  I2M_ADDR_FOCUS_VALUE, I2M_ADDR_MFZ_MODEL})
     for (int value = 0; value <= 0xFFFF; value += 0x0101)
