@@ -303,7 +303,7 @@ TEST(FrameWords, LosesNoByteAndDependsOnNoPiece) {
       joined = joined + frame.bytes;
     }
     ASSERT_EQ(joined, stream);
-    for (const size_t piece : {1, 2, 5})
+    for (const size_t piece : {size_t{1}, size_t{2}, size_t{5}})
       ASSERT_EQ(Text(Decode(stream, piece, protocol, direction)), Text(whole)) << sim::Hex(stream);
   }
 }
