@@ -1,18 +1,14 @@
-// Reads a byte stream as Pelco-D and says in words what a frame means.
+// Reads a byte stream as Pelco-D.
 #pragma once
 
 #include <cstdint>
 #include <functional>
 #include <span>
-#include <string>
 
 #include "relay/pelco_d.h"
 #include "sim/pty_line.h"
 
 namespace sim {
-
-// What a frame asks for, e.g. "pan left at 29, tilt up at 3", "set preset 95", "stop".
-std::string DescribePelco(const PelcoFrame& frame);
 
 // True for a frame whose command 2 is an extended command (preset, auxiliary, ...).
 bool IsPelcoExtended(const PelcoFrame& frame);

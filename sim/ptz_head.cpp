@@ -5,6 +5,8 @@
 #include <cmath>
 #include <cstdio>
 
+#include "tools/frame_texts.h"
+
 namespace sim {
 namespace {
 
@@ -74,7 +76,7 @@ void PtzHead::TakeFrame(const PelcoFrame& frame) {
   } else {
     TakeMotion(frame);
   }
-  on_words(DescribePelco(frame));
+  on_words(tools::PelcoWords(frame));
   constexpr uint8_t kNoAlarms = 0;
   constexpr uint8_t kChecksum = (PELCO_ADDRESS + kNoAlarms) & 0xFF;
   const std::array<uint8_t, 4> answer = {PELCO_SYNC, PELCO_ADDRESS, kNoAlarms, kChecksum};

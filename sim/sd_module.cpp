@@ -4,6 +4,8 @@
 #include <array>
 #include <cstdio>
 
+#include "tools/frame_texts.h"
+
 namespace sim {
 namespace {
 
@@ -72,7 +74,7 @@ void SdModule::TakeFrame(const PelcoFrame& frame) {
   }
   if (!IsPelcoExtended(frame)) lens_.Zoom(ZoomDirection(frame));
   if (TakeKey(frame)) return;
-  on_words(HasBody(frame, kNothing) ? "stop" : DescribePelco(frame));
+  on_words(HasBody(frame, kNothing) ? "stop" : tools::PelcoWords(frame));
 }
 
 bool SdModule::TakeKey(const PelcoFrame& frame) {

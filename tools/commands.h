@@ -11,6 +11,12 @@ namespace tools {
 // Fits a lens's tracking table to recorded focus searches; shows the built-in tables.
 void AddLensCommand(CLI::App* app);
 
+// Explains bytes that are pasted or piped.
+void AddFramesCommand(CLI::App* app);
+
+// Shows the serial data datagrams.
+void AddMonitorCommand(CLI::App* app);
+
 // Sends a stop datagram to the daemon's UDP port.
 void AddStopCommand(CLI::App* app);
 

@@ -11,7 +11,9 @@ namespace {
 int Run(int argc, char** argv) {
   CLI::App app{"Drives, watches and tunes the serial-port daemon rs232d."};
   app.require_subcommand(1);
+  tools::AddFramesCommand(&app);
   tools::AddLensCommand(&app);
+  tools::AddMonitorCommand(&app);
   tools::AddStopCommand(&app);
   try {
     app.parse(argc, argv);

@@ -40,10 +40,10 @@ TEST(PtzHead, FindsFramesInNoise) {
     string words;
     string noise;
   } rows[] = {
-      {{kLeft, kStop}, "pan left at 29; stop; ", ""},
-      {{{0x00, 0x41}, kLeft, {0x01}}, "pan left at 29; ", "00 41 01 "},
-      {{{0xFF, 0xFF}, kLeft}, "pan left at 29; ", "FF FF "},
-      {{{0xFF, 0x01, 0x00}, kLeft}, "pan left at 29; ", "FF 01 00 "},
+      {{kLeft, kStop}, "pan left at speed 29; stop; ", ""},
+      {{{0x00, 0x41}, kLeft, {0x01}}, "pan left at speed 29; ", "00 41 01 "},
+      {{{0xFF, 0xFF}, kLeft}, "pan left at speed 29; ", "FF FF "},
+      {{{0xFF, 0x01, 0x00}, kLeft}, "pan left at speed 29; ", "FF 01 00 "},
       {{kStop, {0xFF, 0x01, 0x00}}, "stop; ", "FF 01 00 "},
       // a bad checksum, another receiver
       {{{0xFF, 0x01, 0x00, 0x04, 0x1D, 0x00, 0x23}, kStop}, "stop; ", "FF 01 00 04 1D 00 23 "},

@@ -6,7 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "sim/pelco_decoder.h"
+#include "sim/pty_line.h"
+#include "tools/frame_texts.h"
 
 namespace {
 
@@ -108,7 +109,7 @@ TEST(PtzTables, AnswersOnlyTheCodesOfTheModel) {
           ASSERT_EQ(frame[0], 0xFF);
           ASSERT_EQ(frame[1], 0x01);
           ASSERT_EQ(frame[6], sum % 256);
-          ASSERT_EQ(sim::DescribePelco(frame).find("unknown"), string::npos) << sim::Hex(frame);
+          ASSERT_EQ(tools::PelcoWords(frame).find("unknown"), string::npos) << sim::Hex(frame);
         }
       }
     }

@@ -1,0 +1,377 @@
+#include "tools/frame_words.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <map>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "ipc/cicomm.h"
+#include "lens/i2m.h"
+#include "module/hd_frame.h"
+#include "module/micom_firmware.h"
+#include "relay/daemon_datagram.h"
+#include "relay/ptz_tables.h"
+#include "sim/peers.h"
+#include "tools/frame_texts.h"
+
+namespace {
+
+using sim::Bytes;
+using std::string;
+using tools::Direction;
+using tools::ExplainedFrame;
+using tools::FrameDecoder;
+using tools::Protocol;
+
+// Bytes from hexadecimal, e.g. "FF 01".
+Bytes Hex(const string& text) {
+  Bytes bytes;
+  for (size_t at = 0; at < text.size(); at += 3)
+    bytes.push_back(static_cast<uint8_t>(std::stoi(text.substr(at, 2), nullptr, 16)));
+  return bytes;
+}
+
+Bytes operator+(Bytes left, const Bytes& right) {
+  left.insert(left.end(), right.begin(), right.end());
+  return left;
+}
+
+template <typename Frame>
+Bytes Of(const Frame& frame) {
+  return Bytes(frame.begin(), frame.end());
+}
+
+Bytes Of(const MicomPacket& packet) {
+  return Bytes(packet.bytes.begin(), packet.bytes.begin() + packet.size);
+}
+
+// "OFFSET+SIZE PROTOCOL VERDICT: WORDS" a line.
+string Text(const std::vector<ExplainedFrame>& frames) {
+  string text;
+  for (const ExplainedFrame& frame : frames) {
+    text += std::to_string(frame.offset) + "+" + std::to_string(frame.bytes.size()) + " " +
+            ProtocolName(frame.protocol) + " " + VerdictName(frame.verdict) + ": " + frame.words +
+            "\n";
+  }
+  return text;
+}
+
+std::vector<ExplainedFrame> Decode(const Bytes& bytes, size_t piece,
+                                   Protocol protocol = Protocol::kAuto,
+                                   Direction direction = Direction::kUnknown) {
+  FrameDecoder decoder(protocol, direction);
+  std::vector<ExplainedFrame> all;
+  for (size_t at = 0; at < bytes.size(); at += piece) {
+    const size_t size = std::min(piece, bytes.size() - at);
+    const auto some = decoder.Feed({&bytes[at], size});
+    all.insert(all.end(), some.begin(), some.end());
+  }
+  const auto rest = decoder.Flush();
+  all.insert(all.end(), rest.begin(), rest.end());
+  // A run of noise ends with a piece: put together again, it has no words of its own.
+  std::vector<ExplainedFrame> joined;
+  for (ExplainedFrame& frame : all) {
+    const bool goes_on = !joined.empty() && frame.protocol == Protocol::kNone &&
+                         joined.back().protocol == Protocol::kNone;
+    if (goes_on) {
+      joined.back().bytes = joined.back().bytes + frame.bytes;
+    } else {
+      joined.push_back(frame);
+    }
+    if (frame.protocol == Protocol::kNone) joined.back().words = "noise";
+  }
+  return joined;
+}
+
+const string kLeft = "FF 01 00 04 1D 00 22 ";
+const string kLeftWords = "pan left at speed 29";
+const Bytes kPayload(300, 0x5A);
+
+TEST(FrameWords, ExplainsStreamsInWhateverPieces) {
+  constexpr auto kAuto = Protocol::kAuto;
+  constexpr auto kUnknown = Direction::kUnknown;
+  constexpr auto kTo = Direction::kToDevice;
+  constexpr auto kFrom = Direction::kFromDevice;
+  const struct {
+    const char* legend;
+    Protocol protocol;
+    Direction direction;
+    Bytes bytes;
+    string text;
+  } rows[] = {
+      {"motion", kAuto, kUnknown, Hex("FF 01 00 12 13 09 2F"),
+       "0+7 pelco-d good: pan right at speed 19, tilt down at 9\n"},
+      {"extended", kAuto, kUnknown, Hex("FF 01 00 07 00 05 0D"),
+       "0+7 pelco-d good: extended: go to preset 5\n"},
+      {"unknown command", kAuto, kUnknown, Hex("FF 01 06 45 00 05 51"),
+       "0+7 pelco-d good: extended: unknown command 0x45 with 5, unknown bits 0x06 in command 1\n"},
+      {"other receiver", kAuto, kUnknown, Hex("FF 02 00 04 20 00 26"),
+       "0+7 pelco-d good: receiver 2: pan left at speed 32\n"},
+      {"stop", kAuto, kTo, Hex("FF 01 00 00 00 00 01"), "0+7 pelco-d good: stop\n"},
+      {"answers of a head", kAuto, kUnknown, Hex("FF 01 00 01 FF 01 05 06"),
+       "0+4 pelco-d good: answer of the head: no alarm\n"
+       "4+4 pelco-d good: answer of the head: alarms 0x05\n"},
+      {"no answer but a frame", kAuto, kUnknown, Hex("FF 01 01 02 07 00 0B"),
+       "0+7 pelco-d good: pan right at speed 7, focus near\n"},
+      {"model query", kAuto, kUnknown, Hex("FF 01 00 00 96 69 00"),
+       "0+7 sd-module good: query: model\n"},
+      {"model reply", kAuto, kUnknown, Hex("FF 01 00 00 00 12 13"),
+       "0+7 sd-module good: reply: model 18\n"},
+      {"model 0", kAuto, kFrom, Hex("FF 01 00 00 00 00 01"),
+       "0+7 sd-module good: reply: model 0\n"},
+      {"SD module moved", Protocol::kSd, kUnknown, Hex("FF 01 00 20 00 00 21"),
+       "0+7 pelco-d good: zoom tele\n"},
+      {"HD query", kAuto, kUnknown, Hex("FF E3 01 00 00 00 00 00 00 E3"),
+       "0+10 hd-micom good: query: firmware version\n"},
+      {"HD answer", kAuto, kUnknown, Hex("FF E0 01 00 00 00 46 00 00 26"),
+       "0+10 hd-micom good: answer: sensor 0x46 (Sony 2M)\n"},
+      {"HD answer of 0", kAuto, kFrom, Hex("FF 5C 01 00 00 00 00 00 00 5C"),
+       "0+10 hd-micom good: answer: resolution flag 0\n"},
+      {"like HD but for a byte", kAuto, kUnknown, Hex("FF 4B 02 01 00 00 03 00 00 50"),
+       "0+10 none noise: noise\n"},
+      {"HD by choice", Protocol::kHd, kUnknown, Hex("FF 4B 02 01 00 00 03 00 00 50"),
+       "0+10 hd-micom good: menu key: left\n"},
+      {"HD data that ends a Pelco-D frame", kAuto, kUnknown, Hex("FF 21 02 00 00 00 23 00 00 45"),
+       "0+10 hd-micom good: module setting: 35\n"},
+      {"the same bytes as Pelco-D", Protocol::kPelco, kUnknown,
+       Hex("FF 21 02 00 00 00 23 00 00 45"),
+       "0+7 pelco-d good: receiver 33: unknown bits 0x02 in command 1\n7+3 none noise: noise\n"},
+      {"lens move", kAuto, kUnknown, Hex("A5 40 0C 00 78 69 A5 40 0B FF FC EB"),
+       "0+6 lens good: zoom motor: move +120 steps\n6+6 lens good: P-iris: move -4 steps "
+       "(closes)\n"},
+      {"lens version", kAuto, kUnknown, Hex("A5 41 01 00 00 E7 A5 41 01 81 05 6D"),
+       "0+6 lens good: read: version\n6+6 lens good: reply: version 1.5-s\n"},
+      {"unknown register", kAuto, kUnknown, Hex("A5 40 12 03 04 FE"),
+       "0+6 lens good: register 0x12 write 0x0304\n"},
+      {"micom's question", kAuto, kFrom, Hex("A5 40 30 00 00 15"),
+       "0+6 lens good: the micom asks for sensor and lens model\n"},
+      {"answer to it", kAuto, kTo, Hex("A5 40 30 03 02 1A"),
+       "0+6 lens good: lens model: sensor code 3, lens model code 2\n"},
+      {"firmware update", kAuto, kUnknown,
+       Hex("DC 12") + Of(MicomHeaderPacket(300)) + Hex("33") +
+           Of(MicomDataPacket(std::span(kPayload).first(256))) + Hex("15") +
+           Of(MicomDataPacket(std::span(kPayload).first(44))) + Hex("33") +
+           Of(MicomTailPacket(kPayload)) + Hex("33"),
+       "0+2 firmware good: the micom is ready for the firmware\n"
+       "2+8 firmware good: header packet: 300 bytes of firmware follow\n"
+       "10+1 firmware good: packet accepted\n"
+       "11+262 firmware good: data packet: 256 bytes of firmware\n"
+       "273+1 firmware good: packet not accepted: answer 0x15\n"
+       "274+50 firmware good: data packet: 44 bytes of firmware\n"
+       "324+1 firmware good: packet accepted\n"
+       "325+7 firmware good: tail packet: the firmware's checksum is 0x3322\n"
+       "332+1 firmware good: packet accepted\n"},
+      {"answer without a packet", kAuto, kUnknown, Hex("33"), "0+1 none noise: noise\n"},
+      {"answer by choice", Protocol::kFirmware, kFrom, Hex("33"),
+       "0+1 firmware good: packet accepted\n"},
+      {"noise around", kAuto, kUnknown, Hex("00 41 " + kLeft + "FF FF A5 " + kLeft + "FF"),
+       "0+2 none noise: noise\n2+7 pelco-d good: " + kLeftWords + "\n9+3 none noise: noise\n" +
+           "12+7 pelco-d good: " + kLeftWords + "\n19+1 none noise: noise\n"},
+      {"Pelco-D checksum", kAuto, kUnknown, Hex("FF 01 00 04 1D 00 23 " + kLeft),
+       "0+7 pelco-d bad-checksum: checksum wrong (0x23, should be 0x22): " + kLeftWords +
+           "\n7+7 pelco-d good: " + kLeftWords + "\n"},
+      {"HD checksum", kAuto, kUnknown, Hex("FF 4B 02 00 00 00 03 00 00 4E"),
+       "0+10 hd-micom bad-checksum: checksum wrong (0x4E, should be 0x4F): menu key: left\n"},
+      {"lens checksum", kAuto, kUnknown, Hex("A5 41 01 02 03 09"),
+       "0+6 lens bad-checksum: checksum wrong (0x09, should be 0xEC): reply: version 2.3-m\n"},
+      {"packet checksum", kAuto, kUnknown, Hex("A0 00 01 00 00 AF 84 C2"),
+       "0+8 firmware bad-checksum: checksum wrong (0xC284, should be 0xC184): header packet: 256 "
+       "bytes of firmware follow\n"},
+      {"end lost", kAuto, kUnknown, Hex("FF 01 00 " + kLeft + "A5 40 0C " + kLeft),
+       "0+3 pelco-d cut-off: cut off after 3 bytes\n3+7 pelco-d good: " + kLeftWords +
+           "\n10+3 lens cut-off: cut off after 3 bytes\n13+7 pelco-d good: " + kLeftWords + "\n"},
+      {"end never came", kAuto, kUnknown, Hex("FF 4B 02 00 00"),
+       "0+5 hd-micom cut-off: cut off after 5 bytes\n"},
+      {"packet longer than packets are", kAuto, kUnknown, Hex("A0 02 01 00 AE 00 00"),
+       "0+7 none noise: noise\n"},
+  };
+  for (const auto& row : rows) {
+    for (const size_t piece : {row.bytes.size(), size_t{1}, size_t{2}, size_t{3}, size_t{5}}) {
+      EXPECT_EQ(Text(Decode(row.bytes, piece, row.protocol, row.direction)), row.text)
+          << row.legend << " in pieces of " << piece;
+    }
+  }
+}
+
+TEST(FrameWords, HandsOutWhatIsCertainAtOnce) {
+  FrameDecoder decoder;
+  EXPECT_EQ(Text(decoder.Feed(Hex("41 42 FF 01 00"))),
+            "0+2 none noise: 2 bytes of no frame: \"AB\"\n");
+  EXPECT_EQ(Text(decoder.Feed(Hex("04 1D 00 22 0A"))),
+            "2+7 pelco-d good: " + kLeftWords + "\n9+1 none noise: 1 byte of no frame\n");
+  EXPECT_EQ(Text(decoder.Flush()), "");
+  // The other half of an update: the answers only.
+  FrameDecoder answers(Protocol::kAuto, Direction::kFromDevice);
+  answers.ExpectFirmwareAnswer();
+  EXPECT_EQ(Text(answers.Feed(Hex("33 33"))),
+            "0+1 firmware good: packet accepted\n1+1 none noise: 1 byte of no frame: \"3\"\n");
+}
+
+TEST(FrameWords, ExplainsDatagramsAndWhatTheyCarry) {
+  const CameraControl go_to_5 = {.target = 4, .code = 0x1021, .first = 5, .second = 0, .third = 0};
+  const CameraControl stray = {
+      .target = 3, .code = 0x1012, .first = 64, .second = -127, .third = 0};
+  const Bytes command = sim::CameraControlPacket(go_to_5);
+  const Bytes serial = Hex("50 54 50 52 50 32 33 32 07 00 00 00 01 00 00 00 FF 01 00 00 00 12 13");
+  Bytes cut_serial = serial;
+  cut_serial.resize(20);
+  Bytes long_serial = serial;
+  long_serial[8] = 65;
+  Bytes old_command = command;
+  old_command[4] = 2;
+  Bytes cut_command = command;
+  cut_command.resize(40);
+  const struct {
+    const char* legend;
+    Protocol protocol;
+    Bytes bytes;
+    string text;
+  } rows[] = {
+      {"serial data", Protocol::kAuto, serial + serial,
+       "0+16 serial-data good: 7 bytes from the line\n16+7 sd-module good: reply: model 18\n"
+       "23+16 serial-data good: 7 bytes from the line\n39+7 sd-module good: reply: model 18\n"},
+      {"cut", Protocol::kAuto, cut_serial,
+       "0+16 serial-data cut-off: bytes from the line: it announces 7 bytes, 4 are there\n"
+       "16+4 sd-module cut-off: cut off after 4 bytes\n"},
+      {"too long", Protocol::kAuto, long_serial,
+       "0+23 serial-data malformed: no serial data datagram: it announces 65 bytes, not 1 to 64\n"},
+      {"not serial data", Protocol::kSerialData, Hex("FF 01"),
+       "0+2 serial-data malformed: no serial data datagram: it does not begin with PTPRP232\n"},
+      {"write", Protocol::kAuto, sim::DaemonDatagram(RS232_UDP_WRITE, Hex(kLeft)),
+       "0+2 daemon good: write 7 bytes to the line\n2+7 pelco-d good: " + kLeftWords + "\n"},
+      {"stop", Protocol::kAuto, Hex("FF 7F"), "0+2 daemon good: end the daemon\n"},
+      {"unknown code", Protocol::kDaemon, Hex("02 70 41"),
+       "0+3 daemon malformed: code 0x7002, which is not known: it is ignored\n"},
+      {"camera control", Protocol::kAuto, command,
+       "0+49 command good: camera control 0x1021: go to preset 5\n"},
+      {"for another target", Protocol::kAuto, sim::CameraControlPacket(stray),
+       "0+49 command good: camera control 0x1012: joystick, pan 64, tilt -127, zoom 0; target 3, "
+       "not 4: the daemon ignores it\n"},
+      {"of another version", Protocol::kAuto, old_command,
+       "0+49 command malformed: camera control 0x1021: go to preset 5; version 2, not 1\n"},
+      {"cut command", Protocol::kAuto, cut_command,
+       "0+40 command cut-off: camera control, whose record is cut off; it announces 17 bytes, 8 "
+       "are there\n"},
+      {"update", Protocol::kAuto, sim::CommandPacket(CICOMM_PCMD_MICOM_FIRMWARE_UPDATE, {}),
+       "0+32 command good: update the micom's firmware\n"},
+      {"focus query", Protocol::kAuto,
+       sim::CommandPacket(CAMERA_QUERY, Bytes{2, 0, 0, 0, 0x39, 0x30, 0, 0, 0, 0, 0, 0}),
+       "0+44 command good: camera query: focus measure 12345\n"},
+  };
+  for (const auto& row : rows)
+    EXPECT_EQ(Text(tools::ExplainBytes(row.bytes, row.protocol)), row.text) << row.legend;
+
+  string problem;
+  EXPECT_EQ(tools::SerialDataOf(serial, &problem)->size(), 7U);
+  EXPECT_FALSE(tools::SerialDataOf(serial + serial, &problem).has_value());
+  EXPECT_EQ(problem, "it announces 7 bytes, 30 are there");
+}
+
+// Streams of the bytes that frames are made of, damaged and cut as it comes.
+TEST(FrameWords, LosesNoByteAndDependsOnNoPiece) {
+  const Bytes parts[] = {Hex(kLeft),
+                         Hex("FF 01 00 01"),
+                         Hex("FF 4B 02 00 00 00 03 00 00 4F"),
+                         Hex("A5 40 0B FF FC EB"),
+                         Hex("FF 01 00 00 00 12 13"),
+                         Hex("DC 12"),
+                         Of(MicomHeaderPacket(2)),
+                         Of(MicomDataPacket(Hex("FF 01"))),
+                         Hex("33"),
+                         Hex("A0 02 00"),
+                         Hex("FF"),
+                         Hex("00 41")};
+  std::minstd_rand random(1);
+  const auto below = [&random](size_t limit) { return static_cast<size_t>(random()) % limit; };
+  for (int round = 0; round < 3000; ++round) {
+    Bytes stream;
+    for (size_t i = below(6) + 1; i > 0; --i) {
+      Bytes part = parts[below(std::size(parts))];
+      if (below(4) == 0) part[below(part.size())] ^= static_cast<uint8_t>(1 << below(8));
+      if (below(4) == 0) part.resize(below(part.size()) + 1);
+      stream = stream + part;
+    }
+    const auto direction = static_cast<Direction>(below(3));
+    const auto protocol = static_cast<Protocol>(below(6));
+    const auto whole = Decode(stream, stream.size(), protocol, direction);
+    Bytes joined;
+    for (const ExplainedFrame& frame : whole) {
+      ASSERT_EQ(frame.offset, joined.size()) << sim::Hex(stream);
+      joined = joined + frame.bytes;
+    }
+    ASSERT_EQ(joined, stream);
+    for (const size_t piece : {size_t{1}, size_t{2}, size_t{5}})
+      ASSERT_EQ(Text(Decode(stream, piece, protocol, direction)), Text(whole)) << sim::Hex(stream);
+  }
+}
+
+// One frame, explained, of which nothing is unknown; its words.
+string OnlyFrame(const Bytes& bytes, Protocol protocol, Direction direction) {
+  const auto frames = Decode(bytes, bytes.size(), Protocol::kAuto, direction);
+  EXPECT_EQ(frames.size(), 1U) << sim::Hex(bytes) << "\n" << Text(frames);
+  if (frames.empty()) return "";
+  EXPECT_EQ(frames[0].protocol, protocol) << Text(frames);
+  EXPECT_EQ(frames[0].verdict, tools::Verdict::kGood) << Text(frames);
+  EXPECT_EQ(frames[0].words.find("known"), string::npos) << Text(frames);
+  return frames[0].words;
+}
+
+TEST(FrameWords, KnowsEveryFrameThatTheDaemonSends) {
+  for (const char* model : {"QB-610", "QB-620", "QB-100"}) {
+    for (const PtzRow& row : PtzTableForModel(model)) {
+      for (const int parameter : {0, 1, 127, -128}) {
+        const auto p = static_cast<int8_t>(parameter);
+        const CameraControl control = {4, row.code, p, p, p};
+        const PtzSequence sequence = PtzTranslate(PtzTableForModel(model), control);
+        for (int i = 0; i < sequence.count; ++i) {
+          const PelcoFrame& frame = sequence.steps[static_cast<size_t>(i)].frame;
+          OnlyFrame(Of(frame), Protocol::kPelco, Direction::kUnknown);
+        }
+        EXPECT_EQ(tools::CameraControlText(control).find("known"), string::npos) << row.code;
+      }
+    }
+  }
+  // Different values have different words, so that none is mistaken for another.
+  std::map<string, string> seen;
+  const auto expect_new = [&](const Bytes& bytes, Protocol protocol) {
+    const string words = OnlyFrame(bytes, protocol, Direction::kToDevice);
+    EXPECT_TRUE(seen.emplace(words, sim::Hex(bytes)).second) << words << ": " << sim::Hex(bytes);
+  };
+  for (const HdCommand query : {HD_VERSION, HD_RESOLUTION_FLAG, HD_SENSOR})
+    expect_new(Of(HdBuild(query, HD_QUERY, HD_NO_DATA)), Protocol::kHd);
+  for (const HdKey key : {HD_KEY_MENU, HD_KEY_UP, HD_KEY_DOWN, HD_KEY_LEFT, HD_KEY_RIGHT})
+    expect_new(Of(HdBuild(HD_MENU_KEY, HD_SETTING, key)), Protocol::kHd);
+  for (const HdLens lens : {HD_LENS_STOP, HD_LENS_TELE, HD_LENS_WIDE, HD_LENS_FOCUS_SEARCH,
+                            HD_LENS_FOCUS_MINUS, HD_LENS_FOCUS_PLUS})
+    expect_new(Of(HdBuild(HD_LENS, HD_SETTING, lens)), Protocol::kHd);
+  expect_new(Of(HdBuild(HD_FIRMWARE_UPDATE, HD_SETTING, HD_NO_DATA)), Protocol::kHd);
+  for (int data = 0; data <= 0xFF; ++data)
+    expect_new(Of(HdBuild(HD_PARAMETER, HD_SETTING, static_cast<uint8_t>(data))), Protocol::kHd);
+
+  for (const int rate : {0x00, 0x10, 0x20, 0x30, 0x40})
+    expect_new(Of(I2mBuild(I2M_WRITE, I2M_ADDR_MOTOR_SPEED, 0, static_cast<uint8_t>(rate))),
+               Protocol::kLens);
+  for (const I2mAddress motor : {I2M_ADDR_FOCUS_JOG, I2M_ADDR_ZOOM_JOG})
+    for (const I2mJog jog : {I2M_JOG_NEGATIVE, I2M_JOG_POSITIVE, I2M_JOG_STOP})
+      expect_new(Of(I2mBuild(I2M_WRITE, motor, 0, static_cast<uint8_t>(jog))), Protocol::kLens);
+  for (const I2mAddress motor : {I2M_ADDR_PIRIS_STEP, I2M_ADDR_ZOOM_MOVE, I2M_ADDR_FOCUS_MOVE,
+                                 I2M_ADDR_FOCUS_VALUE, I2M_ADDR_MFZ_MODEL})
+    for (int value = 0; value <= 0xFFFF; value += 0x0101)
+      expect_new(Of(I2mBuild(I2M_WRITE, motor, static_cast<uint8_t>(value >> 8),
+                             static_cast<uint8_t>(value & 0xFF))),
+                 Protocol::kLens);
+  for (const size_t count : {size_t{1}, size_t{2}, size_t{3}, size_t{255}, size_t{256}}) {
+    for (const int content : {0x00, 0xA0, 0xAF, 0xFF}) {
+      const Bytes data(count, static_cast<uint8_t>(content));
+      const string bytes = std::to_string(count) + (count == 1 ? " byte" : " bytes");
+      EXPECT_EQ(OnlyFrame(Of(MicomDataPacket(data)), Protocol::kFirmware, Direction::kToDevice),
+                "data packet: " + bytes + " of firmware");
+      OnlyFrame(Of(MicomTailPacket(data)), Protocol::kFirmware, Direction::kToDevice);
+    }
+  }
+}
+
+}  // namespace

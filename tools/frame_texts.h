@@ -1,0 +1,46 @@
+// What the frames of each protocol say, in words. The frame is whole; its checksum is not looked
+// at. Free of I/O and of state.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+
+#include "ipc/camera_control.h"
+#include "relay/pelco_d.h"
+#include "tools/frame_words.h"
+
+namespace tools {
+
+// "0x" and `digits` hexadecimal digits.
+std::string HexNumber(unsigned value, int digits = 2);
+
+// "1 byte", "2 bytes".
+std::string Count(size_t count, const char* what);
+
+// Pelco-D whatever the receiver, e.g. "pan left at speed 29, tilt up at 3", "set preset 95",
+// "stop".
+std::string PelcoWords(const PelcoFrame& frame);
+
+// The same with the receiver, where that is not the usual one, and marked when it is an extended
+// command.
+std::string PelcoText(std::span<const uint8_t> frame, Direction direction);
+// The 4-byte answer of a head.
+std::string HeadAnswerText(std::span<const uint8_t> frame, Direction direction);
+// The query for the model of an SD module, or its reply.
+std::string SdText(std::span<const uint8_t> frame, Direction direction);
+std::string HdText(std::span<const uint8_t> frame, Direction direction);
+std::string LensText(std::span<const uint8_t> frame, Direction direction);
+
+// A firmware packet, by its length; the sign that the micom is ready; the answer to a packet.
+std::string FirmwarePacketText(std::span<const uint8_t> frame, Direction direction);
+std::string FirmwareReadyText(std::span<const uint8_t> frame, Direction direction);
+std::string FirmwareAnswerText(uint8_t answer);
+
+// A camera-control record, e.g. "camera control 0x1021: go to preset 5".
+std::string CameraControlText(const CameraControl& control);
+
+// The command and payload of a command-channel packet.
+std::string CommandText(int32_t command, std::span<const uint8_t> payload);
+
+}  // namespace tools

@@ -1,0 +1,167 @@
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "serial/serial_io.h"
+#include "tools/commands.h"
+#include "tools/failure.h"
+#include "tools/frame_output.h"
+#include "tools/frame_words.h"
+#include "tools/hex_line.h"
+
+namespace tools {
+
+namespace {
+
+struct Request {
+  std::string protocol = ProtocolName(Protocol::kAuto);
+  bool is_json = false;
+  std::vector<std::string> words;
+};
+
+// Explains lines as they come. Lines of the trace are explained at once, each way as a stream of
+// its own; among them any other output of the daemon is passed over. Other bytes make one stream,
+// or datagrams, of which the whole must be there.
+class FrameReader {
+ public:
+  FrameReader(Protocol protocol, bool is_json)
+      : protocol_(protocol),
+        is_json_(is_json),
+        sent_(protocol, Direction::kToDevice),
+        received_(protocol, Direction::kFromDevice) {}
+
+  void Take(std::string_view text) {
+    const HexLine line = ReadHexLine(text);
+    has_trace_ = has_trace_ || line.is_trace;
+    if (!line.problem.empty()) {
+      std::string* problem = line.is_trace ? &trace_problem_ : &problem_;
+      if (problem->empty()) *problem = (line.is_trace ? line.time + ": " : "") + line.problem;
+    } else if (line.is_trace) {
+      TakeTrace(line);
+    } else {
+      bytes_.insert(bytes_.end(), line.bytes.begin(), line.bytes.end());
+    }
+  }
+
+  void Finish() {
+    if (has_trace_) {
+      Print(sent_.Flush(), Direction::kToDevice);
+      Print(received_.Flush(), Direction::kFromDevice);
+      if (!trace_problem_.empty()) throw Failure(EXIT_STATUS_USAGE, trace_problem_);
+      return;
+    }
+    if (!problem_.empty()) throw Failure(EXIT_STATUS_USAGE, problem_);
+    if (bytes_.empty()) throw Failure(EXIT_STATUS_USAGE, "there are no bytes to explain");
+    Print(ExplainBytes(bytes_, protocol_), Direction::kUnknown);
+  }
+
+ private:
+  void TakeTrace(const HexLine& line) {
+    time_ = line.time;
+    const bool is_sent = line.direction == Direction::kToDevice;
+    const auto frames = (is_sent ? sent_ : received_).Feed(line.bytes);
+    for (const ExplainedFrame& frame : frames) {
+      if (is_sent && frame.protocol == Protocol::kFirmware) received_.ExpectFirmwareAnswer();
+    }
+    Print(frames, line.direction);
+  }
+
+  void Print(const std::vector<ExplainedFrame>& frames, Direction direction) const {
+    const char* tag = direction == Direction::kFromDevice ? SERIAL_TRACE_RECV : SERIAL_TRACE_SEND;
+    for (const ExplainedFrame& frame : frames) {
+      if (is_json_) {
+        std::string line = "{";
+        if (has_trace_)
+          line += "\"time\":" + JsonString(time_) + ",\"tag\":" + JsonString(tag) + ",";
+        printf("%s%s}\n", line.c_str(), FrameJson(frame).c_str());
+      } else if (has_trace_) {
+        printf("%s %s  %s\n", time_.c_str(), tag, FrameText(frame).c_str());
+      } else {
+        printf("%6zu  %s\n", frame.offset, FrameText(frame).c_str());
+      }
+    }
+  }
+
+  Protocol protocol_;
+  bool is_json_;
+  FrameDecoder sent_;
+  FrameDecoder received_;
+  bool has_trace_ = false;
+  std::string time_;  // of the last trace line
+  // Of the first line that is neither bytes nor trace, and of the first damaged line of the trace.
+  std::string problem_;
+  std::string trace_problem_;
+  std::vector<uint8_t> bytes_;
+};
+
+// Hands every line of a text to the reader.
+void TakeLines(std::string_view text, FrameReader* reader) {
+  while (!text.empty()) {
+    const size_t end = std::min(text.find('\n'), text.size());
+    reader->Take(text.substr(0, end));
+    text.remove_prefix(std::min(end + 1, text.size()));
+  }
+}
+
+// Arguments that are no trace lines themselves are one line: the shell may have cut it at blanks.
+void TakeArguments(const std::vector<std::string>& words, FrameReader* reader) {
+  std::string joined;
+  for (const std::string& word : words) {
+    if (word.find('\n') != std::string::npos || ReadHexLine(word).is_trace) {
+      TakeLines(word, reader);
+    } else {
+      joined += word + " ";
+    }
+  }
+  TakeLines(joined, reader);
+}
+
+void TakeStandardInput(FrameReader* reader) {
+  std::string line;
+  for (int c = 0; (c = getc(stdin)) != EOF;) {
+    line += static_cast<char>(c);
+    if (c != '\n') continue;
+    reader->Take(line);
+    line.clear();
+  }
+  reader->Take(line);
+}
+
+void RunFrames(const Request& request) {
+  setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+  FrameReader reader(*ProtocolByName(request.protocol), request.is_json);
+  if (request.words.empty()) {
+    TakeStandardInput(&reader);
+  } else {
+    TakeArguments(request.words, &reader);
+  }
+  reader.Finish();
+}
+
+}  // namespace
+
+void AddFramesCommand(CLI::App* app) {
+  CLI::App* frames = app->add_subcommand("frames", "Explain bytes of the line, or a datagram");
+  const auto request = std::make_shared<Request>();
+  frames->add_option("BYTES", request->words,
+                     "bytes in hexadecimal, or lines of the daemon's trace; standard input when "
+                     "there are none");
+  frames
+      ->add_option("--protocol", request->protocol,
+                   "what the bytes are, where they could be several things")
+      ->check(CLI::IsMember(ProtocolNames(true)))
+      ->capture_default_str();
+  frames->add_flag("--json", request->is_json, "one JSON object a frame");
+  frames->footer(
+      "Each line tells where a frame begins, its bytes, its protocol and what it says.\n"
+      "Examples:\n"
+      "  rs232ctl frames FF 01 00 12 13 09 2F\n"
+      "  rs232ctl frames '0xA5,0x40,0x0C,0x00,0x78,0x69'\n"
+      "  rs232ctl frames '11/22 21:50:33.357466   SEND    7: FF 01 00 12 13 09 2F '\n"
+      "  rs232d 1 | rs232ctl frames        # all that goes over the line, explained");
+  frames->final_callback([request] { RunFrames(*request); });
+}
+
+}  // namespace tools

@@ -1,0 +1,25 @@
+// Bytes as people paste them: a line of hexadecimal digits, or of the daemon's trace. Free of I/O.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "tools/frame_words.h"
+
+namespace tools {
+
+struct HexLine {
+  std::vector<uint8_t> bytes;
+  bool is_trace = false;
+  Direction direction = Direction::kUnknown;  // of a trace line
+  std::string time;                           // of a trace line, as it stands there
+  std::string problem;                        // what is wrong with it; "" when nothing is
+};
+
+// Reads "FF 01", "ff01", "0xFF,0x01", "{0xFF, 0x1}", "\xFF\x01", "FF:01", a row of a dump
+// ("00000000  FF 01  |..|"), or a line of the trace ("11/22 21:50:33.357466   SEND    7: FF 01").
+HexLine ReadHexLine(std::string_view text);
+
+}  // namespace tools

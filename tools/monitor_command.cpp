@@ -1,0 +1,267 @@
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/signalfd.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <cmath>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "relay/daemon_datagram.h"
+#include "tools/commands.h"
+#include "tools/failure.h"
+#include "tools/frame_output.h"
+#include "tools/frame_words.h"
+
+namespace tools {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using Bytes = std::span<const uint8_t>;
+
+// A line that is quiet for this long has no more bytes of a frame that has begun.
+constexpr std::chrono::milliseconds kQuietAfter{1000};
+
+struct Request {
+  std::string protocol = ProtocolName(Protocol::kAuto);
+  bool is_raw = false;
+  bool is_json = false;
+  long count = 0;      // datagrams; 0: no limit
+  double seconds = 0;  // 0: no limit
+};
+
+// --- Output ------------------------------------------------------------------------------------
+
+// The form of the daemon's trace.
+std::string TraceTime(const timeval& time) {
+  tm local;
+  localtime_r(&time.tv_sec, &local);
+  std::array<char, 64> text;
+  snprintf(text.data(), text.size(), "%02d/%02d %02d:%02d:%02d.%6d", local.tm_mon + 1,
+           local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec,
+           static_cast<int>(time.tv_usec));
+  return text.data();
+}
+
+// Rows of 16 bytes, numbered from `offset` on.
+void PrintDump(Bytes bytes, size_t offset) {
+  constexpr size_t kRow = 16;
+  constexpr int kRowWidth = 3 * kRow - 1;
+  while (!bytes.empty()) {
+    const Bytes row = bytes.first(std::min(bytes.size(), kRow));
+    printf("  %08zx  %-*s  |%s|\n", offset, kRowWidth, HexText(row).c_str(),
+           PlainText(row).c_str());
+    offset += row.size();
+    bytes = bytes.subspan(row.size());
+  }
+}
+
+// Shows datagrams, and the frames that they make one after the other.
+class MonitorView {
+ public:
+  explicit MonitorView(const Request& request)
+      : is_raw_(request.is_raw),
+        is_json_(request.is_json),
+        decoder_(*ProtocolByName(request.protocol), Direction::kFromDevice) {}
+
+  void Take(Bytes datagram) {
+    gettimeofday(&time_, nullptr);
+    std::string problem;
+    const auto bytes = SerialDataOf(datagram, &problem);
+    if (!bytes.has_value()) {
+      ShowOther(datagram, problem);
+      return;
+    }
+    ShowData(*bytes);
+    offset_ += bytes->size();
+    if (!is_raw_) ShowFrames(decoder_.Feed(*bytes));
+  }
+
+  // The line is quiet, or the end has come.
+  void EndFrame() {
+    gettimeofday(&time_, nullptr);
+    if (!is_raw_) ShowFrames(decoder_.Flush());
+  }
+
+ private:
+  void ShowData(Bytes bytes) const {
+    if (is_json_) {
+      PrintObject("data", "\"offset\":" + std::to_string(offset_) + "," + BytesJson(bytes));
+      return;
+    }
+    printf("%s  %zu %s\n", TraceTime(time_).c_str(), bytes.size(),
+           bytes.size() == 1 ? "byte" : "bytes");
+    PrintDump(bytes, offset_);
+  }
+
+  void ShowOther(Bytes datagram, const std::string& problem) const {
+    if (is_json_) {
+      PrintObject("other", BytesJson(datagram) + ",\"problem\":" + JsonString(problem));
+      return;
+    }
+    printf("%s  no serial data datagram: %s\n", TraceTime(time_).c_str(), problem.c_str());
+    PrintDump(datagram, 0);
+  }
+
+  void ShowFrames(const std::vector<ExplainedFrame>& frames) const {
+    for (const ExplainedFrame& frame : frames) {
+      if (is_json_) {
+        PrintObject("frame", FrameJson(frame));
+      } else {
+        printf("  %08zx  %s\n", frame.offset, FrameText(frame).c_str());
+      }
+    }
+  }
+
+  void PrintObject(const char* type, const std::string& members) const {
+    printf("{\"type\":\"%s\",\"time\":%lld.%06d,%s}\n", type, static_cast<long long>(time_.tv_sec),
+           static_cast<int>(time_.tv_usec), members.c_str());
+  }
+
+  bool is_raw_;
+  bool is_json_;
+  FrameDecoder decoder_;
+  size_t offset_ = 0;  // bytes from the line so far
+  timeval time_ = {};
+};
+
+// --- Input -------------------------------------------------------------------------------------
+
+class Descriptor {
+ public:
+  explicit Descriptor(int fd) : fd_(fd) {}
+  ~Descriptor() {
+    if (fd_ >= 0) close(fd_);
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  int Get() const { return fd_; }
+
+ private:
+  int fd_;
+};
+
+int BindDataPort() {
+  const std::string port = "UDP port " + std::to_string(SERIAL_DATA_PORT) + " of 127.0.0.1";
+  const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+  sockaddr_in address = {};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  address.sin_port = htons(SERIAL_DATA_PORT);
+  if (fd >= 0 && bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0) return fd;
+  const int error = errno;
+  if (fd >= 0) close(fd);
+  throw Failure(EXIT_STATUS_FAILED, error == EADDRINUSE
+                                        ? port + " is taken: another process gets the serial data"
+                                        : "cannot listen at " + port + ": " + strerror(error));
+}
+
+// A descriptor that is readable once a signal to end has come.
+int CatchSignals() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGINT);
+  sigaddset(&signals, SIGTERM);
+  sigprocmask(SIG_BLOCK, &signals, nullptr);
+  const int fd = signalfd(-1, &signals, SFD_CLOEXEC);
+  if (fd < 0) throw Failure(EXIT_STATUS_FAILED, std::string("no signalfd: ") + strerror(errno));
+  return fd;
+}
+
+// Milliseconds from now to the earlier of two moments, for poll: rounded up, -1 for never.
+int PollTime(std::optional<Clock::time_point> one, std::optional<Clock::time_point> other) {
+  if (!one.has_value() || (other.has_value() && *other < *one)) one = other;
+  if (!one.has_value()) return -1;
+  constexpr int64_t kMost = 1000LL * 60 * 60;
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(*one - Clock::now());
+  return static_cast<int>(std::clamp<int64_t>(left.count(), 0, kMost));
+}
+
+// Returns at the count, the time or the signal that ends it.
+void Watch(const Request& request, MonitorView* view) {
+  const Descriptor end_signal(CatchSignals());
+  const Descriptor data(BindDataPort());
+  std::optional<Clock::time_point> end;
+  if (request.seconds > 0) {
+    end = Clock::now() +
+          std::chrono::ceil<Clock::duration>(std::chrono::duration<double>(request.seconds));
+  }
+  std::optional<Clock::time_point> quiet;
+  std::vector<uint8_t> datagram(1 << 16);
+  for (long taken = 0; request.count == 0 || taken < request.count;) {
+    std::array<pollfd, 2> sources = {{{data.Get(), POLLIN, 0}, {end_signal.Get(), POLLIN, 0}}};
+    if (poll(sources.data(), sources.size(), PollTime(end, quiet)) < 0) {
+      if (errno == EINTR) continue;
+      throw Failure(EXIT_STATUS_FAILED, std::string("cannot wait: ") + strerror(errno));
+    }
+    if (sources[1].revents != 0) return;
+    const ssize_t size = recv(data.Get(), datagram.data(), datagram.size(), 0);
+    if (size >= 0) {
+      view->Take({datagram.data(), static_cast<size_t>(size)});
+      ++taken;
+      quiet = Clock::now() + kQuietAfter;
+    } else if (quiet.has_value() && Clock::now() >= *quiet) {
+      view->EndFrame();
+      quiet.reset();
+    }
+    if (end.has_value() && Clock::now() >= *end) return;
+  }
+}
+
+void RunMonitor(const Request& request) {
+  setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+  MonitorView view(request);
+  Watch(request, &view);
+  view.EndFrame();
+  if (fflush(stdout) != 0 || ferror(stdout) != 0) {
+    throw Failure(EXIT_STATUS_FAILED, "cannot write the output");
+  }
+}
+
+}  // namespace
+
+void AddMonitorCommand(CLI::App* app) {
+  CLI::App* monitor = app->add_subcommand("monitor", "Show what comes from the serial line");
+  const auto request = std::make_shared<Request>();
+  monitor->add_option("--protocol", request->protocol, "what speaks on the line")
+      ->check(CLI::IsMember(ProtocolNames(false)))
+      ->capture_default_str();
+  monitor->add_flag("--raw", request->is_raw, "bytes only, no words");
+  monitor->add_flag("--json", request->is_json, "one JSON object a line");
+  monitor->add_option("--count", request->count, "end after so many datagrams")
+      ->check(CLI::Range(1, 1'000'000'000))
+      ->option_text("N");
+  const std::map<std::string, double> units = {{"ms", 0.001}, {"s", 1}, {"m", 60}, {"h", 3600}};
+  monitor->add_option("--for", request->seconds, "end after this time: 500ms, 5s, 2m, 1h")
+      ->transform(CLI::AsNumberWithUnit(units))
+      ->check(CLI::Range(0.001, 1e9))
+      ->option_text("TIME");
+  monitor->footer(
+      "Listens at UDP port 1860 of 127.0.0.1, where the daemon sends every read from the line; "
+      "one\n"
+      "process at a time can. A datagram is dumped with its time, 16 bytes a row, with the frames\n"
+      "that it completes below. Ctrl-C ends it.\n"
+      "A motorized lens (QB-410 to QB-480) has no datagrams: there 'rs232d 1 | rs232ctl frames'\n"
+      "shows the line, both ways.\n"
+      "Examples:\n"
+      "  rs232ctl monitor\n"
+      "  rs232ctl monitor --json --for 10s");
+  monitor->final_callback([request] { RunMonitor(*request); });
+}
+
+}  // namespace tools
