@@ -1,0 +1,256 @@
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstdio>
+#include <exception>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "relay/daemon_datagram.h"
+#include "relay/pelco_d.h"
+#include "relay/ptz_tables.h"
+#include "tools/commands.h"
+#include "tools/daemon_ports.h"
+#include "tools/device_mode.h"
+#include "tools/failure.h"
+#include "tools/json.h"
+#include "tools/parse.h"
+#include "tools/ptz_verbs.h"
+#include "tools/timed_motion.h"
+
+namespace tools {
+
+namespace {
+
+// --- Sending -----------------------------------------------------------------------------------
+
+void WriteFrame(const PelcoFrame& frame) {
+  SendToDaemon(RS232_UDP_WRITE, frame);
+}
+
+// Sends all of it even when a part fails, then throws the first failure.
+void StopMotion(const PtzVerb& verb, DeviceMode mode) {
+  std::exception_ptr failure;
+  const auto attempt = [&failure](const auto& send) {
+    try {
+      send();
+    } catch (const Failure&) {
+      if (!failure) failure = std::current_exception();
+    }
+  };
+  for (const CameraControl& control : StopControls(verb))
+    attempt([&control] { SendControl(control); });
+  // A head of this model is stopped by no code.
+  if (mode == MODE_QB610) attempt([] { WriteFrame(PelcoBuild({})); });
+  if (failure) std::rethrow_exception(failure);
+}
+
+// Starts a motion whose stop will follow. The frame that stops a QB-610 goes to another port than
+// its codes do, and the daemon may serve that port first; so the motion takes the same way.
+void StartMotion(const CameraControl& control, DeviceMode mode) {
+  if (mode != MODE_QB610) {
+    SendControl(control);
+    return;
+  }
+  const PtzSequence sequence = PtzTranslate(PtzTableForModel("QB-610"), control);
+  for (int i = 0; i < sequence.count; ++i)
+    WriteFrame(sequence.steps[static_cast<size_t>(i)].frame);
+}
+
+struct Request {
+  std::string speed;
+  std::string duration;
+  std::string code;
+  std::vector<std::string> numbers;
+};
+
+VerbValues ValuesOf(const Request& request) {
+  VerbValues values;
+  if (!request.speed.empty()) values.speed = *ParseNumber(request.speed, SPEED_MIN, SPEED_MAX);
+  if (!request.code.empty()) values.code = *ParseHexNumber(request.code, CONTROL_CODE_MAX);
+  std::transform(
+      request.numbers.begin(), request.numbers.end(), std::back_inserter(values.numbers),
+      [](const std::string& text) { return *ParseNumber(text, PARAMETER_MIN, PARAMETER_MAX); });
+  return values;
+}
+
+// A device whose model is not known gets every code.
+std::optional<DeviceMode> RequireMode(const PtzVerb& verb) {
+  const std::string model = DeviceModel();
+  if (model.empty()) return std::nullopt;
+  const DeviceMode mode = ModeOfModel(model);
+  if ((verb.modes & mode) != 0) return mode;
+  throw Failure(EXIT_STATUS_FAILED, "this device, " + model + ", does not answer " + verb.name +
+                                        "; these do: " + ModesText(verb.modes));
+}
+
+void RunVerb(const PtzVerb& verb, const Request& request) {
+  const DeviceMode mode = RequireMode(verb).value_or(MODE_RELAY);
+  if (&verb == &PtzStopVerb()) {
+    StopMotion(verb, mode);
+    return;
+  }
+  const CameraControl control = VerbControl(verb, ValuesOf(request));
+  if (request.duration.empty()) {
+    SendControl(control);
+    return;
+  }
+  RunTimed(
+      *ParseDuration(request.duration), [&] { StartMotion(control, mode); },
+      [&] { StopMotion(verb, mode); });
+}
+
+// --- The list ----------------------------------------------------------------------------------
+
+void PrintTable() {
+  printf("%-16s %-18s %-6s %-5s %s\n", "VERB", "ARGUMENTS", "CODE", "--for", "WORKS IN");
+  for (const PtzVerb& verb : PtzVerbs()) {
+    char code[sizeof("0xFFFF")] = "any";
+    if (verb.arguments != VerbArguments::kCode) snprintf(code, sizeof(code), "0x%04X", verb.code);
+    printf("%-16s %-18s %-6s %-5s %s\n", verb.name, ArgumentsText(verb.arguments), code,
+           verb.stop_code == NO_STOP_CODE ? "" : "yes", ModesText(verb.modes).c_str());
+  }
+}
+
+void PrintJsonTable() {
+  const Json list = OwnJson(json_object_new_array());
+  for (const PtzVerb& verb : PtzVerbs()) {
+    json_object* row = json_object_new_object();
+    json_object* modes = json_object_new_array();
+    for (const std::string& name : ModeNames(verb.modes))
+      json_object_array_add(modes, json_object_new_string(name.c_str()));
+    const bool is_any = verb.arguments == VerbArguments::kCode;
+    json_object_object_add(row, "verb", json_object_new_string(verb.name));
+    json_object_object_add(row, "arguments", json_object_new_string(ArgumentsText(verb.arguments)));
+    json_object_object_add(row, "code", is_any ? nullptr : json_object_new_int(verb.code));
+    json_object_object_add(row, "for", json_object_new_boolean(verb.stop_code != NO_STOP_CODE));
+    json_object_object_add(row, "modes", modes);
+    json_object_object_add(row, "help", json_object_new_string(verb.help));
+    json_object_array_add(list.get(), row);
+  }
+  PrintJson(list);
+}
+
+// --- The command line --------------------------------------------------------------------------
+
+CLI::Validator NumberFrom(int low, int high) {
+  const auto check = [low, high](const std::string& text) -> std::string {
+    if (ParseNumber(text, low, high).has_value()) return "";
+    return text + " is no number from " + std::to_string(low) + " to " + std::to_string(high);
+  };
+  return {check, ""};
+}
+
+std::string CheckDuration(const std::string& text) {
+  return ParseDuration(text).has_value() ? "" : text + " is no duration such as 500ms or 2s";
+}
+
+std::string CheckCode(const std::string& text) {
+  return ParseHexNumber(text, CONTROL_CODE_MAX).has_value()
+             ? ""
+             : text + " is no hexadecimal code from 0 to FFFF";
+}
+
+void AddNumbers(CLI::App* app, Request* request, const char* names, int low, int high) {
+  constexpr int kAll = static_cast<int>(PARAMETER_COUNT);
+  app->add_option(names, request->numbers)
+      ->required()
+      ->expected(kAll)
+      ->check(NumberFrom(low, high))
+      ->description(std::to_string(low) + " to " + std::to_string(high) + " each");
+}
+
+void AddArguments(CLI::App* app, const PtzVerb& verb, Request* request) {
+  switch (verb.arguments) {
+    case VerbArguments::kSpeed:
+      app->add_option("--speed", request->speed, "1 to 127; 64 when not given")
+          ->check(NumberFrom(SPEED_MIN, SPEED_MAX));
+      break;
+    case VerbArguments::kNumber:
+      app->add_option("N", request->numbers,
+                      std::to_string(verb.low) + " to " + std::to_string(verb.high))
+          ->required()
+          ->expected(1)
+          ->check(NumberFrom(verb.low, verb.high));
+      break;
+    case VerbArguments::kMove:
+      AddNumbers(app, request, "PAN TILT ZOOM", PARAMETER_MIN, AXIS_MAX);
+      break;
+    case VerbArguments::kCode:
+      app->add_option("HEX", request->code, "the control code, 0 to FFFF")
+          ->required()
+          ->check(CheckCode);
+      app->add_option("P", request->numbers, "its parameters, -128 to 255 each; 0 when not given")
+          ->expected(0, static_cast<int>(PARAMETER_COUNT))
+          ->check(NumberFrom(PARAMETER_MIN, PARAMETER_MAX));
+      break;
+    case VerbArguments::kNone:
+      break;
+  }
+  if (verb.stop_code != NO_STOP_CODE) {
+    app->add_option("--for", request->duration,
+                    "stop after this long, e.g. 500ms or 2s, or when interrupted")
+        ->check(CheckDuration);
+  }
+}
+
+// The subcommand that a verb of two words belongs to.
+CLI::App* FindOrAddParent(CLI::App* ptz, const std::string& word, const char* group) {
+  for (CLI::App* app : ptz->get_subcommands([](const CLI::App*) { return true; })) {
+    if (app->get_name() == word) return app;
+  }
+  CLI::App* parent = ptz->add_subcommand(word)->group(group)->require_subcommand(1);
+  return parent;
+}
+
+void AddVerb(CLI::App* ptz, const PtzVerb& verb) {
+  const std::string name = verb.name;
+  const size_t blank = name.find(' ');
+  CLI::App* parent = ptz;
+  if (blank != std::string::npos) {
+    parent = FindOrAddParent(ptz, name.substr(0, blank), verb.group);
+    const std::string all = parent->get_description();
+    parent->description(all + (all.empty() ? "" : ", ") + name.substr(blank + 1));
+  }
+  const std::string word = blank == std::string::npos ? name : name.substr(blank + 1);
+  const std::string modes = "works in " + ModesText(verb.modes);
+  CLI::App* app = parent->add_subcommand(word, std::string(verb.help) + "; " + modes);
+  if (parent == ptz) app->group(verb.group);
+  const auto request = std::make_shared<Request>();
+  AddArguments(app, verb, request.get());
+  const std::string tail = *verb.example == '\0' ? "" : std::string(" ") + verb.example;
+  app->footer("Example: rs232ctl ptz " + name + tail);
+  app->final_callback([&verb, request] { RunVerb(verb, *request); });
+}
+
+}  // namespace
+
+void AddPtzCommand(CLI::App* app) {
+  CLI::App* ptz = app->add_subcommand("ptz", "Drive the head, module or lens by camera control");
+  ptz->require_subcommand(0, 1);
+  const auto list = std::make_shared<bool>();
+  const auto json = std::make_shared<bool>();
+  CLI::Option* list_option = ptz->add_flag("--list", *list, "print all verbs as a table");
+  ptz->add_flag("--json", *json, "print the table as JSON")->needs(list_option);
+  for (const PtzVerb& verb : PtzVerbs())
+    AddVerb(ptz, verb);
+  ptz->footer(
+      "Which verbs work depends on the device's model; a verb that this device does not answer is\n"
+      "refused. With --for a motion is stopped also when the tool is interrupted: the status is\n"
+      "then 128 and the number of the signal.\n"
+      "Examples:\n"
+      "  rs232ctl ptz zoom-tele --for 500ms\n"
+      "  rs232ctl ptz pan-left --speed 40 --for 2s\n"
+      "  rs232ctl ptz preset go 5\n"
+      "  rs232ctl ptz --list --json");
+  ptz->final_callback([ptz, list, json] {
+    if (!ptz->get_subcommands().empty()) {
+      if (*list) throw Failure(EXIT_STATUS_USAGE, "--list takes no verb");
+      return;
+    }
+    if (!*list) throw Failure(EXIT_STATUS_USAGE, "ptz needs a verb; rs232ctl ptz --list has all");
+    *json ? PrintJsonTable() : PrintTable();
+  });
+}
+
+}  // namespace tools
