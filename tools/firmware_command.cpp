@@ -85,6 +85,7 @@ void AddFirmwareUpdateCommand(CLI::App* app) {
   const auto path = std::make_shared<std::string>();
   const auto is_sure = std::make_shared<bool>();
   update->add_option("IMAGE", *path, "the image: a header of 64 bytes, then the firmware")
+      ->type_name("")
       ->required();
   update->add_flag("--yes", *is_sure, "do not ask");
   update->footer(

@@ -148,7 +148,7 @@ ParamChange ParseParamChange(const std::string& text) {
   }
   const auto number = ParseValue(field, value);
   if (!number.has_value()) {
-    Refuse(std::string(field.name) + " cannot be '" + value + "': " + AllowedText(field));
+    Refuse(std::string(field.name) + " cannot be '" + value + "'; allowed: " + AllowedText(field));
   }
   return {.field = &field, .model = {}, .number = *number};
 }

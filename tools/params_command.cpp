@@ -142,12 +142,14 @@ std::string FieldsHelp() {
 
 CLI::App* AddCommand(CLI::App* params, const char* name, const char* help, Request* request) {
   CLI::App* app = params->add_subcommand(name, help);
-  app->add_option("--file", request->path, "the block's file")->capture_default_str();
+  app->add_option("--file", request->path, "the block's file")
+      ->type_name("FILE")
+      ->capture_default_str();
   return app;
 }
 
 void AddChanges(CLI::App* app, Request* request, bool is_required) {
-  app->add_option("NAME=VALUE", request->texts, "new values")->required(is_required);
+  app->add_option("NAME=VALUE", request->texts, "new values")->type_name("")->required(is_required);
 }
 
 }  // namespace

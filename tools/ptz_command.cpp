@@ -1,5 +1,5 @@
 #include <CLI/CLI.hpp>
-#include <algorithm>
+#include <array>
 #include <cstdio>
 #include <exception>
 #include <memory>
@@ -57,20 +57,21 @@ void StartMotion(const CameraControl& control, DeviceMode mode) {
     WriteFrame(sequence.steps[static_cast<size_t>(i)].frame);
 }
 
+// The texts of a command line, checked; "" where one was not given.
 struct Request {
   std::string speed;
   std::string duration;
   std::string code;
-  std::vector<std::string> numbers;
+  std::array<std::string, PARAMETER_COUNT> numbers;
 };
 
 VerbValues ValuesOf(const Request& request) {
   VerbValues values;
   if (!request.speed.empty()) values.speed = *ParseNumber(request.speed, SPEED_MIN, SPEED_MAX);
   if (!request.code.empty()) values.code = *ParseHexNumber(request.code, CONTROL_CODE_MAX);
-  std::transform(
-      request.numbers.begin(), request.numbers.end(), std::back_inserter(values.numbers),
-      [](const std::string& text) { return *ParseNumber(text, PARAMETER_MIN, PARAMETER_MAX); });
+  for (const std::string& text : request.numbers) {
+    if (!text.empty()) values.numbers.push_back(*ParseNumber(text, PARAMETER_MIN, PARAMETER_MAX));
+  }
   return values;
 }
 
@@ -151,38 +152,38 @@ std::string CheckCode(const std::string& text) {
              : text + " is no hexadecimal code from 0 to FFFF";
 }
 
-void AddNumbers(CLI::App* app, Request* request, const char* names, int low, int high) {
-  constexpr int kAll = static_cast<int>(PARAMETER_COUNT);
-  app->add_option(names, request->numbers)
-      ->required()
-      ->expected(kAll)
-      ->check(NumberFrom(low, high))
-      ->description(std::to_string(low) + " to " + std::to_string(high) + " each");
+void AddNumber(CLI::App* app, const char* name, std::string* text, int low, int high,
+               bool is_required) {
+  app->add_option(name, *text, std::to_string(low) + " to " + std::to_string(high))
+      ->required(is_required)
+      ->type_name("")
+      ->check(NumberFrom(low, high));
 }
 
 void AddArguments(CLI::App* app, const PtzVerb& verb, Request* request) {
+  auto& [first, second, third] = request->numbers;
   switch (verb.arguments) {
     case VerbArguments::kSpeed:
       app->add_option("--speed", request->speed, "1 to 127; 64 when not given")
+          ->type_name("N")
           ->check(NumberFrom(SPEED_MIN, SPEED_MAX));
       break;
     case VerbArguments::kNumber:
-      app->add_option("N", request->numbers,
-                      std::to_string(verb.low) + " to " + std::to_string(verb.high))
-          ->required()
-          ->expected(1)
-          ->check(NumberFrom(verb.low, verb.high));
+      AddNumber(app, "N", &first, verb.low, verb.high, true);
       break;
     case VerbArguments::kMove:
-      AddNumbers(app, request, "PAN TILT ZOOM", PARAMETER_MIN, AXIS_MAX);
+      AddNumber(app, "PAN", &first, PARAMETER_MIN, AXIS_MAX, true);
+      AddNumber(app, "TILT", &second, PARAMETER_MIN, AXIS_MAX, true);
+      AddNumber(app, "ZOOM", &third, PARAMETER_MIN, AXIS_MAX, true);
       break;
     case VerbArguments::kCode:
       app->add_option("HEX", request->code, "the control code, 0 to FFFF")
           ->required()
+          ->type_name("")
           ->check(CheckCode);
-      app->add_option("P", request->numbers, "its parameters, -128 to 255 each; 0 when not given")
-          ->expected(0, static_cast<int>(PARAMETER_COUNT))
-          ->check(NumberFrom(PARAMETER_MIN, PARAMETER_MAX));
+      AddNumber(app, "P1", &first, PARAMETER_MIN, PARAMETER_MAX, false);
+      AddNumber(app, "P2", &second, PARAMETER_MIN, PARAMETER_MAX, false);
+      AddNumber(app, "P3", &third, PARAMETER_MIN, PARAMETER_MAX, false);
       break;
     case VerbArguments::kNone:
       break;
@@ -190,36 +191,42 @@ void AddArguments(CLI::App* app, const PtzVerb& verb, Request* request) {
   if (verb.stop_code != NO_STOP_CODE) {
     app->add_option("--for", request->duration,
                     "stop after this long, e.g. 500ms or 2s, or when interrupted")
+        ->type_name("TIME")
         ->check(CheckDuration);
   }
 }
 
-// The subcommand that a verb of two words belongs to.
-CLI::App* FindOrAddParent(CLI::App* ptz, const std::string& word, const char* group) {
-  for (CLI::App* app : ptz->get_subcommands([](const CLI::App*) { return true; })) {
-    if (app->get_name() == word) return app;
-  }
-  CLI::App* parent = ptz->add_subcommand(word)->group(group)->require_subcommand(1);
-  return parent;
+std::string Example(const PtzVerb& verb) {
+  const std::string tail = *verb.example == '\0' ? "" : std::string(" ") + verb.example;
+  return std::string("Example: rs232ctl ptz ") + verb.name + tail;
 }
 
-void AddVerb(CLI::App* ptz, const PtzVerb& verb) {
-  const std::string name = verb.name;
-  const size_t blank = name.find(' ');
-  CLI::App* parent = ptz;
-  if (blank != std::string::npos) {
-    parent = FindOrAddParent(ptz, name.substr(0, blank), verb.group);
-    const std::string all = parent->get_description();
-    parent->description(all + (all.empty() ? "" : ", ") + name.substr(blank + 1));
+// The subcommand that a verb of two words belongs to. Its description tells the second words.
+CLI::App* FindOrAddParent(CLI::App* ptz, const PtzVerb& verb, const std::string& word,
+                          const std::string& second_word) {
+  for (CLI::App* app : ptz->get_subcommands([](const CLI::App*) { return true; })) {
+    if (app->get_name() != word) continue;
+    app->description(app->get_description() + ", " + second_word);
+    return app;
   }
-  const std::string word = blank == std::string::npos ? name : name.substr(blank + 1);
-  const std::string modes = "works in " + ModesText(verb.modes);
-  CLI::App* app = parent->add_subcommand(word, std::string(verb.help) + "; " + modes);
+  CLI::App* parent = ptz->add_subcommand(word, "its commands: " + second_word);
+  return parent->group(verb.group)->require_subcommand(1)->footer(Example(verb));
+}
+
+void AddVerb(CLI::App* ptz, const PtzVerb& verb, CLI::Option* list) {
+  std::string word = verb.name;
+  CLI::App* parent = ptz;
+  if (const size_t blank = word.find(' '); blank != std::string::npos) {
+    const std::string first_word = word.substr(0, blank);
+    word.erase(0, blank + 1);
+    parent = FindOrAddParent(ptz, verb, first_word, word);
+  }
+  const std::string modes = "; works in " + ModesText(verb.modes);
+  CLI::App* app = parent->add_subcommand(word, verb.help + modes)->footer(Example(verb));
   if (parent == ptz) app->group(verb.group);
+  app->excludes(list);
   const auto request = std::make_shared<Request>();
   AddArguments(app, verb, request.get());
-  const std::string tail = *verb.example == '\0' ? "" : std::string(" ") + verb.example;
-  app->footer("Example: rs232ctl ptz " + name + tail);
   app->final_callback([&verb, request] { RunVerb(verb, *request); });
 }
 
@@ -233,7 +240,7 @@ void AddPtzCommand(CLI::App* app) {
   CLI::Option* list_option = ptz->add_flag("--list", *list, "print all verbs as a table");
   ptz->add_flag("--json", *json, "print the table as JSON")->needs(list_option);
   for (const PtzVerb& verb : PtzVerbs())
-    AddVerb(ptz, verb);
+    AddVerb(ptz, verb, list_option);
   ptz->footer(
       "Which verbs work depends on the device's model; a verb that this device does not answer is\n"
       "refused. With --for a motion is stopped also when the tool is interrupted: the status is\n"
@@ -244,10 +251,7 @@ void AddPtzCommand(CLI::App* app) {
       "  rs232ctl ptz preset go 5\n"
       "  rs232ctl ptz --list --json");
   ptz->final_callback([ptz, list, json] {
-    if (!ptz->get_subcommands().empty()) {
-      if (*list) throw Failure(EXIT_STATUS_USAGE, "--list takes no verb");
-      return;
-    }
+    if (!ptz->get_subcommands().empty()) return;
     if (!*list) throw Failure(EXIT_STATUS_USAGE, "ptz needs a verb; rs232ctl ptz --list has all");
     *json ? PrintJsonTable() : PrintTable();
   });

@@ -12,9 +12,9 @@ namespace {
 
 using Names = std::vector<std::string>;
 
-// The command that the words before the wrong one name.
+// The command that was typed up to the first word that is not understood, or to the end.
 const CLI::App* Innermost(const CLI::App* app) {
-  while (!app->get_subcommands().empty())
+  while (app->remaining().empty() && !app->get_subcommands().empty())
     app = app->get_subcommands().front();
   return app;
 }
@@ -57,17 +57,17 @@ std::string DescribeParseError(const CLI::App& app, const std::exception& error)
   const CLI::App& inner = *Innermost(&app);
   const Names commands = CommandNames(inner);
   const Names left = inner.remaining();
+  // An option that is not known leaves its value behind as well, in either order.
+  const auto option = std::find_if(left.begin(), left.end(),
+                                   [](const std::string& word) { return word.starts_with('-'); });
+  if (option != left.end()) {
+    return Place(inner) + "unknown option " + *option + DidYouMean(*option, OptionNames(inner));
+  }
+  if (!left.empty() && commands.empty()) return Place(inner) + "'" + left.front() + "' is too much";
   if (!left.empty()) {
-    const std::string& word = left.front();
-    if (word.starts_with('-')) {
-      return Place(inner) + "unknown option " + word + DidYouMean(word, OptionNames(inner));
-    }
-    if (!commands.empty()) {
-      const std::string advice = DidYouMean(word, commands);
-      return Place(inner) + "unknown command '" + word + '\'' +
-             (advice.empty() ? "; --help lists them" : advice);
-    }
-    return Place(inner) + "'" + word + "' is too much";
+    const std::string advice = DidYouMean(left.front(), commands);
+    return Place(inner) + "unknown command '" + left.front() + '\'' +
+           (advice.empty() ? "; --help lists them" : advice);
   }
   if (!commands.empty() && inner.get_require_subcommand_min() > 0) {
     return Place(inner) + "a command is missing: " + Joined(commands);

@@ -112,7 +112,9 @@ void AddWriteCommand(CLI::App* app) {
   const auto request = std::make_shared<Request>();
   write->add_flag("--hex", request->is_hex, "DATA is bytes in hexadecimal, two digits each");
   write->add_flag("--text", request->is_text, "DATA goes as it is, words joined by one blank");
-  write->add_option("DATA", request->words, "what to write; - reads standard input")->required();
+  write->add_option("DATA", request->words, "what to write; - reads standard input")
+      ->type_name("")
+      ->required();
   write->footer(
       "Input that is too long for one datagram goes in several, in order, and no faster than the\n"
       "line carries it. No line end is added.\n"
