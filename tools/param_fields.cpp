@@ -56,9 +56,9 @@ const ParamField& FieldAt(ParamBlockOffset offset) {
 }
 
 std::vector<std::string> FieldNames() {
-  std::vector<std::string> names;
-  for (const ParamField& field : kFields)
-    names.emplace_back(field.name);
+  std::vector<std::string> names(kFields.size());
+  std::transform(kFields.begin(), kFields.end(), names.begin(),
+                 [](const ParamField& field) { return field.name; });
   return names;
 }
 

@@ -3,9 +3,11 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
@@ -104,8 +106,7 @@ void Show(const std::string& path, bool is_json) {
 
 std::vector<ParamChange> ParseChanges(const std::vector<std::string>& texts) {
   std::vector<ParamChange> changes;
-  for (const std::string& text : texts)
-    changes.push_back(ParseParamChange(text));
+  std::transform(texts.begin(), texts.end(), std::back_inserter(changes), ParseParamChange);
   return changes;
 }
 

@@ -45,10 +45,10 @@ std::string Joined(const Names& names) {
 // "" for the tool itself, else "ptz preset: ".
 std::string Place(const CLI::App& app) {
   if (app.get_parent() == nullptr) return "";
-  std::string path = app.get_name();
+  std::string path = app.get_name() + ": ";
   for (const CLI::App* up = app.get_parent(); up->get_parent() != nullptr; up = up->get_parent())
-    path = up->get_name() + ' ' + path;
-  return path + ": ";
+    path.insert(0, up->get_name() + ' ');
+  return path;
 }
 
 }  // namespace
