@@ -17,6 +17,21 @@ void AddFramesCommand(CLI::App* app);
 // Shows the serial data datagrams.
 void AddMonitorCommand(CLI::App* app);
 
+// Camera control: one verb of ptz_verbs.h, or any code.
+void AddPtzCommand(CLI::App* app);
+
+// Bytes for the serial line.
+void AddWriteCommand(CLI::App* app);
+
+// The camera information file.
+void AddInfoCommand(CLI::App* app);
+
+// The parameter block file.
+void AddParamsCommand(CLI::App* app);
+
+// New firmware for the microcontroller of an HD camera module.
+void AddFirmwareUpdateCommand(CLI::App* app);
+
 // Sends a stop datagram to the daemon's UDP port.
 void AddStopCommand(CLI::App* app);
 

@@ -12,6 +12,7 @@ enum ExitStatus : int {
   EXIT_STATUS_USAGE = 2,      // the command line is wrong; nothing was tried
   EXIT_STATUS_NO_DAEMON = 3,  // nobody listens at the daemon's port
   EXIT_STATUS_DECLINED = 4,   // the user said no, or could not be asked
+  EXIT_STATUS_SIGNAL = 128,   // plus N: signal N cut a timed motion short, which was stopped
 };
 
 // Ends a command with one line, "rs232ctl: TEXT", on standard error.

@@ -5,23 +5,44 @@
 
 #include "tools/commands.h"
 #include "tools/failure.h"
+#include "tools/usage.h"
 
 namespace {
 
+constexpr char kFooter[] =
+    "Every command has a --help of its own.\n"
+    "Status: 0 done, 1 failed, 2 wrong command line, 3 nobody listens, 4 declined,\n"
+    "128 and N when signal N cut a timed motion short.\n"
+    "Examples:\n"
+    "  rs232ctl ptz zoom-tele --for 500ms\n"
+    "  rs232ctl write --hex FF 01 00 08 00 1D 26\n"
+    "  rs232ctl params show";
+
+void AddCommands(CLI::App* app) {
+  tools::AddPtzCommand(app);
+  tools::AddWriteCommand(app);
+  tools::AddMonitorCommand(app);
+  tools::AddFramesCommand(app);
+  tools::AddInfoCommand(app);
+  tools::AddParamsCommand(app);
+  tools::AddFirmwareUpdateCommand(app);
+  tools::AddLensCommand(app);
+  tools::AddStopCommand(app);
+}
+
 int Run(int argc, char** argv) {
-  CLI::App app{"Drives, watches and tunes the serial-port daemon rs232d."};
+  CLI::App app{"Drives, watches and tunes the serial-port daemon rs232d.", "rs232ctl"};
   app.require_subcommand(1);
-  tools::AddFramesCommand(&app);
-  tools::AddLensCommand(&app);
-  tools::AddMonitorCommand(&app);
-  tools::AddStopCommand(&app);
+  app.set_version_flag("--version", "rs232ctl " RS232_VERSION, "Print the version");
+  app.footer(kFooter);
+  AddCommands(&app);
   try {
     app.parse(argc, argv);
     return tools::EXIT_STATUS_DONE;
-  } catch (const CLI::Success& success) {  // help was asked for and is printed
+  } catch (const CLI::Success& success) {  // help or version was asked for
     return app.exit(success);
   } catch (const CLI::ParseError& error) {
-    fprintf(stderr, "rs232ctl: %s\n", error.what());
+    fprintf(stderr, "rs232ctl: %s\n", tools::DescribeParseError(app, error).c_str());
     return tools::EXIT_STATUS_USAGE;
   } catch (const tools::Failure& failure) {
     fprintf(stderr, "rs232ctl: %s\n", failure.what());

@@ -1,0 +1,199 @@
+// The verbs of the tool against the tables of the daemon's modes, its completion and its manual.
+#include <gtest/gtest.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <iterator>
+#include <set>
+#include <sstream>
+
+#include "module/hd_mode.h"
+#include "module/sd_mode.h"
+#include "relay/ptz_tables.h"
+#include "sim/device.h"
+#include "tools/commands.h"
+#include "tools/param_fields.h"
+#include "tools/ptz_verbs.h"
+
+namespace {
+
+using tools::PtzVerb;
+using tools::VerbArguments;
+using Words = std::set<std::string>;
+
+struct Mode {
+  tools::DeviceMode mode;
+  bool (*answers)(const CameraControl& control);
+};
+
+// The lens mode keeps its table to itself; the system tests ask it.
+const std::array<Mode, 5> kModes = {{
+    {tools::MODE_RELAY,
+     [](const CameraControl& c) { return PtzTranslate(PtzTableForModel("QB-100"), c).count > 0; }},
+    {tools::MODE_QB610,
+     [](const CameraControl& c) { return PtzTranslate(PtzTableForModel("QB-610"), c).count > 0; }},
+    {tools::MODE_QB620,
+     [](const CameraControl& c) { return PtzTranslate(PtzTableForModel("QB-620"), c).count > 0; }},
+    {tools::MODE_SD, [](const CameraControl& c) { return SdTranslate(c).count > 0; }},
+    {tools::MODE_HD,
+     [](const CameraControl& c) {
+       HdSetting setting;
+       return HdTranslate(c, &setting);
+     }},
+}};
+
+bool IsPanOrTilt(const std::string& name) {
+  return name.starts_with("pan-") || name.starts_with("tilt-");
+}
+
+TEST(CtlVerbs, WorkWhereTheyClaimTo) {
+  for (const PtzVerb& verb : tools::PtzVerbs()) {
+    // Any code; and what stops a QB-610 is no code.
+    const std::string name = verb.name;
+    if (name == "code" || name == "stop") continue;
+    tools::VerbValues values;
+    if (verb.arguments == VerbArguments::kNumber) values.numbers = {verb.low == 0 ? 1 : 31};
+    if (verb.arguments == VerbArguments::kMove) values.numbers = {1, 1, 1};
+    for (const Mode& mode : kModes) {
+      // The common table takes a joystick that only pans or tilts for one at rest.
+      if (mode.mode == tools::MODE_RELAY && IsPanOrTilt(name)) continue;
+      EXPECT_EQ(mode.answers(VerbControl(verb, values)), (verb.modes & mode.mode) != 0)
+          << name << " in " << tools::ModesText(mode.mode);
+    }
+  }
+}
+
+TEST(CtlVerbs, EveryCodeThatAModeAnswersHasAVerb) {
+  std::set<int> codes;
+  for (const PtzVerb& verb : tools::PtzVerbs())
+    codes.insert(verb.code);
+  for (int code = 1; code <= UINT16_MAX; ++code) {
+    const CameraControl control = {.target = CAMERA_CONTROL_TARGET,
+                                   .code = static_cast<uint16_t>(code),
+                                   .first = 1,
+                                   .second = 0,
+                                   .third = 1};
+    for (const Mode& mode : kModes) {
+      EXPECT_TRUE(!mode.answers(control) || codes.contains(code)) << std::hex << code;
+    }
+  }
+  for (const int code : {0x100A, 0x1202, 0x2001, 0x2002, 0x2003, 0x8012, 0x8100})  // the lens
+    EXPECT_TRUE(codes.contains(code)) << std::hex << code;
+}
+
+TEST(CtlVerbs, ModelsAndModes) {
+  EXPECT_EQ(tools::ModeOfModel("QB-210"), tools::MODE_SD);
+  EXPECT_EQ(tools::ModeOfModel("QB-350"), tools::MODE_HD);
+  EXPECT_EQ(tools::ModeOfModel("QB-480"), tools::MODE_LENS);
+  EXPECT_EQ(tools::ModeOfModel("QB-610"), tools::MODE_QB610);
+  EXPECT_EQ(tools::ModeOfModel("QB-620"), tools::MODE_QB620);
+  EXPECT_EQ(tools::ModeOfModel("QB-620 "), tools::MODE_RELAY);
+  EXPECT_EQ(tools::ModesText(tools::MODES_RELAYED | tools::MODE_LENS), "relay, lens");
+  EXPECT_EQ(tools::ModesText(tools::MODE_QB620), "relay (QB-620)");
+  EXPECT_EQ(tools::ModesText(tools::MODE_RELAY | tools::MODE_QB620 | tools::MODE_SD),
+            "relay (not QB-610), SD");
+}
+
+// --- Completion and manual --------------------------------------------------------------------
+
+// What bash offers for the last word of a line, whose words are divided by blanks.
+Words Completions(const std::string& line) {
+  const std::string script =
+      "source '" RS232_SOURCE_DIR "/tools/completion/rs232ctl'; COMP_WORDS=(" + line +
+      "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _rs232ctl; printf '%s\\n' \"${COMPREPLY[@]}\"";
+  setenv("CTL_SCRIPT", script.c_str(), 1);
+  FILE* bash = popen(R"(bash --norc -c "$CTL_SCRIPT" 2>&1)", "r");
+  EXPECT_NE(bash, nullptr);
+  std::string text;
+  std::array<char, 256> piece;
+  while (fgets(piece.data(), piece.size(), bash) != nullptr)
+    text += piece.data();
+  EXPECT_EQ(pclose(bash), 0) << text;
+  std::istringstream words(text);
+  return {std::istream_iterator<std::string>(words), {}};
+}
+
+Words Commands(const CLI::App& app) {
+  Words names;
+  for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; }))
+    names.insert(command->get_name());
+  return names;
+}
+
+Words With(Words words, const Words& more) {
+  words.insert(more.begin(), more.end());
+  return words;
+}
+
+Words Options(const CLI::App& app) {
+  Words names;
+  for (const CLI::Option* option : app.get_options()) {
+    for (const std::string& name : option->get_lnames())
+      names.insert("--" + name);
+  }
+  return names;
+}
+
+TEST(CtlVerbs, CompletionOffersWhatTheToolHas) {
+  CLI::App app;
+  tools::AddPtzCommand(&app);
+  const CLI::App* ptz = app.get_subcommand("ptz");
+  EXPECT_EQ(Completions("rs232ctl ptz ''"), With(Commands(*ptz), {"--list", "--help"}));
+  for (const CLI::App* verb : ptz->get_subcommands([](const CLI::App*) { return true; })) {
+    EXPECT_EQ(Completions("rs232ctl ptz " + verb->get_name() + " ''"),
+              With(Commands(*verb), Options(*verb)))
+        << verb->get_name();
+  }
+  Words parameters = {"--file", "--help"};
+  for (const tools::ParamField& field : tools::ParamFields()) {
+    parameters.insert(std::string(field.name) + "=");
+    if (field.values.empty() && field.words.empty()) continue;
+    Words values;
+    for (const int32_t value : field.values)
+      values.insert(std::to_string(value));
+    for (const tools::ParamWord& word : field.words)
+      values.insert(word.word);
+    EXPECT_EQ(Completions(std::string("rs232ctl params set ") + field.name + " = ''"), values);
+  }
+  EXPECT_EQ(Completions("rs232ctl params set ''"), parameters);
+}
+
+TEST(CtlVerbs, CompletionOfCommandsOptionsAndFiles) {
+  const std::string source = RS232_SOURCE_DIR;
+  const struct {
+    std::string line;
+    Words words;
+  } rows[] = {
+      {"rs232ctl pa", {"params"}},
+      {"rs232ctl w", {"write"}},
+      {"rs232ctl ptz pan-", {"pan-left", "pan-right"}},
+      {"rs232ctl ptz pan-left --for ''", {}},
+      {"rs232ctl ptz pan-left --speed 5 --f", {"--for"}},
+      {"rs232ctl ptz --list --", {"--json"}},
+      {"rs232ctl params s", {"set", "show"}},
+      {"rs232ctl params set parity = e", {"even"}},
+      {"rs232ctl params set --file " + source + "/READ", {source + "/README.md"}},
+      {"rs232ctl firmware-update --", {"--yes", "--help"}},
+      {"rs232ctl firmware-update " + source + "/READ", {source + "/README.md"}},
+      {"rs232ctl write --", {"--hex", "--text", "--help"}},
+  };
+  for (const auto& row : rows)
+    EXPECT_EQ(Completions(row.line), row.words) << row.line;
+}
+
+TEST(CtlVerbs, ManualTellsOfEveryVerb) {
+  std::string manual = sim::ReadTextFile(RS232_SOURCE_DIR "/tools/man/rs232ctl.1");
+  std::erase(manual, '\\');
+  for (const PtzVerb& verb : tools::PtzVerbs())
+    EXPECT_NE(manual.find(std::string("\n") + verb.name), std::string::npos) << verb.name;
+  for (const tools::ParamField& field : tools::ParamFields()) {
+    EXPECT_NE(manual.find(std::string("\n") + field.name + "|" + AllowedText(field)),
+              std::string::npos)
+        << field.name;
+  }
+}
+
+}  // namespace

@@ -1,0 +1,107 @@
+#include "tools/files.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "tools/failure.h"
+
+namespace tools {
+
+namespace {
+
+constexpr mode_t kFileMode = 0644;
+
+[[noreturn]] void Fail(const char* act, const std::string& path, int error) {
+  throw Failure(EXIT_STATUS_FAILED,
+                std::string("cannot ") + act + ' ' + path + ": " + strerror(error));
+}
+
+// A descriptor that is closed with its owner.
+class OpenFile {
+ public:
+  explicit OpenFile(int fd) : fd_(fd) {}
+  ~OpenFile() {
+    if (fd_ >= 0) close(fd_);
+  }
+  OpenFile(const OpenFile&) = delete;
+  OpenFile& operator=(const OpenFile&) = delete;
+
+  int Fd() const { return fd_; }
+
+ private:
+  int fd_;
+};
+
+std::vector<uint8_t> ReadAll(int fd, const std::string& name) {
+  std::vector<uint8_t> bytes;
+  std::array<uint8_t, 1 << 16> piece;
+  while (true) {
+    const ssize_t count = read(fd, piece.data(), piece.size());
+    if (count == 0) return bytes;
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) Fail("read", name, errno);
+    bytes.insert(bytes.end(), piece.begin(), piece.begin() + count);
+  }
+}
+
+bool WriteAll(int fd, std::span<const uint8_t> bytes) {
+  while (!bytes.empty()) {
+    const ssize_t count = write(fd, bytes.data(), bytes.size());
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) return false;
+    bytes = bytes.subspan(static_cast<size_t>(count));
+  }
+  return true;
+}
+
+// Fills the new file `path`, which goes again when that fails.
+void Fill(int fd, const std::string& path, std::span<const uint8_t> bytes,
+          const std::string& shown_path) {
+  const OpenFile file(fd);
+  if (WriteAll(fd, bytes) && fchmod(fd, kFileMode) == 0 && fsync(fd) == 0) return;
+  const int error = errno;
+  unlink(path.c_str());
+  Fail("write", shown_path, error);
+}
+
+}  // namespace
+
+std::vector<uint8_t> ReadFile(const std::string& path) {
+  // A pipe that nobody writes must not hold the tool.
+  const OpenFile file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  if (file.Fd() < 0) Fail("open", path, errno);
+  struct stat status;
+  if (fstat(file.Fd(), &status) != 0) Fail("open", path, errno);
+  if (!S_ISREG(status.st_mode)) throw Failure(EXIT_STATUS_FAILED, path + " is no regular file");
+  return ReadAll(file.Fd(), path);
+}
+
+std::vector<uint8_t> ReadStandardInput() {
+  return ReadAll(STDIN_FILENO, "standard input");
+}
+
+void PlaceFile(const std::string& path, std::span<const uint8_t> bytes) {
+  std::string temporary = path + ".XXXXXX";
+  const int fd = mkostemp(temporary.data(), O_CLOEXEC);
+  if (fd < 0) Fail("write", path, errno);
+  Fill(fd, temporary, bytes, path);
+  if (rename(temporary.c_str(), path.c_str()) == 0) return;
+  const int error = errno;
+  unlink(temporary.c_str());
+  Fail("write", path, error);
+}
+
+void CreateFile(const std::string& path, std::span<const uint8_t> bytes) {
+  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kFileMode);
+  if (fd < 0) Fail("create", path, errno);
+  Fill(fd, path, bytes, path);
+}
+
+}  // namespace tools

@@ -1,0 +1,188 @@
+#include "tools/param_fields.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+#include "tools/failure.h"
+#include "tools/files.h"
+#include "tools/nearest_name.h"
+#include "tools/parse.h"
+#include "util/bytes.h"
+
+namespace tools {
+
+namespace {
+
+constexpr auto kBauds =
+    std::to_array<int32_t>({1200, 2400, 4800, 9600, 19200, 38400, 57600, 115200});
+constexpr auto kParities = std::to_array<ParamWord>({{"none", 0}, {"even", 1}, {"odd", 2}});
+constexpr auto kSwitch = std::to_array<ParamWord>({{"off", 0}, {"on", 1}});
+
+constexpr int32_t kBaudDefault = 9600;
+constexpr int32_t kDataBitsDefault = 8;
+constexpr int32_t kPtzPortDefault = 4001;
+constexpr int32_t kPortMax = INT16_MAX;  // the daemon keeps it in 16 bits, signed
+constexpr int32_t kPortsMax = 255;
+
+constexpr auto kFields = std::to_array<ParamField>({
+    {PARAM_MODEL, PARAM_MODEL_NAME, 0, {}, {}, 0, 0, "device model; chooses the daemon's mode"},
+    {"serial-count",
+     PARAM_SERIAL_COUNT,
+     2,
+     {},
+     {},
+     0,
+     kPortsMax,
+     "serial ports of the device; the daemon needs 2"},
+    {"baud",
+     PARAM_SERIAL2_BAUD,
+     kBaudDefault,
+     kBauds,
+     {},
+     0,
+     0,
+     "bits per second of the second serial port"},
+    {"parity", PARAM_SERIAL2_PARITY, 0, {}, kParities, 0, 0, "its parity"},
+    {"data-bits", PARAM_SERIAL2_DATA_BITS, kDataBitsDefault, {}, {}, 5, 8, "its data bits"},
+    {"stop-bits", PARAM_SERIAL2_STOP_BITS, 1, {}, {}, 1, 2, "its stop bits"},
+    {"ptz-enable", PARAM_PTZ_ENABLE, 0, {}, kSwitch, 0, 0, "PTZ TCP server"},
+    {"ptz-port", PARAM_PTZ_PORT, kPtzPortDefault, {}, {}, 1, kPortMax, "its TCP port"},
+});
+
+const ParamField& FieldAt(ParamBlockOffset offset) {
+  return *std::find_if(kFields.begin(), kFields.end(),
+                       [offset](const ParamField& field) { return field.offset == offset; });
+}
+
+std::vector<std::string> FieldNames() {
+  std::vector<std::string> names(kFields.size());
+  std::transform(kFields.begin(), kFields.end(), names.begin(),
+                 [](const ParamField& field) { return field.name; });
+  return names;
+}
+
+std::optional<int32_t> ParseValue(const ParamField& field, const std::string& text) {
+  for (const ParamWord& word : field.words) {
+    if (text == word.word) return word.value;
+  }
+  const auto number = ParseNumber(text, INT32_MIN, INT32_MAX);
+  return number.has_value() && IsKnown(field, *number) ? number : std::nullopt;
+}
+
+[[noreturn]] void Refuse(const std::string& text) {
+  throw Failure(EXIT_STATUS_USAGE, text);
+}
+
+// What the daemon makes of a value.
+int32_t Taken(std::span<const uint8_t> block, ParamBlockOffset offset) {
+  const ParamField& field = FieldAt(offset);
+  const int32_t value = NumberIn(block, field);
+  return IsKnown(field, value) ? value : field.initial;
+}
+
+}  // namespace
+
+std::span<const ParamField> ParamFields() {
+  return kFields;
+}
+
+bool IsModel(const ParamField& field) {
+  return field.offset == PARAM_MODEL_NAME;
+}
+
+const ParamField& FindParamField(const std::string& name) {
+  for (const ParamField& field : kFields) {
+    if (name == field.name) return field;
+  }
+  Refuse("there is no parameter " + name + DidYouMean(name, FieldNames()));
+}
+
+std::string ModelIn(std::span<const uint8_t> block) {
+  const char* name = reinterpret_cast<const char*>(block.data() + PARAM_MODEL_NAME);
+  return {name, strnlen(name, PARAM_MODEL_MAX)};
+}
+
+int32_t NumberIn(std::span<const uint8_t> block, const ParamField& field) {
+  return static_cast<int32_t>(LoadLe32(block.data() + field.offset));
+}
+
+bool IsKnown(const ParamField& field, int32_t value) {
+  if (!field.values.empty()) {
+    return std::find(field.values.begin(), field.values.end(), value) != field.values.end();
+  }
+  if (field.words.empty()) return value >= field.low && value <= field.high;
+  return std::any_of(field.words.begin(), field.words.end(),
+                     [value](const ParamWord& word) { return word.value == value; });
+}
+
+std::string ParamText(const ParamField& field, int32_t value) {
+  for (const ParamWord& word : field.words) {
+    if (word.value == value) return word.word;
+  }
+  return std::to_string(value);
+}
+
+std::string AllowedText(const ParamField& field) {
+  if (IsModel(field)) return "up to " + std::to_string(PARAM_MODEL_MAX) + " characters";
+  std::string text;
+  const auto append = [&text](const std::string& value) {
+    text += (text.empty() ? "" : ", ") + value;
+  };
+  for (const int32_t value : field.values)
+    append(std::to_string(value));
+  for (const ParamWord& word : field.words)
+    append(word.word);
+  if (!text.empty()) return text;
+  return std::to_string(field.low) + " to " + std::to_string(field.high);
+}
+
+ParamChange ParseParamChange(const std::string& text) {
+  const size_t equals = text.find('=');
+  if (equals == std::string::npos) Refuse(text + " is not of the form NAME=VALUE");
+  const ParamField& field = FindParamField(text.substr(0, equals));
+  const std::string value = text.substr(equals + 1);
+  if (IsModel(field)) {
+    if (value.size() > PARAM_MODEL_MAX) Refuse("a model name has " + AllowedText(field));
+    return {.field = &field, .model = value, .number = 0};
+  }
+  const auto number = ParseValue(field, value);
+  if (!number.has_value()) {
+    Refuse(std::string(field.name) + " cannot be '" + value + "'; allowed: " + AllowedText(field));
+  }
+  return {.field = &field, .model = {}, .number = *number};
+}
+
+void StoreParam(const ParamChange& change, uint8_t* block) {
+  uint8_t* place = block + change.field->offset;
+  if (IsModel(*change.field)) {
+    memcpy(place, change.model.c_str(), change.model.size() + 1);
+  } else {
+    StoreLe32(place, static_cast<uint32_t>(change.number));
+  }
+}
+
+std::vector<uint8_t> NewParamBlock() {
+  std::vector<uint8_t> block(PARAM_BLOCK_SIZE);
+  for (const ParamField& field : kFields) {
+    StoreParam({.field = &field, .model = PARAM_MODEL_INITIAL, .number = field.initial},
+               block.data());
+  }
+  return block;
+}
+
+LineSettings ReadLineSettings() {
+  std::vector<uint8_t> block;
+  try {
+    block = ReadFile(PARAM_BLOCK_PATH);
+  } catch (const Failure&) {
+    block.clear();
+  }
+  if (block.size() < PARAM_BLOCK_SIZE) block = NewParamBlock();
+  return {.baud_rate = Taken(block, PARAM_SERIAL2_BAUD),
+          .data_bits = Taken(block, PARAM_SERIAL2_DATA_BITS),
+          .has_parity = Taken(block, PARAM_SERIAL2_PARITY) != 0,
+          .stop_bits = Taken(block, PARAM_SERIAL2_STOP_BITS)};
+}
+
+}  // namespace tools

@@ -1,0 +1,187 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "cmmap/cmmap.h"
+#include "cmmap/param_block.h"
+#include "tools/commands.h"
+#include "tools/failure.h"
+#include "tools/files.h"
+#include "tools/json.h"
+#include "tools/param_fields.h"
+
+namespace tools {
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+// --- The file ----------------------------------------------------------------------------------
+
+void RequireWhole(const std::string& path, int64_t size) {
+  if (size >= PARAM_BLOCK_SIZE) return;
+  throw Failure(EXIT_STATUS_FAILED, path + " is no parameter block: it has " +
+                                        std::to_string(size) + " bytes, not " +
+                                        std::to_string(PARAM_BLOCK_SIZE));
+}
+
+// A block mapped as every process of the device maps it, with their locks.
+class MappedBlock {
+ public:
+  explicit MappedBlock(const std::string& path) {
+    struct stat status;
+    if (access(path.c_str(), R_OK | W_OK) != 0 || stat(path.c_str(), &status) != 0) {
+      throw Failure(EXIT_STATUS_FAILED, "cannot open " + path + ": " + strerror(errno));
+    }
+    if (!S_ISREG(status.st_mode)) throw Failure(EXIT_STATUS_FAILED, path + " is no regular file");
+    RequireWhole(path, status.st_size);
+    const int result =
+        CMMAP_Init(&map_, path.c_str(), PARAM_BLOCK_KEY, CMMAP_OPEN, PARAM_BLOCK_SIZE);
+    // Without its semaphore another process would not be kept out.
+    if (result == 0 && map_.sem >= 0) return;
+    map_.Deinit(&map_);
+    throw Failure(EXIT_STATUS_FAILED, "cannot map and lock " + path);
+  }
+  ~MappedBlock() { map_.Deinit(&map_); }
+  MappedBlock(const MappedBlock&) = delete;
+  MappedBlock& operator=(const MappedBlock&) = delete;
+
+  Bytes Copy() {
+    Bytes block(PARAM_BLOCK_SIZE);
+    map_.Read(&map_, block.data(), PARAM_BLOCK_SIZE);
+    return block;
+  }
+
+  // Stores all changes in one turn. The bytes of other fields are not touched: their owners may
+  // have changed them since anybody looked.
+  void Store(const std::vector<ParamChange>& changes) {
+    map_.Lock(&map_);
+    for (const ParamChange& change : changes)
+      StoreParam(change, static_cast<uint8_t*>(map_.map));
+    map_.Unlock(&map_);
+  }
+
+ private:
+  CMMAP map_;
+};
+
+// Under the locks, which need the right to write; without it as the file is.
+Bytes ReadBlock(const std::string& path) {
+  if (access(path.c_str(), W_OK) == 0) return MappedBlock(path).Copy();
+  Bytes block = ReadFile(path);
+  RequireWhole(path, static_cast<int64_t>(block.size()));
+  return block;
+}
+
+// --- The commands ------------------------------------------------------------------------------
+
+void Show(const std::string& path, bool is_json) {
+  const Bytes block = ReadBlock(path);
+  const Json object = OwnJson(json_object_new_object());
+  for (const ParamField& field : ParamFields()) {
+    if (IsModel(field)) {
+      const std::string model = ModelIn(block);
+      json_object_object_add(object.get(), field.name, json_object_new_string(model.c_str()));
+      if (!is_json) printf("%-13s %s\n", field.name, model.c_str());
+      continue;
+    }
+    const int32_t value = NumberIn(block, field);
+    json_object_object_add(object.get(), field.name, json_object_new_int(value));
+    if (is_json) continue;
+    printf("%-13s %s%s\n", field.name, ParamText(field, value).c_str(),
+           IsKnown(field, value) ? "" : "  (not known)");
+  }
+  if (is_json) PrintJson(object);
+}
+
+std::vector<ParamChange> ParseChanges(const std::vector<std::string>& texts) {
+  std::vector<ParamChange> changes;
+  std::transform(texts.begin(), texts.end(), std::back_inserter(changes), ParseParamChange);
+  return changes;
+}
+
+void Create(const std::string& path, const std::vector<std::string>& texts) {
+  Bytes block = NewParamBlock();
+  for (const ParamChange& change : ParseChanges(texts))
+    StoreParam(change, block.data());
+  CreateFile(path, block);
+}
+
+void Set(const std::string& path, const std::vector<std::string>& texts) {
+  const std::vector<ParamChange> changes = ParseChanges(texts);
+  MappedBlock(path).Store(changes);
+}
+
+// --- The command line --------------------------------------------------------------------------
+
+struct Request {
+  std::string path = PARAM_BLOCK_PATH;
+  bool is_json = false;
+  std::vector<std::string> texts;
+};
+
+std::string FieldsHelp() {
+  std::string text = "Parameters:\n";
+  for (const ParamField& field : ParamFields()) {
+    char line[160];
+    snprintf(line, sizeof(line), "  %-13s %s: %s\n", field.name, field.help,
+             AllowedText(field).c_str());
+    text += line;
+  }
+  return text;
+}
+
+CLI::App* AddCommand(CLI::App* params, const char* name, const char* help, Request* request) {
+  CLI::App* app = params->add_subcommand(name, help);
+  app->add_option("--file", request->path, "the block's file")
+      ->type_name("FILE")
+      ->capture_default_str();
+  return app;
+}
+
+void AddChanges(CLI::App* app, Request* request, bool is_required) {
+  app->add_option("NAME=VALUE", request->texts, "new values")->type_name("")->required(is_required);
+}
+
+}  // namespace
+
+void AddParamsCommand(CLI::App* app) {
+  CLI::App* params = app->add_subcommand("params", "Show, make or change the parameter block");
+  params->require_subcommand(1);
+  params->footer(FieldsHelp() +
+                 "The daemon reads the block once, when it starts.\n"
+                 "Example: rs232ctl params set baud=19200 parity=even");
+  const auto request = std::make_shared<Request>();
+
+  CLI::App* show = AddCommand(params, "show", "Print the known parameters", request.get());
+  show->add_flag("--json", request->is_json,
+                 "print a JSON object, all values but the model as numbers");
+  show->footer("Example: rs232ctl params show --json");
+  show->final_callback([request] { Show(request->path, request->is_json); });
+
+  CLI::App* create = AddCommand(params, "create", "Make a new block file", request.get());
+  AddChanges(create, request.get(), false);
+  create->footer(FieldsHelp() +
+                 "A file that is there already is left alone.\n"
+                 "Example: rs232ctl params create --file param.dat model=QB-620 ptz-enable=on");
+  create->final_callback([request] { Create(request->path, request->texts); });
+
+  CLI::App* set = AddCommand(params, "set", "Change parameters, all at once", request.get());
+  AddChanges(set, request.get(), true);
+  set->footer(FieldsHelp() +
+              "Takes the block's locks as every process of the device does, and waits for them.\n"
+              "Example: rs232ctl params set model=QB-310 baud=19200");
+  set->final_callback([request] { Set(request->path, request->texts); });
+}
+
+}  // namespace tools

@@ -1,0 +1,73 @@
+// The verbs of `rs232ctl ptz`: a table from words to camera-control records.
+//
+// Free of I/O. What a device makes of a record stands in the tables of its mode.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "ipc/camera_control.h"
+#include "tools/device_mode.h"
+
+namespace tools {
+
+// What follows a verb on the command line, and where it goes.
+enum class VerbArguments : uint8_t {
+  kNone,
+  kSpeed,   // --speed, SPEED_MIN to SPEED_MAX: times the row's parameters
+  kNumber,  // N, from the row's low to its high: the first parameter
+  kMove,    // PAN TILT ZOOM, PARAMETER_MIN to AXIS_MAX: the three parameters
+  kCode,    // HEX P1 P2 P3: the code, and up to three parameters
+};
+
+constexpr int SPEED_MIN = 1;
+constexpr int SPEED_MAX = 127;
+constexpr int SPEED_DEFAULT = 64;
+// Parameters are bytes: signed, or the same bytes as 128 to 255.
+constexpr int PARAMETER_MIN = -128;
+constexpr int PARAMETER_MAX = 255;
+constexpr int AXIS_MAX = 127;
+constexpr int CONTROL_CODE_MAX = 0xFFFF;
+constexpr size_t PARAMETER_COUNT = 3;
+
+// A stop code of this means that nothing is left moving.
+constexpr uint16_t NO_STOP_CODE = 0;
+
+struct PtzVerb {
+  const char* name;   // one word, or two
+  const char* group;  // the heading it stands under
+  uint8_t modes;      // DeviceModes that answer it
+  uint16_t code;
+  std::array<int8_t, PARAMETER_COUNT> parameters;  // fixed, or with kSpeed the signs
+  VerbArguments arguments;
+  uint16_t stop_code;  // the code that, with parameters of 0, ends what the verb starts
+  const char* example;
+  const char* help;
+  int low = 0;  // of N
+  int high = 0;
+};
+
+// The values that a command line gave.
+struct VerbValues {
+  int speed = SPEED_DEFAULT;
+  int code = 0;
+  std::vector<int> numbers;  // N, or PAN TILT ZOOM, or P1 to P3 as far as given
+};
+
+std::span<const PtzVerb> PtzVerbs();
+
+// The verb `stop`. It ends all motion, and takes more than one record to do so.
+const PtzVerb& PtzStopVerb();
+
+// "N", "PAN TILT ZOOM", ...; "" for none.
+const char* ArgumentsText(VerbArguments arguments);
+
+CameraControl VerbControl(const PtzVerb& verb, const VerbValues& values);
+
+// The records that end what a verb has started; none for one that moves nothing.
+std::vector<CameraControl> StopControls(const PtzVerb& verb);
+
+}  // namespace tools

@@ -1,0 +1,73 @@
+#include "tools/timed_motion.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <optional>
+#include <string>
+
+#include "tools/failure.h"
+
+namespace tools {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// Everything that another process, a terminal or a timer ends or suspends a program with, and
+// that can be held back.
+constexpr std::array kEnders = {SIGINT,  SIGTERM, SIGHUP,  SIGQUIT, SIGTSTP,
+                                SIGPIPE, SIGALRM, SIGUSR1, SIGUSR2, SIGXCPU};
+
+bool IsIgnored(int signal) {
+  struct sigaction action;
+  return sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
+
+sigset_t HoldSignalsBack() {
+  sigset_t held;
+  sigemptyset(&held);
+  for (const int signal : kEnders) {
+    if (!IsIgnored(signal)) sigaddset(&held, signal);
+  }
+  sigprocmask(SIG_BLOCK, &held, nullptr);
+  return held;
+}
+
+timespec Until(Clock::time_point end) {
+  using std::chrono::nanoseconds;
+  constexpr int64_t kNsPerS = 1'000'000'000;
+  const int64_t left =
+      std::max<int64_t>(std::chrono::duration_cast<nanoseconds>(end - Clock::now()).count(), 0);
+  timespec time = {};
+  time.tv_sec = static_cast<time_t>(left / kNsPerS);
+  time.tv_nsec = static_cast<decltype(time.tv_nsec)>(left % kNsPerS);
+  return time;
+}
+
+// The signal that came before `end`; nothing when none did.
+std::optional<int> AwaitSignal(const sigset_t& signals, Clock::time_point end) {
+  while (true) {
+    const timespec time = Until(end);
+    const int signal = sigtimedwait(&signals, nullptr, &time);
+    if (signal > 0) return signal;
+    if (errno == EAGAIN) return std::nullopt;
+  }
+}
+
+}  // namespace
+
+void RunTimed(std::chrono::milliseconds duration, const std::function<void()>& start,
+              const std::function<void()>& stop) {
+  const sigset_t signals = HoldSignalsBack();
+  start();
+  const auto signal = AwaitSignal(signals, Clock::now() + duration);
+  stop();
+  if (!signal.has_value()) return;
+  throw Failure(static_cast<ExitStatus>(EXIT_STATUS_SIGNAL + *signal),
+                std::string("stopped early: ") + strsignal(*signal));
+}
+
+}  // namespace tools

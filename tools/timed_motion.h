@@ -1,0 +1,17 @@
+// A motion that lasts for a given time and is stopped whatever happens meanwhile.
+#pragma once
+
+#include <chrono>
+#include <functional>
+
+namespace tools {
+
+// Calls `start`, waits for `duration`, calls `stop`. A signal that would end or suspend the tool
+// ends the wait instead, `stop` is called, and the motion throws Failure with EXIT_STATUS_SIGNAL
+// plus the signal's number. Signals that the caller ignores (nohup) stay ignored. Signals are
+// held back from now on: nothing may last long afterwards. When `start` throws, nothing moves,
+// and `stop` is not called.
+void RunTimed(std::chrono::milliseconds duration, const std::function<void()>& start,
+              const std::function<void()>& stop);
+
+}  // namespace tools

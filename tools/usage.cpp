@@ -1,0 +1,78 @@
+#include "tools/usage.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <vector>
+
+#include "tools/nearest_name.h"
+
+namespace tools {
+
+namespace {
+
+using Names = std::vector<std::string>;
+
+// The command that was typed up to the first word that is not understood, or to the end.
+const CLI::App* Innermost(const CLI::App* app) {
+  while (app->remaining().empty() && !app->get_subcommands().empty())
+    app = app->get_subcommands().front();
+  return app;
+}
+
+Names CommandNames(const CLI::App& app) {
+  Names names;
+  for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; }))
+    names.push_back(command->get_name());
+  return names;
+}
+
+Names OptionNames(const CLI::App& app) {
+  Names names;
+  for (const CLI::Option* option : app.get_options()) {
+    for (const std::string& name : option->get_lnames())
+      names.push_back("--" + name);
+  }
+  return names;
+}
+
+std::string Joined(const Names& names) {
+  std::string text;
+  for (const std::string& name : names)
+    text += (text.empty() ? "" : ", ") + name;
+  return text;
+}
+
+// "" for the tool itself, else "ptz preset: ".
+std::string Place(const CLI::App& app) {
+  if (app.get_parent() == nullptr) return "";
+  std::string path = app.get_name() + ": ";
+  for (const CLI::App* up = app.get_parent(); up->get_parent() != nullptr; up = up->get_parent())
+    path.insert(0, up->get_name() + ' ');
+  return path;
+}
+
+}  // namespace
+
+std::string DescribeParseError(const CLI::App& app, const std::exception& error) {
+  const CLI::App& inner = *Innermost(&app);
+  const Names commands = CommandNames(inner);
+  const Names left = inner.remaining();
+  // An option that is not known leaves its value behind as well, in either order.
+  const auto option = std::find_if(left.begin(), left.end(),
+                                   [](const std::string& word) { return word.starts_with('-'); });
+  if (option != left.end()) {
+    return Place(inner) + "unknown option " + *option + DidYouMean(*option, OptionNames(inner));
+  }
+  if (!left.empty() && commands.empty()) return Place(inner) + "'" + left.front() + "' is too much";
+  if (!left.empty()) {
+    const std::string advice = DidYouMean(left.front(), commands);
+    return Place(inner) + "unknown command '" + left.front() + '\'' +
+           (advice.empty() ? "; --help lists them" : advice);
+  }
+  if (!commands.empty() && inner.get_require_subcommand_min() > 0) {
+    return Place(inner) + "a command is missing: " + Joined(commands);
+  }
+  return Place(inner) + error.what();
+}
+
+}  // namespace tools

@@ -1,0 +1,128 @@
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <chrono>
+#include <memory>
+#include <span>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "relay/daemon_datagram.h"
+#include "tools/commands.h"
+#include "tools/daemon_ports.h"
+#include "tools/failure.h"
+#include "tools/files.h"
+#include "tools/param_fields.h"
+#include "tools/parse.h"
+
+namespace tools {
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+using Clock = std::chrono::steady_clock;
+
+// Bytes of one datagram. The daemon hands each to the line in one write, and what a driver has no
+// room for is lost: their buffers hold a page or more.
+constexpr size_t kPiece = 2048;
+static_assert(kPiece + RS232_UDP_CODE_SIZE <= RS232_UDP_MAX);
+
+// What may be on its way to the line at once. More would be dropped from the daemon's socket.
+constexpr size_t kAhead = 8 * kPiece;
+
+// --- Pace --------------------------------------------------------------------------------------
+
+double BytesPerSecond() {
+  constexpr double kStartBit = 1;
+  const LineSettings line = ReadLineSettings();
+  const double bits = kStartBit + line.data_bits + (line.has_parity ? 1 : 0) + line.stop_bits;
+  return line.baud_rate / bits;
+}
+
+// Holds back as much as the line has not carried yet.
+class Pace {
+ public:
+  explicit Pace(double bytes_per_second) : bytes_per_second_(bytes_per_second) {}
+
+  // Waits until `count` further bytes may go.
+  void Await(size_t count) {
+    sent_ += count;
+    if (sent_ <= kAhead) return;
+    const double seconds = static_cast<double>(sent_ - kAhead) / bytes_per_second_;
+    std::this_thread::sleep_until(begin_ + std::chrono::duration_cast<Clock::duration>(
+                                               std::chrono::duration<double>(seconds)));
+  }
+
+ private:
+  double bytes_per_second_;
+  size_t sent_ = 0;
+  Clock::time_point begin_ = Clock::now();
+};
+
+void WriteBytes(std::span<const uint8_t> bytes) {
+  if (bytes.empty()) throw Failure(EXIT_STATUS_USAGE, "there are no bytes to write");
+  Pace pace(BytesPerSecond());
+  while (!bytes.empty()) {
+    const size_t count = std::min(bytes.size(), kPiece);
+    pace.Await(count);
+    SendToDaemon(RS232_UDP_WRITE, bytes.first(count));
+    bytes = bytes.subspan(count);
+  }
+}
+
+// --- Input -------------------------------------------------------------------------------------
+
+struct Request {
+  bool is_hex = false;
+  bool is_text = false;
+  std::vector<std::string> words;
+};
+
+std::string InputOf(const Request& request) {
+  if (request.words == std::vector<std::string>{"-"}) {
+    const Bytes input = ReadStandardInput();
+    return {input.begin(), input.end()};
+  }
+  std::string text;
+  for (const std::string& word : request.words)
+    text += (&word == request.words.data() ? "" : " ") + word;
+  return text;
+}
+
+void RunWrite(const Request& request) {
+  if (request.is_hex == request.is_text) {
+    throw Failure(EXIT_STATUS_USAGE, "write needs either --hex or --text");
+  }
+  const std::string input = InputOf(request);
+  if (request.is_text) {
+    WriteBytes({reinterpret_cast<const uint8_t*>(input.data()), input.size()});
+    return;
+  }
+  const auto bytes = ParseHexBytes(input);
+  if (!bytes.has_value()) {
+    throw Failure(EXIT_STATUS_USAGE, "that is not hexadecimal, two digits a byte: FF 01 0A");
+  }
+  WriteBytes(*bytes);
+}
+
+}  // namespace
+
+void AddWriteCommand(CLI::App* app) {
+  CLI::App* write = app->add_subcommand("write", "Write bytes to the serial line");
+  const auto request = std::make_shared<Request>();
+  write->add_flag("--hex", request->is_hex, "DATA is bytes in hexadecimal, two digits each");
+  write->add_flag("--text", request->is_text, "DATA goes as it is, words joined by one blank");
+  write->add_option("DATA", request->words, "what to write; - reads standard input")
+      ->type_name("")
+      ->required();
+  write->footer(
+      "Input that is too long for one datagram goes in several, in order, and no faster than the\n"
+      "line carries it. No line end is added.\n"
+      "Examples:\n"
+      "  rs232ctl write --hex FF 01 00 08 00 1D 26\n"
+      "  rs232ctl write --text 'hello head'\n"
+      "  rs232ctl write --text - < settings.bin");
+  write->final_callback([request] { RunWrite(*request); });
+}
+
+}  // namespace tools
