@@ -1,6 +1,8 @@
 #!/bin/sh
 # Builds the project and runs every test.
-#   ./test.sh [PRESET [CMAKE-OPTION...]]     PRESET: release (default), debug, asan, asan-clang, tsan
+#   ./test.sh [PRESET [CMAKE-OPTION...]]
+# PRESET: release (default), debug, asan, asan-clang, tsan; armhf and arm64 build for a board and
+# run under an emulator.
 set -eu
 cd "$(dirname "$0")"
 
@@ -9,6 +11,7 @@ preset="${1:-release}"
 
 case "$preset" in
   asan-clang) ./packaging/build-deps.sh clang ;;
+  armhf | arm64) ./packaging/build-deps.sh --cross "$preset" ;;
   *) ./packaging/build-deps.sh ;;
 esac
 cmake --preset "$preset" "$@" >/dev/null

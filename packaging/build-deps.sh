@@ -1,35 +1,78 @@
 #!/bin/sh
 # Sees to it that what the build needs is installed: installs it on Debian and Ubuntu when run
 # as root or with sudo, otherwise says exactly what is missing.
-# Arguments are further packages that the caller needs.
+#   build-deps.sh [--cross armhf|arm64] [PACKAGE...]
+# Arguments are further packages that the caller needs. --cross takes the compiler and the
+# libraries of another processor, and the emulator for what was built for it.
 set -eu
 
-packages="g++ cmake ninja-build libgtest-dev libcli11-dev libjson-c-dev $*"
+architecture=""
+triplet=""
+if [ "${1:-}" = "--cross" ]; then
+  architecture="$2"
+  shift 2
+  case "$architecture" in
+    armhf) triplet="arm-linux-gnueabihf" ;;
+    arm64) triplet="aarch64-linux-gnu" ;;
+    *) echo "build-deps: unknown architecture '$architecture'" >&2; exit 2 ;;
+  esac
+fi
+
+packages="g++ cmake ninja-build libgtest-dev libcli11-dev libjson-c-dev"
+if [ -n "$architecture" ]; then
+  packages="g++-$triplet cmake ninja-build libcli11-dev qemu-user"
+  for library in libgtest-dev libjson-c-dev libstdc++6; do
+    packages="$packages $library:$architecture"
+  done
+fi
+packages="$packages $*"
 
 if ! command -v dpkg-query >/dev/null 2>&1; then
   echo "build-deps: no Debian or Ubuntu; the build needs what these packages hold: $packages" >&2
   exit 0
 fi
 
+# A package may be there for another architecture than the one that is asked for.
+is_installed() {
+  wanted="$(dpkg --print-architecture)|all"
+  [ "$1" = "${1#*:}" ] || wanted="${1#*:}"
+  dpkg-query -W -f '${Architecture} ${Status}\n' "$1" 2>/dev/null |
+    grep -qE "^($wanted) install ok installed$"
+}
+
 missing=""
 for package in $packages; do
-  state=$(dpkg-query -W -f '${Status}' "$package" 2>/dev/null || true)
-  [ "$state" = "install ok installed" ] || missing="$missing $package"
+  is_installed "$package" || missing="$missing $package"
 done
 [ -n "$missing" ] || exit 0
+
+foreign=""
+if [ -n "$architecture" ] && [ "$architecture" != "$(dpkg --print-architecture)" ] &&
+  ! dpkg --print-foreign-architectures | grep -qx "$architecture"; then
+  foreign="$architecture"
+fi
 
 as_root=""
 if [ "$(id -u)" -ne 0 ]; then
   if command -v sudo >/dev/null 2>&1 && { [ -t 0 ] || sudo -n true 2>/dev/null; }; then
     as_root="sudo"
   else
-    echo "build-deps: missing packages; as root: apt-get install$missing" >&2
+    echo "build-deps: missing packages; as root:" \
+      "${foreign:+dpkg --add-architecture $foreign; apt-get update; }apt-get install$missing" >&2
     exit 1
   fi
 fi
 
 echo "build-deps: installing$missing"
 export DEBIAN_FRONTEND=noninteractive
-$as_root apt-get update -qq
+[ -z "$foreign" ] || $as_root dpkg --add-architecture "$foreign"
+# What is at hand may do where a list cannot be had.
+$as_root apt-get update -qq || true
 # shellcheck disable=SC2086  # a list of words
-$as_root apt-get install -y -qq --no-install-recommends $missing >/dev/null
+if ! $as_root apt-get install -y -qq --no-install-recommends $missing >/dev/null; then
+  echo "build-deps: could not install$missing" >&2
+  [ -z "$architecture" ] ||
+    echo "build-deps: packages of $architecture need a source that has them (Ubuntu:" \
+      "ports.ubuntu.com)" >&2
+  exit 1
+fi

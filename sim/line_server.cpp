@@ -54,8 +54,9 @@ void LineServer::Wait() const {
     if (!way->bytes.empty()) until = std::min(until, way->due);
   }
   const auto pause = std::max(Clock::duration::zero(), until - Clock::now());
-  const timespec limit = {
-      .tv_sec = 0, .tv_nsec = std::chrono::duration_cast<std::chrono::nanoseconds>(pause).count()};
+  const timespec limit = {.tv_sec = 0,
+                          .tv_nsec = static_cast<long>(
+                              std::chrono::duration_cast<std::chrono::nanoseconds>(pause).count())};
   pollfd source = {.fd = line_->FarEnd(), .events = POLLIN, .revents = 0};
   ppoll(&source, 1, &limit, nullptr);
 }

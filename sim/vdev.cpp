@@ -30,8 +30,12 @@ struct Options {
   bool once = false;
 };
 
+// Beside this program in a build tree, in sbin where both are installed.
 std::string DefaultDaemon() {
-  return std::filesystem::read_symlink("/proc/self/exe").replace_filename("rs232d").string();
+  const std::filesystem::path own = std::filesystem::read_symlink("/proc/self/exe");
+  const std::filesystem::path beside = own.parent_path() / "rs232d";
+  if (std::filesystem::exists(beside)) return beside.string();
+  return (own.parent_path().parent_path() / "sbin" / "rs232d").string();
 }
 
 // Readable once the user wants an end.

@@ -10,6 +10,9 @@ constexpr int64_t kUsPerS = 1'000'000;
 constexpr int64_t kUsPerMs = 1000;
 constexpr uint32_t kNsPerUs = 1000;
 
+// The build asks for this where `long` has 32 bits: in 2038 such a clock would go back.
+static_assert(sizeof(time_t) == sizeof(int64_t));
+
 TimeMark WallClockNow() {
   timeval now;
   gettimeofday(&now, nullptr);

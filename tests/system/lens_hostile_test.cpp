@@ -159,7 +159,7 @@ TEST_F(LensHostile, TuningFiles) {
     ASSERT_TRUE(WaitOutput(off, ++asked)) << daemon->Output();
   }
   // Larger than any tuning file, a directory, and nothing at all.
-  std::filesystem::resize_file(path, 1UL << 36);
+  std::filesystem::resize_file(path, uintmax_t{1} << 36);
   Control(CAMERA_CODE_AF_MODE, 3);
   EXPECT_TRUE(WaitOutput(off, ++asked, milliseconds(2000)));
   std::filesystem::remove(path);

@@ -161,7 +161,7 @@ TEST_F(Cthread, ThreadThatCannotBeCreatedIsReported) {
   ASSERT_EQ(pthread_getattr_default_np(&attributes), 0);
   pthread_attr_t impossible;
   pthread_attr_init(&impossible);
-  pthread_attr_setstacksize(&impossible, size_t{1} << 62);
+  pthread_attr_setstacksize(&impossible, ~size_t{0xFFFFF});  // all that can be addressed
   ASSERT_EQ(pthread_setattr_default_np(&impossible), 0);
   const int result = Call(thread_.Start);
   pthread_setattr_default_np(&attributes);

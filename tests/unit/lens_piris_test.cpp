@@ -111,6 +111,7 @@ class Piris : public testing::Test {
     g_mfz.piris_auto_req = 0;
     g_mfz.g_sensor_supported = 1;
     g_mfz.g_antiflk_enable = 0;
+    piris_claim();
     EXPECT_EQ(piris_start(), 0);
   }
 

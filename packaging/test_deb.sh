@@ -1,0 +1,182 @@
+#!/bin/sh
+# Installs the packages of a build tree in a private root, starts and stops the daemon there on a
+# pseudo-terminal, removes and purges the packages, and looks for what is left behind; then does
+# the same with the archive for BusyBox boards.
+#   test_deb.sh [BUILD-DIRECTORY]     as root; needs busybox
+# The private root is an overlay over this system in namespaces of its own: nothing that happens
+# there is seen outside or outlives the script.
+set -eu
+
+fail() {
+  echo "test_deb: $*" >&2
+  exit 1
+}
+
+# Waits until a command succeeds, 20 seconds at most.
+await() {
+  tries=200
+  until "$@"; do
+    tries=$((tries - 1))
+    [ "$tries" -gt 0 ] || fail "in vain: $*"
+    sleep 0.1
+  done
+}
+
+# --- Outside ------------------------------------------------------------------------------------
+
+enter_namespaces() {
+  [ "$(id -u)" -eq 0 ] || fail "needs root"
+  command -v busybox >/dev/null || fail "needs busybox"
+  build=$(cd "${1:-build}" && pwd)
+  exec unshare --mount --pid --net --ipc --uts --fork --kill-child sh "$0" --root "$build"
+}
+
+enter_root() {
+  mount --make-rprivate /
+  mount -t tmpfs -o mode=755 tmpfs /mnt
+  mkdir /mnt/upper /mnt/work /mnt/root
+  mount -t overlay -o lowerdir=/,upperdir=/mnt/upper,workdir=/mnt/work overlay /mnt/root
+  mkdir /mnt/root/test
+  cp "$0" "$1"/*.deb "$1"/*.tar.gz /mnt/root/test
+  cd /mnt/root
+  mount -t proc proc proc
+  # No /run/systemd/system: this root has no systemd.
+  for directory in dev run tmp; do mount -t tmpfs -o mode=755 tmpfs $directory; done
+  for device in null zero full random urandom tty; do
+    : >dev/$device
+    mount --bind /dev/$device dev/$device
+  done
+  mkdir dev/pts
+  mount -t devpts -o newinstance,ptmxmode=0666 devpts dev/pts
+  ln -s pts/ptmx dev/ptmx
+  ln -s /proc/self/fd dev/fd
+  busybox ip link set lo up
+  pivot_root . mnt
+  umount -l /mnt
+  cd /test
+  exec sh "./${0##*/}" --inside
+}
+
+# --- The device ---------------------------------------------------------------------------------
+
+PTZ_PORT=4001
+UDP_PORT=10020
+
+# A 32-bit field of the parameter block: OFFSET VALUE.
+put_word() {
+  # shellcheck disable=SC2059  # the format is the bytes
+  printf "$(printf '\\%03o\\%03o\\%03o\\%03o' $(($2 & 255)) $(($2 >> 8 & 255)) \
+    $(($2 >> 16 & 255)) $(($2 >> 24 & 255)))" |
+    dd of=/var/nvt/param.dat bs=1 seek="$1" conv=notrunc status=none
+}
+
+# Makes the device's files, and a pseudo-terminal whose output is kept in /run/line.out.
+make_device() {
+  script -qfc 'tty >/run/line; exec sleep 600' /run/line.out </dev/null >/dev/null &
+  await test -s /run/line
+  mkdir -p /var/nvt
+  printf 'QB-100' >/var/nvt/param.dat
+  truncate -s 23972 /var/nvt/param.dat
+  put_word 23728 2 # serial ports
+  put_word 23764 9600
+  put_word 23772 8
+  put_word 23776 1
+  put_word 23780 1 # PTZ server on
+  put_word 23784 $PTZ_PORT
+  echo "RS232_DAEMON_PORT=$UDP_PORT" >/etc/udp_port_table.conf
+  echo "Serial.2.DevPath=$(cat /run/line)" >/etc/capabilities.conf
+}
+
+is_bound() { grep -q ": [0-9A-F]*:$(printf %04X "$2") " "/proc/net/$1"; }
+is_serving() { is_bound udp $UDP_PORT && is_bound udp 10017 && is_bound tcp $PTZ_PORT; }
+has_ended() { ! is_bound udp $UDP_PORT && ! is_bound udp 10017; }
+has_reached_line() { grep -q "$1" /run/line.out; }
+
+# Starts the daemon by an init script, sends it bytes for the line, stops it both ways:
+# WORDS SCRIPT..., where WORDS is what reaches the line and SCRIPT how the script is called.
+exercise() {
+  words=$1
+  shift
+  "$@" start
+  await is_serving
+  bash -c "printf '%s' '$words' >/dev/tcp/127.0.0.1/$PTZ_PORT"
+  await has_reached_line "$words"
+  "$@" stop
+  has_ended || fail "still serving after stop"
+  [ ! -e /var/run/rs232d.pid ] || fail "the pid file is left"
+  "$@" start
+  await is_serving
+  rs232ctl stop
+  await has_ended
+  "$@" stop
+}
+
+# --- Inside -------------------------------------------------------------------------------------
+
+# Every path where a package or the daemon puts anything; not the package manager's own records.
+list_files() {
+  find /etc /usr /var \( -path /var/lib/dpkg -o -path /var/log -o -path /var/cache \) \
+    -prune -o -print | sort
+}
+
+is_installed() { [ "$(dpkg-query -W -f '${Status}' "$1" 2>&1)" = "install ok installed" ]; }
+
+check_files() {
+  for file in "$@"; do
+    [ -s "$file" ] || fail "no $file"
+  done
+}
+
+check_unit() {
+  command -v systemd-analyze >/dev/null || return 0
+  said=$(systemd-analyze verify --man=no rs232d.service 2>&1) || fail "unit: $said"
+  [ -z "$said" ] || fail "unit: $said"
+  systemd-analyze security --offline=true rs232d.service | grep Overall
+}
+
+test_packages() {
+  list_files >before
+  dpkg -i ./*.deb >dpkg.log 2>&1 || { cat dpkg.log; fail "dpkg -i"; }
+  for package in rs232d rs232d-sim; do
+    is_installed $package || fail "$package is not installed"
+    dpkg -V $package || fail "$package differs from what it holds"
+  done
+  check_files /usr/sbin/rs232d /usr/bin/rs232ctl /usr/bin/vdev \
+    /usr/lib/systemd/system/rs232d.service /usr/share/man/man8/rs232d.8.gz \
+    /usr/share/doc/rs232d/copyright
+  [ -L /etc/systemd/system/multi-user.target.wants/rs232d.service ] || fail "not enabled"
+  check_unit
+  has_ended || fail "started without systemd"
+
+  exercise "by the package" sh /usr/share/doc/rs232d/examples/S60rs232d
+  vdev run QB-620 --demo --once >vdev.log 2>&1 || { cat vdev.log; fail "vdev"; }
+
+  # Over itself, as an upgrade.
+  dpkg -i ./*.deb >dpkg.log 2>&1 || { cat dpkg.log; fail "dpkg -i over itself"; }
+  dpkg --remove rs232d-sim rs232d >dpkg.log 2>&1 || { cat dpkg.log; fail "dpkg --remove"; }
+  [ ! -e /usr/sbin/rs232d ] || fail "the daemon is left"
+  dpkg --purge rs232d-sim rs232d >dpkg.log 2>&1 || { cat dpkg.log; fail "dpkg --purge"; }
+  ! is_installed rs232d || fail "still installed"
+  list_files >after
+  diff before after >left || { cat left; fail "left behind"; }
+}
+
+test_archive() {
+  busybox tar xzf ./*.tar.gz -C /
+  mkdir applets
+  busybox --install -s /test/applets
+  exercise "by the archive" env PATH=/test/applets sh /etc/init.d/S60rs232d
+}
+
+test_inside() {
+  make_device
+  test_packages
+  test_archive
+  echo "test_deb: passed"
+}
+
+case "${1:-}" in
+  --root) enter_root "$2" ;;
+  --inside) test_inside ;;
+  *) enter_namespaces "$@" ;;
+esac
