@@ -4,7 +4,7 @@
 # Arguments are further packages that the caller needs.
 set -eu
 
-packages="g++ cmake ninja-build libgtest-dev libcli11-dev libjson-c-dev $*"
+packages="g++ cmake ninja-build libgtest-dev libcli11-dev libjson-c-dev libncurses-dev $*"
 
 if ! command -v dpkg-query >/dev/null 2>&1; then
   echo "build-deps: no Debian or Ubuntu; the build needs what these packages hold: $packages" >&2

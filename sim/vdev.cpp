@@ -33,6 +33,13 @@ std::string DefaultDaemon() {
              : installed.string();
 }
 
+// Whether a screen can be drawn.
+bool IsOnTerminal() {
+  const char* kind = getenv("TERM");
+  return isatty(STDIN_FILENO) != 0 && isatty(STDOUT_FILENO) != 0 && kind != nullptr &&
+         *kind != '\0' && strcmp(kind, "dumb") != 0;
+}
+
 // Runs a session in a world, and gives the terminal back however it ended.
 int RunGuarded(const std::function<int()>& session) {
   const sim::TerminalKeeper keeper;
@@ -66,8 +73,9 @@ void AddDeviceOptions(CLI::App* app, SessionOptions* options) {
   app->add_option("--daemon", options->daemon, "the daemon to run")
       ->check(CLI::ExistingFile)
       ->capture_default_str();
-  app->add_flag("--trace,!--no-trace", options->trace,
-                "run the daemon with its trace (default, but for lens models), or without");
+  app->add_flag_function(
+      "--trace,!--no-trace", [options](int64_t given) { options->trace = given > 0; },
+      "run the daemon with its trace (default, but for lens models), or without");
   app->add_flag("--verbose", options->verbose,
                 "with a command or a shell: vdev's own lines go to standard error");
 }
@@ -87,9 +95,12 @@ Arguments Split(int argc, char** argv) {
   return arguments;
 }
 
-int Run(const SessionOptions& options, const std::optional<GuestCommand>& command) {
+int Run(const SessionOptions& options, bool plain, const std::optional<GuestCommand>& command) {
   if (command.has_value()) {
     return RunGuarded([&] { return RunCommandSession(options, *command); });
+  }
+  if (!plain && !options.once && IsOnTerminal()) {
+    return RunGuarded([&] { return RunScreenSession(options); });
   }
   return RunGuarded([&] { return RunPlainSession(options); });
 }
@@ -100,6 +111,7 @@ int main(int argc, char** argv) {
   const Arguments arguments = Split(argc, argv);
   SessionOptions options;
   options.daemon = DefaultDaemon();
+  bool plain = false;
   std::optional<pid_t> pid;
 
   CLI::App app{"Runs rs232d on a virtual device, in a private world of namespaces."};
@@ -107,11 +119,13 @@ int main(int argc, char** argv) {
   CLI::App* run = app.add_subcommand(
       "run", "Start the daemon for MODEL with what that model has behind its serial line");
   AddDeviceOptions(run, &options);
+  run->add_flag("--plain", plain, "print plain lines also on a terminal");
   run->add_flag("--demo", options.demo, "show a short scripted sequence first");
   run->add_flag("--once", options.once, "end after the demonstration, status 0 if all was seen")
       ->needs("--demo");
   run->footer(
-      "-- COMMAND [ARGS...] runs a command beside the device; the exit status is the command's.\n"
+      "On a terminal the device is shown on a live screen. -- COMMAND [ARGS...] runs a command\n"
+      "beside the device instead; the exit status is the command's.\n"
       "Examples: vdev run QB-620 --demo\n"
       "          vdev run QB-620 -- rs232ctl stop");
   CLI::App* shell = app.add_subcommand("shell", "The same with your shell as the command");
@@ -136,6 +150,6 @@ int main(int argc, char** argv) {
     const sim::TerminalKeeper keeper;
     return sim::JoinWorld(pid, command);
   }
-  if (shell->parsed()) return Run(options, command);
-  return Run(options, arguments.command);
+  if (shell->parsed()) return Run(options, plain, command);
+  return Run(options, plain, arguments.command);
 }

@@ -1,17 +1,25 @@
 #include "sim/vdev_session.h"
 
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <optional>
+#include <span>
+#include <stdexcept>
+#include <vector>
 
 #include "sim/far_end_models.h"
+#include "sim/live_screen.h"
 #include "sim/plain_printer.h"
 #include "sim/session_signals.h"
+#include "sim/terminal.h"
 #include "sim/vdev_commands.h"
 #include "sim/virtual_device.h"
 
@@ -101,6 +109,77 @@ Ending Play(VirtualDevice* device, SessionSignals* signals) {
   }
 }
 
+// --- The live screen ---------------------------------------------------------------------------
+
+bool FitsScreen() {
+  winsize size = {};
+  if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0) return false;
+  if (size.ws_row >= kScreenRowsMin && size.ws_col >= kScreenColsMin) return true;
+  printf(
+      "vdev   | this terminal has %d by %d characters, the live screen needs %d by %d: plain "
+      "lines\n",
+      size.ws_col, size.ws_row, kScreenColsMin, kScreenRowsMin);
+  return false;
+}
+
+// The script of a demonstration, played while the screen is served.
+class Player {
+ public:
+  Player(std::span<const ScriptStep> script, Clock::time_point now) : script_(script), due_(now) {}
+
+  // Plays the steps that are due. Returns false once the script is over.
+  bool Serve(VirtualDevice* device, Clock::time_point now) {
+    if (now < due_) return true;
+    if (script_.empty()) return false;
+    device->Note(std::string("> ") + script_.front().line);
+    RunCommand(script_.front().line, device);
+    due_ = now + script_.front().watch;
+    script_ = script_.subspan(1);
+    return true;
+  }
+
+ private:
+  std::span<const ScriptStep> script_;
+  Clock::time_point due_;
+};
+
+// Serves the device and its screen until the user, or the daemon, ends it.
+Ending ServeScreen(VirtualDevice* device, LiveScreen* screen, SessionSignals* signals, bool demo) {
+  constexpr milliseconds kDrawEvery{40};
+  std::optional<Player> player;
+  if (demo) player.emplace(DemoScript(device->Config().model), Clock::now());
+  while (true) {
+    const Ending ending = Watch(device, kDrawEvery, signals);
+    if (ending != Ending::kTimeOver) return ending;
+    if (player.has_value() && !player->Serve(device, Clock::now())) {
+      player.reset();
+      device->ReleaseDataPort();
+    }
+    if (!screen->ServeKeys(device)) return Ending::kUserStops;
+    screen->Draw(*device);
+  }
+}
+
+struct ScreenEnd {
+  int status;
+  std::vector<LogLine> last_lines;
+};
+
+ScreenEnd ShowScreen(const SessionOptions& options, Terminal* terminal, SessionSignals* signals) {
+  LiveScreen screen(terminal, options.device);
+  DeviceSetup setup = SetupOf(options);
+  setup.data_port = options.demo;  // who joins the world wants it
+  VirtualDevice device(options.device, setup, &screen);
+  if (!device.Start()) {
+    screen.Note(options.daemon + " did not come up");
+    return {.status = EXIT_FAILURE, .last_lines = screen.LastLines()};
+  }
+  const Ending ending = ServeScreen(&device, &screen, signals, options.demo);
+  const bool stopped = device.Stop();
+  const bool good = stopped && ending != Ending::kDaemonEnded;
+  return {.status = good ? EXIT_SUCCESS : EXIT_FAILURE, .last_lines = screen.LastLines()};
+}
+
 // --- A command beside the device ---------------------------------------------------------------
 
 struct FileCloser {
@@ -160,6 +239,20 @@ int RunPlainSession(const SessionOptions& options) {
   if (ending == Ending::kTimeOver && !options.once) ending = Play(&device, &signals);
   const bool stopped = device.Stop();
   return shown && stopped && ending != Ending::kDaemonEnded ? EXIT_SUCCESS : EXIT_FAILURE;
+}
+
+int RunScreenSession(const SessionOptions& options) {
+  if (!FitsScreen()) return RunPlainSession(options);
+  ScreenEnd end;
+  {
+    SessionSignals signals;
+    Terminal terminal;
+    end = ShowScreen(options, &terminal, &signals);
+  }
+  // The terminal is the user's again.
+  for (const LogLine& line : end.last_lines)
+    printf("%-6s | %s\n", line.who.c_str(), line.text.c_str());
+  return end.status;
 }
 
 int RunCommandSession(const SessionOptions& options, const GuestCommand& command) {
