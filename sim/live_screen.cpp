@@ -31,9 +31,9 @@ std::string TitleOf(const std::string& model) {
 }
 
 std::string PortsOf(const DeviceConfig& config) {
-  return "PTZ TCP " + std::to_string(config.ptz_port) + " · UDP " +
-         std::to_string(config.udp_port) + " · channel " + std::to_string(RS232_COMMAND_PORT) +
-         " · line " + std::to_string(config.baud_rate) + " baud · 2nd terminal: vdev join";
+  return "TCP " + std::to_string(config.ptz_port) + " · UDP " + std::to_string(config.udp_port) +
+         " · channel " + std::to_string(RS232_COMMAND_PORT) + " · " +
+         std::to_string(config.baud_rate) + " baud · second terminal: vdev join";
 }
 
 std::string Since(Clock::time_point start, const char* format) {

@@ -143,7 +143,7 @@ void DrawHelp(Canvas* canvas, const std::vector<KeyHelp>& keys) {
   constexpr std::array<const char*, 7> kTexts = {
       "A motion lasts while its key is held, and stops by itself.",
       ":WORD ...  a typed command, e.g. :move 40 -20 0 or :tcp hello",
-      ":help      lists all of them in the trace; PgUp, PgDn scroll it",
+      ":help      lists them in the trace; PgUp and PgDn scroll it",
       "",
       "From a second terminal: vdev join               a shell beside",
       "                        vdev join -- COMMAND    the device",
@@ -193,7 +193,7 @@ Layout LayOut(int rows, int cols, int footer_rows) {
   constexpr int kTopMax = 16;
   const int top = std::clamp(rows * 2 / 5, kTopMin, kTopMax);
   const int rest = rows - kHeaderRows - top - footer_rows - 1;
-  const int frames = rest * 2 / 5;
+  const int frames = rest / 2;
   const int left = cols / 2;
   const int frames_row = kHeaderRows + top;
   return {.gauges = {.row = kHeaderRows, .col = 0, .rows = top, .cols = left},

@@ -5,12 +5,13 @@
 #define NCURSES_WIDECHAR 1
 #include <curses.h>
 #include <langinfo.h>
+#include <term.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <clocale>
 #include <cstring>
-#include <stdexcept>
 
 #include "sim/live_keys.h"
 
@@ -66,12 +67,13 @@ constexpr int kEscapeDelayMs = 25;
 
 }  // namespace
 
-Terminal::Terminal() {
+std::unique_ptr<Terminal> Terminal::Open() {
   setlocale(LC_CTYPE, "");
-  utf8_ = strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
-  if (newterm(nullptr, stdout, stdin) == nullptr) {
-    throw std::runtime_error("this kind of terminal cannot show a screen, try --plain");
-  }
+  if (newterm(nullptr, stdout, stdin) == nullptr) return nullptr;
+  return std::unique_ptr<Terminal>(new Terminal(strcmp(nl_langinfo(CODESET), "UTF-8") == 0));
+}
+
+Terminal::Terminal(bool utf8) : utf8_(utf8) {
   cbreak();
   noecho();
   nonl();
@@ -123,6 +125,15 @@ std::optional<int> Terminal::ReadKey() {
   if (code == KEY_RESIZE) return kKeyResize;
   const auto* row = std::ranges::find(kKeys, code, &KeyRow::code);
   return row == kKeys.end() ? code : row->key;
+}
+
+void LeaveScreen() {
+  int result = 0;
+  if (setupterm(nullptr, STDOUT_FILENO, &result) != OK) return;
+  for (const char* sequence : {exit_ca_mode, cursor_normal, exit_attribute_mode}) {
+    if (sequence != nullptr) putp(sequence);
+  }
+  fflush(stdout);
 }
 
 }  // namespace sim

@@ -1,6 +1,7 @@
 // The terminal that a live screen is shown on. One at a time.
 #pragma once
 
+#include <memory>
 #include <optional>
 
 #include "sim/canvas.h"
@@ -9,9 +10,8 @@ namespace sim {
 
 class Terminal {
  public:
-  // Takes the terminal on standard input and output. Throws std::runtime_error when it cannot
-  // be drawn on.
-  Terminal();
+  // Takes the terminal on standard input and output; null when it cannot be drawn on.
+  static std::unique_ptr<Terminal> Open();
   Terminal(const Terminal&) = delete;
   Terminal& operator=(const Terminal&) = delete;
   // Gives it back as it was.
@@ -26,7 +26,12 @@ class Terminal {
   std::optional<int> ReadKey();
 
  private:
-  bool utf8_ = false;
+  explicit Terminal(bool utf8);
+
+  bool utf8_;
 };
+
+// Leaves the screen of a process that has ended without doing so.
+void LeaveScreen();
 
 }  // namespace sim

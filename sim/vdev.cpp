@@ -13,6 +13,7 @@
 #include <string>
 
 #include "sim/guest_command.h"
+#include "sim/terminal.h"
 #include "sim/vdev_session.h"
 #include "sim/world.h"
 #include "sim/world_door.h"
@@ -100,7 +101,10 @@ int Run(const SessionOptions& options, bool plain, const std::optional<GuestComm
     return RunGuarded([&] { return RunCommandSession(options, *command); });
   }
   if (!plain && !options.once && IsOnTerminal()) {
-    return RunGuarded([&] { return RunScreenSession(options); });
+    const int status = RunGuarded([&] { return RunScreenSession(options); });
+    constexpr int kSignalBase = 128;
+    if (status > kSignalBase) sim::LeaveScreen();
+    return status;
   }
   return RunGuarded([&] { return RunPlainSession(options); });
 }

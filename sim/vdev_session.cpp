@@ -243,13 +243,11 @@ int RunPlainSession(const SessionOptions& options) {
 
 int RunScreenSession(const SessionOptions& options) {
   if (!FitsScreen()) return RunPlainSession(options);
-  ScreenEnd end;
-  {
-    SessionSignals signals;
-    Terminal terminal;
-    end = ShowScreen(options, &terminal, &signals);
-  }
-  // The terminal is the user's again.
+  std::unique_ptr<Terminal> terminal = Terminal::Open();
+  if (terminal == nullptr) return RunPlainSession(options);
+  SessionSignals signals;
+  const ScreenEnd end = ShowScreen(options, terminal.get(), &signals);
+  terminal.reset();
   for (const LogLine& line : end.last_lines)
     printf("%-6s | %s\n", line.who.c_str(), line.text.c_str());
   return end.status;

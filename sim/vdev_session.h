@@ -26,8 +26,8 @@ constexpr char kSessionLog[] = "/dev/.world/vdev.log";
 // Prints plain lines and takes commands from standard input.
 int RunPlainSession(const SessionOptions& options);
 
-// Shows the device on the terminal. Where the terminal is too small it runs a plain session,
-// after one line that says so.
+// Shows the device on the terminal. Runs a plain session where the terminal cannot be drawn on,
+// and where it is too small, after one line that says so.
 int RunScreenSession(const SessionOptions& options);
 
 // Runs the command once the daemon serves. The exit status is the command's.

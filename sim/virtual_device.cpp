@@ -273,7 +273,12 @@ bool VirtualDevice::Stop() {
     daemon_->Signal(SIGKILL);
     return daemon_->WaitEnd() == -SIGKILL;
   }
-  const auto status = daemon_->Stop();
+  daemon_->Signal(SIGTERM);
+  // A daemon that awaits an answer ends once it has it.
+  const auto end = Clock::now() + kPatience;
+  while (Clock::now() < end && Serve(kTickEvery, -1)) {
+  }
+  const auto status = daemon_->WaitEnd(milliseconds(0));
   TakeDaemonLines(true);
   if (!status.has_value()) {
     Note("vdev", "rs232d does not end");
