@@ -110,6 +110,9 @@ Instruments ReadLens(const LensMicom& lens, const CameraDaemon& camera) {
   Instruments read;
   Gauge focus = Reading("focus", "%.0f", pose.focus, 0, build.focus_travel);
   focus.mark = in_focus / build.focus_travel;
+  constexpr double kFarOff = 200;
+  Gauge off_curve = Reading("off curve", "%+.0f", pose.focus - in_focus, -kFarOff, kFarOff);
+  off_curve.mark = 0.5;
   // The exposure figure spans three decades: its logarithm moves evenly.
   constexpr double kShortest = 1024;
   constexpr double kLongest = 363329;
@@ -117,12 +120,14 @@ Instruments ReadLens(const LensMicom& lens, const CameraDaemon& camera) {
                         std::log2(kShortest), std::log2(kLongest));
   level.figure = std::to_string(exposure.level);
   read.gauges = {
-      Reading("zoom", "%.0f", pose.zoom, 0, build.zoom_travel), focus,
+      Reading("zoom", "%.0f", pose.zoom, 0, build.zoom_travel),
+      focus,
+      off_curve,
       Reading("sharpness", "%.0f %%",
               kPercent * (sharpness - camera.scene.floor) / camera.scene.height, 0, kPercent),
-      Reading("iris", "%.0f", pose.iris, 0, build.iris_travel), level};
-  read.notes = {Format("focus %+.0f steps from the curve", pose.focus - in_focus),
-                BrightnessOf(exposure)};
+      Reading("iris", "%.0f", pose.iris, 0, build.iris_travel),
+      level};
+  read.notes = {BrightnessOf(exposure)};
   read.view = CurveOf(pose, build);
   return read;
 }

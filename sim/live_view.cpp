@@ -235,7 +235,7 @@ void DrawGauge(Canvas* canvas, int row, int col, int cols, const Gauge& gauge) {
   canvas->Put(row, bar + knob, U'●', Style::kValue);
 }
 
-// The sphere around the head laid out flat; a box is what the head sees.
+// The sphere around the head laid out flat; the line is as wide as what the head sees.
 void DrawView(Canvas* canvas, const Area& area, const MapView& view) {
   const int rows = area.rows - 1;  // the last one holds the scale
   const auto row_of = [&](double tilt) { return area.row + Place((90 - tilt) / 180, rows); };
@@ -255,18 +255,11 @@ void DrawView(Canvas* canvas, const Area& area, const MapView& view) {
   for (const auto& [number, preset] : view.presets)
     canvas->Write(row_of(preset.tilt), col_of(preset.pan), std::to_string(number), Style::kMark);
 
-  const double half = kFieldOfView / view.pose.zoom / 2;
-  const int top = row_of(std::min(90.0, view.pose.tilt + half / 2));
-  const int bottom = row_of(std::max(-90.0, view.pose.tilt - half / 2));
-  const int reach = static_cast<int>(half / kCircle * area.cols);
+  const int reach = static_cast<int>(kFieldOfView / view.pose.zoom / 2 / kCircle * area.cols);
   const int middle = col_of(view.pose.pan) - area.col;
   for (int i = -reach; i <= reach; ++i) {
     const int col = area.col + (middle + i + area.cols) % area.cols;
-    const bool is_side = i == -reach || i == reach;
-    for (int row = top; row <= bottom; ++row) {
-      const bool is_edge = row == top || row == bottom;
-      if (is_side || is_edge) canvas->Put(row, col, is_edge ? U'─' : U'│', Style::kBar);
-    }
+    canvas->Put(row_of(view.pose.tilt), col, U'━', Style::kBar);
   }
   canvas->Put(row_of(view.pose.tilt), area.col + middle, U'●', Style::kValue);
 }

@@ -89,7 +89,7 @@ TEST(LiveView, PointsStandWhereTheDeviceStands) {
   EXPECT_EQ(head(0, 0, 1), "4,18");
   EXPECT_EQ(head(90, 90, 20), "0,27");
   EXPECT_EQ(head(270, -90, 5), "7,9");
-  EXPECT_EQ(head(180, 0, 1), "4,0");  // its box is on both sides of the map
+  EXPECT_EQ(head(180, 0, 1), "4,0");  // its line is on both sides of the map
   EXPECT_EQ(head(179.9, 0, 1), "4,36");
   const auto lens = [](double zoom, double focus) {
     return PointIn(sim::CurveView{.focus = {0, 50, 100},
