@@ -73,9 +73,10 @@ void Canvas::Write(int row, int col, std::string_view text, Style style, int wid
 }
 
 void Canvas::Fill(const Area& area, char32_t glyph, Style style) {
-  for (int row = area.row; row < area.row + area.rows; ++row)
+  for (int row = area.row; row < area.row + area.rows; ++row) {
     for (int col = area.col; col < area.col + area.cols; ++col)
       Put(row, col, glyph, style);
+  }
 }
 
 void Canvas::Frame(const Area& area, std::string_view heading) {

@@ -25,7 +25,7 @@ int Place(double share, int count) {
 // Dots of a curve, two across and four down in a cell.
 class Dots {
  public:
-  Dots(int rows, int cols) : rows_(rows), cols_(cols), bits_(static_cast<size_t>(rows * cols)) {}
+  Dots(int rows, int cols) : rows_(rows), cols_(cols), bits_(static_cast<size_t>(rows) * static_cast<size_t>(cols)) {}
 
   int Down() const { return rows_ * 4; }
   int Across() const { return cols_ * 2; }
@@ -209,11 +209,12 @@ std::vector<std::string> FooterRows(const std::vector<KeyHelp>& keys, int cols) 
   std::vector<std::string> rows = {""};
   for (const KeyHelp& key : keys) {
     const std::string entry = std::string(key.keys) + " " + key.does;
-    const std::string gap = rows.back().empty() ? "" : "  ";
-    if (Length(rows.back() + gap + entry) > cols - kMargins) {
+    std::string longer = rows.back();
+    longer.append(longer.empty() ? "" : "  ").append(entry);
+    if (Length(longer) > cols - kMargins) {
       rows.push_back(entry);
     } else {
-      rows.back() += gap + entry;
+      rows.back() = longer;
     }
   }
   return rows;
