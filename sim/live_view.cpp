@@ -25,7 +25,8 @@ int Place(double share, int count) {
 // Dots of a curve, two across and four down in a cell.
 class Dots {
  public:
-  Dots(int rows, int cols) : rows_(rows), cols_(cols), bits_(static_cast<size_t>(rows) * static_cast<size_t>(cols)) {}
+  Dots(int rows, int cols)
+      : rows_(rows), cols_(cols), bits_(static_cast<size_t>(rows) * static_cast<size_t>(cols)) {}
 
   int Down() const { return rows_ * 4; }
   int Across() const { return cols_ * 2; }
@@ -33,8 +34,9 @@ class Dots {
   void Set(int down, int across) {
     constexpr std::array<std::array<uint8_t, 2>, 4> kBits = {
         {{0x01, 0x08}, {0x02, 0x10}, {0x04, 0x20}, {0x40, 0x80}}};
-    const auto cell = static_cast<size_t>(down / 4 * cols_ + across / 2);
-    bits_[cell] |= kBits[static_cast<size_t>(down % 4)][static_cast<size_t>(across % 2)];
+    const int cell = down / 4 * cols_ + across / 2;
+    bits_[static_cast<size_t>(cell)] |=
+        kBits[static_cast<size_t>(down % 4)][static_cast<size_t>(across % 2)];
   }
 
   void Draw(Canvas* canvas, int row, int col, Style style) const {
