@@ -19,6 +19,6 @@ done
 
 ./packaging/build-deps.sh
 cmake --preset release >/dev/null
-cmake --build --preset release --target rs232d vdev
+cmake --build --preset release --target rs232d vdev rs232ctl
 # shellcheck disable=SC2086  # empty or one word
 exec build/vdev run "$model" --demo $once

@@ -18,7 +18,7 @@ if [ "${1:-}" = "--cross" ]; then
   esac
 fi
 
-packages="g++ cmake ninja-build libgtest-dev libcli11-dev libjson-c-dev"
+packages="g++ cmake ninja-build libgtest-dev libcli11-dev libjson-c-dev libncurses-dev"
 if [ -n "$architecture" ]; then
   packages="g++-$triplet cmake ninja-build libcli11-dev qemu-user"
   for library in libgtest-dev libjson-c-dev libstdc++6; do

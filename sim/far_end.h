@@ -36,6 +36,8 @@ class FarEnd {
   // Whether Describe is about to change by itself: a motor turns.
   virtual bool IsMoving() const = 0;
 
+  // The bytes of a frame that it took; what it understood of them follows in words.
+  std::function<void(std::span<const uint8_t>)> on_frame = [](std::span<const uint8_t>) {};
   // What it understood, in words.
   std::function<void(const std::string&)> on_words = [](const std::string&) {};
   // Bytes that are no frame.

@@ -140,6 +140,7 @@ void HdMicom::Scan(bool is_final) {
 }
 
 void HdMicom::TakeFrame(std::span<const uint8_t> frame) {
+  on_frame(frame);
   const uint8_t command = frame[HD_COMMAND_AT];
   if (frame[HD_ACCESS_AT] == HD_QUERY) {
     TakeQuery(command);

@@ -44,6 +44,8 @@ class HdMicom : public FarEnd {
   std::string Describe() const override;
   bool IsMoving() const override { return loader_.has_value() || lens_.IsMoving(); }
 
+  const ModuleLens& Lens() const { return lens_; }
+  const ModuleMenu& Menu() const { return menu_; }
   // The loader, once it was entered.
   const MicomLoader* Loader() const { return loader_.has_value() ? &*loader_ : nullptr; }
 

@@ -157,6 +157,7 @@ void LensMicom::TakeFrame() {
   LensFrame frame = {.earliest = line_empty_, .time = now_, .bytes = {}};
   std::copy_n(partial_.begin(), I2M_FRAME_SIZE, frame.bytes.begin());
   frames_.push_back(frame);
+  on_frame(frame.bytes);
   const uint8_t address = frame.bytes[I2M_ADDRESS_AT];
   const auto value = static_cast<uint16_t>(frame.bytes[I2M_HIGH_AT] << 8 | frame.bytes[I2M_LOW_AT]);
   if (frame.bytes[I2M_KIND_AT] == I2M_READ) {

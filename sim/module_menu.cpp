@@ -8,7 +8,6 @@ namespace {
 // The last line leaves the menu.
 constexpr std::array<const char*, 4> kNames = {"exposure", "white balance", "sharpness", "exit"};
 constexpr size_t kExit = kNames.size() - 1;
-constexpr int kValueMax = 9;
 
 }  // namespace
 
@@ -43,6 +42,10 @@ std::string ModuleMenu::Describe() const {
   std::string text = std::string("menu at ") + kNames[cursor_];
   if (cursor_ != kExit) text.append(" ").append(std::to_string(values_[cursor_]));
   return text;
+}
+
+const char* ModuleMenu::NameOf(size_t line) {
+  return kNames[line];
 }
 
 void ModuleMenu::Change(int by) {

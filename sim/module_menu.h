@@ -18,11 +18,18 @@ class ModuleMenu {
 
   bool IsOpen() const { return is_open_; }
 
+  // The line under the cursor, and what the lines are called and hold. The last one, which leaves
+  // the menu, holds nothing.
+  size_t Cursor() const { return cursor_; }
+  static constexpr size_t kLines = 4;
+  static const char* NameOf(size_t line);
+  int ValueOf(size_t line) const { return values_[line]; }
+  static constexpr int kValueMax = 9;
+
   // "menu closed", "menu at exposure 5", "menu at exit".
   std::string Describe() const;
 
  private:
-  static constexpr size_t kLines = 4;
   static constexpr int kValueAtStart = 5;
 
   void Change(int by);

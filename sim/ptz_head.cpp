@@ -71,6 +71,7 @@ void PtzHead::Advance(Clock::time_point now) {
 
 void PtzHead::TakeFrame(const PelcoFrame& frame) {
   ++frame_count_;
+  on_frame(frame);
   if (IsPelcoExtended(frame)) {
     TakeExtended(frame);
   } else {

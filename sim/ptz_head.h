@@ -40,6 +40,9 @@ class PtzHead : public FarEnd {
   bool IsMoving() const override;
 
   HeadPose Pose(Clock::time_point now);
+  // As of the last Feed or Tick.
+  const HeadPose& Pose() const { return pose_; }
+  const std::map<int, HeadPose>& Presets() const { return presets_; }
   int FrameCount() const { return frame_count_; }
 
   // The pose in words, e.g. "pan 12.5 deg, tilt -3.0 deg, zoom 1.0x, focus 50 %".

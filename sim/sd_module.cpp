@@ -67,6 +67,7 @@ std::string SdModule::Describe() const {
 }
 
 void SdModule::TakeFrame(const PelcoFrame& frame) {
+  on_frame(frame);
   if (HasBody(frame, kModelQuery)) {
     answer_due_ = last_byte_ + kSdAnswerTime;
     on_words("asked for its model");

@@ -28,6 +28,9 @@ class SdModule : public FarEnd {
   std::string Describe() const override;
   bool IsMoving() const override { return lens_.IsMoving(); }
 
+  const ModuleLens& Lens() const { return lens_; }
+  const ModuleMenu& Menu() const { return menu_; }
+
  private:
   void TakeFrame(const PelcoFrame& frame);
   bool TakeKey(const PelcoFrame& frame);

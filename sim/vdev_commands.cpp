@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <climits>
-#include <cstdio>
 #include <cstdlib>
 #include <initializer_list>
 #include <sstream>
@@ -96,7 +95,7 @@ CommandResult RunControl(const ControlRow& row, const std::vector<std::string>& 
                          VirtualDevice* device) {
   CameraControl control = row.control;
   if (!FillParameters(texts, CountOf(row.arguments), &control)) {
-    printf("vdev   | usage: %s %s\n", row.word, row.help);
+    device->Note(std::string("usage: ") + row.word + " " + row.help);
     return CommandResult::kBad;
   }
   device->SendControl(control);
@@ -112,7 +111,7 @@ CommandResult RunCode(const std::vector<std::string>& texts, VirtualDevice* devi
                     ParseNumber(texts[0], 16, 0, 0xFFFF, &code) &&
                     FillParameters({texts.begin() + 1, texts.end()}, texts.size() - 1, &control);
   if (!good) {
-    printf("vdev   | usage: code HEX [P1 [P2 [P3]]], e.g. code 2007\n");
+    device->Note("usage: code HEX [P1 [P2 [P3]]], e.g. code 2007");
     return CommandResult::kBad;
   }
   control.code = static_cast<uint16_t>(code);
@@ -127,7 +126,7 @@ CommandResult RunUpdate(const std::vector<std::string>& texts, VirtualDevice* de
   constexpr long kMost = 1'000'000;
   long size = 3000;
   if (texts.size() > 1 || (!texts.empty() && !ParseNumber(texts[0], 10, 0, kMost, &size))) {
-    printf("vdev   | usage: update [BYTES], at most %ld\n", kMost);
+    device->Note("usage: update [BYTES], at most " + std::to_string(kMost));
     return CommandResult::kBad;
   }
   device->UpdateFirmware(static_cast<size_t>(size));
@@ -148,15 +147,23 @@ constexpr std::array<RawRow, 3> kRaw = {{
     {"say", &VirtualDevice::SendFromFarEnd, "TEXT: bytes from the far end"},
 }};
 
-void PrintHelp() {
+// "  WORD   HELP", the words in a column.
+std::string HelpLine(const char* word, const char* help) {
+  constexpr size_t kWordWidth = 6;
+  std::string padded = word;
+  padded.resize(std::max(padded.size(), kWordWidth), ' ');
+  return "  " + padded + " " + help;
+}
+
+void TellHelp(VirtualDevice* device) {
   for (const ControlRow& row : kControls)
-    printf("vdev   |   %-6s %s\n", row.word, row.help);
-  printf("vdev   |   %-6s %s\n", "code", "HEX [P1 [P2 [P3]]]: any control code");
+    device->Note(HelpLine(row.word, row.help));
+  device->Note(HelpLine("code", "HEX [P1 [P2 [P3]]]: any control code"));
   for (const RawRow& row : kRaw)
-    printf("vdev   |   %-6s %s\n", row.word, row.help);
-  printf("vdev   |   %-6s %s\n", "update",
-         "[BYTES]: new firmware for the module, then the device reboots (QB-3xx, QB-4xx)");
-  printf("vdev   |   %-6s %s\n", "quit", "end (so does Ctrl-C)");
+    device->Note(HelpLine(row.word, row.help));
+  device->Note(HelpLine(
+      "update", "[BYTES]: new firmware for the module, then the device reboots (QB-3xx, QB-4xx)"));
+  device->Note(HelpLine("quit", "end (so does Ctrl-C)"));
 }
 
 // --- Scripts -----------------------------------------------------------------------------------
@@ -234,60 +241,74 @@ constexpr std::array<ScriptStep, 7> kLensDemo = {{
     {"udp hello from a local process", milliseconds(200)},
 }};
 
-bool Expect(bool seen, const char* what) {
-  if (!seen) printf("vdev   | not seen: %s\n", what);
-  return seen;
-}
+struct Expectation {
+  bool seen;
+  const char* what;
+};
 
 bool Contains(const std::string& text, const char* part) {
   return text.find(part) != std::string::npos;
 }
 
-bool AllOf(std::initializer_list<bool> shown) {
-  return std::all_of(shown.begin(), shown.end(), [](bool one) { return one; });
+// Whether all was seen; tells what was not.
+bool AllOf(std::initializer_list<Expectation> expectations, EventSink* sink) {
+  bool all = true;
+  for (const Expectation& expectation : expectations) {
+    if (!expectation.seen) sink->Note(std::string("not seen: ") + expectation.what);
+    all = all && expectation.seen;
+  }
+  return all;
 }
 
-bool ShowedRawBytes(const Sightings& seen) {
-  return AllOf({
-      Expect(Contains(seen.raw_to_line, kClientText), "bytes of the PTZ client on the line"),
-      Expect(Contains(seen.raw_to_line, kUdpText), "bytes of the local process on the line"),
-      Expect(Contains(seen.line_to_client, kFarEndText), "bytes of the far end at the PTZ client"),
-      Expect(Contains(seen.line_to_data, kFarEndText), "bytes of the far end at the data port"),
-  });
+bool ShowedRawBytes(const Sightings& seen, EventSink* sink) {
+  return AllOf(
+      {
+          {Contains(seen.raw_to_line, kClientText), "bytes of the PTZ client on the line"},
+          {Contains(seen.raw_to_line, kUdpText), "bytes of the local process on the line"},
+          {Contains(seen.line_to_client, kFarEndText), "bytes of the far end at the PTZ client"},
+          {Contains(seen.line_to_data, kFarEndText), "bytes of the far end at the data port"},
+      },
+      sink);
 }
 
-bool ShowedLens(const Sightings& seen) {
-  return AllOf({
-      Expect(seen.camera_info == "VERSION=1.5-s\n", "the version of this lens's micom"),
-      Expect(Contains(seen.words, "zoom 10 steps wide"), "a zoom drive"),
-      Expect(Contains(seen.words, "focus measure"), "measures of a focus search"),
-      Expect(Contains(seen.daemon_output, "TRACE\t"), "a trace point"),
-      Expect(Contains(seen.raw_to_line, kClientText), "bytes of the PTZ client on the line"),
-      Expect(Contains(seen.raw_to_line, kUdpText), "bytes of the local process on the line"),
-  });
+bool ShowedLens(const Sightings& seen, EventSink* sink) {
+  return AllOf(
+      {
+          {seen.camera_info == "VERSION=1.5-s\n", "the version of this lens's micom"},
+          {Contains(seen.words, "zoom 10 steps wide"), "a zoom drive"},
+          {Contains(seen.words, "focus measure"), "measures of a focus search"},
+          {Contains(seen.daemon_output, "TRACE\t"), "a trace point"},
+          {Contains(seen.raw_to_line, kClientText), "bytes of the PTZ client on the line"},
+          {Contains(seen.raw_to_line, kUdpText), "bytes of the local process on the line"},
+      },
+      sink);
 }
 
-bool ShowedSdModule(const Sightings& seen) {
-  return AllOf({
-      Expect(seen.camera_info == "VERSION=0.0\nMODEL=18\nRESOLUTION=sd\n",
-             "the camera information file of this module"),
-      Expect(Contains(seen.words, "menu key"), "a key of the menu"),
-      Expect(Contains(seen.words, "zoom tele"), "zoom"),
-  });
+bool ShowedSdModule(const Sightings& seen, EventSink* sink) {
+  return AllOf(
+      {
+          {seen.camera_info == "VERSION=0.0\nMODEL=18\nRESOLUTION=sd\n",
+           "the camera information file of this module"},
+          {Contains(seen.words, "menu key"), "a key of the menu"},
+          {Contains(seen.words, "zoom tele"), "zoom"},
+      },
+      sink);
 }
 
-bool ShowedHdModule(const Sightings& seen) {
-  return AllOf({
-      Expect(seen.camera_info == "VERSION=2.1\nMODEL=Sony 2M\nRESOLUTION=1080p\n",
-             "the camera information file of this module"),
-      Expect(Contains(seen.words, "menu key"), "a key of the menu"),
-      Expect(Contains(seen.words, "zoom tele"), "zoom"),
-      Expect(Contains(seen.words, "focus search"), "a focus search"),
-      Expect(Contains(seen.words, "all bytes are there"), "new firmware in the micom"),
-      Expect(Contains(seen.daemon_output, "* write 100%"), "the progress of the update"),
-      Expect(seen.reboot_notices == 1, "one notice of a reboot at the system manager"),
-      Expect(Contains(seen.programs, " reboot"), "the reboot"),
-  });
+bool ShowedHdModule(const Sightings& seen, EventSink* sink) {
+  return AllOf(
+      {
+          {seen.camera_info == "VERSION=2.1\nMODEL=Sony 2M\nRESOLUTION=1080p\n",
+           "the camera information file of this module"},
+          {Contains(seen.words, "menu key"), "a key of the menu"},
+          {Contains(seen.words, "zoom tele"), "zoom"},
+          {Contains(seen.words, "focus search"), "a focus search"},
+          {Contains(seen.words, "all bytes are there"), "new firmware in the micom"},
+          {Contains(seen.daemon_output, "* write 100%"), "the progress of the update"},
+          {seen.reboot_notices == 1, "one notice of a reboot at the system manager"},
+          {Contains(seen.programs, " reboot"), "the reboot"},
+      },
+      sink);
 }
 
 }  // namespace
@@ -299,7 +320,7 @@ CommandResult RunCommand(const std::string& line, VirtualDevice* device) {
   if (word == "quit") return CommandResult::kQuit;
   if (word == "wait") return CommandResult::kDone;
   if (word == "help") {
-    PrintHelp();
+    TellHelp(device);
     return CommandResult::kDone;
   }
   std::string rest;
@@ -319,7 +340,7 @@ CommandResult RunCommand(const std::string& line, VirtualDevice* device) {
     (device->*row.send)(rest);
     return CommandResult::kDone;
   }
-  printf("vdev   | unknown command '%s', try help\n", word.c_str());
+  device->Note("unknown command '" + word + "', try help");
   return CommandResult::kBad;
 }
 
@@ -338,21 +359,21 @@ std::span<const ScriptStep> DemoScript(const std::string& model) {
   return kHeadDemo;
 }
 
-bool DemoShowedAll(const std::string& model, const Sightings& seen) {
+bool DemoShowedAll(const std::string& model, const Sightings& seen, EventSink* sink) {
   const FarEndKind kind = KindOfModel(model);
   // A lens mode hands no serial data on.
-  if (kind == FarEndKind::kLens) return ShowedLens(seen);
-  const bool raw_bytes = ShowedRawBytes(seen);
+  if (kind == FarEndKind::kLens) return ShowedLens(seen, sink);
+  const bool raw_bytes = ShowedRawBytes(seen, sink);
   switch (kind) {
     case FarEndKind::kSdModule:
-      return ShowedSdModule(seen) && raw_bytes;
+      return ShowedSdModule(seen, sink) && raw_bytes;
     case FarEndKind::kHdModule:
-      return ShowedHdModule(seen) && raw_bytes;
+      return ShowedHdModule(seen, sink) && raw_bytes;
     case FarEndKind::kLens:
     case FarEndKind::kPtzHead:
       break;
   }
-  return Expect(!seen.words.empty(), "a frame that the head understands") && raw_bytes;
+  return AllOf({{!seen.words.empty(), "a frame that the head understands"}}, sink) && raw_bytes;
 }
 
 }  // namespace sim

@@ -12,7 +12,7 @@ namespace sim {
 enum class CommandResult { kDone, kQuit, kBad };
 
 // Carries one line out: a word of the table and its arguments. An empty line does nothing. Bad
-// input prints one line that says what is wrong.
+// input makes the device note one line that says what is wrong.
 CommandResult RunCommand(const std::string& line, VirtualDevice* device);
 
 // One line of a script and how long to watch afterwards.
@@ -24,8 +24,8 @@ struct ScriptStep {
 // The demonstration of a model.
 std::span<const ScriptStep> DemoScript(const std::string& model);
 
-// Whether a device of a model has shown everything that its demonstration should; prints what it
+// Whether a device of a model has shown everything that its demonstration should; notes what it
 // has not.
-bool DemoShowedAll(const std::string& model, const Sightings& seen);
+bool DemoShowedAll(const std::string& model, const Sightings& seen, EventSink* sink);
 
 }  // namespace sim

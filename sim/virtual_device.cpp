@@ -8,10 +8,10 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
 #include <cstring>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "ipc/cicomm.h"
@@ -23,22 +23,12 @@
 namespace sim {
 namespace {
 
-// How often the far end is described while it moves.
-constexpr milliseconds kReportEvery{500};
-// Words that are said again after this long are printed again.
-constexpr milliseconds kSaidAgainWithin{200};
 // A file that has not changed for this long is whole.
 constexpr milliseconds kFileSettled{50};
-// Most of a line of the daemon's that is printed.
-constexpr size_t kLineShown = 120;
 
 constexpr char kCameraInfoPath[] = "/var/nvt/camera.info";
 constexpr char kFirmwarePath[] = "/tmp/micom_firmware";
 constexpr size_t kFirmwareHeader = 64;
-
-void Print(const char* who, const std::string& words) {
-  printf("%-6s | %s\n", who, words.c_str());
-}
 
 std::string Text(std::span<const uint8_t> bytes) {
   std::string text(bytes.begin(), bytes.end());
@@ -59,10 +49,6 @@ Bytes BytesOf(const std::string& text) {
   return Bytes(text.begin(), text.end());
 }
 
-std::string Shortened(const std::string& line) {
-  return line.size() <= kLineShown ? line : line.substr(0, kLineShown) + "...";
-}
-
 // The lines of a text beyond its first `seen` characters.
 std::vector<std::string> NewLines(const std::string& text, size_t seen) {
   std::vector<std::string> lines;
@@ -80,25 +66,30 @@ bool IsRebootNotice(std::span<const uint8_t> datagram) {
 
 }  // namespace
 
-VirtualDevice::VirtualDevice(const DeviceConfig& config, const std::string& daemon_path, bool trace)
+VirtualDevice::VirtualDevice(const DeviceConfig& config, const DeviceSetup& setup, EventSink* sink)
     : config_(config),
+      setup_(setup),
+      sink_(sink),
       line_(config.serial_path),
       far_end_(MakeFarEnd(config.model, line_, Clock::now())),
       line_server_(&line_, far_end_.get()),
       camera_(MakeCamera(config.model, *far_end_)),
-      data_(SERIAL_DATA_PORT),
-      manager_(CSYSMGR_PORT),
-      last_report_(Clock::now()),
-      last_description_(far_end_->Describe()) {
+      data_(setup.data_port ? std::make_unique<UdpPeer>(SERIAL_DATA_PORT) : nullptr),
+      manager_(CSYSMGR_PORT) {
   InstallDevice(config);
   InstallModelFiles(config.model);
-  far_end_->on_words = [this](const std::string& words) { TakeWords(far_end_->Name(), words); };
+  far_end_->on_frame = [this](std::span<const uint8_t> frame) {
+    last_frame_.assign(frame.begin(), frame.end());
+  };
+  far_end_->on_words = [this](const std::string& words) {
+    TakeWords(far_end_->Name(), words, std::exchange(last_frame_, {}));
+  };
   if (camera_) {
-    camera_->on_words = [this](const std::string& words) { TakeWords("camera", words); };
+    camera_->on_words = [this](const std::string& words) { TakeWords("camera", words, {}); };
   }
   far_end_->on_noise = [this](std::span<const uint8_t> bytes) {
     seen_.raw_to_line.append(bytes.begin(), bytes.end());
-    Print(far_end_->Name(), Count(bytes.size()) + " that are no frame: " + Dump(bytes));
+    Note(far_end_->Name(), Count(bytes.size()) + " that are no frame: " + Dump(bytes));
   };
 
   int pipe_fds[2];
@@ -108,21 +99,22 @@ VirtualDevice::VirtualDevice(const DeviceConfig& config, const std::string& daem
   // The daemon's end blocks: it must not lose lines while they are being printed here.
   fcntl(write_end.Get(), F_SETFL, 0);
   daemon_ = std::make_unique<DaemonProcess>(
-      daemon_path, trace ? std::vector<std::string>{"1"} : std::vector<std::string>{},
+      setup.daemon, setup.trace ? std::vector<std::string>{"1"} : std::vector<std::string>{},
       write_end.Get());
 }
 
 bool VirtualDevice::Start() {
   if (!daemon_->WaitServing(config_)) {
-    PrintDaemonLines(true);
+    TakeDaemonLines(true);
     return false;
   }
-  Print("vdev", "rs232d serves " + config_.model + ": PTZ TCP port " +
-                    std::to_string(config_.ptz_port) + ", UDP port " +
-                    std::to_string(config_.udp_port) + ", command channel " +
-                    std::to_string(RS232_COMMAND_PORT) + ", serial line at " +
-                    std::to_string(config_.baud_rate) + " baud");
-  if (config_.ptz_enable == 1) client_ = std::make_unique<PtzClient>(config_.ptz_port);
+  Note("vdev", "rs232d serves " + config_.model + ": PTZ TCP port " +
+                   std::to_string(config_.ptz_port) + ", UDP port " +
+                   std::to_string(config_.udp_port) + ", command channel " +
+                   std::to_string(RS232_COMMAND_PORT) + ", serial line at " +
+                   std::to_string(config_.baud_rate) + " baud");
+  if (setup_.client && config_.ptz_enable == 1)
+    client_ = std::make_unique<PtzClient>(config_.ptz_port);
   return true;
 }
 
@@ -131,7 +123,7 @@ bool VirtualDevice::Serve(milliseconds limit, int wake_fd) {
   while (true) {
     std::array<pollfd, 7> sources = {{{line_.FarEnd(), POLLIN, 0},
                                       {output_.Get(), POLLIN, 0},
-                                      {data_.Fd(), POLLIN, 0},
+                                      {data_ ? data_->Fd() : -1, POLLIN, 0},
                                       {client_ ? client_->Fd() : -1, POLLIN, 0},
                                       {manager_.Fd(), POLLIN, 0},
                                       {camera_ ? camera_->Fd() : -1, POLLIN, 0},
@@ -139,80 +131,73 @@ bool VirtualDevice::Serve(milliseconds limit, int wake_fd) {
     const auto left = std::chrono::duration_cast<milliseconds>(end - Clock::now());
     const milliseconds pause = std::clamp(left, milliseconds(0), kTickEvery);
     poll(sources.data(), sources.size(), static_cast<int>(pause.count()));
-    if (sources[1].revents != 0) ServeDaemonOutput();
+    if (sources[1].revents != 0) TakeDaemonLines(false);
     if (sources[2].revents != 0) ServeData();
     if (sources[3].revents != 0) ServeClient();
     if (sources[4].revents != 0) ServeManager();
-    ReportFarEnd();
+    ServeFarEnd();
     ReportCameraInfo();
     ReportPrograms();
-    fflush(stdout);
     if (is_rebooting_ || daemon_->WaitEnd(milliseconds(0)).has_value()) return false;
     if (sources[6].revents != 0 || Clock::now() >= end) return true;
   }
 }
 
-// What is said several times in a row is printed once, with how often.
-void VirtualDevice::TakeWords(const char* who, const std::string& words) {
+void VirtualDevice::Note(const char* who, const std::string& text) {
+  sink_->Take({.kind = EventKind::kNote, .who = who, .text = text, .bytes = {}});
+}
+
+void VirtualDevice::TakeWords(const char* who, const std::string& words, Bytes frame) {
   seen_.words.append(words).append("\n");
-  if (words != pending_words_) FlushWords();
-  if (pending_count_++ == 0) pending_since_ = Clock::now();
-  pending_who_ = who;
-  pending_words_ = words;
+  sink_->Take({.kind = EventKind::kWords, .who = who, .text = words, .bytes = std::move(frame)});
 }
 
-void VirtualDevice::FlushWords() {
-  if (pending_count_ == 0) return;
-  const std::string times =
-      pending_count_ > 1 ? " (" + std::to_string(pending_count_) + " times)" : "";
-  Print(pending_who_, pending_words_ + times);
-  pending_count_ = 0;
-}
-
-void VirtualDevice::PrintDaemonLines(bool all) {
+// Takes what the daemon printed: whole lines, and at the end (`all`) the rest.
+void VirtualDevice::TakeDaemonLines(bool all) {
+  const auto take = [this](std::string line) {
+    sink_->Take(
+        {.kind = EventKind::kDaemon, .who = "daemon", .text = std::move(line), .bytes = {}});
+  };
   std::array<char, 4096> bytes;
   ssize_t count = 0;
   while ((count = read(output_.Get(), bytes.data(), bytes.size())) > 0) {
     output_text_.append(bytes.data(), static_cast<size_t>(count));
   }
-  FlushWords();
   size_t end = 0;
   while ((end = output_text_.find('\n')) != std::string::npos) {
     seen_.daemon_output += output_text_.substr(0, end + 1);
-    Print("daemon", Shortened(output_text_.substr(0, end)));
+    take(output_text_.substr(0, end));
     output_text_.erase(0, end + 1);
   }
-  if (all && !output_text_.empty()) Print("daemon", output_text_);
-}
-
-void VirtualDevice::ServeDaemonOutput() {
-  PrintDaemonLines(false);
+  if (all && !output_text_.empty()) take(std::exchange(output_text_, {}));
+  // No writer is left: a closed pipe would be readable for ever.
+  if (count == 0) output_.Reset();
 }
 
 void VirtualDevice::ServeData() {
-  const auto datagram = data_.Receive(milliseconds(0));
+  const auto datagram = data_->Receive(milliseconds(0));
   if (!datagram.has_value()) return;
   const auto bytes = DecodeSerialData(*datagram);
   if (!bytes.has_value()) {
-    Print("data", "no serial data datagram: " + Dump(*datagram));
+    Note("data", "no serial data datagram: " + Dump(*datagram));
     return;
   }
   seen_.line_to_data.append(bytes->begin(), bytes->end());
-  Print("data", Count(bytes->size()) + " on UDP port " + std::to_string(SERIAL_DATA_PORT) + ": " +
-                    Dump(*bytes));
+  Note("data", Count(bytes->size()) + " on UDP port " + std::to_string(SERIAL_DATA_PORT) + ": " +
+                   Dump(*bytes));
 }
 
 void VirtualDevice::ServeClient() {
   std::array<uint8_t, 4096> bytes;
   const ssize_t count = read(client_->Fd(), bytes.data(), bytes.size());
   if (count <= 0) {
-    Print("client", "disconnected");
+    Note("client", "disconnected");
     client_.reset();
     return;
   }
   const std::span<const uint8_t> received(bytes.data(), static_cast<size_t>(count));
   seen_.line_to_client.append(received.begin(), received.end());
-  Print("client", Count(received.size()) + " on the PTZ TCP connection: " + Dump(received));
+  Note("client", Count(received.size()) + " on the PTZ TCP connection: " + Dump(received));
 }
 
 void VirtualDevice::ServeManager() {
@@ -220,26 +205,16 @@ void VirtualDevice::ServeManager() {
   if (!datagram.has_value()) return;
   const bool is_reboot = IsRebootNotice(*datagram);
   if (is_reboot) ++seen_.reboot_notices;
-  Print("sysmgr", (is_reboot ? "notice of a reboot: " : "notice: ") + Dump(*datagram));
+  Note("sysmgr", (is_reboot ? "notice of a reboot: " : "notice: ") + Dump(*datagram));
 }
 
-void VirtualDevice::ReportFarEnd() {
-  const bool was_moving = far_end_->IsMoving();
+void VirtualDevice::ServeFarEnd() {
   line_server_.Step();
-  const auto now = Clock::now();
-  if (camera_) camera_->Serve(now);
-  if (now - pending_since_ >= kSaidAgainWithin) FlushWords();
-  if (!was_moving && far_end_->IsMoving()) last_report_ = now;
-  if (far_end_->IsMoving() && now - last_report_ < kReportEvery) return;
-  const std::string description = far_end_->Describe();
-  if (description == last_description_) return;
-  FlushWords();
-  Print(far_end_->Name(), description);
-  last_description_ = description;
-  last_report_ = now;
+  if (camera_) camera_->Serve(Clock::now());
+  sink_->Observe(*far_end_);
 }
 
-// Prints the camera information file once it is whole again: it is written line by line.
+// Tells the camera information file once it is whole again: it is written line by line.
 void VirtualDevice::ReportCameraInfo() {
   const auto now = Clock::now();
   const std::string info = ReadTextFile(kCameraInfoPath);
@@ -250,13 +225,13 @@ void VirtualDevice::ReportCameraInfo() {
   if (info == seen_.camera_info || now - new_camera_info_since_ < kFileSettled) return;
   seen_.camera_info = info;
   for (const std::string& line : NewLines(info, 0))
-    Print("info", line);
+    Note("info", line);
 }
 
 void VirtualDevice::ReportPrograms() {
   const std::string log = ReadTextFile(kProgramLog);
   for (const std::string& line : NewLines(log, seen_.programs.size())) {
-    Print("system", "runs, at uptime " + line);
+    Note("system", "runs, at uptime " + line);
     is_rebooting_ = is_rebooting_ || line.find(" reboot") != std::string::npos;
   }
   seen_.programs = log.substr(0, log.rfind('\n') + 1);
@@ -273,7 +248,7 @@ void VirtualDevice::SendRawByUdp(const std::string& text) {
 
 void VirtualDevice::SendRawByClient(const std::string& text) {
   if (client_ == nullptr) {
-    Print("client", "not connected");
+    Note("client", "not connected");
     return;
   }
   client_->Send(BytesOf(text));
@@ -294,18 +269,23 @@ void VirtualDevice::UpdateFirmware(size_t payload) {
 bool VirtualDevice::Stop() {
   client_.reset();
   if (is_rebooting_) {
-    Print("vdev", "rs232d has rebooted the device and waits for the system to end it: ended");
+    Note("vdev", "rs232d has rebooted the device and waits for the system to end it: ended");
     daemon_->Signal(SIGKILL);
     return daemon_->WaitEnd() == -SIGKILL;
   }
-  const auto status = daemon_->Stop();
-  PrintDaemonLines(true);
+  daemon_->Signal(SIGTERM);
+  // A daemon that awaits an answer ends once it has it.
+  const auto end = Clock::now() + kPatience;
+  while (Clock::now() < end && Serve(kTickEvery, -1)) {
+  }
+  const auto status = daemon_->WaitEnd(milliseconds(0));
+  TakeDaemonLines(true);
   if (!status.has_value()) {
-    Print("vdev", "rs232d does not end");
+    Note("vdev", "rs232d does not end");
   } else if (*status < 0) {
-    Print("vdev", std::string("rs232d was ended by signal ") + strsignal(-*status));
+    Note("vdev", std::string("rs232d was ended by signal ") + strsignal(-*status));
   } else {
-    Print("vdev", "rs232d ended with status " + std::to_string(*status));
+    Note("vdev", "rs232d ended with status " + std::to_string(*status));
   }
   return status == 0;
 }

@@ -1,5 +1,5 @@
 // The virtual device: the daemon on a pty line with the far end of its model behind it, and the
-// processes around it. It prints in plain lines what each of them sees.
+// processes around it. What each of them sees goes to a sink.
 #pragma once
 
 #include <functional>
@@ -9,6 +9,7 @@
 #include "sim/camera_daemon.h"
 #include "sim/daemon_process.h"
 #include "sim/device.h"
+#include "sim/event_sink.h"
 #include "sim/far_end.h"
 #include "sim/line_server.h"
 #include "sim/peers.h"
@@ -28,18 +29,35 @@ struct Sightings {
   int reboot_notices = 0;      // notices of a reboot at the system manager
 };
 
+// What a virtual device consists of besides the device.
+struct DeviceSetup {
+  std::string daemon;     // path of the daemon
+  bool trace = true;      // the daemon runs with its trace
+  bool data_port = true;  // the port of serial data datagrams is taken here
+  bool client = true;     // a PTZ client is connected
+};
+
 class VirtualDevice {
  public:
-  // Lays out the device's files and starts the daemon at `daemon_path`, with its trace when
-  // `trace` is set. Throws std::runtime_error.
-  VirtualDevice(const DeviceConfig& config, const std::string& daemon_path, bool trace);
+  // Lays out the device's files and starts the daemon. `sink` must outlive the device. Throws
+  // std::runtime_error.
+  VirtualDevice(const DeviceConfig& config, const DeviceSetup& setup, EventSink* sink);
 
-  // Waits until the daemon serves, then connects a PTZ client. Returns false when it does not.
+  // Waits until the daemon serves, then connects the PTZ client. Returns false when it does not.
   bool Start();
 
   // Serves every peer for as long as `limit`, or until `wake_fd` (-1: none) is readable.
   // Returns false once the daemon has ended or the device reboots.
   bool Serve(milliseconds limit, int wake_fd);
+
+  const DeviceConfig& Config() const { return config_; }
+  const sim::FarEnd& FarEnd() const { return *far_end_; }
+  // Null for a model that has none.
+  const CameraDaemon* Camera() const { return camera_.get(); }
+  pid_t DaemonPid() const { return daemon_->Pid(); }
+
+  // Leaves the port of serial data datagrams to whoever wants it.
+  void ReleaseDataPort() { data_.reset(); }
 
   // Whether the daemon has rebooted the device: it then only waits for the system to end it.
   bool IsRebooting() const { return is_rebooting_; }
@@ -51,30 +69,34 @@ class VirtualDevice {
   // Lays out a firmware image with `payload` bytes behind its header and orders the update.
   void UpdateFirmware(size_t payload);
 
-  // Stops the daemon by SIGTERM and prints how it ended. Returns true for status 0. While the
+  // A line of the virtual device itself.
+  void Note(const std::string& text) { sink_->Note(text); }
+
+  // Stops the daemon by SIGTERM and tells how it ended. Returns true for status 0. While the
   // device reboots the daemon is ended as the system would end it, which is good as well.
   bool Stop();
 
   const Sightings& Seen() const { return seen_; }
 
  private:
-  void TakeWords(const char* who, const std::string& words);
-  void FlushWords();
-  void ServeDaemonOutput();
+  void Note(const char* who, const std::string& text);
+  void TakeWords(const char* who, const std::string& words, Bytes frame);
   void ServeData();
   void ServeClient();
   void ServeManager();
-  void ReportFarEnd();
+  void ServeFarEnd();
   void ReportCameraInfo();
   void ReportPrograms();
-  void PrintDaemonLines(bool all);
+  void TakeDaemonLines(bool all);
 
   DeviceConfig config_;
+  DeviceSetup setup_;
+  EventSink* sink_;
   PtyLine line_;
-  std::unique_ptr<FarEnd> far_end_;
+  std::unique_ptr<sim::FarEnd> far_end_;
   LineServer line_server_;
   std::unique_ptr<CameraDaemon> camera_;  // null for a model that has none
-  UdpPeer data_;
+  std::unique_ptr<UdpPeer> data_;         // null while the port is left to others
   UdpPeer manager_;
   UdpPeer sender_;
   SyslogRecorder syslog_;
@@ -83,13 +105,7 @@ class VirtualDevice {
   std::unique_ptr<DaemonProcess> daemon_;
   std::unique_ptr<PtzClient> client_;
   Sightings seen_;
-  // Words that may be said again.
-  const char* pending_who_ = "";
-  std::string pending_words_;
-  int pending_count_ = 0;
-  Clock::time_point pending_since_;
-  Clock::time_point last_report_;
-  std::string last_description_;
+  Bytes last_frame_;  // the far end's words about it come next
   std::string new_camera_info_;
   Clock::time_point new_camera_info_since_;
   bool is_rebooting_ = false;

@@ -52,6 +52,10 @@ void MakeDirectory(const std::string& path, mode_t mode = 0755) {
   Check(mkdir(path.c_str(), mode) == 0 || errno == EEXIST, "cannot make " + path);
 }
 
+void MakeLink(const char* target, const std::string& path) {
+  Check(symlink(target, path.c_str()) == 0, "cannot link " + path);
+}
+
 void Mount(const std::string& source, const std::string& target, const char* type,
            unsigned long flags, const std::string& options = "") {
   Check(mount(source.c_str(), target.c_str(), type, flags, options.c_str()) == 0,
@@ -112,8 +116,11 @@ void MakeDev() {
   MakeDirectory("/dev/pts");
   Mount("devpts", "/dev/pts", "devpts", MS_NOSUID | MS_NOEXEC,
         "newinstance,ptmxmode=0666,mode=0620");
-  Check(symlink("pts/ptmx", "/dev/ptmx") == 0 && symlink("/proc/self/fd", "/dev/fd") == 0,
-        "cannot link /dev/ptmx");
+  MakeLink("pts/ptmx", "/dev/ptmx");
+  MakeLink("/proc/self/fd", "/dev/fd");
+  MakeLink("fd/0", "/dev/stdin");
+  MakeLink("fd/1", "/dev/stdout");
+  MakeLink("fd/2", "/dev/stderr");
   MakeDirectory(kWorldDirectory);
 }
 
@@ -243,6 +250,18 @@ int RunInWorld(const std::function<int()>& body) {
   const int status = RunGuarded([&] {
     const bool user_namespace = EnterNamespaces();
     return RunGuarded([&] { return RunFirstProcess(body, user_namespace, caller_signals); });
+  });
+  sigprocmask(SIG_SETMASK, &caller_signals, nullptr);
+  return status;
+}
+
+int RunInChild(const std::function<int()>& body) {
+  const sigset_t signals = HandledSignals();
+  sigset_t caller_signals;
+  sigprocmask(SIG_BLOCK, &signals, &caller_signals);
+  const int status = RunGuarded([&] {
+    sigprocmask(SIG_SETMASK, &caller_signals, nullptr);
+    return body();
   });
   sigprocmask(SIG_SETMASK, &caller_signals, nullptr);
   return status;

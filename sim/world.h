@@ -27,6 +27,10 @@ constexpr int kNoWorldStatus = 3;
 // standard error says what is missing and how to allow it, and the result is kNoWorldStatus.
 int RunInWorld(const std::function<int()>& body);
 
+// Runs `body` in a child process of the present world and returns its exit status as RunInWorld
+// does. Signals are passed on to it in the same way.
+int RunInChild(const std::function<int()>& body);
+
 // Runs `body` in `count` worlds at once, each with its number from 0, and waits for all. Returns
 // how many did not end with status 0. The calling process must have one thread.
 int RunInWorlds(int count, const std::function<int(int)>& body);

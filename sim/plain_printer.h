@@ -1,0 +1,42 @@
+// Prints what happens in the virtual device in plain lines, "WHO    | TEXT".
+//
+// What is said several times in a row is printed once, with how often; a far end that moves is
+// described twice a second.
+#pragma once
+
+#include <cstdio>
+#include <string>
+
+#include "sim/event_sink.h"
+
+namespace sim {
+
+class PlainPrinter : public EventSink {
+ public:
+  // `out` must outlive the printer.
+  explicit PlainPrinter(FILE* out) : out_(out) {}
+  ~PlainPrinter() override;
+
+  void Take(DeviceEvent event) override;
+  void Observe(const FarEnd& far_end) override;
+
+ private:
+  void Print(const char* who, const std::string& text);
+  void TakeWords(const char* who, const std::string& words);
+  void FlushWords();
+  void Describe(const FarEnd& far_end, Clock::time_point now);
+
+  FILE* out_;
+  // Words that may be said again.
+  const char* pending_who_ = "";
+  std::string pending_words_;
+  int pending_count_ = 0;
+  Clock::time_point pending_since_;
+  // What was last seen of the far end.
+  bool was_observed_ = false;
+  bool was_moving_ = false;
+  Clock::time_point last_report_;
+  std::string last_description_;
+};
+
+}  // namespace sim
