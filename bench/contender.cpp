@@ -27,14 +27,13 @@ std::vector<std::string> PrepareDaemon(const Seat& seat) {
 }
 
 std::vector<std::string> PrepareSer2net(const Seat& seat, const char* chardelay) {
-  const std::string path = std::string(sim::kWorldDirectory) + "/ser2net." +
-                           std::to_string(seat.port) + ".yaml";
-  sim::WriteTextFile(path, "connection: &bench\n  accepter: tcp(nodelay=true),127.0.0.1," +
-                               std::to_string(seat.port) + "\n  connector: serialdev," +
-                               seat.serial_path + "," + std::to_string(kBaudRate) +
-                               "n81,local\n  options:\n    max-connections: " +
-                               std::to_string(kManyClients) + "\n    chardelay: " + chardelay +
-                               "\n");
+  const std::string path =
+      std::string(sim::kWorldDirectory) + "/ser2net." + std::to_string(seat.port) + ".yaml";
+  sim::WriteTextFile(
+      path, "connection: &bench\n  accepter: tcp(nodelay=true),127.0.0.1," +
+                std::to_string(seat.port) + "\n  connector: serialdev," + seat.serial_path + "," +
+                std::to_string(kBaudRate) + "n81,local\n  options:\n    max-connections: " +
+                std::to_string(kManyClients) + "\n    chardelay: " + chardelay + "\n");
   return {"-n", "-u", "-c", path};
 }
 
@@ -83,8 +82,8 @@ std::string VersionIn(const std::string& command) {
   std::array<char, 256> line;
   while (fgets(line.data(), line.size(), output) != nullptr) {
     const std::string text = line.data();
-    const size_t begin = text.find_first_of("0123456789");
     if (!version.empty() || text.find("version") == std::string::npos) continue;
+    const size_t begin = text.find_first_of("0123456789", text.find("version"));
     if (begin == std::string::npos) continue;
     version = text.substr(begin, text.find_first_not_of("0123456789.", begin) - begin);
   }

@@ -44,8 +44,8 @@ void LineFeed::StopReading(size_t index) {
 
 void LineFeed::Run(double seconds, const std::function<void()>& watch) {
   const auto begin = Clock::now();
-  const auto end = begin + std::chrono::duration_cast<Clock::duration>(
-                               std::chrono::duration<double>(seconds));
+  const auto end =
+      begin + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
   const uint64_t fed_before = fed_ + refused_;
   auto next_watch = begin;
   for (auto tick = begin; tick < end; tick += kChunkEvery) {

@@ -53,7 +53,7 @@ class LineFeed {
 
   Running* running_;
   std::vector<Receiver> receivers_;
-  std::deque<Chunk> chunks_;      // those that a client that reads still waits for
+  std::deque<Chunk> chunks_;  // those that a client that reads still waits for
   uint64_t chunks_forgotten_ = 0;
   uint64_t fed_ = 0;
   uint64_t refused_ = 0;

@@ -11,12 +11,12 @@ namespace bench {
 // How much is measured.
 struct Plan {
   int rounds;
-  int probes;            // of each latency figure in a round
-  double bulk_share;     // of the bytes of the full form
-  double line_seconds;   // line at its full rate, each number of clients, all rounds together
-  double stop_seconds;   // with a client that does not read
-  double idle_seconds;   // each number of clients
-  int searches;          // of the lens mode
+  int probes;           // of each latency figure in a round
+  double bulk_share;    // of the bytes of the full form
+  double line_seconds;  // line at its full rate, each number of clients, all rounds together
+  double stop_seconds;  // with a client that does not read
+  double idle_seconds;  // each number of clients
+  int searches;         // of the lens mode
   int lens_idle_seconds;
 };
 

@@ -72,7 +72,8 @@ void MeasureAtRest(double seconds, int clients, std::vector<Resting>* all, Resul
       continue;
     }
     constexpr double kPercent = 100;
-    results->Add(figures[0], id, kPercent * (resting.running->Cpu() - resting.cpu_before) / seconds);
+    results->Add(figures[0], id,
+                 kPercent * (resting.running->Cpu() - resting.cpu_before) / seconds);
     results->Add(figures[1], id,
                  (WakeUps(resting.running->Pid()) - resting.wake_ups_before) / seconds);
   }

@@ -67,8 +67,7 @@ class Flight {
   // Returns true when the receiver now has the whole probe.
   bool Take(Waiting* waiting) {
     std::array<uint8_t, kProbeSize> bytes;
-    const ssize_t count =
-        receive_(waiting->poll.fd, bytes.data(), kProbeSize - waiting->received);
+    const ssize_t count = receive_(waiting->poll.fd, bytes.data(), kProbeSize - waiting->received);
     if (count <= 0) throw Unmeasured("a connection ends");
     if (!std::equal(bytes.begin(), bytes.begin() + count,
                     probe_.begin() + static_cast<std::ptrdiff_t>(waiting->received))) {

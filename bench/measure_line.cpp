@@ -25,7 +25,8 @@ constexpr double kPercent = 100;
 
 std::vector<Figure> LineFigures(int clients) {
   const std::string id = "line." + std::to_string(clients);
-  const std::string with = clients == 1 ? ", 1 client" : ", " + std::to_string(clients) + " clients";
+  const std::string with =
+      clients == 1 ? ", 1 client" : ", " + std::to_string(clients) + " clients";
   return {{id + ".cpu", kSection, "processor" + with, "%", Better::kLess},
           {id + ".p99", kSection, "latency of a chunk" + with + ", p99", "us", Better::kLess}};
 }
@@ -137,9 +138,8 @@ Stop StopOne(double seconds, Running* running) {
 void MeasureLine(const Plan& plan, Session* session) {
   const double seconds = plan.line_seconds / plan.rounds;
   for (const int clients : {1, kManyClients}) {
-    session->Record(clients, LineFigures(clients), [=](Running& running) {
-      return FeedAndCount(clients, seconds, &running);
-    });
+    session->Record(clients, LineFigures(clients),
+                    [=](Running& running) { return FeedAndCount(clients, seconds, &running); });
   }
 }
 

@@ -68,8 +68,9 @@ bool AnyTcpSocket(const std::function<bool(const TcpEntry&)>& visit) {
     std::getline(file, line);
     while (std::getline(file, line)) {
       TcpEntry entry = {};
-      const int fields = sscanf(line.c_str(), " %*d: %*[0-9A-F]:%4x %*[0-9A-F]:%4x %2x %8lx:",
-                                &entry.local_port, &entry.remote_port, &entry.state, &entry.queued);
+      const int fields =
+          sscanf(line.c_str(), " %*d: %*[0-9A-F]:%4x %*[0-9A-F]:%4x %2x %8lx:", &entry.local_port,
+                 &entry.remote_port, &entry.state, &entry.queued);
       constexpr int kFields = 4;
       if (fields == kFields && visit(entry)) return true;
     }

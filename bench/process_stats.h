@@ -26,7 +26,7 @@ Memory MemoryOf(pid_t pid);
 
 // The server's end of a TCP connection on loopback, as the kernel has it.
 struct ServerEnd {
-  bool is_open = false;     // false once the server has closed it
+  bool is_open = false;   // false once the server has closed it
   long unsent_bytes = 0;  // given to the kernel, not yet taken by the client
 };
 // `port` is the server's, `client_port` the client's.

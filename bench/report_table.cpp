@@ -25,10 +25,9 @@ struct Table {
 // Reasons are numbered over the whole report, each once.
 class Footnotes {
  public:
-  std::string Mark(const std::string& entrant, const std::string& reason) {
-    const std::string text = entrant + ": " + reason;
-    auto found = std::find(notes_.begin(), notes_.end(), text);
-    if (found == notes_.end()) found = notes_.insert(found, text);
+  std::string Mark(const std::string& reason) {
+    auto found = std::find(notes_.begin(), notes_.end(), reason);
+    if (found == notes_.end()) found = notes_.insert(found, reason);
     return std::string(kNotAvailable) + " [" + std::to_string(found - notes_.begin() + 1) + "]";
   }
   const std::vector<std::string>& Notes() const { return notes_; }
@@ -52,7 +51,7 @@ std::string CellText(const Results& results, const Figure& figure, const Entrant
   const auto value = results.Value(figure.id, entrant.id);
   if (value.has_value()) return Number(*value);
   const Cell* cell = results.Find(figure.id, entrant.id);
-  return cell == nullptr ? kNothing : notes->Mark(entrant.id, cell->reason);
+  return cell == nullptr ? kNothing : notes->Mark(cell->reason);
 }
 
 std::string RatioText(const Results& results, const Figure& figure, const Entrant* entrant) {

@@ -55,8 +55,8 @@ const Entrant* Results::BestPeer(const Figure& figure) const {
   for (const Entrant& entrant : entrants) {
     const auto value = Value(figure.id, entrant.id);
     if (entrant.role != Role::kPeer || !value.has_value()) continue;
-    const bool is_better = figure.better == Better::kLess ? *value < best_value
-                                                          : *value > best_value;
+    const bool is_better =
+        figure.better == Better::kLess ? *value < best_value : *value > best_value;
     if (best == nullptr || is_better) {
       best = &entrant;
       best_value = *value;

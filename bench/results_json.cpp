@@ -165,9 +165,8 @@ Results FromJson(const std::string& text) {
   json_object_object_foreach(Get(root.get(), "machine", json_type_object), name, value) {
     results.machine.emplace_back(name, json_object_get_string(value));
   }
-  ForEach(Get(root.get(), "method", json_type_array), [&](json_object* line) {
-    results.method.emplace_back(json_object_get_string(line));
-  });
+  ForEach(Get(root.get(), "method", json_type_array),
+          [&](json_object* line) { results.method.emplace_back(json_object_get_string(line)); });
   ForEach(Get(root.get(), "contenders", json_type_array), [&](json_object* object) {
     results.entrants.push_back({.id = GetText(object, "id"),
                                 .what = GetText(object, "what"),

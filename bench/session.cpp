@@ -15,8 +15,11 @@ constexpr double kMsPerS = 1000;
 }  // namespace
 
 Running& Session::Get() {
+  if (fails_to_start_) throw Unmeasured("does not start");
   if (running_ == nullptr) {
+    fails_to_start_ = true;
     running_ = std::make_unique<Running>(contender_, seat_);
+    fails_to_start_ = false;
     results_->Add(kStart, contender_.id, running_->StartSeconds() * kMsPerS);
   }
   return *running_;

@@ -20,7 +20,7 @@ class Session {
   const Contender& Kind() const { return contender_; }
 
   // The contender, started if need be; every start is a sample of the start-up time. Throws
-  // Unmeasured when it does not start.
+  // Unmeasured when it does not start, and at once when it did not before.
   Running& Get();
 
   // Calls `measure` with the contender and adds what it returns, one value a figure; where it
@@ -40,6 +40,7 @@ class Session {
   Seat seat_;
   Results* results_;
   std::unique_ptr<Running> running_;
+  bool fails_to_start_ = false;
 };
 
 }  // namespace bench
