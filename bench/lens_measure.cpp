@@ -146,8 +146,8 @@ void RunShare(int world, int trials, const Mailbox<SearchOutcome>& outcomes) {
 
 // --- Moves -------------------------------------------------------------------------------------
 
-// A command's value for moves of 10 steps.
-constexpr int kDriveValue = 100;
+// A command's value for moves of 10 steps away from the zero end.
+constexpr int kDriveValue = -100;
 constexpr int kDriveSteps = 10;
 
 bool IsDriveMove(const sim::LensFrame& frame) {

@@ -47,7 +47,8 @@ class Flight {
       for (const Waiting& waiting : waiting_)
         polls_.push_back(waiting.poll);
       if (poll(polls_.data(), polls_.size(), static_cast<int>(sim::kPatience.count())) <= 0) {
-        throw Unmeasured("a frame does not arrive");
+        throw Unmeasured("of a frame's " + std::to_string(kProbeSize) + " bytes " +
+                         std::to_string(Least()) + " arrive");
       }
       for (size_t i = 0; i < waiting_.size(); ++i) {
         if (polls_[i].revents != 0 && Take(&waiting_[i])) --left;
@@ -63,6 +64,13 @@ class Flight {
     pollfd poll;
     size_t received;
   };
+
+  size_t Least() const {
+    return std::min_element(
+               waiting_.begin(), waiting_.end(),
+               [](const Waiting& a, const Waiting& b) { return a.received < b.received; })
+        ->received;
+  }
 
   // Returns true when the receiver now has the whole probe.
   bool Take(Waiting* waiting) {

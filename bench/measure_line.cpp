@@ -57,8 +57,8 @@ constexpr size_t kStopped = 0;
 
 const std::vector<Figure> kStoppedFigures = {
     {"stopped.missing", kStoppedSection, "bytes that the other nine miss", "bytes", Better::kLess},
-    {"stopped.before.p99", kStoppedSection, "latency of a chunk before, p99", "us", Better::kLess},
-    {"stopped.during.p99", kStoppedSection, "latency of a chunk at the other nine, p99", "us",
+    {"stopped.before.p99", kStoppedSection, "latency of a chunk before, p99", "ms", Better::kLess},
+    {"stopped.during.p99", kStoppedSection, "latency of a chunk at the other nine, p99", "ms",
      Better::kLess}};
 const Figure kDropFigure = {"stopped.drop", kStoppedSection,
                             "dropped after its connection last took a byte", "s", Better::kLess};
@@ -129,8 +129,10 @@ Stop StopOne(double seconds, Running* running) {
   feed.StopReading(kStopped);
   feed.Run(seconds, [&stopped] { stopped.Look(); });
   const double during = Percentile(feed.TakeTimes(), kTail);
-  return {.values = {static_cast<double>(feed.MissingBytes()), before, during},
-          .dropped_after = stopped.DroppedAfter()};
+  constexpr double kUsPerMs = 1000;
+  return {
+      .values = {static_cast<double>(feed.MissingBytes()), before / kUsPerMs, during / kUsPerMs},
+      .dropped_after = stopped.DroppedAfter()};
 }
 
 }  // namespace

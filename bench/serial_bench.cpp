@@ -69,6 +69,7 @@ struct Options {
   std::string micro;
   std::string from;
   std::vector<std::string> scenes;
+  std::vector<std::string> contenders;
 };
 
 // --- Scenes ------------------------------------------------------------------------------------
@@ -90,18 +91,22 @@ constexpr char kIdle[] = "idle";
 constexpr char kSizes[] = "sizes";
 constexpr char kLens[] = "lens";
 
+bool IsAmong(const std::vector<std::string>& names, const std::string& name) {
+  return names.empty() || std::find(names.begin(), names.end(), name) != names.end();
+}
+
 bool IsWanted(const Options& options, const std::string& scene) {
-  return options.scenes.empty() ||
-         std::find(options.scenes.begin(), options.scenes.end(), scene) != options.scenes.end();
+  return IsAmong(options.scenes, scene);
 }
 
 void Progress(const std::string& text) {
   fprintf(stderr, "serial_bench: %s\n", text.c_str());
 }
 
-std::vector<const Contender*> TakePart(Results* results) {
+std::vector<const Contender*> TakePart(const Options& options, Results* results) {
   std::vector<const Contender*> contenders;
   for (const Contender& contender : Contenders()) {
+    if (!IsAmong(options.contenders, contender.id)) continue;
     if (!IsInstalled(contender)) {
       Progress(std::string(contender.id) + " is missing: no " + contender.program);
       continue;
@@ -141,7 +146,7 @@ void AddressLoopback() {
 // Everything that is compared, within a world.
 Results Compare(const Options& options, const Plan& plan) {
   Results results;
-  const std::vector<const Contender*> contenders = TakePart(&results);
+  const std::vector<const Contender*> contenders = TakePart(options, &results);
   results.method.push_back(TakeProcessor());
   AddressLoopback();
   // Somebody listens where serial data datagrams go, as on the device; none is read here.
@@ -257,6 +262,7 @@ int main(int argc, char** argv) {
   app.add_option("--from", options.from, "reports on these results and measures nothing");
   app.add_option("--scene", options.scenes,
                  "only these: latency, bulk, line, stopped, idle, sizes, lens");
+  app.add_option("--contender", options.contenders, "only these, by their column");
   CLI11_PARSE(app, argc, argv);
   try {
     return bench::Run(options);
