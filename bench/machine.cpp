@@ -3,10 +3,10 @@
 #include <sched.h>
 #include <sys/utsname.h>
 
+#include <chrono>
 #include <ctime>
 #include <fstream>
-
-#include "sim/device.h"
+#include <thread>
 
 namespace bench {
 namespace {
@@ -39,9 +39,28 @@ std::string Compiler() {
 #endif
 }
 
-std::string Load() {
-  const std::string text = sim::ReadTextFile("/proc/loadavg");
-  return text.substr(0, text.find(' '));
+struct Ticks {
+  double idle = 0;
+  double all = 0;
+};
+
+// Time of all processors since the start of the machine.
+Ticks TicksNow() {
+  std::ifstream file("/proc/stat");
+  std::string name;
+  file >> name;
+  // user, nice, system, idle, waiting for I/O, interrupts (two kinds), stolen by the host
+  constexpr int kFields = 8;
+  constexpr int kIdle = 3;
+  constexpr int kWaiting = 4;
+  Ticks ticks;
+  for (int i = 0; i < kFields; ++i) {
+    double field = 0;
+    file >> field;
+    ticks.all += field;
+    if (i == kIdle || i == kWaiting) ticks.idle += field;
+  }
+  return ticks;
 }
 
 std::string Today() {
@@ -55,13 +74,21 @@ std::string Today() {
 
 }  // namespace
 
+double BusyProcessors() {
+  const Ticks before = TicksNow();
+  std::this_thread::sleep_for(std::chrono::seconds(1));
+  const Ticks after = TicksNow();
+  const double all = after.all - before.all;
+  if (all <= 0) return 0;
+  return ProcessorCount() * (1 - (after.idle - before.idle) / all);
+}
+
 std::vector<std::pair<std::string, std::string>> DescribeMachine() {
   utsname kernel = {};
   uname(&kernel);
   return {{"processors", std::to_string(ProcessorCount()) + " x " + ProcessorName()},
           {"kernel", std::string(kernel.sysname) + " " + kernel.release + " " + kernel.machine},
           {"compiler", Compiler()},
-          {"load before", Load()},
           {"date", Today()}};
 }
 

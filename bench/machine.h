@@ -7,7 +7,10 @@
 
 namespace bench {
 
-// Processors, kernel, compiler and load, as name and value.
+// Processors, kernel, compiler and date, as name and value.
 std::vector<std::pair<std::string, std::string>> DescribeMachine();
+
+// How many processors others keep busy, watched for a second.
+double BusyProcessors();
 
 }  // namespace bench

@@ -57,7 +57,7 @@ void ParseLensFrame(benchmark::State& state) {
     for (const uint8_t byte : frame)
       DoNotOptimize(I2mParserTake(&parser, byte));
   }
-  state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * I2M_FRAME_SIZE);
+  state.SetBytesProcessed(state.iterations() * I2M_FRAME_SIZE);
 }
 BENCHMARK(ParseLensFrame)->Name("parse a lens register frame");
 
@@ -95,7 +95,7 @@ void Crc(benchmark::State& state) {
     DoNotOptimize(bytes.data());
     DoNotOptimize(MicomCrc(bytes));
   }
-  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * bytes.size()));
+  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(bytes.size()));
 }
 BENCHMARK(Crc)->Name("CRC of 1 KiB of firmware");
 
