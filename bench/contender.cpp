@@ -1,0 +1,120 @@
+#include "bench/contender.h"
+
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <filesystem>
+#include <stdexcept>
+
+#include "relay/daemon_datagram.h"
+#include "sim/device.h"
+#include "sim/world.h"
+
+namespace bench {
+namespace {
+
+// Bytes that the minimal relay reads from the line at once.
+constexpr int kMinimalRead = 4096;
+
+constexpr char kOneClient[] = "each client gets a process of its own, and they share the line";
+constexpr char kNoRule[] = "has no rule for a client that does not read";
+
+std::vector<std::string> PrepareDaemon(const Seat& seat) {
+  sim::InstallDevice(
+      {.serial_path = seat.serial_path, .baud_rate = kBaudRate, .ptz_port = seat.port});
+  return {};
+}
+
+std::vector<std::string> PrepareSer2net(const Seat& seat, const char* chardelay) {
+  const std::string path =
+      std::string(sim::kWorldDirectory) + "/ser2net." + std::to_string(seat.port) + ".yaml";
+  sim::WriteTextFile(
+      path, "connection: &bench\n  accepter: tcp(nodelay=true),127.0.0.1," +
+                std::to_string(seat.port) + "\n  connector: serialdev," + seat.serial_path + "," +
+                std::to_string(kBaudRate) + "n81,local\n  options:\n    max-connections: " +
+                std::to_string(kManyClients) + "\n    chardelay: " + chardelay + "\n");
+  return {"-n", "-u", "-c", path};
+}
+
+std::vector<std::string> PrepareSer2netDelayed(const Seat& seat) {
+  return PrepareSer2net(seat, "true");
+}
+
+std::vector<std::string> PrepareSer2netPrompt(const Seat& seat) {
+  return PrepareSer2net(seat, "false");
+}
+
+std::vector<std::string> PrepareSocat(const Seat& seat) {
+  return {"TCP-LISTEN:" + std::to_string(seat.port) + ",bind=127.0.0.1,reuseaddr,nodelay,fork",
+          "OPEN:" + seat.serial_path + ",noctty,rawer,b" + std::to_string(kBaudRate)};
+}
+
+std::vector<std::string> PrepareMinimal(const Seat& seat) {
+  return {std::to_string(seat.port), seat.serial_path, std::to_string(kMinimalRead)};
+}
+
+std::vector<std::string> PrepareMinimal64(const Seat& seat) {
+  return {std::to_string(seat.port), seat.serial_path, std::to_string(SERIAL_DATA_MAX),
+          std::to_string(SERIAL_DATA_PORT)};
+}
+
+constexpr std::array<Contender, 6> kContenders = {{
+    {"rs232d", "the daemon in relay mode: reads of 64 bytes, each also sent to UDP port 1860",
+     Role::kSubject, RS232D_PATH, nullptr, kManyClients, nullptr, nullptr, PrepareDaemon},
+    {"ser2net", "ser2net as it comes: waits for more bytes before it sends (chardelay)",
+     Role::kPeer, "/usr/sbin/ser2net", "-v", kManyClients, nullptr, nullptr, PrepareSer2netDelayed},
+    {"ser2net-nd", "ser2net with chardelay off", Role::kPeer, "/usr/sbin/ser2net", "-v",
+     kManyClients, nullptr, nullptr, PrepareSer2netPrompt},
+    {"socat", "socat TCP-LISTEN,nodelay,fork: one client", Role::kPeer, "/usr/bin/socat", "-V", 1,
+     kOneClient, kOneClient, PrepareSocat},
+    {"minimal", "the least a relay can do: a poll loop, reads of 4096 bytes", Role::kLimit,
+     MINIMAL_RELAY_PATH, nullptr, kManyClients, nullptr, kNoRule, PrepareMinimal},
+    {"minimal64", "the same with reads of 64 bytes, each also sent to UDP port 1860", Role::kLimit,
+     MINIMAL_RELAY_PATH, nullptr, kManyClients, nullptr, kNoRule, PrepareMinimal64},
+}};
+
+// The first version number in what a command prints.
+std::string VersionIn(const std::string& command) {
+  FILE* output = popen((command + " 2>&1").c_str(), "r");
+  if (output == nullptr) return "";
+  std::string version;
+  std::array<char, 256> line;
+  while (fgets(line.data(), line.size(), output) != nullptr) {
+    const std::string text = line.data();
+    if (!version.empty() || text.find("version") == std::string::npos) continue;
+    const size_t begin = text.find_first_of("0123456789", text.find("version"));
+    if (begin == std::string::npos) continue;
+    version = text.substr(begin, text.find_first_not_of("0123456789.", begin) - begin);
+  }
+  pclose(output);
+  return version;
+}
+
+}  // namespace
+
+std::span<const Contender> Contenders() {
+  return kContenders;
+}
+
+bool IsInstalled(const Contender& contender) {
+  return access(contender.program, X_OK) == 0;
+}
+
+Entrant Describe(const Contender& contender) {
+  const std::string version =
+      contender.version_option == nullptr
+          ? "this build"
+          : VersionIn(std::string(contender.program) + " " + contender.version_option);
+  return {.id = contender.id, .what = contender.what, .version = version, .role = contender.role};
+}
+
+double StrippedKib(const Contender& contender) {
+  constexpr double kBytesPerKib = 1024;
+  const std::string copy = std::string(sim::kWorldDirectory) + "/stripped";
+  const std::string command = "strip -o " + copy + " '" + contender.program + "'";
+  if (system(command.c_str()) != 0) throw std::runtime_error("cannot be stripped");
+  return static_cast<double>(std::filesystem::file_size(copy)) / kBytesPerKib;
+}
+
+}  // namespace bench

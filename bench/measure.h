@@ -1,0 +1,45 @@
+// The scenes of the comparison: each lets one contender work for a while and adds its figures.
+#pragma once
+
+#include <random>
+#include <vector>
+
+#include "bench/session.h"
+
+namespace bench {
+
+// How much is measured.
+struct Plan {
+  int rounds;
+  int probes;           // of each latency figure in a round
+  double bulk_share;    // of the bytes of the full form
+  double line_seconds;  // line at its full rate, each number of clients, all rounds together
+  double stop_seconds;  // with a client that does not read
+  double idle_seconds;  // each number of clients
+  int searches;         // of the lens mode
+  int lens_idle_seconds;
+};
+
+// Probes of 7 bytes each way, one at a time, the contender asleep before each.
+void MeasureLatency(const Plan& plan, int round, Session* session);
+
+// Bytes each way as fast as they go, memory before and after.
+void MeasureBulk(const Plan& plan, Session* session);
+
+// The line at its full rate, with one client and with ten.
+void MeasureLine(const Plan& plan, Session* session);
+
+// The same with ten clients of which one stops reading.
+void MeasureStoppedClient(const Plan& plan, Session* session);
+
+// All contenders at rest, side by side: the idle do not disturb each other.
+void MeasureIdle(const Plan& plan, const std::vector<const Contender*>& contenders,
+                 Results* results);
+
+// Sizes of the programs.
+void MeasureSizes(const std::vector<const Contender*>& contenders, Results* results);
+
+// The seat of the contender that works alone.
+extern const Seat kOnlySeat;
+
+}  // namespace bench

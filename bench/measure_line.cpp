@@ -1,0 +1,167 @@
+// The line at its full rate, 11 520 bytes a second in chunks of about 23 bytes every 2 ms: what it
+// costs, and what becomes of it when one of ten clients stops reading.
+#include <netinet/in.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cmath>
+#include <optional>
+
+#include "bench/line_feed.h"
+#include "bench/measure.h"
+#include "bench/statistics.h"
+#include "sim/device.h"
+
+namespace bench {
+namespace {
+
+using sim::Clock;
+
+constexpr char kSection[] = "Line at 11 520 bytes/s";
+constexpr char kStoppedSection[] = "One of 10 clients stops reading, line at 11 520 bytes/s";
+constexpr double kTail = 99;
+constexpr double kPercent = 100;
+
+std::vector<Figure> LineFigures(int clients) {
+  const std::string id = "line." + std::to_string(clients);
+  const std::string with =
+      clients == 1 ? ", 1 client" : ", " + std::to_string(clients) + " clients";
+  return {{id + ".cpu", kSection, "processor" + with, "%", Better::kLess},
+          {id + ".p99", kSection, "latency of a chunk" + with + ", p99", "us", Better::kLess}};
+}
+
+std::vector<double> FeedAndCount(int clients, double seconds, Running* running) {
+  running->Connect(clients);
+  LineFeed feed(running);
+  const double before = running->Cpu();
+  const auto begin = Clock::now();
+  feed.Run(seconds);
+  const double passed = std::chrono::duration<double>(Clock::now() - begin).count();
+  const double used = running->Cpu() - before;
+  if (feed.MissingBytes() > 0) throw Unmeasured("bytes are lost");
+  return {kPercent * used / passed, Percentile(feed.TakeTimes(), kTail)};
+}
+
+// --- A client that stops reading ----------------------------------------------------------------
+
+// The kernel holds megabytes for a client on loopback: at the line's rate it would take minutes
+// until a server notices that nobody reads. Small buffers, as on a board with little memory,
+// bring the moment forward for all alike.
+constexpr char kSendBufferPath[] = "/proc/sys/net/ipv4/tcp_wmem";
+constexpr char kSmallSendBuffers[] = "4096 16384 16384";
+constexpr int kSmallReceiveBuffer = 4096;
+constexpr double kBeforeSeconds = 2;
+// The client that stops: the first, which contenders that serve clients in order serve first.
+constexpr size_t kStopped = 0;
+
+const std::vector<Figure> kStoppedFigures = {
+    {"stopped.missing", kStoppedSection, "bytes that the other nine miss", "bytes", Better::kLess},
+    {"stopped.before.p99", kStoppedSection, "latency of a chunk before, p99", "ms", Better::kLess},
+    {"stopped.during.p99", kStoppedSection, "latency of a chunk at the other nine, p99", "ms",
+     Better::kLess}};
+const Figure kDropFigure = {"stopped.drop", kStoppedSection,
+                            "dropped after its connection last took a byte", "s", Better::kLess};
+
+// The send buffers of the world's connections, while it lives.
+class SmallSendBuffers {
+ public:
+  SmallSendBuffers() : before_(sim::ReadTextFile(kSendBufferPath)) {
+    sim::WriteTextFile(kSendBufferPath, kSmallSendBuffers);
+  }
+  ~SmallSendBuffers() { sim::WriteTextFile(kSendBufferPath, before_); }
+  SmallSendBuffers(const SmallSendBuffers&) = delete;
+  SmallSendBuffers& operator=(const SmallSendBuffers&) = delete;
+
+ private:
+  std::string before_;
+};
+
+// Watches the connection of a client that does not read from both ends.
+class StoppedClient {
+ public:
+  StoppedClient(int server_port, int fd) : server_port_(server_port), fd_(fd) {
+    sockaddr_in own = {};
+    socklen_t length = sizeof(own);
+    getsockname(fd, reinterpret_cast<sockaddr*>(&own), &length);
+    port_ = ntohs(own.sin_port);
+  }
+
+  void Look() {
+    if (dropped_after_ >= 0) return;
+    const auto now = Clock::now();
+    const ServerEnd end = LookUpServerEnd(server_port_, port_);
+    int unread = 0;
+    ioctl(fd_, FIONREAD, &unread);
+    if (!end.is_open) {
+      dropped_after_ = std::chrono::duration<double>(now - last_taken_).count();
+      return;
+    }
+    // Bytes in both buffers only grow while nobody reads.
+    const long held = end.unsent_bytes + unread;
+    if (held > held_) last_taken_ = now;
+    held_ = std::max(held_, held);
+  }
+
+  // Seconds; negative while it is not dropped.
+  double DroppedAfter() const { return dropped_after_; }
+
+ private:
+  int server_port_;
+  int fd_;
+  int port_ = 0;
+  long held_ = 0;
+  Clock::time_point last_taken_ = Clock::now();
+  double dropped_after_ = -1;
+};
+
+struct Stop {
+  std::vector<double> values;  // of kStoppedFigures
+  double dropped_after = 0;
+};
+
+Stop StopOne(double seconds, Running* running) {
+  running->Connect(kManyClients, kSmallReceiveBuffer);
+  LineFeed feed(running);
+  feed.Run(kBeforeSeconds);
+  const double before = Percentile(feed.TakeTimes(), kTail);
+  StoppedClient stopped(running->Place().port, running->Clients()[kStopped]->Fd());
+  feed.StopReading(kStopped);
+  feed.Run(seconds, [&stopped] { stopped.Look(); });
+  const double during = Percentile(feed.TakeTimes(), kTail);
+  constexpr double kUsPerMs = 1000;
+  return {
+      .values = {static_cast<double>(feed.MissingBytes()), before / kUsPerMs, during / kUsPerMs},
+      .dropped_after = stopped.DroppedAfter()};
+}
+
+}  // namespace
+
+void MeasureLine(const Plan& plan, Session* session) {
+  const double seconds = plan.line_seconds / plan.rounds;
+  for (const int clients : {1, kManyClients}) {
+    session->Record(clients, LineFigures(clients),
+                    [=](Running& running) { return FeedAndCount(clients, seconds, &running); });
+  }
+}
+
+void MeasureStoppedClient(const Plan& plan, Session* session) {
+  if (session->Kind().no_stopped_client != nullptr) {
+    session->Refuse(kStoppedFigures, session->Kind().no_stopped_client);
+    session->Refuse({kDropFigure}, session->Kind().no_stopped_client);
+    return;
+  }
+  const SmallSendBuffers small;
+  std::optional<Stop> stop;
+  session->Record(kStoppedFigures, [&](Running& running) {
+    stop = StopOne(plan.stop_seconds, &running);
+    return stop->values;
+  });
+  session->Record({kDropFigure}, [&](const Running&) -> std::vector<double> {
+    if (!stop.has_value()) throw Unmeasured("its run failed");
+    if (stop->dropped_after >= 0) return {stop->dropped_after};
+    throw Unmeasured("not within " + std::to_string(std::lround(plan.stop_seconds)) + " s");
+  });
+}
+
+}  // namespace bench
