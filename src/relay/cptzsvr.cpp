@@ -206,11 +206,12 @@ void CPTZSVR_Disconnect(int* slot) {
   *slot = kNoSocket;
 }
 
-void CPTZSVR_Watch(const CPTZSVR* self, std::span<pollfd, CPTZSVR_SOURCES> sources) {
+void CPTZSVR_Watch(const CPTZSVR* self, bool input, std::span<pollfd, CPTZSVR_SOURCES> sources) {
   for (int slot = 0; slot < CPTZSVR_MAX_CLIENTS; ++slot) {
-    const int room = self->queues[slot].count > 0 ? POLLOUT : 0;
-    sources[static_cast<size_t>(slot)] = {
-        .fd = self->clients[slot], .events = static_cast<short>(POLLIN | room), .revents = 0};
+    const int events = (input ? POLLIN : 0) | (self->queues[slot].count > 0 ? POLLOUT : 0);
+    sources[static_cast<size_t>(slot)] = {.fd = events != 0 ? self->clients[slot] : kNoSocket,
+                                          .events = static_cast<short>(events),
+                                          .revents = 0};
   }
   sources[CPTZSVR_LISTENER_SOURCE] = {
       .fd = IsAccepting(self) ? self->listener : kNoSocket, .events = POLLIN, .revents = 0};

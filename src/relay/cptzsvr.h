@@ -61,8 +61,9 @@ int CPTZSVR_Init(CPTZSVR* self, int16_t port);
 // Closes the client in `*slot` if there is one and frees the slot.
 void CPTZSVR_Disconnect(int* slot);
 
-// Fills `sources` for a poll over the whole server; the descriptors stay the server's.
-void CPTZSVR_Watch(const CPTZSVR* self, std::span<pollfd, CPTZSVR_SOURCES> sources);
+// Fills `sources` for a poll over the whole server, or without what clients send when `input` is
+// false; the descriptors stay the server's.
+void CPTZSVR_Watch(const CPTZSVR* self, bool input, std::span<pollfd, CPTZSVR_SOURCES> sources);
 
 // Microseconds after which the server has to be served again even if none of its sources is
 // ready; INT64_MAX when that may take for ever.

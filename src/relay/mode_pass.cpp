@@ -22,17 +22,26 @@ bool IsReady(const pollfd& source) {
   return source.revents != 0;
 }
 
+// Whether the line takes bytes. One that is lost takes all: they are lost with it.
+bool HasRoom(const LineSource& line) {
+  pollfd room = {.fd = line.fd, .events = POLLOUT, .revents = 0};
+  return line.fd < 0 || poll(&room, 1, 0) != 0;
+}
+
 // Looks at the clients afresh: a sequence of frames may have taken a while since the last wait, and
 // what they sent meanwhile comes before the next datagram and command.
 void ServePtzClients(ModePass* self) {
+  self->clients_held = false;
   CPTZSVR* server = self->context->ptz_server;
   if (server == nullptr) return;
   std::array<pollfd, CPTZSVR_SOURCES> sources;
-  CPTZSVR_Watch(server, sources);
+  CPTZSVR_Watch(server, true, sources);
   poll(sources.data(), sources.size(), 0);
   CPTZSVR_SendQueued(server, sources);
   if (IsReady(sources[CPTZSVR_LISTENER_SOURCE])) server->Accept(server, 0);
   if (std::none_of(sources.begin(), sources.begin() + CPTZSVR_MAX_CLIENTS, IsReady)) return;
+  self->clients_held = !HasRoom(self->line);
+  if (self->clients_held) return;
   const int count = server->Recv(server, self->ptz_buffer, 0);
   if (count > 0) SerialSend(self->line.fd, self->ptz_buffer, count);
 }
@@ -50,17 +59,20 @@ struct Sources {
   }
 };
 
-void CollectSources(const Rs232Context& context, Sources* sources) {
+void CollectSources(const ModePass* self, Sources* sources) {
+  const Rs232Context& context = *self->context;
   if (context.ptz_server != nullptr) {
-    CPTZSVR_Watch(context.ptz_server, sources->Ptz());
+    CPTZSVR_Watch(context.ptz_server, !self->clients_held, sources->Ptz());
   } else {
     std::fill_n(sources->list.begin(), CPTZSVR_SOURCES,
                 pollfd{.fd = -1, .events = 0, .revents = 0});
   }
   sources->count = CPTZSVR_SOURCES + static_cast<size_t>(context.events->reg_count);
   const int* fd = context.events->fds;
-  for (pollfd& source : sources->Events())
-    source = {.fd = *fd++, .events = POLLIN, .revents = 0};
+  for (pollfd& source : sources->Events()) {
+    const int room = self->clients_held && *fd == self->line.fd ? POLLOUT : 0;
+    source = {.fd = *fd++, .events = static_cast<short>(POLLIN | room), .revents = 0};
+  }
 }
 
 int64_t WaitLimitUs(const ModePass* self, int64_t periodic_us) {
@@ -95,7 +107,7 @@ int SleepUntilReady(const ModePass* self, Sources* sources, int64_t limit_us) {
 // does. Returns true when the event set has something to serve.
 bool WaitForWork(const ModePass* self, int64_t periodic_us) {
   Sources sources;
-  CollectSources(*self->context, &sources);
+  CollectSources(self, &sources);
   if (SleepUntilReady(self, &sources, WaitLimitUs(self, periodic_us)) <= 0) return false;
   const auto events_set = sources.Events();
   if (std::none_of(events_set.begin(), events_set.end(), IsReady)) return false;
@@ -197,6 +209,7 @@ void ModePassInit(ModePass* self, const Rs232Context* context, const ModeHooks* 
   self->mode = mode;
   self->serial_data = {};
   LineSourceInit(&self->line, *context);
+  self->clients_held = false;
   self->RunOnce = RunOnce;
   self->Run = Run;
 }

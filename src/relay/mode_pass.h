@@ -3,7 +3,7 @@
 // One pass looks at every source once, in a fixed order, and serves what is there:
 //   1. the stop flag,
 //   2. the mode's periodic work,
-//   3. PTZ clients: accept one, read once from one, write it to the serial line,
+//   3. PTZ clients: accept one, read once from one while the serial line has room, write it there,
 //   4. wait until something is ready,
 //   5. the UDP socket: bytes for the serial line, or the order to stop,
 //   6. the command channel: camera control and other commands go to the mode,
@@ -52,6 +52,7 @@ struct ModePass {
   uint8_t udp_buffer[RS232_UDP_MAX];
   SerialDataDatagram serial_data;  // serial bytes are read into its place
   LineSource line;
+  bool clients_held;  // what PTZ clients sent waits with them: the line has no room
 
   // Runs one pass. Returns 0, or 1 without serving anything when the stop flag is set.
   int (*RunOnce)(ModePass* self);

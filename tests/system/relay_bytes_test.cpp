@@ -2,6 +2,7 @@
 #include <sys/socket.h>
 
 #include <numeric>
+#include <thread>
 
 #include "net/tcp_socket.h"
 #include "tests/system/device_fixture.h"
@@ -85,6 +86,21 @@ TEST_F(RelayBytes, ClientBytesReachTheLine) {
   const Bytes bytes = Numbered(1000);
   client.Send(bytes);
   EXPECT_EQ(line.Receive(bytes.size()), bytes);
+}
+
+// A client may be faster than the line: what the line has no room for waits with the client.
+TEST_F(RelayBytes, LineThatIsBehindLosesNoClientByte) {
+  Start();
+  PtzClient client(config.ptz_port);
+  const Bytes bytes = Numbered(300'001);
+  std::thread sending([&] { client.Send(bytes); });
+  const double cpu_before = daemon->CpuSeconds();
+  EXPECT_FALSE(daemon->WaitEnd(milliseconds(500)).has_value());
+  EXPECT_LT(daemon->CpuSeconds() - cpu_before, 0.2);  // it waits without looking all the time
+  SendUdp(sim::DaemonDatagram(0x7002));               // and serves others meanwhile
+  EXPECT_TRUE(line.Receive(bytes.size()) == bytes);
+  sending.join();
+  EXPECT_EQ(daemon->Stop(), 0);
 }
 
 TEST_F(RelayBytes, SerialBytesReachEveryClientAndTheDataPort) {

@@ -57,7 +57,7 @@ class PtzServer : public testing::Test {
   // Waits as a mode does and serves the queues.
   void ServeQueues(int ms) {
     pollfd sources[CPTZSVR_SOURCES];
-    CPTZSVR_Watch(&server_, sources);
+    CPTZSVR_Watch(&server_, true, sources);
     poll(sources, CPTZSVR_SOURCES, ms);
     CPTZSVR_SendQueued(&server_, sources);
   }
@@ -293,7 +293,7 @@ int AcceptWithoutDescriptors(CPTZSVR* server) {
   while (sim::Clock::now() < end) {
     EXPECT_EQ(server->Accept(server, 1000), 0);
     pollfd sources[CPTZSVR_SOURCES];
-    CPTZSVR_Watch(server, sources);
+    CPTZSVR_Watch(server, true, sources);
     poll(&sources[CPTZSVR_LISTENER_SOURCE], 1, 1);
   }
   return 0;
