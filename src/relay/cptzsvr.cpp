@@ -95,14 +95,18 @@ int CPTZSVR_Accept(CPTZSVR* self, int us) {
 
 using ClientWatch = std::array<pollfd, CPTZSVR_MAX_CLIENTS>;
 
-// Waits for any client; a free slot (-1) is ignored by poll. Returns false when none is ready.
+// Waits for any client; a free slot (-1) is ignored by poll. Without a wait every client is worth a
+// try. Returns false when none is ready.
 bool WaitForClients(const CPTZSVR* self, int us, ClientWatch* watch) {
   int connected = 0;
   for (size_t i = 0; i < watch->size(); ++i) {
-    (*watch)[i] = {.fd = self->clients[i], .events = POLLIN, .revents = 0};
-    if (self->clients[i] >= 0) ++connected;
+    const bool held = self->clients[i] >= 0;
+    (*watch)[i] = {
+        .fd = self->clients[i], .events = POLLIN, .revents = static_cast<short>(held ? POLLIN : 0)};
+    if (held) ++connected;
   }
   if (connected == 0) return false;
+  if (us == 0) return true;
   const int64_t limit_us = static_cast<int64_t>(us) * connected;
   const timespec limit = {.tv_sec = static_cast<time_t>(limit_us / kUsPerS),
                           .tv_nsec = static_cast<long>(limit_us % kUsPerS * kNsPerUs)};

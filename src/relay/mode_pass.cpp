@@ -28,15 +28,19 @@ bool HasRoom(const LineSource& line) {
   return line.fd < 0 || poll(&room, 1, 0) != 0;
 }
 
-// Looks at the clients afresh: a sequence of frames may have taken a while since the last wait, and
-// what they sent meanwhile comes before the next datagram and command.
+// A sequence of frames may have taken a while since the last wait: what clients sent meanwhile
+// comes before the next datagram and command, so they are looked at afresh.
+void LookAtPtzServer(ModePass* self) {
+  CPTZSVR_Watch(self->context->ptz_server, true, self->ptz_sources);
+  poll(self->ptz_sources.data(), self->ptz_sources.size(), 0);
+}
+
 void ServePtzClients(ModePass* self) {
   self->clients_held = false;
   CPTZSVR* server = self->context->ptz_server;
   if (server == nullptr) return;
-  std::array<pollfd, CPTZSVR_SOURCES> sources;
-  CPTZSVR_Watch(server, true, sources);
-  poll(sources.data(), sources.size(), 0);
+  if (!self->ptz_known) LookAtPtzServer(self);
+  const auto& sources = self->ptz_sources;
   CPTZSVR_SendQueued(server, sources);
   if (IsReady(sources[CPTZSVR_LISTENER_SOURCE])) server->Accept(server, 0);
   if (std::none_of(sources.begin(), sources.begin() + CPTZSVR_MAX_CLIENTS, IsReady)) return;
@@ -105,12 +109,16 @@ int SleepUntilReady(const ModePass* self, Sources* sources, int64_t limit_us) {
 
 // Waits on every source at once: a PTZ client or a signal ends the wait as well as the event set
 // does. Returns true when the event set has something to serve.
-bool WaitForWork(const ModePass* self, int64_t periodic_us) {
+bool WaitForWork(ModePass* self, int64_t periodic_us) {
   Sources sources;
   CollectSources(self, &sources);
-  if (SleepUntilReady(self, &sources, WaitLimitUs(self, periodic_us)) <= 0) return false;
+  const int ready = SleepUntilReady(self, &sources, WaitLimitUs(self, periodic_us));
   const auto events_set = sources.Events();
-  if (std::none_of(events_set.begin(), events_set.end(), IsReady)) return false;
+  self->ptz_known = !self->clients_held && ready >= 0 &&
+                    std::none_of(events_set.begin(), events_set.end(), IsReady);
+  if (self->ptz_known)
+    std::copy_n(sources.list.begin(), CPTZSVR_SOURCES, self->ptz_sources.begin());
+  if (ready <= 0 || self->ptz_known) return false;
   CFDEVENT* events = self->context->events;
   return events->Wait(events, 0) == 0;
 }
@@ -183,9 +191,11 @@ void ServeSerial(ModePass* self) {
 
 int RunOnce(ModePass* self) {
   if (*self->context->stop != 0) return 1;
-  const ModeHooks* hooks = self->hooks;
-  const int64_t periodic_us =
-      hooks->periodic == nullptr ? MODE_PASS_NO_WORK : hooks->periodic(self->mode);
+  int64_t periodic_us = MODE_PASS_NO_WORK;
+  if (self->hooks->periodic != nullptr) {
+    periodic_us = self->hooks->periodic(self->mode);
+    self->ptz_known = false;
+  }
   ServePtzClients(self);
   LineSourceServe(&self->line);
   if (!WaitForWork(self, periodic_us)) return 0;
@@ -209,6 +219,7 @@ void ModePassInit(ModePass* self, const Rs232Context* context, const ModeHooks* 
   self->mode = mode;
   self->serial_data = {};
   LineSourceInit(&self->line, *context);
+  self->ptz_known = false;
   self->clients_held = false;
   self->RunOnce = RunOnce;
   self->Run = Run;

@@ -14,6 +14,9 @@
 // on the main thread and blocks for that wait and for what the serial line takes.
 #pragma once
 
+#include <poll.h>
+
+#include <array>
 #include <cstdint>
 #include <span>
 
@@ -52,6 +55,9 @@ struct ModePass {
   uint8_t udp_buffer[RS232_UDP_MAX];
   SerialDataDatagram serial_data;  // serial bytes are read into its place
   LineSource line;
+  // The PTZ server's sources, and whether they are as they were when nothing has been served since.
+  std::array<pollfd, CPTZSVR_SOURCES> ptz_sources;
+  bool ptz_known;
   bool clients_held;  // what PTZ clients sent waits with them: the line has no room
 
   // Runs one pass. Returns 0, or 1 without serving anything when the stop flag is set.

@@ -20,7 +20,12 @@ namespace {
 
 constexpr size_t kDevicePathSize = 256;
 
-SerialPort g_port = {.fd = -1, .saved = {}, .Close = nullptr, .Write = nullptr, .Read = nullptr};
+SerialPort g_port = {.fd = -1,
+                     .saved = {},
+                     .Close = nullptr,
+                     .Write = nullptr,
+                     .Read = nullptr,
+                     .tells_state = false};
 
 // --- Line settings ---------------------------------------------------------------------------
 
@@ -154,14 +159,17 @@ void DrainByQueue(int fd, int written) {
   if (queued == 0) tcdrain(fd);
 }
 
-void WaitTransmitterEmpty(int fd, int written) {
-  switch (QueryTransmitter(fd)) {
+// A driver that could not tell is not asked again.
+void WaitTransmitterEmpty(SerialPort* self, int fd, int written) {
+  const Transmitter state = self->tells_state ? QueryTransmitter(fd) : Transmitter::kUnknown;
+  switch (state) {
     case Transmitter::kEmpty:
       break;
     case Transmitter::kBusy:
       DrainByStatus(fd, written);
       break;
     case Transmitter::kUnknown:
+      self->tells_state = false;
       DrainByQueue(fd, written);
       break;
   }
@@ -200,7 +208,7 @@ int Write(SerialPort* self, const void* buffer, int length) {
   const int fd = self->fd;
   const ssize_t written = fd < 0 ? -1 : write(fd, buffer, static_cast<size_t>(length));
   EndTurn();
-  if (fd >= 0) WaitTransmitterEmpty(fd, static_cast<int>(written));
+  if (fd >= 0) WaitTransmitterEmpty(self, fd, static_cast<int>(written));
   return static_cast<int>(written);
 }
 
@@ -223,6 +231,7 @@ int SerialPortOpen(SerialPort* self, const char* path, const SerialLine& line) {
   self->Close = Close;
   self->Write = Write;
   self->Read = Read;
+  self->tells_state = true;
   const termios settings = RawSettings(line);
   setvbuf(stdout, nullptr, _IONBF, 0);
   const int fd = open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);

@@ -54,6 +54,8 @@ struct SerialPort {
   // Waits at most `timeout_ms` (not negative) for input and reads once, at most `length` bytes.
   // Returns the bytes read, 0 at the end of file, or a SerialReadError.
   int (*Read)(SerialPort* self, void* buffer, int length, int timeout_ms);
+
+  std::atomic<bool> tells_state;  // the driver may know when the transmitter is empty
 };
 
 // Opens `path` with the line settings and saves those it finds; makes standard output

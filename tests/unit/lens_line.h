@@ -60,7 +60,8 @@ class LensLine {
   }
 
   inline static LensLine* current_ = nullptr;
-  SerialPort port_ = {.fd = -1, .saved = {}, .Close = nullptr, .Write = Write, .Read = Read};
+  SerialPort port_ = {
+      .fd = -1, .saved = {}, .Close = nullptr, .Write = Write, .Read = Read, .tells_state = false};
   std::vector<std::string> writes_;
   std::vector<uint8_t> reply_;
 };
