@@ -3,6 +3,7 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <cstring>
 #include <ctime>
@@ -10,6 +11,7 @@
 #include "ipc/cicomm.h"
 #include "net/udp_socket.h"
 #include "serial/serial_io.h"
+#include "util/sleep.h"
 
 namespace {
 
@@ -69,6 +71,12 @@ int SleepUntilReady(ModePass* self, size_t count, int64_t limit_us) {
   return ready;
 }
 
+// A wait or a read that fails does so at once, and may go on failing: the next pass must not come
+// at once as well.
+void PauseAfterFailure() {
+  CUTIL_SleepUs(MODE_PASS_PACE_US);
+}
+
 // Waits on every source at once, `limit_us` at most: a PTZ client or a signal ends the wait as well
 // as the event set does. Returns true when the event set has something to serve.
 bool WaitForWork(ModePass* self, int64_t limit_us) {
@@ -79,10 +87,13 @@ bool WaitForWork(ModePass* self, int64_t limit_us) {
   }
   limit_us = std::min(limit_us, LineSourceWaitLimitUs(self->line));
   const auto watched = CollectEvents(self);
-  if (SleepUntilReady(self, CPTZSVR_SOURCES + watched.size(), limit_us) <= 0) return false;
-  if (std::none_of(watched.begin(), watched.end(), IsReady)) return false;
+  const int ready = SleepUntilReady(self, CPTZSVR_SOURCES + watched.size(), limit_us);
+  if (ready < 0 && errno != EINTR) PauseAfterFailure();
+  if (ready <= 0 || std::none_of(watched.begin(), watched.end(), IsReady)) return false;
   CFDEVENT* events = self->context->events;
-  return events->Wait(events, 0) == 0;
+  const int result = events->Wait(events, 0);
+  if (result == CFDEVENT_WAIT_FAILED) PauseAfterFailure();
+  return result == 0;
 }
 
 bool IsSet(const ModePass* self, int fd) {
@@ -95,6 +106,7 @@ bool IsSet(const ModePass* self, int fd) {
 void ServeUdp(ModePass* self) {
   const ssize_t length = recvfrom(self->context->udp_socket, self->udp_buffer,
                                   sizeof(self->udp_buffer), MSG_DONTWAIT, nullptr, nullptr);
+  if (length < 0) PauseAfterFailure();
   if (length < RS232_UDP_CODE_SIZE) return;
   switch (LoadLe16(self->udp_buffer)) {
     case RS232_UDP_WRITE:
@@ -114,7 +126,10 @@ void ServeUdp(ModePass* self) {
 void ServeCommand(ModePass* self) {
   CICOMM* channel = self->context->command;
   int command = 0;
-  if (channel->Recv(channel, &command) < 0) return;
+  if (channel->Recv(channel, &command) < 0) {
+    PauseAfterFailure();
+    return;
+  }
   if (command != CICOMM_PCMD_PTZ) {
     if (self->hooks->command != nullptr) self->hooks->command(self->mode, command);
     return;
