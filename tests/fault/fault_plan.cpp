@@ -58,7 +58,7 @@ const std::vector<CallRow>& Errors() {
       {"malloc", {{ENOMEM, kAlsoLasting}}},
       {"mmap", {{ENOMEM, kAlsoLasting}, {EACCES}}},
       {"munmap", {{ENOMEM}}},
-      {"open", {{ENOENT, kAlsoLasting}, {EMFILE}, {EACCES}, {EINTR}}},
+      {"open", {{ENOENT, kAlsoLasting}, {EMFILE}, {EACCES}}},
       {"opendir", {{EMFILE}}},
       {"poll", {{ENOMEM, kAlsoLasting}, {EINVAL, kAlsoLasting}, {EINTR}, {FAULT_READY}}},
       {"ppoll", {{ENOMEM, kAlsoLasting}, {EINVAL, kAlsoLasting}, {EINTR}, {FAULT_READY}}},
@@ -69,7 +69,7 @@ const std::vector<CallRow>& Errors() {
       {"recvfrom", {{ENOMEM, kAlsoLasting}, {FAULT_SHORT}, {EAGAIN, kAlsoLasting}, {EINTR}}},
       {"rename", {{ENOSPC, kAlsoLasting}, {EROFS}}},
       {"select", {{EBADF, kAlsoLasting}, {ENOMEM, kAlsoLasting}, {EINTR}, {FAULT_READY}}},
-      {"semctl", {{EPERM, kAlsoLasting}, {EINVAL}}},
+      {"semctl", {{EPERM}, {EINVAL}}},
       {"semget", {{ENOSPC, kAlsoLasting}, {EACCES}, {EEXIST}}},
       {"semop", {{EIDRM, kAlsoLasting}, {EINTR}, {ENOSPC}}},
       {"send", {{EPIPE}, {EAGAIN, kAlsoLasting}, {FAULT_SHORT}, {ECONNRESET}, {EINTR}}},
@@ -81,7 +81,7 @@ const std::vector<CallRow>& Errors() {
       {"tcdrain", {{EIO, kAlsoLasting}, {EINTR}}},
       {"tcflush", {{EIO}}},
       {"tcgetattr", {{EIO}}},
-      {"tcsetattr", {{EIO}, {EINTR}}},
+      {"tcsetattr", {{EIO}}},
       {"unlink", {{EROFS}}},
       {"write", {{EIO, kAlsoLasting}, {EAGAIN, kAlsoLasting}, {FAULT_SHORT}, {EINTR}}},
   };
@@ -115,34 +115,38 @@ struct ReactionRow {
   std::string_view subject;  // what the call's subject contains
   long number;               // of the call; 0 for any
   std::string_view text;     // with "%s" for the error's own text
-  bool ends = false;
+  Course course = Course::kServes;
   int status = 0;
 };
 
-constexpr char kPortTable[] = "/etc/udp_port_table.conf";
+constexpr char kCapabilities[] = "/etc/capabilities.conf";
 constexpr char kParameters[] = "/var/nvt/param.dat";
 constexpr char kTemporary[] = "/etc/temp.conf";
 
 // In the order of a start; the first that fits counts. Interrupted calls are none of them.
 const ReactionRow kReactions[] = {
-    {"open", kParameters, 0, "[CMMAP_Init] error open, reason(%s)", true, 0},
-    {"fstat", kParameters, 0, "[CMMAP_Init] error open, reason(file shorter", true, 0},
+    {"open", kParameters, 0, "[CMMAP_Init] error open, reason(%s)", Course::kEnds},
+    {"fstat", kParameters, 0, "[CMMAP_Init] error open, reason(file shorter", Course::kEnds},
     {"semget", "", 0, "[CMMAP_InitLock] error, reason("},
     {"semctl", "", 1, "[CMMAP_InitLock] error, reason(%s,"},
-    {"mmap", kParameters, 0, "[CMMAP_Init] error mmap, reason(%s)", true, 0},
+    {"mmap", kParameters, 0, "[CMMAP_Init] error mmap, reason(%s)", Course::kEnds},
     {"fcntl", kParameters, 1, "[CMMAP_FileLock] error fcntl, reason(%s)"},
     {"semop", "", 1, "[CMMAP_SemLock] error semop, reason(%s, "},
     {"semop", "", 2, "[CMMAP_SemUnlock] error semop, reason(%s, "},
     {"fcntl", kParameters, 2, "[CMMAP_FileUnlock] error fcntl, reason(%s)"},
     {"semctl", "", 2, "[CMMAP_DeinitLock] error semctl, reason(%s)"},
-    {"fopen", "/etc/capabilities.conf", 2, "", true, 0},
-    {"fgets", "/etc/capabilities.conf", 2, "", true, 0},
-    {"open", "/dev/ttyS1", 0, "", true, 0},
-    {"socket", "udp", 1, "[RS232] error while open socket", true, 1},
-    {"bind", "to:10020", 0, "[RS232] error while bind socket", true, 1},
-    {"socket", "udp", 2, "[CICOMM_Init] error, reason(ZSK_OpenLocalUDPSSocket)", true, 0},
-    {"setsockopt", "udp", 0, "[CICOMM_Init] error, reason(ZSK_OpenLocalUDPSSocket)", true, 0},
-    {"bind", "to:10017", 0, "[ZSK_OpenLocalUDPSSocket] local bind error. exit, ", true, 0},
+    {"open", kCapabilities, 4, "", Course::kEnds},
+    {"fstat", kCapabilities, 3, "", Course::kEnds},
+    {"fdopen", kCapabilities, 2, "", Course::kEnds},
+    {"malloc", "", 0, "", Course::kMayEnd},
+    {"fgets", kCapabilities, 2, "", Course::kEnds},
+    {"open", "/dev/ttyS1", 5, "", Course::kEnds},
+    {"tcsetattr", "", 1, "", Course::kLimps},
+    {"socket", "udp", 1, "[RS232] error while open socket", Course::kEnds, 1},
+    {"bind", "to:10020", 0, "[RS232] error while bind socket", Course::kEnds, 1},
+    {"socket", "udp", 2, "[CICOMM_Init] error, reason(ZSK_OpenLocalUDPSSocket)", Course::kEnds},
+    {"setsockopt", "udp", 0, "[CICOMM_Init] error, reason(ZSK_OpenLocalUDPSSocket)", Course::kEnds},
+    {"bind", "to:10017", 0, "[ZSK_OpenLocalUDPSSocket] local bind error. exit, ", Course::kEnds},
     {"socket", "tcp", 3, "new [ZSK_ConnectTCPSocket/socket] Error Number : "},
     {"getaddrinfo", "", 0, "new [ZSK_ConnectTCPSocket/getaddrinfo] Error Number : "},
     {"connect", "", 0, "new [ZSK_ConnectTCPSocket/connect] Error Number : "},
@@ -251,14 +255,15 @@ std::optional<Reaction> ReactionTo(const Point& point) {
     std::string text(row.text);
     const size_t place = text.find("%s");
     if (place != std::string::npos) text.replace(place, 2, strerror(point.error));
-    return Reaction{.text = text, .ends = row.ends, .status = row.status};
+    return Reaction{.text = text, .course = row.course, .status = row.status};
   }
   return std::nullopt;
 }
 
 bool MayEndLater(const Point& point, int status) {
   return point.IsLasting() && std::ranges::any_of(kReactions, [&](const ReactionRow& row) {
-           return row.ends && row.call == point.call.name && row.status == status;
+           return row.course == Course::kEnds && row.call == point.call.name &&
+                  row.status == status;
          });
 }
 

@@ -43,10 +43,12 @@ std::vector<Point> PlanMatrix(const std::vector<Call>& calls);
 std::vector<Point> PlanKills(const std::vector<Call>& calls);
 
 // What a failure has to lead to, beyond being survived.
+enum class Course { kServes, kLimps, kMayEnd, kEnds };
+
 struct Reaction {
-  std::string text;   // printed or logged; "" for nothing
-  bool ends = false;  // the daemon ends by itself
-  int status = 0;     // with this status
+  std::string text;                 // printed or logged; "" for nothing
+  Course course = Course::kServes;  // limping, it runs without something
+  int status = 0;                   // when it ends by itself
 };
 
 std::optional<Reaction> ReactionTo(const Point& point);

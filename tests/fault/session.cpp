@@ -35,6 +35,8 @@ namespace {
 using sim::milliseconds;
 
 constexpr char kLog[] = "/dev/.world/calls.log";
+// Descriptors of a device program that the daemon runs.
+constexpr char kProgramDescriptors[] = "/dev/.world/descriptors";
 constexpr char kUpdateImage[] = "/tmp/micom_firmware";
 constexpr size_t kUpdateSize = 600;
 
@@ -129,6 +131,8 @@ Session::Session(const Mode& mode, std::string daemon, std::string library)
   sim::WriteTextFile("/etc/killList", "no_such_program\n");
   sim::WriteTextFile("/etc/termList", "no_such_program\n");
   sim::WriteTextFile(kUpdateImage, std::string(kUpdateSize, 'F'));
+  sim::WriteTextFile("/usr/bin/micom_reset",
+                     std::string("#!/bin/sh\nls /proc/self/fd > ") + kProgramDescriptors + "\n");
 }
 
 // --- The daemon and what is around it ----------------------------------------------------------
@@ -153,6 +157,10 @@ void Session::Launch(const Point* point, bool record) {
   Pump();
   seen_.clear();
 
+  Spawn(point, record);
+}
+
+void Session::Spawn(const Point* point, bool record) {
   // Without it a sanitizer's runtime insists on being the first library.
   setenv("ASAN_OPTIONS", "verify_asan_link_order=0", 1);
   setenv("LD_PRELOAD", library_.c_str(), 1);
@@ -259,33 +267,35 @@ void Session::RoundOfClient(const std::string& mark) {
   });
 }
 
+size_t Session::CountInOutput(const std::string& text) const {
+  const std::string output = daemon_->Output() + daemon_->Errors();
+  size_t count = 0;
+  for (size_t at = 0; (at = output.find(text, at)) != std::string::npos; at += text.size())
+    ++count;
+  return count;
+}
+
+void Session::SendControl(const CameraControl& control) {
+  sender_.SendTo(RS232_COMMAND_PORT, sim::CameraControlPacket(control));
+}
+
 void Session::RoundOfLens() {
   auto* micom = static_cast<sim::LensMicom*>(far_end_.get());
-  const auto send = [this](const CameraControl& control) {
-    sender_.SendTo(RS232_COMMAND_PORT, sim::CameraControlPacket(control));
-  };
-  const auto count = [this](const std::string& text) {
-    const std::string output = daemon_->Output();
-    size_t found = 0;
-    for (size_t at = 0; (at = output.find(text, at)) != std::string::npos; at += text.size())
-      ++found;
-    return found;
-  };
-  const size_t saved = count("--> saved");
-  send(Control(CAMERA_CODE_FOCUS, 1, 0));
-  send(Control(CAMERA_CODE_FOCUS, 0, 0));
-  Step("positions", [&] { return count("--> saved") > saved; });
-  const size_t modes = count("g_antiflk_enable=");
-  send(Control(CAMERA_CODE_AF_MODE, 0, 0));
-  Step("autofocus by the micom", [&] { return count("g_antiflk_enable=") > modes; });
+  const size_t saved = CountInOutput("--> saved");
+  SendControl(Control(CAMERA_CODE_FOCUS, 1, 0));
+  SendControl(Control(CAMERA_CODE_FOCUS, 0, 0));
+  Step("positions", [&] { return CountInOutput("--> saved") > saved; });
+  const size_t modes = CountInOutput("g_antiflk_enable=");
+  SendControl(Control(CAMERA_CODE_AF_MODE, 0, 0));
+  Step("autofocus by the micom", [&] { return CountInOutput("g_antiflk_enable=") > modes; });
   camera_->TakeFocusReadings();
   camera_->TakeExposureReadings();
   micom->RequestFocusValues(true);
   Step("focus measure", [&] { return !camera_->TakeFocusReadings().empty(); });
   micom->RequestFocusValues(false);
   Step("exposure", [&] { return !camera_->TakeExposureReadings().empty(); });
-  send(Control(CAMERA_CODE_AF_MODE, LENS_AF_MODE_DAEMON, 0));
-  Step("autofocus by the daemon", [&] { return count("g_antiflk_enable=") > modes + 1; });
+  SendControl(Control(CAMERA_CODE_AF_MODE, LENS_AF_MODE_DAEMON, 0));
+  Step("autofocus by the daemon", [&] { return CountInOutput("g_antiflk_enable=") > modes + 1; });
 }
 
 void Session::Round(int number, milliseconds limit) {
@@ -298,7 +308,7 @@ void Session::Round(int number, milliseconds limit) {
   }
   if (HasEnded()) return;
   seen_.clear();
-  sender_.SendTo(RS232_COMMAND_PORT, sim::CameraControlPacket(mode_.control));
+  SendControl(mode_.control);
   Step("command", [&] { return Seen(mode_.frame); });
   if (HasEnded()) return;
   RoundOfClient(mark);
@@ -311,6 +321,9 @@ void Session::OrderUpdate() {
     return sim::ReadTextFile(sim::kProgramLog).find(" reboot") != std::string::npos;
   };
   if (!Await(has_rebooted, kPatience)) Wrong("no reboot");
+  // Its standard streams, and the directory that it reads.
+  const std::string descriptors = sim::ReadTextFile(kProgramDescriptors);
+  if (descriptors != "0\n1\n2\n3\n") Wrong("programs inherit descriptors: " + descriptors);
 }
 
 // --- What has to hold --------------------------------------------------------------------------
@@ -328,9 +341,10 @@ void Session::CheckIdle() {
   }
 }
 
-void Session::CheckDescriptors(bool is_healthy) {
+// While waits fail for good a client that has left is not noticed.
+void Session::CheckDescriptors(const Point* point) {
   if (HasEnded()) return;
-  if (is_healthy) {
+  if (point == nullptr) {
     // The fewest over some time: the worker's questions come and go.
     healthy_descriptors_ = SIZE_MAX;
     for (int look = 0; look < 20; ++look) {
@@ -339,9 +353,17 @@ void Session::CheckDescriptors(bool is_healthy) {
     }
     return;
   }
-  if (!Await([this] { return Descriptors(daemon_->Pid()) <= healthy_descriptors_; }, kPatience)) {
+  const size_t most = healthy_descriptors_ + (point->IsLasting() ? 1 : 0);
+  if (!Await([&] { return Descriptors(daemon_->Pid()) <= most; }, kPatience)) {
     Wrong("leaks: " + std::to_string(Descriptors(daemon_->Pid())) + " descriptors, not " +
           std::to_string(healthy_descriptors_));
+  }
+}
+
+void Session::CheckFiles() {
+  if (IsLocked(PARAM_BLOCK_PATH)) Wrong("the parameter file is left locked");
+  if (camera_ != nullptr && !IsWholePositionsFile(sim::ReadTextFile(MFZ_CONF_PATH))) {
+    Wrong("the positions file is not whole: " + sim::ReadTextFile(MFZ_CONF_PATH));
   }
 }
 
@@ -351,19 +373,17 @@ void Session::CheckLeftovers() {
     if (semctl(set, 0, GETVAL) != 1) Wrong("the semaphore is left taken");
     semctl(set, 0, IPC_RMID);
   }
-  if (IsLocked(PARAM_BLOCK_PATH)) Wrong("the parameter file is left locked");
-  if (camera_ != nullptr && !IsWholePositionsFile(sim::ReadTextFile(MFZ_CONF_PATH))) {
-    Wrong("the positions file is not whole: " + sim::ReadTextFile(MFZ_CONF_PATH));
-  }
+  CheckFiles();
 }
 
 void Session::Judge(const Point& point) {
   const auto reaction = ReactionTo(point);
+  const Course course = reaction.has_value() ? reaction->course : Course::kServes;
   const auto status = daemon_->WaitEnd(milliseconds(0));
   if (status.has_value()) {
-    const bool may_end = (reaction.has_value() && reaction->ends) || MayEndLater(point, *status);
+    const bool may_end = course >= Course::kMayEnd || MayEndLater(point, *status);
     if (!may_end) Wrong("ends by itself");
-  } else if (reaction.has_value() && reaction->ends) {
+  } else if (course == Course::kEnds) {
     Wrong("goes on");
   }
   if (reaction.has_value() &&
@@ -392,7 +412,11 @@ void Session::StartAndServe(const Point* point, bool record) {
   must_serve_ = point == nullptr;
   Round(1, must_serve_ ? kPatience : milliseconds(2000));
   if (point != nullptr && !point->IsLasting()) {
-    must_serve_ = true;
+    const auto reaction = ReactionTo(*point);
+    // A line that was lost comes back.
+    Await([this] { return CountInOutput("line lost") == CountInOutput("line is back"); },
+          kPatience);
+    must_serve_ = !reaction.has_value() || reaction->course == Course::kServes;
     Round(2, kPatience);
   }
   CheckIdle();
@@ -401,7 +425,7 @@ void Session::StartAndServe(const Point* point, bool record) {
 
 std::string Session::Run(const Point* point) {
   StartAndServe(point, false);
-  CheckDescriptors(point == nullptr);
+  CheckDescriptors(point);
   const auto calls = Log();
   was_hit_ = std::ranges::any_of(calls, &Call::failed);
   int status = 0;
@@ -410,9 +434,12 @@ std::string Session::Run(const Point* point) {
     hit.call.subject = calls.front().subject;
     Judge(hit);
     const auto reaction = ReactionTo(hit);
-    if (reaction.has_value() && reaction->ends) status = reaction->status;
+    if (reaction.has_value() && reaction->course == Course::kEnds) {
+      status = reaction->status;
+    }
   }
   End();
+  was_hit_ = was_hit_ || std::ranges::any_of(Log(), &Call::failed);
   const auto ended = daemon_->WaitEnd(milliseconds(0));
   if (mode_.reboots && ended == -SIGKILL) {
   } else if (!ended.has_value()) {
@@ -445,12 +472,55 @@ std::vector<Call> Session::RecordStart() {
   return calls;
 }
 
-std::string Session::RunKilled(milliseconds delay) {
-  Launch(nullptr, false);
-  std::this_thread::sleep_for(delay);
-  daemon_->Signal(SIGKILL);
-  daemon_->WaitEnd();
+// --- Sudden ends -------------------------------------------------------------------------------
+
+// Waits for a kill by the library, or kills after `delay`. Returns false when it did not come.
+bool Session::AwaitKilled(std::chrono::microseconds delay) {
+  if (delay.count() > 0) {
+    std::this_thread::sleep_for(delay);
+    daemon_->Signal(SIGKILL);
+  }
+  Await([] { return false; }, kPatience);
+  return daemon_->WaitEnd(milliseconds(0)) == -SIGKILL;
+}
+
+void Session::StartAgain() {
+  Spawn(nullptr, false);
+  if (!AwaitServing()) Wrong("does not start again");
+  must_serve_ = true;
+  limit_ = kPatience;
+  const sim::Bytes datagram = BytesOf(std::string("<again>"));
+  sender_.SendTo(config_.udp_port, sim::DaemonDatagram(RS232_UDP_WRITE, datagram));
+  Step("datagram after a kill", [&] { return Seen(datagram); });
+  End();
+  if (daemon_->WaitEnd(milliseconds(0)) != 0) Wrong("the next start does not end well");
   CheckLeftovers();
+}
+
+std::string Session::RunKilledStart(const Point* point, std::chrono::microseconds delay) {
+  Launch(point, false);
+  was_hit_ = AwaitKilled(delay);
+  CheckFiles();
+  StartAgain();
+  return wrong_;
+}
+
+std::string Session::RunKilledSave(const Point* point, std::chrono::microseconds delay) {
+  Launch(point, false);
+  const sim::Bytes ready = BytesOf(std::string("<ready>"));
+  if (AwaitServing()) {
+    sender_.SendTo(config_.udp_port, sim::DaemonDatagram(RS232_UDP_WRITE, ready));
+    Await([&] { return Seen(ready); }, kPatience);
+  }
+  constexpr int kSaves = 10;
+  for (int i = 0; i < kSaves && !HasEnded(); ++i) {
+    SendControl(Control(CAMERA_CODE_FOCUS, i % 2 == 0 ? 1 : -1, 0));
+    SendControl(Control(CAMERA_CODE_FOCUS, 0, 0));
+  }
+  was_hit_ = AwaitKilled(delay);
+  CheckFiles();
+  std::filesystem::remove(CUTIL_TEMP_CONF_PATH);
+  StartAgain();
   return wrong_;
 }
 

@@ -6,6 +6,7 @@
 // find everything in order.
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
@@ -50,11 +51,18 @@ class Session {
   // Whether the last session's failure came about: a call may not come again as it was recorded.
   bool WasHit() const { return was_hit_; }
 
-  // Starts, ends with SIGKILL at `delay`, and looks at what is left behind.
-  std::string RunKilled(sim::milliseconds delay);
+  // Starts and is killed: at `point`, or where that is null after `delay`. Then starts again, which
+  // has to go well whatever was left behind. Returns what was wrong.
+  std::string RunKilledStart(const Point* point, std::chrono::microseconds delay);
+
+  // Saves positions over and over, and is killed in the middle likewise. Lens mode only.
+  std::string RunKilledSave(const Point* point, std::chrono::microseconds delay);
 
  private:
   void Launch(const Point* point, bool record);
+  void Spawn(const Point* point, bool record);
+  size_t CountInOutput(const std::string& text) const;
+  void SendControl(const CameraControl& control);
   std::vector<Call> Log() const;
   void Pump();
   bool Await(const std::function<bool()>& condition, sim::milliseconds limit);
@@ -68,8 +76,11 @@ class Session {
   void OrderUpdate();
   void Judge(const Point& point);
   void CheckIdle();
-  void CheckDescriptors(bool is_healthy);
+  void CheckDescriptors(const Point* point);
   void CheckLeftovers();
+  void CheckFiles();
+  void StartAgain();
+  bool AwaitKilled(std::chrono::microseconds delay);
   void Wrong(const std::string& what) { wrong_ += "  " + what + "\n"; }
   std::string Said();
   void StartAndServe(const Point* point, bool record);
