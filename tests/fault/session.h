@@ -73,7 +73,7 @@ class Session {
   void Round(int number, sim::milliseconds limit);
   void RoundOfClient(const std::string& mark);
   void RoundOfLens();
-  void OrderUpdate();
+  void OrderUpdate(const Point* point);
   void Judge(const Point& point);
   void CheckIdle();
   void CheckDescriptors(const Point* point);
@@ -103,6 +103,7 @@ class Session {
   sim::milliseconds limit_{};  // of a step
   bool must_serve_ = false;    // a step that is not done is wrong
   size_t healthy_descriptors_ = 0;
+  size_t calls_before_update_ = 0;
   bool was_hit_ = false;
   std::string wrong_;
 };
