@@ -51,7 +51,7 @@ const std::vector<CallRow>& Errors() {
       {"ftell", {{EBADF}}},
       {"fwrite", {{ENOSPC}}},
       {"getaddrinfo", {{EAI_MEMORY}, {EAI_SYSTEM}}},
-      {"getc", {{EIO}, {FAULT_SHORT}}},
+      {"getc", {{EIO}}},
       {"ioctl", {{EIO, kAlsoLasting}, {EINTR}}},
       {"kill", {{EPERM}}},
       {"listen", {{EADDRINUSE}}},
@@ -139,6 +139,8 @@ const ReactionRow kReactions[] = {
     {"fstat", kCapabilities, 3, "", Course::kEnds},
     {"fdopen", kCapabilities, 2, "", Course::kEnds},
     {"malloc", "", 0, "", Course::kMayEnd},
+    {"calloc", "", 0, "", Course::kMayEnd},
+    {"setvbuf", "", 0, "", Course::kLimps},
     {"fgets", kCapabilities, 2, "", Course::kEnds},
     {"open", "/dev/ttyS1", 5, "", Course::kEnds},
     {"tcsetattr", "", 1, "", Course::kLimps},
@@ -160,7 +162,8 @@ const ReactionRow kReactions[] = {
     {"sendto", "to:1860", 0, "[ZSK_SendLocalUDPData] : error while send message : %s"},
     {"sendto", "to:10005", 0, "[CICOMM_Send] error, reason(SendTo -1 vs 100)"},
     {"sendto", "to:4100", 0, "[CSYSMGR_SendPacket] : error while send message : %s"},
-    {"pthread_create", "", 0, "[CTHREAD_Start] error, reason(pthread_create failed, "},
+    {"pthread_create", "", 0, "[CTHREAD_Start] error, reason(pthread_create failed, ",
+     Course::kLimps},
     {"fopen", kTemporary, 0, "[CUTIL_SetConfValue] we can't open the file : /etc/temp.conf"},
     {"fprintf", kTemporary, 0, "[CUTIL_SetConfValue] error, reason(rewrite /etc/mfz.conf, %s)"},
     {"fwrite", kTemporary, 0, "[CUTIL_SetConfValue] error, reason(rewrite /etc/mfz.conf, %s)"},
@@ -242,9 +245,9 @@ std::vector<Point> PlanMatrix(const std::vector<Call>& calls) {
 }
 
 std::vector<Point> PlanKills(const std::vector<Call>& calls) {
-  std::vector<Point> points;
-  for (const Call& call : calls)
-    points.push_back(PointOf(call, FAULT_KILL));
+  std::vector<Point> points(calls.size());
+  std::ranges::transform(calls, points.begin(),
+                         [](const Call& call) { return PointOf(call, FAULT_KILL); });
   return points;
 }
 

@@ -5,6 +5,9 @@
 //   faults kills [COUNT]      SIGKILL at every call of a start and of a save, then at COUNT random
 //                             moments of each (default: 500)
 //   faults calls              whether every libc function that the daemon calls is known here
+#include <linux/close_range.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <chrono>
@@ -211,6 +214,9 @@ int Usage() {
 int main(int argc, char** argv) {
   const std::vector<std::string> arguments(argv + 1, argv + argc);
   if (arguments.empty()) return Usage();
+  // What this process was started with must not reach the device programs.
+  constexpr unsigned kFirst = 3;
+  close_range(kFirst, ~0U, CLOSE_RANGE_CLOEXEC);
   int failed = 0;
   if (arguments[0] == "matrix" || arguments[0] == "sample") {
     failed = RunModes(arguments);

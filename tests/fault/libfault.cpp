@@ -9,6 +9,7 @@
 #include <link.h>
 #include <netinet/in.h>
 #include <poll.h>
+#include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
@@ -217,6 +218,8 @@ timespec FastNow(clockid_t clock) {
 
 }  // namespace
 
+// Types and statements cannot stand in parentheses. NOLINTBEGIN(bugprone-macro-parentheses)
+
 // The daemon's calls come here. `failure` may use `error`; a body that has no failure of its own
 // falls through to the real function.
 #define FAULT_DECLARE(result, name, parameters) \
@@ -282,7 +285,7 @@ FAULT_CALL(char*, fgets, (char* text, int size, FILE* file), (text, size, file),
            STREAM_FAILS(nullptr))
 FAULT_CALL(int, getc, (FILE * file), (file), file, STREAM_FAILS(EOF))
 FAULT_CALL(size_t, fread, (void* buffer, size_t size, size_t count, FILE* file),
-           (buffer, size, count, file), file, STREAM_FAILS(0))
+           (buffer, size, count, file), file, STREAM_FAILS(size_t{0}))
 FAULT_CALL(int, fflush, (FILE * file), (file), file, STREAM_FAILS(EOF))
 FAULT_CALL(int, fseek, (FILE * file, long offset, int whence), (file, offset, whence), file,
            FAILS_WITH(-1))
@@ -298,7 +301,7 @@ size_t Fault_fwrite(const void* bytes, size_t size, size_t count, FILE* file) {
   if (file != stdout && file != stderr) {
     const int error = Next("fwrite", &counter, [&] { return About(file); });
     if (error != kNoFault) {
-      STREAM_FAILS(0);
+      STREAM_FAILS(size_t{0});
     }
   }
   return real(bytes, size, count, file);
@@ -451,7 +454,8 @@ time_t Fault_time(time_t* out) {
 // --- Memory, locks, threads, programs ----------------------------------------------------------
 
 FAULT_CALL(void*, mmap, (void* at, size_t size, int protection, int flags, int fd, off_t offset),
-           (at, size, protection, flags, fd, offset), fd, FAILS_WITH(reinterpret_cast<void*>(-1)))
+           (at, size, protection, flags, fd, offset), fd,
+           FAILS_WITH(static_cast<void*>(MAP_FAILED)))
 FAULT_CALL(int, munmap, (void* at, size_t size), (at, size), kNoDescriptor, FAILS_WITH(-1))
 FAULT_CALL(void*, malloc, (size_t size), (size), "memory", FAILS_WITH(nullptr))
 FAULT_CALL(int, semget, (int key, int count, int flags), (key, count, flags), "semaphore",
@@ -481,3 +485,5 @@ void* Fault_calloc(size_t count, size_t size) {
   const int error = Next("calloc", &counter, [] { return About("memory"); });
   return error != kNoFault ? Failed<void*>(nullptr, error) : real(count, size);
 }
+
+// NOLINTEND(bugprone-macro-parentheses)

@@ -98,6 +98,13 @@ bool IsLocked(const char* path) {
   return fcntl(fd.Get(), F_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
 }
 
+// Whether the order may not arrive, or the device program may not run.
+bool MayLoseReboot(const Point& point) {
+  constexpr std::array kOfOrder = {"ppoll", "select", "recvfrom", "system"};
+  return (point.IsLasting() && std::ranges::find(kOfOrder, point.call.name) != kOfOrder.end()) ||
+         point.call.subject == "/sbin/reboot";
+}
+
 bool IsWholePositionsFile(const std::string& text) {
   int zoom = 0;
   int focus = 0;
@@ -322,8 +329,7 @@ void Session::OrderUpdate(const Point* point) {
   const auto has_rebooted = [] {
     return sim::ReadTextFile(sim::kProgramLog).find(" reboot") != std::string::npos;
   };
-  const bool may_fail = point != nullptr && point->call.name == "system" &&
-                        (point->IsLasting() || point->call.subject == "/sbin/reboot");
+  const bool may_fail = point != nullptr && MayLoseReboot(*point);
   if (!Await(has_rebooted, may_fail ? kRebootTime : kPatience) && !may_fail) Wrong("no reboot");
   // Its standard streams, and the directory that it reads.
   const std::string descriptors = sim::ReadTextFile(kProgramDescriptors);
@@ -476,7 +482,7 @@ std::vector<Call> Session::Record() {
 std::vector<Call> Session::RecordStart() {
   Launch(nullptr, true);
   AwaitServing();
-  const auto calls = Log();
+  auto calls = Log();
   End();
   return calls;
 }

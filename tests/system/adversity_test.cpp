@@ -116,7 +116,7 @@ class HungPort : public Adversity {
     constexpr int kMoreThanFit = 4;
     for (int i = 0; i < kMoreThanFit; ++i) {
       clients_.emplace_back(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-      connect(clients_.back().Get(), generic, sizeof(address));
+      (void)!connect(clients_.back().Get(), generic, sizeof(address));
     }
     Install();
     Launch();
