@@ -98,9 +98,11 @@ bool IsLocked(const char* path) {
   return fcntl(fd.Get(), F_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
 }
 
-// Whether the order may not arrive, or the device program may not run.
+// Whether the order may not arrive, the device program may not run, or the answers to a packet not
+// arrive: it is then sent so often that the reboot comes minutes later.
 bool MayLoseReboot(const Point& point) {
-  constexpr std::array kOfOrder = {"ppoll", "select", "recvfrom", "system"};
+  constexpr std::array kOfOrder = {"poll",   "ppoll",  "read", "recvfrom",
+                                   "select", "system", "write"};
   return (point.IsLasting() && std::ranges::find(kOfOrder, point.call.name) != kOfOrder.end()) ||
          point.call.subject == "/sbin/reboot";
 }
