@@ -158,7 +158,7 @@ bool IsOfSave(const fault::Call& call) {
 
 int RunAllKills(int count) {
   return RunKills("start", "relay", &fault::Session::RunKilledStart, nullptr, count,
-                  microseconds(40'000)) +
+                  microseconds(10'000)) +
          RunKills("save", "lens", &fault::Session::RunKilledSave, IsOfSave, count,
                   microseconds(60'000));
 }
