@@ -237,8 +237,11 @@ std::vector<Point> PlanMatrix(const std::vector<Call>& calls) {
         points.push_back(PointOf(way.first, error.error, FAULT_LASTING));
       }
     }
-    if (way.last.number != way.first.number) {
-      points.push_back(PointOf(way.last, row->errors.front().error));
+    if (way.last.number == way.first.number) continue;
+    points.push_back(PointOf(way.last, row->errors.front().error));
+    // Whoever is held by a source that has nothing is held to the end only if no more comes.
+    if (std::ranges::find(row->errors, FAULT_READY, &ErrorRow::error) != row->errors.end()) {
+      points.push_back(PointOf(way.last, FAULT_READY));
     }
   }
   return points;

@@ -36,7 +36,7 @@ struct Point {
 
 // Every failure that a recorded session calls for. A call is known by the way through the program
 // that leads to it: the first and the last call of each way fail, the first one with every errno
-// that it may have, also for good where that happens.
+// that it may have, also for good where that happens, the last one with the usual errno.
 std::vector<Point> PlanMatrix(const std::vector<Call>& calls);
 
 // SIGKILL in place of each of the calls.

@@ -20,15 +20,25 @@ using sim::milliseconds;
 
 class Adversity : public DeviceTest {
  protected:
-  static void MakePipe(const std::string& path) {
+  // A pipe that is left would hold whoever writes the file next.
+  ~Adversity() override {
+    for (const std::string& path : pipes_)
+      std::filesystem::remove(path);
+  }
+
+  void MakePipe(const std::string& path) {
     std::filesystem::remove(path);
     ASSERT_EQ(mkfifo(path.c_str(), 0644), 0) << path;
+    pipes_.push_back(path);
   }
 
   // Waits until the start has come to the command channel.
   void AwaitChannel() {
     ASSERT_TRUE(sim::WaitUntil([] { return sim::IsPortBound("udp", RS232_COMMAND_PORT); }));
   }
+
+ private:
+  std::vector<std::string> pipes_;
 };
 
 TEST_F(Adversity, SignalsOfATerminalDoNotEndIt) {
