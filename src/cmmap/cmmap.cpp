@@ -83,6 +83,24 @@ void PrintLockError(int id, int result) {
   printf("[%s] error, reason(%s,%d,%d)\n", "CMMAP_InitLock", strerror(errno), id, result);
 }
 
+// Whether no process has ever given the set a value.
+bool IsUnset(int sem) {
+  return semctl(sem, 0, GETVAL) == 0 && semctl(sem, 0, GETPID) == 0;
+}
+
+// A maker that died before it could set the value has left a set that is taken and that nobody
+// would ever free. One that lives needs microseconds.
+void FreeAbandonedSet(int sem) {
+  constexpr int kLooks = 100;
+  constexpr useconds_t kLookUs = 1'000;
+  for (int look = 0; look < kLooks; ++look) {
+    if (!IsUnset(sem)) return;
+    usleep(kLookUs);
+  }
+  SemctlArgument free_value = {.val = kSemFree};
+  semctl(sem, 0, SETVAL, free_value);
+}
+
 // Makes the semaphore set, or attaches to the one that another process made.
 void CMMAP_InitLock(CMMAP* self) {
   self->sem = semget(self->key, 1, IPC_CREAT | IPC_EXCL | kSemMode);
@@ -102,7 +120,9 @@ void CMMAP_InitLock(CMMAP* self) {
   if (self->sem < 0) {
     PrintLockError(-1, 0);
     self->sem = -1;
+    return;
   }
+  FreeAbandonedSet(self->sem);
 }
 
 void CMMAP_DeinitLock(const CMMAP* self) {

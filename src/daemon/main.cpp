@@ -20,7 +20,7 @@ void OnTerminate(int /*signal*/) {
   g_rs232_stop = 1;
 }
 
-void OnBrokenPipe(int /*signal*/) {}
+void OnIgnored(int /*signal*/) {}
 
 // Without standard streams the first files opened would take their numbers, and messages would
 // end in the parameter block or on the line.
@@ -31,22 +31,23 @@ void EnsureStandardStreams() {
   if (fd > STDERR_FILENO) close(fd);
 }
 
-void InstallSignalHandlers() {
-  signal(SIGTERM, OnTerminate);
-  // A reader of the trace that goes away must not end the daemon. A handler rather than SIG_IGN:
-  // the device programs that the daemon runs start with the default action.
-  signal(SIGPIPE, OnBrokenPipe);
+// Neither a reader of the trace that goes away nor a terminal that hangs up ends the daemon. A
+// handler rather than SIG_IGN: the device programs that it runs start with the default action.
+void OutliveTerminal() {
+  signal(SIGPIPE, OnIgnored);
+  signal(SIGHUP, OnIgnored);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
   EnsureStandardStreams();
+  OutliveTerminal();
   g_rs232_context = {};
   if (argc == 2) g_rs232_context.trace_level = atoi(argv[1]);
   if (ReadSettings(&g_rs232_settings) != 0) return EXIT_SUCCESS;
 
-  InstallSignalHandlers();
+  signal(SIGTERM, OnTerminate);
   switch (OpenResources(&g_rs232_settings, &g_rs232_context)) {
     case OpenResult::kFailed:
       return EXIT_FAILURE;

@@ -6,6 +6,7 @@
 
 #include "ipc/cicomm.h"
 #include "net/ipv4_address.h"
+#include "net/udp_socket.h"
 #include "relay/cfdevent.h"
 #include "relay/cptzsvr.h"
 #include "serial/serial_port.h"
@@ -57,6 +58,8 @@ OpenResult OpenResources(Rs232Settings* settings, Rs232Context* context) {
   context->udp_socket = OpenUdpSocket(settings->udp_port);
   if (context->udp_socket < 0) return OpenResult::kFailed;
   if (CICOMM_Init(&g_command, settings->command_port) != 0) return OpenResult::kEnd;
+  // A packet that is announced and then dropped for its checksum must not hold the mode.
+  ZSK_SetNonBlocking(g_command.GetSocket(&g_command));
   context->command = &g_command;
   context->events = MakeEventSet(*context);
   context->ptz_server = MakePtzServer(settings->ptz_port);

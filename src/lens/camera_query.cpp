@@ -2,6 +2,7 @@
 
 #include <cerrno>
 
+#include "net/udp_socket.h"
 #include "util/bytes.h"
 #include "util/sleep.h"
 
@@ -43,6 +44,8 @@ bool ReceiveAnswer(CICOMM* channel, CameraQueryKind kind) {
 
 CameraAnswer CameraAsk(CICOMM* channel, CameraQueryKind kind) {
   if (CICOMM_Init(channel, -1) != 0) return CameraAnswer::kNoChannel;
+  // An answer that is announced and then dropped for its checksum must not hold the caller.
+  ZSK_SetNonBlocking(channel->GetSocket(channel));
   SendRecord(channel, kind, 0);
   const bool answered = ReceiveAnswer(channel, kind);
   channel->Close(channel);

@@ -14,6 +14,7 @@
 
 #include "lens/video_source.h"
 #include "util/conf_file.h"
+#include "util/regular_file.h"
 
 namespace {
 
@@ -74,7 +75,7 @@ bool FindLine(FILE* file, const char* key, ConfLine* line) {
 // Returns the length of a regular file that is not too long, else -1.
 long LengthOf(FILE* file) {
   struct stat status;
-  if (fstat(fileno(file), &status) != 0 || !S_ISREG(status.st_mode)) return -1;
+  if (fstat(fileno(file), &status) != 0) return -1;
   return status.st_size <= ISP_FILE_MAX ? static_cast<long>(status.st_size) : -1;
 }
 
@@ -117,7 +118,7 @@ int conf_get_value(const char* path, void* out, int as_text, const char* key_for
   vsnprintf(key, sizeof(key), key_format, arguments);
   va_end(arguments);
 
-  FILE* file = fopen(path, "re");
+  FILE* file = CUTIL_OpenRegular(path);
   if (file == nullptr) return -1;
   ConfLine line;
   const bool found = FindLine(file, key, &line);
@@ -132,7 +133,7 @@ int conf_get_value(const char* path, void* out, int as_text, const char* key_for
 }
 
 char* json_load_text(const char* path) {
-  FILE* file = fopen(path, "re");
+  FILE* file = CUTIL_OpenRegular(path);
   if (file == nullptr) return nullptr;
   const long length = LengthOf(file);
   char* text = length >= 0 ? static_cast<char*>(malloc(static_cast<size_t>(length) + 1)) : nullptr;

@@ -8,6 +8,7 @@
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -56,6 +57,12 @@ int SetOption(int fd, int level, int option, int value) {
 
 int Connect(int fd, const sockaddr_in& address) {
   return connect(fd, ZSK_Generic(address), sizeof(address));
+}
+
+// Limits how long the socket's connect and sends may block; 0 takes the limit away.
+void LimitBlocking(int fd, int seconds) {
+  const timeval limit = {.tv_sec = seconds, .tv_usec = 0};
+  setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof(limit));
 }
 
 // Waits for room in the socket's send buffer, at most until the deadline passes. The system calls
@@ -133,11 +140,14 @@ int ZSK_ConnectTCPSocket(const char* host, int port) {
             gai_strerror(error));
     return CloseAndFail(fd);
   }
+  // A listener that accepts nothing any more would hold the caller for minutes.
+  LimitBlocking(fd, ZSK_CONNECT_LIMIT_S);
   if (Connect(fd, ZSK_Ipv4Address(address, port)) != 0) {
     fprintf(stderr, "new [%s/connect] Error Number : %d, Error String : %s\n", kName, errno,
             strerror(errno));
     return CloseAndFail(fd);
   }
+  LimitBlocking(fd, 0);
   return fd;
 }
 

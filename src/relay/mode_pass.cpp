@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <csignal>
 #include <cstring>
 #include <ctime>
@@ -13,6 +14,7 @@
 #include "net/udp_socket.h"
 #include "relay/cfdevent.h"
 #include "serial/serial_io.h"
+#include "util/sleep.h"
 
 namespace {
 
@@ -107,12 +109,19 @@ int SleepUntilReady(const ModePass* self, Sources* sources, int64_t limit_us) {
   return ready;
 }
 
+// A wait or a read that fails does so at once, and may go on failing: the next pass must not come
+// at once as well.
+void PauseAfterFailure() {
+  CUTIL_SleepUs(MODE_PASS_PACE_US);
+}
+
 // Waits on every source at once: a PTZ client or a signal ends the wait as well as the event set
 // does. Returns true when the event set has something to serve.
 bool WaitForWork(ModePass* self, int64_t periodic_us) {
   Sources sources;
   CollectSources(self, &sources);
   const int ready = SleepUntilReady(self, &sources, WaitLimitUs(self, periodic_us));
+  if (ready < 0 && errno != EINTR) PauseAfterFailure();
   const auto events_set = sources.Events();
   self->ptz_known = !self->clients_held && ready >= 0 &&
                     std::none_of(events_set.begin(), events_set.end(), IsReady);
@@ -120,7 +129,9 @@ bool WaitForWork(ModePass* self, int64_t periodic_us) {
     std::copy_n(sources.list.begin(), CPTZSVR_SOURCES, self->ptz_sources.begin());
   if (ready <= 0 || self->ptz_known) return false;
   CFDEVENT* events = self->context->events;
-  return events->Wait(events, 0) == 0;
+  const int result = events->Wait(events, 0);
+  if (result == CFDEVENT_WAIT_FAILED) PauseAfterFailure();
+  return result == 0;
 }
 
 bool IsSet(const ModePass* self, int fd) {
@@ -133,6 +144,7 @@ bool IsSet(const ModePass* self, int fd) {
 void ServeUdp(ModePass* self) {
   const ssize_t length = recvfrom(self->context->udp_socket, self->udp_buffer,
                                   sizeof(self->udp_buffer), MSG_DONTWAIT, nullptr, nullptr);
+  if (length < 0) PauseAfterFailure();
   if (length < RS232_UDP_CODE_SIZE) return;
   switch (LoadLe16(self->udp_buffer)) {
     case RS232_UDP_WRITE:
@@ -152,7 +164,10 @@ void ServeUdp(ModePass* self) {
 void ServeCommand(ModePass* self) {
   CICOMM* channel = self->context->command;
   int command = 0;
-  if (channel->Recv(channel, &command) < 0) return;
+  if (channel->Recv(channel, &command) < 0) {
+    PauseAfterFailure();
+    return;
+  }
   if (command != CICOMM_PCMD_PTZ) {
     if (self->hooks->command != nullptr) self->hooks->command(self->mode, command);
     return;

@@ -212,14 +212,18 @@ int Write(SerialPort* self, const void* buffer, int length) {
   return static_cast<int>(written);
 }
 
+// A wait that failed took no time: its caller must not come back at once.
+constexpr int64_t kFailedWaitPauseUs = 1'000;
+
 int Read(SerialPort* self, void* buffer, int length, int timeout_ms) {
   const int fd = self->fd;
   if (fd < 0) return SERIAL_READ_CLOSED;
   if (buffer == nullptr) return SERIAL_READ_NO_BUFFER;
   pollfd source = {.fd = fd, .events = POLLIN, .revents = 0};
-  if (poll(&source, 1, timeout_ms) <= 0 || (source.revents & POLLNVAL) != 0) {
-    return SERIAL_READ_TIMEOUT;
-  }
+  const int ready = poll(&source, 1, timeout_ms);
+  const bool has_failed = ready < 0 || (source.revents & POLLNVAL) != 0;
+  if (has_failed) CUTIL_SleepUs(kFailedWaitPauseUs);
+  if (has_failed || ready == 0) return SERIAL_READ_TIMEOUT;
   return static_cast<int>(read(fd, buffer, static_cast<size_t>(length)));
 }
 

@@ -8,6 +8,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "util/regular_file.h"
+
 namespace {
 
 bool IsBlank(char c) {
@@ -148,7 +150,7 @@ const char* CUTIL_ParseToken(char* out, size_t out_size, const char* p) {
 }
 
 int CUTIL_GetConfValue(const char* path, const char* key, char* value_out, size_t value_size) {
-  FILE* file = fopen(path, "re");
+  FILE* file = CUTIL_OpenRegular(path);
   if (file == nullptr) return -1;
 
   char text[CUTIL_CONF_LINE_SIZE];
@@ -163,12 +165,11 @@ int CUTIL_GetConfValue(const char* path, const char* key, char* value_out, size_
 }
 
 int CUTIL_SetConfValue(const char* path, const char* key, const char* value) {
-  if (FILE* in_use = fopen(CUTIL_TEMP_CONF_PATH, "re"); in_use != nullptr) {
-    fclose(in_use);
+  if (access(CUTIL_TEMP_CONF_PATH, F_OK) == 0) {
     PrintInUse();
     return -1;
   }
-  FILE* in = fopen(path, "re");
+  FILE* in = CUTIL_OpenRegular(path);
   if (in == nullptr) {
     PrintCannotOpen(path);
     return -1;

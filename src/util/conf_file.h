@@ -32,10 +32,11 @@ const char* CUTIL_ParseToken(char* out, size_t out_size, const char* p);
 
 // Reads the value of the first line whose key begins with `key` (a prefix test).
 //   value_out receives it NUL-terminated, cut to value_size - 1 characters.
-// Returns 0 on a match. Returns -1 when the file cannot be opened (`value_out` untouched) or
-// when no line matches (`value_out` then holds the value of the last key line, or is empty).
-// Comment lines, section lines and lines with '#' or '[' right after the '=' are passed over;
-// a '#' or '[' after blanks is no value either: the line then has that of the key line before.
+// Returns 0 on a match. Returns -1 when the file cannot be opened or is no regular one (`value_out`
+// untouched) or when no line matches (`value_out` then holds the value of the last key line, or is
+// empty). Comment lines, section lines and lines with '#' or '[' right after the '=' are passed
+// over; a '#' or '[' after blanks is no value either: the line then has that of the key line
+// before.
 int CUTIL_GetConfValue(const char* path, const char* key, char* value_out, size_t value_size);
 
 // Sets `key` to `value` in an existing file: every line whose text before its first '=' or ' '

@@ -1,13 +1,11 @@
 #include "util/load_file.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
+
+#include "util/regular_file.h"
 
 namespace {
 
@@ -29,18 +27,6 @@ long FileLength(FILE* file) {
 uint8_t* Allocate(long length) {
   if (length < 0 || length > INT_MAX) return nullptr;
   return static_cast<uint8_t*>(calloc(static_cast<size_t>(std::max(length, 1L)), 1));
-}
-
-// Opens a regular file. Anything else of that name (a directory, a pipe that nobody writes) is no
-// file to load, and must not hold the caller.
-FILE* OpenRegular(const char* path) {
-  const int fd = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  if (fd < 0) return nullptr;
-  struct stat status;
-  FILE* file = nullptr;
-  if (fstat(fd, &status) == 0 && S_ISREG(status.st_mode)) file = fdopen(fd, "r");
-  if (file == nullptr) close(fd);
-  return file;
 }
 
 uint8_t* Load(FILE* file, int* size_out) {
@@ -70,7 +56,7 @@ uint8_t* CUTIL_LoadFile(const char* path, int* size_out) {
             __LINE__, PointerWord(path), PointerWord(size_out));
     return nullptr;
   }
-  FILE* file = OpenRegular(path);
+  FILE* file = CUTIL_OpenRegular(path);
   if (file == nullptr) {
     fprintf(stderr, "[%s] Error line[%d], reason('fp' is NULL, filename'%s')\n", kName, __LINE__,
             path);

@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "util/regular_file.h"
 #include "util/sleep.h"
 
 namespace {
@@ -185,7 +186,7 @@ void CUTIL_Reboot() {
 
 int CUTIL_KillProcAll(const char* list_path, int signal) {
   syslog(LOG_INFO, "[CUTIL_KillProcAll]\n");
-  FILE* file = fopen(list_path, "re");
+  FILE* file = CUTIL_OpenRegular(list_path);
   if (file == nullptr) {
     syslog(LOG_INFO, "[CUTIL_KillProcAll] - list open err[%s]\n", list_path);
     return -1;

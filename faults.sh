@@ -1,0 +1,15 @@
+#!/bin/sh
+# Builds the project and makes every call of the daemon fail, one after the other; then ends it
+# suddenly at every call and at 500 random moments of a start and of a save. Takes some minutes.
+#   ./faults.sh [PRESET]     PRESET: release (default), asan, ...
+set -eu
+cd "$(dirname "$0")"
+
+preset="${1:-release}"
+./packaging/build-deps.sh
+cmake --preset "$preset" >/dev/null
+cmake --build --preset "$preset" --target faults
+build="build"
+[ "$preset" = release ] || build="build-$preset"
+"$build/tests/faults" matrix
+"$build/tests/faults" kills
