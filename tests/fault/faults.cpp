@@ -176,10 +176,25 @@ constexpr std::array kHarmless = {
     "snprintf", "strcasecmp", "strcmp", "strcspn", "strerror", "strlen", "strncmp", "strnlen",
     "strspn", "strtol", "strtoll", "syslog", "time", "tolower", "tzset", "usleep", "vsnprintf",
     // Not called in any mode: of the socket library's other functions.
-    "getsockopt", "if_nametoindex"};
+    "getsockopt", "if_nametoindex",
+    // The check of a descriptor for a set.
+    "fdelt"};
 
 bool IsOfRuntime(std::string_view name) {
-  return (name.starts_with("__") && !name.ends_with("_chk")) || name.starts_with("_ITM");
+  return name.starts_with("__") || name.starts_with("_ITM");
+}
+
+// Without what tells that files have 64 bits, or that a buffer's size is checked.
+std::string_view PlainName(std::string_view name) {
+  constexpr std::string_view kMark = "__";
+  constexpr std::string_view kChecked = "_chk";
+  if (name.starts_with(kMark) && name.ends_with(kChecked)) {
+    name.remove_prefix(kMark.size());
+    name.remove_suffix(kChecked.size());
+  }
+  constexpr std::string_view kLarge = "64";
+  if (name.ends_with(kLarge)) name.remove_suffix(kLarge.size());
+  return name;
 }
 
 int CheckCalls() {
@@ -191,7 +206,7 @@ int CheckCalls() {
   char symbol[128];
   while (fscanf(names, " %*1s %127s", symbol) == 1) {
     const std::string_view whole(symbol);
-    const std::string_view name = whole.substr(0, whole.find('@'));
+    const std::string_view name = PlainName(whole.substr(0, whole.find('@')));
     const auto is_name = [&](const auto& other) { return name == other; };
     ++count;
     if (IsOfRuntime(name) || std::ranges::any_of(kHarmless, is_name)) continue;

@@ -486,4 +486,20 @@ void* Fault_calloc(size_t count, size_t size) {
   return error != kNoFault ? Failed<void*>(nullptr, error) : real(count, size);
 }
 
+// What the daemon calls where files and times have 64 bits, or buffers are checked: the same
+// functions; the size that a check adds is the last argument, which nobody reads.
+#define FAULT_ALIAS(result, name, other, parameters)               \
+  extern "C" result Fault_alias_##other parameters __asm__(#other) \
+      __attribute__((alias(#name), visibility("default")));
+
+FAULT_ALIAS(int, open, open64, (const char* path, int flags, long mode))
+FAULT_ALIAS(int, fcntl, fcntl64, (int fd, int command, long argument))
+FAULT_ALIAS(int, fstat, fstat64, (int fd, struct stat* status))
+FAULT_ALIAS(void*, readdir, readdir64, (void* table))
+FAULT_ALIAS(FILE*, fopen, fopen64, (const char* path, const char* mode))
+FAULT_ALIAS(void*, mmap, mmap64,
+            (void* at, size_t size, int protection, int flags, int fd, off_t offset))
+FAULT_ALIAS(int, ppoll, __ppoll_chk,
+            (pollfd * sources, nfds_t count, const timespec* limit, const sigset_t* mask))
+
 // NOLINTEND(bugprone-macro-parentheses)
