@@ -45,7 +45,7 @@ report() {
   local executions speed counters finding="none"
   executions=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log")
   speed=$(sed -n 's/^stat::average_exec_per_sec: *//p' "$log")
-  counters=$(grep -o 'cov: [0-9]* ft: [0-9]*' "$log" | tail -1)
+  counters=$(grep -o 'cov: [0-9]* ft: [0-9]*' "$log" | tail -1 || true)
   if [ "$(tail -1 "$log")" = "finding" ]; then
     finding=$(grep -m1 -E '^FINDING|^SUMMARY|ERROR: |runtime error' "$log" || echo "see $log")
   fi

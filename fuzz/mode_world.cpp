@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <fcntl.h>
+#include <linux/sockios.h>
 #include <netinet/in.h>
 #include <sched.h>
 #include <sys/ioctl.h>
@@ -33,6 +34,7 @@
 #include "lens/mfz_state.h"
 #include "lens/position.h"
 #include "module/firmware_update.h"
+#include "net/tcp_socket.h"
 #include "relay/cfdevent.h"
 #include "relay/cptzsvr.h"
 #include "relay/daemon_datagram.h"
@@ -138,10 +140,9 @@ struct Surroundings {
   sim::UdpPeer local;
 
   Surroundings() {
-    // Sockets of earlier executions must not pile up, and small buffers fill up sooner.
+    // Sockets of earlier executions must not pile up; a small buffer fills up sooner.
     PutFile("/proc/sys/net/ipv4/tcp_max_tw_buckets", "0");
     PutFile("/proc/sys/net/ipv4/tcp_wmem", "4096 4096 4096");
-    PutFile("/proc/sys/net/ipv4/tcp_rmem", "4096 4096 4096");
     PutFile(MICOM_FIRMWARE_PATH, std::string(600, 'f'));
   }
 };
@@ -182,6 +183,7 @@ class ModeWorld {
   void OnWait(const pollfd* fds, nfds_t count);
   int NextWakeUp(pollfd* fds, nfds_t count, int64_t limit_us);
   int LetRun(pollfd* fds, nfds_t count, int64_t limit_us);
+  bool IsUnderWay() const;
   int End(pollfd* fds, nfds_t count, int64_t limit_us);
   void Act();
 
@@ -198,6 +200,7 @@ class ModeWorld {
   void NoteAdmissions();
   void TakeFromClient(Client* client);
   void NoteClosed(Client* client);
+  void CheckSlowClients() const;
   void TakeDatagrams();
   void AnswerCamera();
   void SendLocal(ByteSpan datagram, int port);
@@ -216,7 +219,7 @@ class ModeWorld {
   Bytes from_line_;        // what came from the line since the pass runs, without what got lost
   Bytes early_;            // before that
   Bytes to_line_;          // arrived at the far end, not taken apart yet
-  size_t read_total_ = 0;  // of from_line_, as of the last pass
+  size_t read_total_ = 0;  // of from_line_, as of the last look
   size_t datagrams_at_ = 0;
   bool is_running_ = false;  // the mode has come to its passes
   bool is_ending_ = false;
@@ -259,10 +262,20 @@ int ModeWorld::OnPass(pollfd* fds, nfds_t count, int64_t limit_us) {
     Fail("a pass of %lld us", static_cast<long long>(NowUs() - pass_began_us_));
   }
   if (++passes_ > kMostPasses) Fail("the daemon spins");
+  CheckSlowClients();
   Observe();
   const int ready = NextWakeUp(fds, count, limit_us);
   pass_began_us_ = NowUs();
   return ready;
+}
+
+// Whoever had taken nothing for too long when the pass began has been dropped by it.
+void ModeWorld::CheckSlowClients() const {
+  const CPTZSVR* server = g_rs232_context.ptz_server;
+  for (int slot = 0; slot < CPTZSVR_MAX_CLIENTS; ++slot) {
+    const int64_t dropped_us = server->took_us[slot] + CPTZSVR_SEND_LIMIT_S * kUsPerS;
+    FUZZ_CHECK(server->queues[slot].count == 0 || dropped_us >= pass_began_us_);
+  }
 }
 
 // Lets the daemon do what there is to do, as many passes as the last event says.
@@ -289,6 +302,19 @@ int ModeWorld::NextWakeUp(pollfd* fds, nfds_t count, int64_t limit_us) {
   return End(fds, count, limit_us);
 }
 
+// Whether the kernel still has bytes between a client and the daemon that did not fit into a
+// buffer.
+bool ModeWorld::IsUnderWay() const {
+  const CPTZSVR* server = g_rs232_context.ptz_server;
+  const bool is_queued = std::any_of(std::begin(server->queues), std::end(server->queues),
+                                     [](const SendQueue& queue) { return queue.count > 0; });
+  return is_queued || std::any_of(clients_.begin(), clients_.end(), [](const auto& client) {
+           int unsent = 0;
+           return client->is_admitted && client->fd.IsOpen() &&
+                  ioctl(client->fd.Get(), SIOCOUTQ, &unsent) == 0 && unsent > 0;
+         });
+}
+
 // The script is over: everybody takes what there is, the daemon does what it has left to do, and
 // is told to stop.
 int ModeWorld::End(pollfd* fds, nfds_t count, int64_t limit_us) {
@@ -299,10 +325,7 @@ int ModeWorld::End(pollfd* fds, nfds_t count, int64_t limit_us) {
       client->is_reading = true;
   }
   Observe();
-  const CPTZSVR* server = g_rs232_context.ptz_server;
-  const bool has_queued = std::any_of(std::begin(server->queues), std::end(server->queues),
-                                      [](const SendQueue& queue) { return queue.count > 0; });
-  const int ready = RealPoll(fds, count, has_queued ? kKernelMs : 0);
+  const int ready = RealPoll(fds, count, IsUnderWay() ? kKernelMs : 0);
   if (ready != 0) return ready;
   if (limit_us >= 0 && limit_us <= MODE_PASS_PACE_US && passes_ < kPassesOfWork) {
     PassTime(limit_us);
@@ -421,7 +444,10 @@ Client* ModeWorld::PickClient() {
 }
 
 void ModeWorld::Connect() {
-  if (clients_.size() == kMostClients) return;
+  // More than the listener's backlog would not get through.
+  const auto waiting = std::count_if(clients_.begin(), clients_.end(),
+                                     [](const auto& client) { return !client->is_admitted; });
+  if (clients_.size() == kMostClients || waiting >= ZSK_BACKLOG) return;
   auto client = std::make_unique<Client>();
   client->fd.Reset(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   sockaddr_in address = {};
@@ -432,7 +458,11 @@ void ModeWorld::Connect() {
   // Ends without a trace at the latest with the execution.
   const linger at_once = {.l_onoff = 1, .l_linger = 0};
   setsockopt(client->fd.Get(), SOL_SOCKET, SO_LINGER, &at_once, sizeof(at_once));
-  if (connect(client->fd.Get(), reinterpret_cast<sockaddr*>(&address), length) != 0) return;
+  const int small = 4096;
+  setsockopt(client->fd.Get(), SOL_SOCKET, SO_RCVBUF, &small, sizeof(small));
+  connect(client->fd.Get(), reinterpret_cast<sockaddr*>(&address), length);
+  pollfd connected = {.fd = client->fd.Get(), .events = POLLOUT, .revents = 0};
+  FUZZ_CHECK(RealPoll(&connected, 1, kKernelMs) == 1 && connected.revents == POLLOUT);
   getsockname(client->fd.Get(), reinterpret_cast<sockaddr*>(&address), &length);
   client->port = ntohs(address.sin_port);
   client->sender = clients_.size();
@@ -471,8 +501,8 @@ void ModeWorld::ClientStopsOrReads() {
   if (client->stopped_us < 0) client->stopped_us = NowUs();
 }
 
-// A client is let in by the pass before this look at the server: it gets what was read in that
-// pass.
+// A client is let in by the same pass, before it looks at the line: it gets what is read from now
+// on.
 void ModeWorld::NoteAdmissions() {
   const CPTZSVR* server = g_rs232_context.ptz_server;
   for (const int fd : server->clients) {
@@ -693,10 +723,10 @@ void ModeWorld::BeginStreams() {
 
 void ModeWorld::Observe() {
   TakeFromLine();
+  read_total_ = ReadTotal();
   NoteAdmissions();
   for (const auto& client : clients_)
     TakeFromClient(client.get());
-  read_total_ = ReadTotal();
   TakeDatagrams();
 }
 
