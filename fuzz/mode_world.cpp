@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <linux/sockios.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sched.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -458,8 +459,12 @@ void ModeWorld::Connect() {
   // Ends without a trace at the latest with the execution.
   const linger at_once = {.l_onoff = 1, .l_linger = 0};
   setsockopt(client->fd.Get(), SOL_SOCKET, SO_LINGER, &at_once, sizeof(at_once));
-  const int small = 4096;
-  setsockopt(client->fd.Get(), SOL_SOCKET, SO_RCVBUF, &small, sizeof(small));
+  // Takes little at a time but sends all at once.
+  for (const auto& [level, option, value] :
+       std::initializer_list<std::array<int, 3>>{{SOL_SOCKET, SO_RCVBUF, 4096},
+                                                 {SOL_SOCKET, SO_SNDBUF, 65536},
+                                                 {IPPROTO_TCP, TCP_NODELAY, 1}})
+    setsockopt(client->fd.Get(), level, option, &value, sizeof(value));
   connect(client->fd.Get(), reinterpret_cast<sockaddr*>(&address), length);
   pollfd connected = {.fd = client->fd.Get(), .events = POLLOUT, .revents = 0};
   FUZZ_CHECK(RealPoll(&connected, 1, kKernelMs) == 1 && connected.revents == POLLOUT);
