@@ -13,7 +13,7 @@
 namespace {
 
 constexpr HdCommand kQuestions[] = {HD_VERSION, HD_RESOLUTION_FLAG, HD_SENSOR};
-constexpr int64_t kLongestUs = 3 * (CAMERA_INFO_ANSWER_S + 1) * int64_t{1'100'000};
+constexpr int64_t kLongestUs = int64_t{3} * (CAMERA_INFO_ANSWER_S + 1) * 1'100'000;
 
 // The value that came with the answer to a question, HD_NO_VALUE without one.
 uint8_t ValueOf(const fuzz::FakeLine& line, size_t question) {

@@ -465,7 +465,7 @@ void ModeWorld::Connect() {
                                                  {SOL_SOCKET, SO_SNDBUF, 65536},
                                                  {IPPROTO_TCP, TCP_NODELAY, 1}})
     setsockopt(client->fd.Get(), level, option, &value, sizeof(value));
-  connect(client->fd.Get(), reinterpret_cast<sockaddr*>(&address), length);
+  (void)connect(client->fd.Get(), reinterpret_cast<sockaddr*>(&address), length);
   pollfd connected = {.fd = client->fd.Get(), .events = POLLOUT, .revents = 0};
   FUZZ_CHECK(RealPoll(&connected, 1, kKernelMs) == 1 && connected.revents == POLLOUT);
   getsockname(client->fd.Get(), reinterpret_cast<sockaddr*>(&address), &length);
