@@ -326,7 +326,11 @@ int ModeWorld::End(pollfd* fds, nfds_t count, int64_t limit_us) {
       client->is_reading = true;
   }
   Observe();
-  const int ready = RealPoll(fds, count, IsUnderWay() ? kKernelMs : 0);
+  int ready = RealPoll(fds, count, 0);
+  for (int ms = 0; ready == 0 && ms < kKernelMs && IsUnderWay(); ++ms) {
+    ready = RealPoll(fds, count, 1);
+    Observe();
+  }
   if (ready != 0) return ready;
   if (limit_us >= 0 && limit_us <= MODE_PASS_PACE_US && passes_ < kPassesOfWork) {
     PassTime(limit_us);
