@@ -72,7 +72,7 @@ class FakeLine {
                       .Close = [](SerialPort*) {},
                       .Write = Write,
                       .Read = Read,
-                      .tells_state = false};
+                      .tells_transmitter = false};
   Input* input_;
 };
 

@@ -109,6 +109,14 @@ void DriveZoom() {
   }
 }
 
+// --- Waiting -----------------------------------------------------------------------------------
+
+// Whether a request has nothing to do: there is none, or its limit is reached.
+bool IsAtRest(uint8_t request, int32_t position, int32_t maximum) {
+  return request == DRIVE_IDLE || (request == DRIVE_TOWARD_ZERO && position <= 0) ||
+         (request == DRIVE_TOWARD_MAXIMUM && position >= maximum);
+}
+
 }  // namespace
 
 int DriveSpeedIndex(int8_t value) {
@@ -144,8 +152,9 @@ void drive_step() {
 }
 
 int64_t drive_wait_us() {
-  const bool idle = g_mfz.focus_req == DRIVE_IDLE && g_mfz.zoom_req == DRIVE_IDLE;
-  return idle ? MODE_PASS_NO_WORK : MODE_PASS_PACE_US;
+  const bool at_rest = IsAtRest(g_mfz.focus_req, g_mfz.posFocus, g_mfz.focus_maximum) &&
+                       IsAtRest(g_mfz.zoom_req, g_mfz.posZoom, g_mfz.zoom_maximum);
+  return at_rest ? MODE_PASS_NO_WORK : MODE_PASS_PACE_US;
 }
 
 void assist_focus() {

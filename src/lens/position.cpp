@@ -35,8 +35,8 @@ void AwaitLastMove(MfzAxis axis) {
 void NoteMove(MfzAxis axis, int32_t steps) {
   const int64_t next_step_us = *LastStepUs(axis) + MotorTimeUs(1, g_lens.step_delay_ms);
   const int32_t followers = std::max(abs(steps) - 1, 0);
-  *LastStepUs(axis) = std::max(CUTIL_MonotonicUs(), next_step_us) +
-                      MotorTimeUs(followers, g_lens.step_delay_ms);
+  *LastStepUs(axis) =
+      std::max(CUTIL_MonotonicUs(), next_step_us) + MotorTimeUs(followers, g_lens.step_delay_ms);
 }
 
 // Returns false when there is no such key or its value is too long.

@@ -51,7 +51,7 @@ void set_limits();
 
 // Moves a motor by `steps`: one frame. Changes no position. The micom drops what is left of a
 // move when the next one comes; a motor that has not made its last move's steps is waited for.
-// Whoever gives each move its time never waits here.
+// Whoever gives each move its time waits a millisecond at most.
 void mfz_move(MfzAxis axis, int32_t steps);
 
 // Moves the focus from `focus` onto the curve at `zoom`, within the focus limits, and returns

@@ -29,6 +29,7 @@ constexpr int64_t kSendLimitUs = CPTZSVR_SEND_LIMIT_S * kUsPerS;
 void Drop(CPTZSVR* self, int slot) {
   CPTZSVR_Disconnect(&self->clients[slot]);
   SendQueueClear(&self->queues[slot]);
+  self->has_ended[slot] = false;
 }
 
 // --- Accept ------------------------------------------------------------------------------------
@@ -95,9 +96,9 @@ int CPTZSVR_Accept(CPTZSVR* self, int us) {
 
 using ClientWatch = std::array<pollfd, CPTZSVR_MAX_CLIENTS>;
 
-// Waits for any client; a free slot (-1) is ignored by poll. Without a wait every client is worth a
-// try. Returns false when none is ready.
-bool WaitForClients(const CPTZSVR* self, int us, ClientWatch* watch) {
+// Waits for any client that still sends; a free slot (-1) is ignored by poll. Without a wait every
+// client is worth a try. Returns false when there is none to try.
+bool FindClients(const CPTZSVR* self, int us, ClientWatch* watch) {
   int connected = 0;
   for (size_t i = 0; i < watch->size(); ++i) {
     const bool held = self->clients[i] >= 0;
@@ -115,13 +116,17 @@ bool WaitForClients(const CPTZSVR* self, int us, ClientWatch* watch) {
 
 int CPTZSVR_Recv(CPTZSVR* self, void* buf, int us) {
   ClientWatch watch;
-  if (!WaitForClients(self, us, &watch)) return -1;
+  if (!FindClients(self, us, &watch)) return -1;
   for (size_t i = 0; i < watch.size(); ++i) {
     if (watch[i].revents == 0) continue;
     const ssize_t received = recv(self->clients[i], buf, CPTZSVR_RECV_MAX, MSG_DONTWAIT);
     if (received > 0) return static_cast<int>(received);
     if (received < 0 && (errno == EINTR || errno == EAGAIN)) continue;
-    Drop(self, static_cast<int>(i));
+    if (received == 0 && self->queues[i].count > 0) {
+      self->has_ended[i] = true;
+    } else {
+      Drop(self, static_cast<int>(i));
+    }
   }
   return -1;
 }
@@ -155,11 +160,13 @@ int64_t SendLimitLeftUs(const CPTZSVR* self, int slot) {
 }
 
 // Lets a client take of its queue. Its time is over only when it takes nothing even now: the
-// server may have been kept from offering. Returns false when the client is lost.
+// server may have been kept from offering. Returns false when the client is lost, or has ended and
+// has everything.
 bool Offer(CPTZSVR* self, int slot) {
   const int taken = SendQueueDrain(&self->queues[slot], self->clients[slot]);
   if (taken > 0) self->took_us[slot] = CUTIL_MonotonicUs();
-  return taken > 0 || (taken == 0 && SendLimitLeftUs(self, slot) > 0);
+  const bool is_done = self->has_ended[slot] && self->queues[slot].count == 0;
+  return taken >= 0 && SendLimitLeftUs(self, slot) > 0 && !is_done;
 }
 
 // --- The end -------------------------------------------------------------------------------------
@@ -186,6 +193,7 @@ int CPTZSVR_Init(CPTZSVR* self, int16_t port) {
   self->accept_again_us = 0;
   std::fill(std::begin(self->queues), std::end(self->queues), SendQueue{});
   std::fill(std::begin(self->took_us), std::end(self->took_us), 0);
+  std::fill(std::begin(self->has_ended), std::end(self->has_ended), false);
 
   const int probe = ZSK_ConnectTCPSocket("127.0.0.1", port);
   if (probe >= 0) {
@@ -212,7 +220,8 @@ void CPTZSVR_Disconnect(int* slot) {
 
 void CPTZSVR_Watch(const CPTZSVR* self, bool input, std::span<pollfd, CPTZSVR_SOURCES> sources) {
   for (int slot = 0; slot < CPTZSVR_MAX_CLIENTS; ++slot) {
-    const int events = (input ? POLLIN : 0) | (self->queues[slot].count > 0 ? POLLOUT : 0);
+    const int events = (input && !self->has_ended[slot] ? POLLIN : 0) |
+                       (self->queues[slot].count > 0 ? POLLOUT : 0);
     sources[static_cast<size_t>(slot)] = {.fd = events != 0 ? self->clients[slot] : kNoSocket,
                                           .events = static_cast<short>(events),
                                           .revents = 0};

@@ -41,7 +41,8 @@ struct CPTZSVR {
 
   // Reads once from the lowest-numbered client that has data, at most CPTZSVR_RECV_MAX bytes.
   // Waits at most `us` microseconds a client (0 polls). Clients that have closed or failed are
-  // disconnected on the way. Returns the bytes read, or -1 when there were none.
+  // disconnected on the way; one that has closed with bytes in its queue gets them first. Returns
+  // the bytes read, or -1 when there were none.
   int (*Recv)(CPTZSVR* self, void* buf, int us);
 
   // Sends `len` bytes (at least 1) to every client without waiting: what one cannot take now goes
@@ -51,6 +52,7 @@ struct CPTZSVR {
   int64_t accept_again_us;                // monotonic time before which the listener is left alone
   SendQueue queues[CPTZSVR_MAX_CLIENTS];  // what each client could not take yet
   int64_t took_us[CPTZSVR_MAX_CLIENTS];   // while that waits: when the client last took some of it
+  bool has_ended[CPTZSVR_MAX_CLIENTS];    // the client sends no more, but takes what waits
 };
 
 // Starts the server. A port that another process serves already leaves it without a listener
@@ -58,7 +60,7 @@ struct CPTZSVR {
 // normal. Returns 0, or -1 when the listener could not be made.
 int CPTZSVR_Init(CPTZSVR* self, int16_t port);
 
-// Closes the client in `*slot` if there is one and frees the slot.
+// Closes the client in `*slot` if there is one and frees the slot; its queue is not touched.
 void CPTZSVR_Disconnect(int* slot);
 
 // Fills `sources` for a poll over the whole server, or without what clients send when `input` is

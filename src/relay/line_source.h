@@ -4,7 +4,7 @@
 // for ever and has nothing. It is then closed and taken out of the event set, and opened again with
 // the settings of start-up: the first attempt comes LINE_SOURCE_RETRY_S later, and so does each
 // further one. One line on standard error says that it is lost, and one that it is back. What is
-// sent meanwhile is lost, as on a closed port. Main thread only; no call waits.
+// sent meanwhile is lost, as on a closed port. Main thread only; nothing here waits for the line.
 #pragma once
 
 #include <cstdint>

@@ -18,6 +18,8 @@
 
 namespace {
 
+constexpr int kPaceMs = static_cast<int>(MODE_PASS_PACE_US / 1000);
+
 // --- PTZ clients -------------------------------------------------------------------------------
 
 bool IsReady(const pollfd& source) {
@@ -34,7 +36,9 @@ bool HasRoom(const LineSource& line) {
 // comes before the next datagram and command, so they are looked at afresh.
 void LookAtPtzServer(ModePass* self) {
   CPTZSVR_Watch(self->context->ptz_server, true, self->ptz_sources);
-  poll(self->ptz_sources.data(), self->ptz_sources.size(), 0);
+  if (poll(self->ptz_sources.data(), self->ptz_sources.size(), 0) >= 0) return;
+  for (pollfd& source : self->ptz_sources)  // each is worth a try then
+    source.revents = source.events;
 }
 
 void ServePtzClients(ModePass* self) {
@@ -44,8 +48,8 @@ void ServePtzClients(ModePass* self) {
   if (!self->ptz_known) LookAtPtzServer(self);
   const auto& sources = self->ptz_sources;
   CPTZSVR_SendQueued(server, sources);
-  if (IsReady(sources[CPTZSVR_LISTENER_SOURCE])) server->Accept(server, 0);
-  if (std::none_of(sources.begin(), sources.begin() + CPTZSVR_MAX_CLIENTS, IsReady)) return;
+  if (std::none_of(sources.begin(), sources.end(), IsReady)) return;
+  server->Accept(server, 0);
   self->clients_held = !HasRoom(self->line);
   if (self->clients_held) return;
   const int count = server->Recv(server, self->ptz_buffer, 0);
@@ -115,23 +119,31 @@ void PauseAfterFailure() {
   CUTIL_SleepUs(MODE_PASS_PACE_US);
 }
 
+// Looks which of the event set's sources are ready; where the wait over all sources failed, these
+// are waited for at the pace of periodic work. Returns true when one is.
+bool WaitForEvents(ModePass* self) {
+  CFDEVENT* events = self->context->events;
+  const int result = events->Wait(events, kPaceMs);
+  if (result == CFDEVENT_WAIT_FAILED) PauseAfterFailure();
+  return result == 0;
+}
+
 // Waits on every source at once: a PTZ client or a signal ends the wait as well as the event set
 // does. Returns true when the event set has something to serve.
 bool WaitForWork(ModePass* self, int64_t periodic_us) {
+  // The limit comes first: a listener that is left alone until now is watched or waited for.
+  const int64_t limit_us = WaitLimitUs(self, periodic_us);
   Sources sources;
   CollectSources(self, &sources);
-  const int ready = SleepUntilReady(self, &sources, WaitLimitUs(self, periodic_us));
-  if (ready < 0 && errno != EINTR) PauseAfterFailure();
+  const int ready = SleepUntilReady(self, &sources, limit_us);
+  if (ready < 0) return errno != EINTR && WaitForEvents(self);
   const auto events_set = sources.Events();
-  self->ptz_known = !self->clients_held && ready >= 0 &&
-                    std::none_of(events_set.begin(), events_set.end(), IsReady);
-  if (self->ptz_known)
+  const bool is_event = std::any_of(events_set.begin(), events_set.end(), IsReady);
+  self->ptz_known = !self->clients_held && !is_event;
+  if (self->ptz_known) {
     std::copy_n(sources.list.begin(), CPTZSVR_SOURCES, self->ptz_sources.begin());
-  if (ready <= 0 || self->ptz_known) return false;
-  CFDEVENT* events = self->context->events;
-  const int result = events->Wait(events, 0);
-  if (result == CFDEVENT_WAIT_FAILED) PauseAfterFailure();
-  return result == 0;
+  }
+  return is_event && WaitForEvents(self);
 }
 
 bool IsSet(const ModePass* self, int fd) {

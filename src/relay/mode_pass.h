@@ -1,4 +1,4 @@
-// The polling pass that all mode loops share.
+// The pass that all mode loops share.
 //
 // One pass looks at every source once, in a fixed order, and serves what is there:
 //   1. the stop flag,
@@ -55,7 +55,8 @@ struct ModePass {
   uint8_t udp_buffer[RS232_UDP_MAX];
   SerialDataDatagram serial_data;  // serial bytes are read into its place
   LineSource line;
-  // The PTZ server's sources, and whether they are as they were when nothing has been served since.
+  // The PTZ server's sources as a wait found them, and whether that still holds: nothing has been
+  // served since.
   std::array<pollfd, CPTZSVR_SOURCES> ptz_sources;
   bool ptz_known;
   bool clients_held;  // what PTZ clients sent waits with them: the line has no room

@@ -25,7 +25,7 @@ SerialPort g_port = {.fd = -1,
                      .Close = nullptr,
                      .Write = nullptr,
                      .Read = nullptr,
-                     .tells_state = false};
+                     .tells_transmitter = false};
 
 // --- Line settings ---------------------------------------------------------------------------
 
@@ -161,7 +161,7 @@ void DrainByQueue(int fd, int written) {
 
 // A driver that could not tell is not asked again.
 void WaitTransmitterEmpty(SerialPort* self, int fd, int written) {
-  const Transmitter state = self->tells_state ? QueryTransmitter(fd) : Transmitter::kUnknown;
+  const Transmitter state = self->tells_transmitter ? QueryTransmitter(fd) : Transmitter::kUnknown;
   switch (state) {
     case Transmitter::kEmpty:
       break;
@@ -169,7 +169,7 @@ void WaitTransmitterEmpty(SerialPort* self, int fd, int written) {
       DrainByStatus(fd, written);
       break;
     case Transmitter::kUnknown:
-      self->tells_state = false;
+      if (self->fd == fd) self->tells_transmitter = false;
       DrainByQueue(fd, written);
       break;
   }
@@ -235,7 +235,7 @@ int SerialPortOpen(SerialPort* self, const char* path, const SerialLine& line) {
   self->Close = Close;
   self->Write = Write;
   self->Read = Read;
-  self->tells_state = true;
+  self->tells_transmitter = true;
   const termios settings = RawSettings(line);
   setvbuf(stdout, nullptr, _IONBF, 0);
   const int fd = open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);

@@ -55,7 +55,7 @@ struct SerialPort {
   // Returns the bytes read, 0 at the end of file, or a SerialReadError.
   int (*Read)(SerialPort* self, void* buffer, int length, int timeout_ms);
 
-  std::atomic<bool> tells_state;  // the driver may know when the transmitter is empty
+  std::atomic<bool> tells_transmitter;  // the driver may know when the transmitter is empty
 };
 
 // Opens `path` with the line settings and saves those it finds; makes standard output

@@ -60,8 +60,12 @@ class LensLine {
   }
 
   inline static LensLine* current_ = nullptr;
-  SerialPort port_ = {
-      .fd = -1, .saved = {}, .Close = nullptr, .Write = Write, .Read = Read, .tells_state = false};
+  SerialPort port_ = {.fd = -1,
+                      .saved = {},
+                      .Close = nullptr,
+                      .Write = Write,
+                      .Read = Read,
+                      .tells_transmitter = false};
   std::vector<std::string> writes_;
   std::vector<uint8_t> reply_;
 };

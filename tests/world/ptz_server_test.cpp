@@ -219,6 +219,9 @@ TEST_F(PtzServer, KeepsWhatAClientCannotTakeYet) {
       ASSERT_EQ(clients_[0].Receive(chunk.size()), chunk);
     }
     EXPECT_GE(CPTZSVR_WaitLimitUs(&server_), 5000000);
+    // A server that was busy for longer than the limit asks once more before it gives up.
+    server_.took_us[1] -= 20'000'000;
+    EXPECT_EQ(CPTZSVR_WaitLimitUs(&server_), 0);
     const size_t wanted = sent.size() - (i == 0 ? SEND_QUEUE_SIZE / 3 : 0);
     while (got.size() < wanted) {
       const Bytes piece = slow.Receive(std::min<size_t>(wanted - got.size(), 65536));
@@ -254,6 +257,31 @@ TEST_F(PtzServer, DropsAClientThatStopsReading) {
       9900, [&] { OnStderr(serve); }, 1200);
   EXPECT_EQ(server_.queues[0].bytes, nullptr);
   EXPECT_EQ(Connected(), 1);
+}
+
+TEST_F(PtzServer, GivesAClientThatHasEndedWhatWaits) {
+  PtzClient& client = Connect();
+  Bytes sent;
+  while (server_.queues[0].count == 0) {
+    SendAll(kChunk);
+    sent.insert(sent.end(), kChunk.begin(), kChunk.end());
+  }
+  shutdown(client.Fd(), SHUT_WR);
+  WaitFor(0, POLLRDHUP);
+  EXPECT_EQ(Recv(0), -1);
+  EXPECT_EQ(Connected(), 1);
+  EXPECT_EQ(Recv(1000), -1);
+  Bytes got;
+  OnStderr([&] {
+    while (got.size() < sent.size()) {
+      const Bytes piece = client.Receive(std::min<size_t>(sent.size() - got.size(), 65536));
+      ASSERT_FALSE(piece.empty());
+      got.insert(got.end(), piece.begin(), piece.end());
+      ServeQueues(0);
+    }
+  });
+  EXPECT_TRUE(got == sent);
+  EXPECT_EQ(Connected(), 0);
 }
 
 TEST_F(PtzServer, DropsAClientWhoseQueueIsFull) {
