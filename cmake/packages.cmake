@@ -7,6 +7,10 @@ if(NOT RS232_DEBIAN_ARCHITECTURE)
                   OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
 endif()
 
+# Everything that an install takes, without the tests.
+add_custom_target(installables)
+add_dependencies(installables rs232d)
+
 # Compresses `source` to `name`.gz and installs it; -n leaves the time out of the result.
 function(rs232_install_compressed source name destination component)
   get_filename_component(source ${source} ABSOLUTE)
@@ -15,6 +19,7 @@ function(rs232_install_compressed source name destination component)
     COMMAND ${CMAKE_COMMAND} -E make_directory ${CMAKE_BINARY_DIR}/compressed/${component}
     COMMAND sh -c "gzip -9nc \"$1\" > \"$2\"" sh ${source} ${result})
   add_custom_target(${component}-${name} ALL DEPENDS ${result})
+  add_dependencies(installables ${component}-${name})
   install(FILES ${result} DESTINATION ${destination} COMPONENT ${component})
 endfunction()
 
@@ -34,6 +39,7 @@ rs232_install_legal(rs232d support)
 install(PROGRAMS packaging/S60rs232d DESTINATION /etc/init.d COMPONENT busybox EXCLUDE_FROM_ALL)
 
 if(RS232_TOOLS)
+  add_dependencies(installables rs232ctl)
   install(TARGETS rs232ctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT runtime)
   rs232_install_compressed(tools/man/rs232ctl.1 rs232ctl.1 ${CMAKE_INSTALL_MANDIR}/man1 support)
   install(FILES tools/completion/rs232ctl
@@ -43,6 +49,7 @@ endif()
 set(RS232_DEB_COMPONENTS runtime support)
 if(RS232_BENCH_WORLD AND RS232_VDEV)
   list(APPEND RS232_DEB_COMPONENTS sim)
+  add_dependencies(installables vdev)
   install(TARGETS vdev RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT sim)
   rs232_install_compressed(sim/man/vdev.1 vdev.1 ${CMAKE_INSTALL_MANDIR}/man1 sim)
   rs232_install_legal(rs232d-sim sim)
