@@ -173,10 +173,11 @@ Canvas DrawTooSmall(int rows, int cols) {
   Canvas canvas(rows, cols);
   canvas.Write(0, 0,
                "The screen needs " + std::to_string(kScreenColsMin) + " by " +
-                   std::to_string(kScreenRowsMin) + " characters, this terminal has " +
-                   std::to_string(cols) + " by " + std::to_string(rows) + ".",
+                   std::to_string(kScreenRowsMin) + " characters.",
                Style::kWarn);
-  canvas.Write(1, 0, "Enlarge it, or press q to end.");
+  canvas.Write(1, 0,
+               "It has " + std::to_string(cols) + " by " + std::to_string(rows) +
+                   ": enlarge it, or press q.");
   return canvas;
 }
 

@@ -30,6 +30,7 @@ namespace {
 enum class Ending { kTimeOver, kUserStops, kDaemonEnded, kReboot };
 
 constexpr milliseconds kLook{50};
+constexpr int kSignalBase = 128;
 
 bool IsReadable(int fd) {
   pollfd source = {.fd = fd, .events = POLLIN, .revents = 0};
@@ -197,6 +198,19 @@ pid_t StartGuest(const GuestCommand& command, const std::string& model,
   _exit(ExecGuest(command, model));
 }
 
+// A module or a lens tells about itself soon after the start, and a command may count on that.
+// Returns false when the user stops it.
+bool AwaitIntroduction(VirtualDevice* device, SessionSignals* signals) {
+  constexpr milliseconds kMost{5000};
+  const auto end = Clock::now() + kMost;
+  while (KindOfModel(device->Config().model) != FarEndKind::kPtzHead &&
+         device->Seen().camera_info.empty() && Clock::now() < end) {
+    const Ending ending = Watch(device, kLook, signals);
+    if (ending != Ending::kTimeOver) return ending != Ending::kUserStops;
+  }
+  return true;
+}
+
 // Passes signals on to the command: those of the terminal reach it by themselves.
 void PassSignals(SessionSignals* signals, pid_t guest) {
   while (const auto info = signals->Take()) {
@@ -209,7 +223,6 @@ void PassSignals(SessionSignals* signals, pid_t guest) {
 // Serves the device, also one whose daemon has ended, until the command ends. Returns its exit
 // status.
 int ServeGuest(VirtualDevice* device, pid_t guest, SessionSignals* signals) {
-  constexpr int kSignalBase = 128;
   while (true) {
     device->Serve(kLook, signals->Fd());
     PassSignals(signals, guest);
@@ -265,6 +278,10 @@ int RunCommandSession(const SessionOptions& options, const GuestCommand& command
     if (log) fputs(ReadTextFile(kSessionLog).c_str(), stderr);
     fprintf(stderr, "vdev: %s did not come up\n", options.daemon.c_str());
     return EXIT_FAILURE;
+  }
+  if (!AwaitIntroduction(&device, &signals)) {
+    device.Stop();
+    return kSignalBase + SIGINT;
   }
   if (log) {
     fprintf(stderr, "vdev: rs232d serves %s; vdev's own lines go to %s\n",

@@ -66,6 +66,10 @@ class LocalSocket {
 }  // namespace
 
 int DaemonUdpPort() {
+  if (access(UDP_PORT_TABLE_PATH, R_OK) != 0) {
+    throw Failure(EXIT_STATUS_FAILED,
+                  std::string("cannot open ") + UDP_PORT_TABLE_PATH + ": " + strerror(errno));
+  }
   char value[CUTIL_CONF_VALUE_SIZE];
   int port = 0;
   if (CUTIL_GetConfValue(UDP_PORT_TABLE_PATH, UDP_PORT_KEY, value, sizeof(value)) == 0) {

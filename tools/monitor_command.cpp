@@ -11,6 +11,7 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <climits>
 #include <cmath>
 #include <csignal>
 #include <cstdio>
@@ -28,6 +29,7 @@
 #include "tools/frame_words.h"
 #include "tools/json.h"
 #include "tools/parse.h"
+#include "tools/usage.h"
 
 namespace tools {
 
@@ -258,8 +260,8 @@ void AddMonitorCommand(CLI::App* app) {
   monitor->add_flag("--raw", request->is_raw, "bytes only, no words");
   monitor->add_flag("--json", request->is_json, "one JSON object a line");
   monitor->add_option("--count", request->count, "end after so many datagrams")
-      ->check(CLI::Range(1, 1'000'000'000))
-      ->option_text("N");
+      ->check(NumberFrom(1, INT_MAX))
+      ->type_name("N");
   monitor->add_option("--for", request->duration, "end after this time: 500ms, 5s, 2m, 1h")
       ->type_name("TIME")
       ->check(CheckDuration);

@@ -17,6 +17,7 @@
 #include "tools/parse.h"
 #include "tools/ptz_verbs.h"
 #include "tools/timed_motion.h"
+#include "tools/usage.h"
 
 namespace tools {
 
@@ -133,14 +134,6 @@ void PrintJsonTable() {
 }
 
 // --- The command line --------------------------------------------------------------------------
-
-CLI::Validator NumberFrom(int low, int high) {
-  const auto check = [low, high](const std::string& text) -> std::string {
-    if (ParseNumber(text, low, high).has_value()) return "";
-    return text + " is no number from " + std::to_string(low) + " to " + std::to_string(high);
-  };
-  return {check, ""};
-}
 
 std::string CheckCode(const std::string& text) {
   return ParseHexNumber(text, CONTROL_CODE_MAX).has_value()

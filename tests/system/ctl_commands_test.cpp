@@ -80,8 +80,10 @@ TEST_F(CtlCommand, WrongLinesGetOneLineAndAStatus) {
   EXPECT_TRUE(RunCtl("").errors.starts_with("rs232ctl: a command is missing: "));
   for (const auto& row : rows)
     ExpectCtl(row.line, row.status, row.error);
-  std::filesystem::remove("/etc/udp_port_table.conf");
+  sim::WriteTextFile("/etc/udp_port_table.conf", "");
   ExpectCtl("stop", 1, "/etc/udp_port_table.conf gives no port as RS232_DAEMON_PORT");
+  std::filesystem::remove("/etc/udp_port_table.conf");
+  ExpectCtl("stop", 1, "cannot open /etc/udp_port_table.conf: No such file or directory");
 }
 
 TEST_F(CtlCommand, HelpAndVersionHaveNoErrors) {

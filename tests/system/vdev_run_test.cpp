@@ -45,9 +45,14 @@ TEST(VdevRun, ExitStatusIsTheCommands) {
       {"run QB-620 -- /etc", 126, "cannot run /etc"},
       {"run QB-620 --daemon /bin/false -- true", 1, "did not come up"},
       {"run QB-620 --verbose -- true", 0, "vdev   | rs232d serves QB-620"},
-      {"run QB-620 --", 2, "a command follows --"},
-      {"run QB-620 --demo -- true", 2, "a command follows --"},
-      {"run", 2, "MODEL"},
+      {"run QB-620 --", 2, "vdev: there is no command behind --\n"},
+      {"run QB-620 --demo -- true", 2, "a command follows -- only"},
+      {"run", 2, "vdev: run: MODEL is required\n"},
+      {"rum", 2, "vdev: unknown command 'rum', did you mean run?\n"},
+      {"run QB-620 --plian", 2, "vdev: run: unknown option --plian, did you mean --plain?\n"},
+      {"run QB-620 --baud 123", 2, "vdev: run: --baud: baud cannot be '123'; allowed: 1200,"},
+      {"run QB-620 --udp-port 10017", 2, "10017 is a port of another interface of the device\n"},
+      {"run QB-310 -- rs232ctl info", 0, "version     2.1\n"},
       {"join --pid 1 -- true", 1, "process 1 is no vdev"},
   };
   for (const auto& row : rows) {
