@@ -36,10 +36,10 @@ constexpr CameraControl Control(uint16_t code, int8_t first = 0, int8_t third = 
 }
 
 constexpr std::array<ControlRow, 15> kControls = {{
-    {"left", Control(CAMERA_CODE_LEFT), Arguments::kNone, "arrow keys"},
-    {"right", Control(CAMERA_CODE_RIGHT), Arguments::kNone, ""},
-    {"up", Control(CAMERA_CODE_UP), Arguments::kNone, ""},
-    {"down", Control(CAMERA_CODE_DOWN), Arguments::kNone, ""},
+    {"left", Control(CAMERA_CODE_LEFT), Arguments::kNone, "key left"},
+    {"right", Control(CAMERA_CODE_RIGHT), Arguments::kNone, "key right"},
+    {"up", Control(CAMERA_CODE_UP), Arguments::kNone, "key up"},
+    {"down", Control(CAMERA_CODE_DOWN), Arguments::kNone, "key down"},
     {"menu", Control(CAMERA_CODE_MENU), Arguments::kNone,
      "open the menu (heads and SD modules: preset 95)"},
     {"in", Control(CAMERA_CODE_ZOOM, 0, 1), Arguments::kNone, "zoom in until stop"},
@@ -50,7 +50,7 @@ constexpr std::array<ControlRow, 15> kControls = {{
     {"search", Control(CAMERA_CODE_FOCUS_SEARCH), Arguments::kNone,
      "search for the sharpest focus (QB-3xx, QB-4xx)"},
     {"move", Control(CAMERA_CODE_JOYSTICK), Arguments::kThree,
-     "PAN TILT ZOOM: joystick, -128 to 127 each (QB-620; others: zoom only)"},
+     "PAN TILT ZOOM: joystick, -128 to 127 (QB-620; others: zoom only)"},
     {"preset", Control(CAMERA_CODE_SET_PRESET), Arguments::kFirst, "N: set preset N (QB-620)"},
     {"goto", Control(CAMERA_CODE_GO_TO_PRESET), Arguments::kFirst, "N: go to preset N (QB-620)"},
     {"clear", Control(CAMERA_CODE_CLEAR_PRESET), Arguments::kFirst, "N: clear preset N (QB-620)"},
@@ -147,23 +147,12 @@ constexpr std::array<RawRow, 3> kRaw = {{
     {"say", &VirtualDevice::SendFromFarEnd, "TEXT: bytes from the far end"},
 }};
 
-// "  WORD   HELP", the words in a column.
+// "WORD   HELP", the words in a column.
 std::string HelpLine(const char* word, const char* help) {
   constexpr size_t kWordWidth = 6;
   std::string padded = word;
   padded.resize(std::max(padded.size(), kWordWidth), ' ');
-  return "  " + padded + " " + help;
-}
-
-void TellHelp(VirtualDevice* device) {
-  for (const ControlRow& row : kControls)
-    device->Note(HelpLine(row.word, row.help));
-  device->Note(HelpLine("code", "HEX [P1 [P2 [P3]]]: any control code"));
-  for (const RawRow& row : kRaw)
-    device->Note(HelpLine(row.word, row.help));
-  device->Note(HelpLine(
-      "update", "[BYTES]: new firmware for the module, then the device reboots (QB-3xx, QB-4xx)"));
-  device->Note(HelpLine("quit", "end (so does Ctrl-C)"));
+  return padded + " " + help;
 }
 
 // --- Scripts -----------------------------------------------------------------------------------
@@ -313,6 +302,18 @@ bool ShowedHdModule(const Sightings& seen, EventSink* sink) {
 
 }  // namespace
 
+std::vector<std::string> CommandHelp() {
+  std::vector<std::string> lines;
+  for (const ControlRow& row : kControls)
+    lines.push_back(HelpLine(row.word, row.help));
+  lines.push_back(HelpLine("code", "HEX [P1 [P2 [P3]]]: any control code"));
+  for (const RawRow& row : kRaw)
+    lines.push_back(HelpLine(row.word, row.help));
+  lines.push_back(HelpLine("update", "[BYTES]: new firmware, then a reboot (QB-3xx, QB-4xx)"));
+  lines.push_back(HelpLine("quit", "end (so does Ctrl-C)"));
+  return lines;
+}
+
 CommandResult RunCommand(const std::string& line, VirtualDevice* device) {
   std::istringstream stream(line);
   std::string word;
@@ -320,7 +321,8 @@ CommandResult RunCommand(const std::string& line, VirtualDevice* device) {
   if (word == "quit") return CommandResult::kQuit;
   if (word == "wait") return CommandResult::kDone;
   if (word == "help") {
-    TellHelp(device);
+    for (const std::string& help : CommandHelp())
+      device->Note("  " + help);
     return CommandResult::kDone;
   }
   std::string rest;

@@ -13,6 +13,7 @@
 #include <optional>
 #include <span>
 #include <stdexcept>
+#include <utility>
 #include <vector>
 
 #include "sim/far_end_models.h"
@@ -223,8 +224,12 @@ void PassSignals(SessionSignals* signals, pid_t guest) {
 // Serves the device, also one whose daemon has ended, until the command ends. Returns its exit
 // status.
 int ServeGuest(VirtualDevice* device, pid_t guest, SessionSignals* signals) {
+  bool is_serving = true;
   while (true) {
-    device->Serve(kLook, signals->Fd());
+    if (!device->Serve(kLook, signals->Fd()) && std::exchange(is_serving, false)) {
+      fprintf(stderr, "vdev: rs232d %s\n",
+              device->IsRebooting() ? "has rebooted the device and serves no longer" : "has ended");
+    }
     PassSignals(signals, guest);
     int status = 0;
     if (waitpid(guest, &status, WNOHANG) != guest) continue;

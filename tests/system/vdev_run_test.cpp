@@ -44,6 +44,7 @@ TEST(VdevRun, ExitStatusIsTheCommands) {
       {"run QB-620 -- no-such-program -x -- y", 127, "cannot run no-such-program"},
       {"run QB-620 -- /etc", 126, "cannot run /etc"},
       {"run QB-620 --daemon /bin/false -- true", 1, "did not come up"},
+      {"run QB-620 -- sh -c 'rs232ctl stop; sleep 0.3'", 0, "vdev: rs232d has ended\n"},
       {"run QB-620 --verbose -- true", 0, "vdev   | rs232d serves QB-620"},
       {"run QB-620 --", 2, "vdev: there is no command behind --\n"},
       {"run QB-620 --demo -- true", 2, "a command follows -- only"},
