@@ -3,12 +3,14 @@
 #include <algorithm>
 #include <array>
 #include <climits>
-#include <cstdlib>
+#include <cstdint>
 #include <initializer_list>
+#include <optional>
 #include <sstream>
 #include <vector>
 
 #include "sim/far_end_models.h"
+#include "tools/parse.h"
 
 namespace sim {
 namespace {
@@ -56,18 +58,11 @@ constexpr std::array<ControlRow, 15> kControls = {{
     {"clear", Control(CAMERA_CODE_CLEAR_PRESET), Arguments::kFirst, "N: clear preset N (QB-620)"},
 }};
 
-bool ParseNumber(const std::string& text, int base, long low, long high, long* value) {
-  char* end = nullptr;
-  *value = strtol(text.c_str(), &end, base);
-  return !text.empty() && *end == '\0' && *value >= low && *value <= high;
-}
-
 // Parameters travel as bytes: -128 to 127, or the same bytes as 128 to 255.
 bool ParseParameter(const std::string& text, int8_t* value) {
-  long number = 0;
-  if (!ParseNumber(text, 10, SCHAR_MIN, UCHAR_MAX, &number)) return false;
-  *value = static_cast<int8_t>(number);
-  return true;
+  const auto number = tools::ParseNumber(text, SCHAR_MIN, UCHAR_MAX);
+  *value = static_cast<int8_t>(number.value_or(0));
+  return number.has_value();
 }
 
 bool FillParameters(const std::vector<std::string>& texts, size_t count, CameraControl* control) {
@@ -104,17 +99,16 @@ CommandResult RunControl(const ControlRow& row, const std::vector<std::string>& 
 
 // "code HEX [P1 [P2 [P3]]]": any control code.
 CommandResult RunCode(const std::vector<std::string>& texts, VirtualDevice* device) {
-  long code = 0;
   CameraControl control = Control(0);
   constexpr size_t kMost = 4;
-  const bool good = !texts.empty() && texts.size() <= kMost &&
-                    ParseNumber(texts[0], 16, 0, 0xFFFF, &code) &&
-                    FillParameters({texts.begin() + 1, texts.end()}, texts.size() - 1, &control);
-  if (!good) {
+  std::optional<int> code;
+  if (!texts.empty()) code = tools::ParseHexNumber(texts[0], UINT16_MAX);
+  if (!code.has_value() || texts.size() > kMost ||
+      !FillParameters({texts.begin() + 1, texts.end()}, texts.size() - 1, &control)) {
     device->Note("usage: code HEX [P1 [P2 [P3]]], e.g. code 2007");
     return CommandResult::kBad;
   }
-  control.code = static_cast<uint16_t>(code);
+  control.code = static_cast<uint16_t>(*code);
   device->SendControl(control);
   return CommandResult::kDone;
 }
@@ -123,13 +117,14 @@ CommandResult RunCode(const std::vector<std::string>& texts, VirtualDevice* devi
 
 // "update [BYTES]": a firmware image of that size, then the command.
 CommandResult RunUpdate(const std::vector<std::string>& texts, VirtualDevice* device) {
-  constexpr long kMost = 1'000'000;
-  long size = 3000;
-  if (texts.size() > 1 || (!texts.empty() && !ParseNumber(texts[0], 10, 0, kMost, &size))) {
+  constexpr int kMost = 1'000'000;
+  std::optional<int> size = 3000;
+  if (!texts.empty()) size = tools::ParseNumber(texts[0], 0, kMost);
+  if (texts.size() > 1 || !size.has_value()) {
     device->Note("usage: update [BYTES], at most " + std::to_string(kMost));
     return CommandResult::kBad;
   }
-  device->UpdateFirmware(static_cast<size_t>(size));
+  device->UpdateFirmware(static_cast<size_t>(*size));
   return CommandResult::kDone;
 }
 
@@ -342,7 +337,7 @@ CommandResult RunCommand(const std::string& line, VirtualDevice* device) {
     (device->*row.send)(rest);
     return CommandResult::kDone;
   }
-  device->Note("unknown command '" + word + "', try help");
+  device->Note("unknown command '" + word + "'; help lists them");
   return CommandResult::kBad;
 }
 

@@ -24,6 +24,7 @@
 
 #include "relay/daemon_datagram.h"
 #include "tools/commands.h"
+#include "tools/descriptor.h"
 #include "tools/failure.h"
 #include "tools/frame_output.h"
 #include "tools/frame_words.h"
@@ -160,20 +161,6 @@ class MonitorView {
 };
 
 // --- Input -------------------------------------------------------------------------------------
-
-class Descriptor {
- public:
-  explicit Descriptor(int fd) : fd_(fd) {}
-  ~Descriptor() {
-    if (fd_ >= 0) close(fd_);
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  int Get() const { return fd_; }
-
- private:
-  int fd_;
-};
 
 int BindDataPort() {
   const std::string port = "UDP port " + std::to_string(SERIAL_DATA_PORT) + " of 127.0.0.1";
