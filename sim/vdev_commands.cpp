@@ -5,6 +5,7 @@
 #include <climits>
 #include <cstdint>
 #include <initializer_list>
+#include <iterator>
 #include <optional>
 #include <sstream>
 #include <vector>
@@ -299,8 +300,8 @@ bool ShowedHdModule(const Sightings& seen, EventSink* sink) {
 
 std::vector<std::string> CommandHelp() {
   std::vector<std::string> lines;
-  for (const ControlRow& row : kControls)
-    lines.push_back(HelpLine(row.word, row.help));
+  std::ranges::transform(kControls, std::back_inserter(lines),
+                         [](const ControlRow& row) { return HelpLine(row.word, row.help); });
   lines.push_back(HelpLine("code", "HEX [P1 [P2 [P3]]]: any control code"));
   for (const RawRow& row : kRaw)
     lines.push_back(HelpLine(row.word, row.help));
