@@ -107,6 +107,7 @@ bool LiveScreen::TakeKey(int key, VirtualDevice* device) {
   if (key == kKeyResize) return true;
   if (state_.prompt.has_value()) return TakePromptKey(key, device);
   if (std::exchange(state_.help, false)) return true;
+  if (!std::exchange(state_.commands, {}).empty()) return true;
   switch (key) {
     case 'q':
       return false;
@@ -145,6 +146,10 @@ bool LiveScreen::TakePromptKey(int key, VirtualDevice* device) {
 
 bool LiveScreen::RunPrompt(VirtualDevice* device) {
   const std::string line = std::exchange(state_.prompt, std::nullopt).value_or("");
+  if (line == "help") {
+    state_.commands = CommandHelp();
+    return true;
+  }
   if (!line.empty()) Note("> " + line);
   return RunCommand(line, device) != CommandResult::kQuit;
 }

@@ -139,26 +139,41 @@ void DrawFooter(Canvas* canvas, int row, const std::vector<KeyHelp>& keys) {
   }
 }
 
+// Lays a pane of the given size over the middle of the screen. Returns what is inside it.
+Area LayPane(Canvas* canvas, const std::string& title, int rows, int cols) {
+  const Area pane = {.row = std::max(0, (canvas->Rows() - rows) / 2),
+                     .col = (canvas->Cols() - cols) / 2,
+                     .rows = std::min(rows, canvas->Rows()),
+                     .cols = cols};
+  canvas->Fill(pane, U' ', Style::kPlain);
+  canvas->Frame(pane, title);
+  return pane.Inner();
+}
+
+void DrawCommands(Canvas* canvas, const std::vector<std::string>& lines) {
+  constexpr int kCommandCols = 78;
+  const int rows = static_cast<int>(lines.size()) + 1 + kBorderRows;
+  const Area area = LayPane(canvas, "typed commands", rows, kCommandCols);
+  int row = area.row;
+  for (const std::string& line : lines)
+    canvas->Write(row++, area.col, line, Style::kPlain, area.cols);
+  canvas->Write(row, area.col, "Any key closes this help.", Style::kDim, area.cols);
+}
+
 void DrawHelp(Canvas* canvas, const std::vector<KeyHelp>& keys) {
   constexpr int kHelpCols = 66;
   constexpr int kKeyCols = 10;
   constexpr std::array<const char*, 7> kTexts = {
       "A motion lasts while its key is held, and stops by itself.",
       ":WORD ...  a typed command, e.g. :move 40 -20 0 or :tcp hello",
-      ":help      lists them in the trace; PgUp and PgDn scroll it",
+      ":help      lists them; PgUp and PgDn scroll the trace",
       "",
       "From a second terminal: vdev join               a shell beside",
       "                        vdev join -- COMMAND    the device",
       "Any key closes this help.",
   };
   const int rows = static_cast<int>(keys.size() + kTexts.size()) + kBorderRows + 1;
-  const Area pane = {.row = std::max(0, (canvas->Rows() - rows) / 2),
-                     .col = (canvas->Cols() - kHelpCols) / 2,
-                     .rows = std::min(rows, canvas->Rows()),
-                     .cols = kHelpCols};
-  canvas->Fill(pane, U' ', Style::kPlain);
-  canvas->Frame(pane, "help");
-  const Area area = pane.Inner();
+  const Area area = LayPane(canvas, "help", rows, kHelpCols);
   int row = area.row;
   for (const KeyHelp& key : keys) {
     canvas->Write(row, area.col, key.keys, Style::kValue);
@@ -173,10 +188,11 @@ Canvas DrawTooSmall(int rows, int cols) {
   Canvas canvas(rows, cols);
   canvas.Write(0, 0,
                "The screen needs " + std::to_string(kScreenColsMin) + " by " +
-                   std::to_string(kScreenRowsMin) + " characters, this terminal has " +
-                   std::to_string(cols) + " by " + std::to_string(rows) + ".",
+                   std::to_string(kScreenRowsMin) + " characters.",
                Style::kWarn);
-  canvas.Write(1, 0, "Enlarge it, or press q to end.");
+  canvas.Write(1, 0,
+               "It has " + std::to_string(cols) + " by " + std::to_string(rows) +
+                   ": enlarge it, or press q.");
   return canvas;
 }
 
@@ -328,6 +344,7 @@ Canvas DrawScreen(const ScreenState& state, int rows, int cols) {
   DrawMessage(&canvas, layout.message_row, state);
   DrawFooter(&canvas, layout.footer_row, state.keys);
   if (state.help) DrawHelp(&canvas, state.keys);
+  if (!state.commands.empty()) DrawCommands(&canvas, state.commands);
   return canvas;
 }
 

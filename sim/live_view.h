@@ -44,6 +44,7 @@ struct ScreenState {
   std::string message;                // above the footer
   std::optional<std::string> prompt;  // a command that is being typed, in place of the message
   bool help = false;                  // the help lies over the screen
+  std::vector<std::string> commands;  // typed commands to show over the screen; else empty
 };
 
 // Where the parts of a screen are.

@@ -3,6 +3,9 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <array>
+#include <climits>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -12,11 +15,17 @@
 #include <optional>
 #include <string>
 
+#include "ipc/cicomm.h"
+#include "ipc/csysmgr.h"
+#include "relay/daemon_datagram.h"
 #include "sim/guest_command.h"
 #include "sim/terminal.h"
 #include "sim/vdev_session.h"
 #include "sim/world.h"
 #include "sim/world_door.h"
+#include "tools/failure.h"
+#include "tools/param_fields.h"
+#include "tools/usage.h"
 
 namespace {
 
@@ -24,6 +33,10 @@ using sim::GuestCommand;
 using sim::SessionOptions;
 
 constexpr int kUsageStatus = 2;
+
+constexpr char kModels[] =
+    "Models: QB-210 and the like an SD module, QB-310 an HD module, QB-420 a motorized lens, all\n"
+    "others a PTZ head: QB-620, QB-610, any name.";
 
 // Beside this program, or in the directory where an installation has it.
 std::string DefaultDaemon() {
@@ -54,31 +67,56 @@ int RunGuarded(const std::function<int()>& session) {
   });
 }
 
+std::string CheckBaudRate(const std::string& text) {
+  try {
+    tools::ParseParamChange("baud=" + text);
+    return "";
+  } catch (const tools::Failure& failure) {
+    return failure.what();
+  }
+}
+
+// The daemon cannot have a port that others have beside it.
+std::string CheckUdpPort(const std::string& text) {
+  constexpr std::array kTaken = {RS232_COMMAND_PORT, SERIAL_DATA_PORT, CSYSMGR_PORT,
+                                 CAMD_QUERY_PORT};
+  const bool is_taken =
+      std::ranges::any_of(kTaken, [&text](int port) { return text == std::to_string(port); });
+  return is_taken ? text + " is a port of another interface of the device" : "";
+}
+
 void AddDeviceOptions(CLI::App* app, SessionOptions* options) {
   constexpr size_t kModelMax = 127;
   app->add_option("MODEL", options->device.model,
-                  "device model, e.g. QB-620 (PTZ head), QB-210 (SD module), QB-310 (HD module) or "
-                  "QB-420 (motorized lens)")
+                  "device model, which tells what is behind the line")
       ->required()
+      ->type_name("")
       ->check([](const std::string& model) {
         return model.size() <= kModelMax ? "" : "a model name has at most 127 characters";
       });
   app->add_option("--baud", options->device.baud_rate, "bits per second of the serial line")
+      ->type_name("RATE")
+      ->check(CLI::Validator(CheckBaudRate, ""))
       ->capture_default_str();
   app->add_option("--ptz-port", options->device.ptz_port, "TCP port of the PTZ server")
-      ->check(CLI::Range(1, 32767))
+      ->type_name("PORT")
+      ->check(tools::NumberFrom(1, INT16_MAX))
       ->capture_default_str();
   app->add_option("--udp-port", options->device.udp_port, "the daemon's own UDP port")
-      ->check(CLI::Range(1, 65535))
+      ->type_name("PORT")
+      ->check(tools::NumberFrom(1, UINT16_MAX))
+      ->check(CLI::Validator(CheckUdpPort, ""))
       ->capture_default_str();
   app->add_option("--daemon", options->daemon, "the daemon to run")
-      ->check(CLI::ExistingFile)
+      ->type_name("PROGRAM")
+      ->check(CLI::Validator(CLI::ExistingFile).description(""))
       ->capture_default_str();
   app->add_flag_function(
       "--trace,!--no-trace", [options](int64_t given) { options->trace = given > 0; },
       "run the daemon with its trace (default, but for lens models), or without");
   app->add_flag("--verbose", options->verbose,
                 "with a command or a shell: vdev's own lines go to standard error");
+  app->footer(kModels);
 }
 
 // The command line up to the first "--", and what follows it.
@@ -118,8 +156,10 @@ int main(int argc, char** argv) {
   bool plain = false;
   std::optional<pid_t> pid;
 
-  CLI::App app{"Runs rs232d on a virtual device, in a private world of namespaces."};
+  CLI::App app{"Runs rs232d on a virtual device, in a private world of namespaces.", "vdev"};
   app.require_subcommand(1);
+  app.set_version_flag("--version", "vdev " RS232_VERSION, "Print the version");
+  app.footer("Every command has a --help of its own.\nExample: vdev run QB-620 --demo");
   CLI::App* run = app.add_subcommand(
       "run", "Start the daemon for MODEL with what that model has behind its serial line");
   AddDeviceOptions(run, &options);
@@ -128,7 +168,8 @@ int main(int argc, char** argv) {
   run->add_flag("--once", options.once, "end after the demonstration, status 0 if all was seen")
       ->needs("--demo");
   run->footer(
-      "On a terminal the device is shown on a live screen. -- COMMAND [ARGS...] runs a command\n"
+      std::string(kModels) +
+      "\nOn a terminal the device is shown on a live screen. -- COMMAND [ARGS...] runs a command\n"
       "beside the device instead; the exit status is the command's.\n"
       "Examples: vdev run QB-620 --demo\n"
       "          vdev run QB-620 -- rs232ctl stop");
@@ -136,17 +177,26 @@ int main(int argc, char** argv) {
   AddDeviceOptions(shell, &options);
   CLI::App* join = app.add_subcommand(
       "join", "Run a command, or your shell, in the world of a virtual device that runs");
-  join->add_option("--pid", pid, "process id of the vdev, where several run");
+  join->add_option("--pid", pid, "process id of the vdev, where several run")
+      ->type_name("PID")
+      ->check(tools::NumberFrom(1, INT_MAX));
   join->footer("Example: vdev join -- rs232ctl monitor");
 
   try {
     app.parse(arguments.count, argv);
+  } catch (const CLI::Success& success) {  // help or version was asked for
+    return app.exit(success);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? EXIT_SUCCESS : kUsageStatus;
+    fprintf(stderr, "vdev: %s\n", tools::DescribeParseError(app, error).c_str());
+    return kUsageStatus;
   }
   const bool has_command = arguments.command.has_value();
-  if (has_command && (arguments.command->words.empty() || shell->parsed() || options.demo)) {
-    fprintf(stderr, "vdev: a command follows -- in 'run' without --demo, and in 'join'\n");
+  if (has_command && arguments.command->words.empty()) {
+    fprintf(stderr, "vdev: there is no command behind --\n");
+    return kUsageStatus;
+  }
+  if (has_command && (shell->parsed() || options.demo)) {
+    fprintf(stderr, "vdev: a command follows -- only in 'run' without --demo, and in 'join'\n");
     return kUsageStatus;
   }
   const GuestCommand command = arguments.command.value_or(sim::UserShell());

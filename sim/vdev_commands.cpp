@@ -3,12 +3,15 @@
 #include <algorithm>
 #include <array>
 #include <climits>
-#include <cstdlib>
+#include <cstdint>
 #include <initializer_list>
+#include <iterator>
+#include <optional>
 #include <sstream>
 #include <vector>
 
 #include "sim/far_end_models.h"
+#include "tools/parse.h"
 
 namespace sim {
 namespace {
@@ -36,10 +39,10 @@ constexpr CameraControl Control(uint16_t code, int8_t first = 0, int8_t third = 
 }
 
 constexpr std::array<ControlRow, 15> kControls = {{
-    {"left", Control(CAMERA_CODE_LEFT), Arguments::kNone, "arrow keys"},
-    {"right", Control(CAMERA_CODE_RIGHT), Arguments::kNone, ""},
-    {"up", Control(CAMERA_CODE_UP), Arguments::kNone, ""},
-    {"down", Control(CAMERA_CODE_DOWN), Arguments::kNone, ""},
+    {"left", Control(CAMERA_CODE_LEFT), Arguments::kNone, "key left"},
+    {"right", Control(CAMERA_CODE_RIGHT), Arguments::kNone, "key right"},
+    {"up", Control(CAMERA_CODE_UP), Arguments::kNone, "key up"},
+    {"down", Control(CAMERA_CODE_DOWN), Arguments::kNone, "key down"},
     {"menu", Control(CAMERA_CODE_MENU), Arguments::kNone,
      "open the menu (heads and SD modules: preset 95)"},
     {"in", Control(CAMERA_CODE_ZOOM, 0, 1), Arguments::kNone, "zoom in until stop"},
@@ -50,24 +53,17 @@ constexpr std::array<ControlRow, 15> kControls = {{
     {"search", Control(CAMERA_CODE_FOCUS_SEARCH), Arguments::kNone,
      "search for the sharpest focus (QB-3xx, QB-4xx)"},
     {"move", Control(CAMERA_CODE_JOYSTICK), Arguments::kThree,
-     "PAN TILT ZOOM: joystick, -128 to 127 each (QB-620; others: zoom only)"},
+     "PAN TILT ZOOM: joystick, -128 to 127 (QB-620; others: zoom only)"},
     {"preset", Control(CAMERA_CODE_SET_PRESET), Arguments::kFirst, "N: set preset N (QB-620)"},
     {"goto", Control(CAMERA_CODE_GO_TO_PRESET), Arguments::kFirst, "N: go to preset N (QB-620)"},
     {"clear", Control(CAMERA_CODE_CLEAR_PRESET), Arguments::kFirst, "N: clear preset N (QB-620)"},
 }};
 
-bool ParseNumber(const std::string& text, int base, long low, long high, long* value) {
-  char* end = nullptr;
-  *value = strtol(text.c_str(), &end, base);
-  return !text.empty() && *end == '\0' && *value >= low && *value <= high;
-}
-
 // Parameters travel as bytes: -128 to 127, or the same bytes as 128 to 255.
 bool ParseParameter(const std::string& text, int8_t* value) {
-  long number = 0;
-  if (!ParseNumber(text, 10, SCHAR_MIN, UCHAR_MAX, &number)) return false;
-  *value = static_cast<int8_t>(number);
-  return true;
+  const auto number = tools::ParseNumber(text, SCHAR_MIN, UCHAR_MAX);
+  *value = static_cast<int8_t>(number.value_or(0));
+  return number.has_value();
 }
 
 bool FillParameters(const std::vector<std::string>& texts, size_t count, CameraControl* control) {
@@ -104,17 +100,16 @@ CommandResult RunControl(const ControlRow& row, const std::vector<std::string>& 
 
 // "code HEX [P1 [P2 [P3]]]": any control code.
 CommandResult RunCode(const std::vector<std::string>& texts, VirtualDevice* device) {
-  long code = 0;
   CameraControl control = Control(0);
   constexpr size_t kMost = 4;
-  const bool good = !texts.empty() && texts.size() <= kMost &&
-                    ParseNumber(texts[0], 16, 0, 0xFFFF, &code) &&
-                    FillParameters({texts.begin() + 1, texts.end()}, texts.size() - 1, &control);
-  if (!good) {
+  std::optional<int> code;
+  if (!texts.empty()) code = tools::ParseHexNumber(texts[0], UINT16_MAX);
+  if (!code.has_value() || texts.size() > kMost ||
+      !FillParameters({texts.begin() + 1, texts.end()}, texts.size() - 1, &control)) {
     device->Note("usage: code HEX [P1 [P2 [P3]]], e.g. code 2007");
     return CommandResult::kBad;
   }
-  control.code = static_cast<uint16_t>(code);
+  control.code = static_cast<uint16_t>(*code);
   device->SendControl(control);
   return CommandResult::kDone;
 }
@@ -123,13 +118,14 @@ CommandResult RunCode(const std::vector<std::string>& texts, VirtualDevice* devi
 
 // "update [BYTES]": a firmware image of that size, then the command.
 CommandResult RunUpdate(const std::vector<std::string>& texts, VirtualDevice* device) {
-  constexpr long kMost = 1'000'000;
-  long size = 3000;
-  if (texts.size() > 1 || (!texts.empty() && !ParseNumber(texts[0], 10, 0, kMost, &size))) {
+  constexpr int kMost = 1'000'000;
+  std::optional<int> size = 3000;
+  if (!texts.empty()) size = tools::ParseNumber(texts[0], 0, kMost);
+  if (texts.size() > 1 || !size.has_value()) {
     device->Note("usage: update [BYTES], at most " + std::to_string(kMost));
     return CommandResult::kBad;
   }
-  device->UpdateFirmware(static_cast<size_t>(size));
+  device->UpdateFirmware(static_cast<size_t>(*size));
   return CommandResult::kDone;
 }
 
@@ -147,23 +143,12 @@ constexpr std::array<RawRow, 3> kRaw = {{
     {"say", &VirtualDevice::SendFromFarEnd, "TEXT: bytes from the far end"},
 }};
 
-// "  WORD   HELP", the words in a column.
+// "WORD   HELP", the words in a column.
 std::string HelpLine(const char* word, const char* help) {
   constexpr size_t kWordWidth = 6;
   std::string padded = word;
   padded.resize(std::max(padded.size(), kWordWidth), ' ');
-  return "  " + padded + " " + help;
-}
-
-void TellHelp(VirtualDevice* device) {
-  for (const ControlRow& row : kControls)
-    device->Note(HelpLine(row.word, row.help));
-  device->Note(HelpLine("code", "HEX [P1 [P2 [P3]]]: any control code"));
-  for (const RawRow& row : kRaw)
-    device->Note(HelpLine(row.word, row.help));
-  device->Note(HelpLine(
-      "update", "[BYTES]: new firmware for the module, then the device reboots (QB-3xx, QB-4xx)"));
-  device->Note(HelpLine("quit", "end (so does Ctrl-C)"));
+  return padded + " " + help;
 }
 
 // --- Scripts -----------------------------------------------------------------------------------
@@ -313,6 +298,18 @@ bool ShowedHdModule(const Sightings& seen, EventSink* sink) {
 
 }  // namespace
 
+std::vector<std::string> CommandHelp() {
+  std::vector<std::string> lines;
+  std::ranges::transform(kControls, std::back_inserter(lines),
+                         [](const ControlRow& row) { return HelpLine(row.word, row.help); });
+  lines.push_back(HelpLine("code", "HEX [P1 [P2 [P3]]]: any control code"));
+  for (const RawRow& row : kRaw)
+    lines.push_back(HelpLine(row.word, row.help));
+  lines.push_back(HelpLine("update", "[BYTES]: new firmware, then a reboot (QB-3xx, QB-4xx)"));
+  lines.push_back(HelpLine("quit", "end (so does Ctrl-C)"));
+  return lines;
+}
+
 CommandResult RunCommand(const std::string& line, VirtualDevice* device) {
   std::istringstream stream(line);
   std::string word;
@@ -320,7 +317,8 @@ CommandResult RunCommand(const std::string& line, VirtualDevice* device) {
   if (word == "quit") return CommandResult::kQuit;
   if (word == "wait") return CommandResult::kDone;
   if (word == "help") {
-    TellHelp(device);
+    for (const std::string& help : CommandHelp())
+      device->Note("  " + help);
     return CommandResult::kDone;
   }
   std::string rest;
@@ -340,7 +338,7 @@ CommandResult RunCommand(const std::string& line, VirtualDevice* device) {
     (device->*row.send)(rest);
     return CommandResult::kDone;
   }
-  device->Note("unknown command '" + word + "', try help");
+  device->Note("unknown command '" + word + "'; help lists them");
   return CommandResult::kBad;
 }
 

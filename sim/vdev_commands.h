@@ -4,6 +4,7 @@
 #include <chrono>
 #include <span>
 #include <string>
+#include <vector>
 
 #include "sim/virtual_device.h"
 
@@ -14,6 +15,9 @@ enum class CommandResult { kDone, kQuit, kBad };
 // Carries one line out: a word of the table and its arguments. An empty line does nothing. Bad
 // input makes the device note one line that says what is wrong.
 CommandResult RunCommand(const std::string& line, VirtualDevice* device);
+
+// The words, a line each with what it does.
+std::vector<std::string> CommandHelp();
 
 // One line of a script and how long to watch afterwards.
 struct ScriptStep {

@@ -13,6 +13,7 @@
 #include <optional>
 #include <span>
 #include <stdexcept>
+#include <utility>
 #include <vector>
 
 #include "sim/far_end_models.h"
@@ -30,6 +31,7 @@ namespace {
 enum class Ending { kTimeOver, kUserStops, kDaemonEnded, kReboot };
 
 constexpr milliseconds kLook{50};
+constexpr int kSignalBase = 128;
 
 bool IsReadable(int fd) {
   pollfd source = {.fd = fd, .events = POLLIN, .revents = 0};
@@ -197,6 +199,19 @@ pid_t StartGuest(const GuestCommand& command, const std::string& model,
   _exit(ExecGuest(command, model));
 }
 
+// A module or a lens tells about itself soon after the start, and a command may count on that.
+// Returns false when the user stops it.
+bool AwaitIntroduction(VirtualDevice* device, SessionSignals* signals) {
+  constexpr milliseconds kMost{5000};
+  const auto end = Clock::now() + kMost;
+  while (KindOfModel(device->Config().model) != FarEndKind::kPtzHead &&
+         device->Seen().camera_info.empty() && Clock::now() < end) {
+    const Ending ending = Watch(device, kLook, signals);
+    if (ending != Ending::kTimeOver) return ending != Ending::kUserStops;
+  }
+  return true;
+}
+
 // Passes signals on to the command: those of the terminal reach it by themselves.
 void PassSignals(SessionSignals* signals, pid_t guest) {
   while (const auto info = signals->Take()) {
@@ -209,9 +224,12 @@ void PassSignals(SessionSignals* signals, pid_t guest) {
 // Serves the device, also one whose daemon has ended, until the command ends. Returns its exit
 // status.
 int ServeGuest(VirtualDevice* device, pid_t guest, SessionSignals* signals) {
-  constexpr int kSignalBase = 128;
+  bool is_serving = true;
   while (true) {
-    device->Serve(kLook, signals->Fd());
+    if (!device->Serve(kLook, signals->Fd()) && std::exchange(is_serving, false)) {
+      fprintf(stderr, "vdev: rs232d %s\n",
+              device->IsRebooting() ? "has rebooted the device and serves no longer" : "has ended");
+    }
     PassSignals(signals, guest);
     int status = 0;
     if (waitpid(guest, &status, WNOHANG) != guest) continue;
@@ -265,6 +283,10 @@ int RunCommandSession(const SessionOptions& options, const GuestCommand& command
     if (log) fputs(ReadTextFile(kSessionLog).c_str(), stderr);
     fprintf(stderr, "vdev: %s did not come up\n", options.daemon.c_str());
     return EXIT_FAILURE;
+  }
+  if (!AwaitIntroduction(&device, &signals)) {
+    device.Stop();
+    return kSignalBase + SIGINT;
   }
   if (log) {
     fprintf(stderr, "vdev: rs232d serves %s; vdev's own lines go to %s\n",

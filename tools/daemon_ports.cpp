@@ -14,6 +14,7 @@
 #include "daemon/settings.h"
 #include "ipc/cicomm.h"
 #include "relay/daemon_datagram.h"
+#include "tools/descriptor.h"
 #include "tools/failure.h"
 #include "util/bytes.h"
 #include "util/conf_file.h"
@@ -33,20 +34,16 @@ class LocalSocket {
     peer.sin_family = AF_INET;
     peer.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     peer.sin_port = htons(static_cast<uint16_t>(port));
-    if (fd_ < 0 || connect(fd_, reinterpret_cast<sockaddr*>(&peer), sizeof(peer)) < 0) Fail(errno);
+    if (fd_.Get() < 0 || connect(fd_.Get(), reinterpret_cast<sockaddr*>(&peer), sizeof(peer)) < 0)
+      Fail(errno);
   }
-  ~LocalSocket() {
-    if (fd_ >= 0) close(fd_);
-  }
-  LocalSocket(const LocalSocket&) = delete;
-  LocalSocket& operator=(const LocalSocket&) = delete;
 
   // On loopback the refusal of a port that nobody has is there when send returns.
   void Send(std::span<const uint8_t> datagram) const {
-    if (send(fd_, datagram.data(), datagram.size(), 0) < 0) Fail(errno);
+    if (send(fd_.Get(), datagram.data(), datagram.size(), 0) < 0) Fail(errno);
     int error = 0;
     socklen_t length = sizeof(error);
-    getsockopt(fd_, SOL_SOCKET, SO_ERROR, &error, &length);
+    getsockopt(fd_.Get(), SOL_SOCKET, SO_ERROR, &error, &length);
     if (error != 0) Fail(error);
   }
 
@@ -60,12 +57,16 @@ class LocalSocket {
   }
 
   int port_;
-  int fd_;
+  Descriptor fd_;
 };
 
 }  // namespace
 
 int DaemonUdpPort() {
+  if (access(UDP_PORT_TABLE_PATH, R_OK) != 0) {
+    throw Failure(EXIT_STATUS_FAILED,
+                  std::string("cannot open ") + UDP_PORT_TABLE_PATH + ": " + strerror(errno));
+  }
   char value[CUTIL_CONF_VALUE_SIZE];
   int port = 0;
   if (CUTIL_GetConfValue(UDP_PORT_TABLE_PATH, UDP_PORT_KEY, value, sizeof(value)) == 0) {

@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "tools/descriptor.h"
 #include "tools/failure.h"
 
 namespace tools {
@@ -22,22 +23,6 @@ constexpr mode_t kFileMode = 0644;
   throw Failure(EXIT_STATUS_FAILED,
                 std::string("cannot ") + act + ' ' + path + ": " + strerror(error));
 }
-
-// A descriptor that is closed with its owner.
-class OpenFile {
- public:
-  explicit OpenFile(int fd) : fd_(fd) {}
-  ~OpenFile() {
-    if (fd_ >= 0) close(fd_);
-  }
-  OpenFile(const OpenFile&) = delete;
-  OpenFile& operator=(const OpenFile&) = delete;
-
-  int Fd() const { return fd_; }
-
- private:
-  int fd_;
-};
 
 std::vector<uint8_t> ReadAll(int fd, const std::string& name) {
   std::vector<uint8_t> bytes;
@@ -64,7 +49,7 @@ bool WriteAll(int fd, std::span<const uint8_t> bytes) {
 // Fills the new file `path`, which goes again when that fails.
 void Fill(int fd, const std::string& path, std::span<const uint8_t> bytes,
           const std::string& shown_path) {
-  const OpenFile file(fd);
+  const Descriptor file(fd);
   if (WriteAll(fd, bytes) && fchmod(fd, kFileMode) == 0 && fsync(fd) == 0) return;
   const int error = errno;
   unlink(path.c_str());
@@ -75,12 +60,12 @@ void Fill(int fd, const std::string& path, std::span<const uint8_t> bytes,
 
 std::vector<uint8_t> ReadFile(const std::string& path) {
   // A pipe that nobody writes must not hold the tool.
-  const OpenFile file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  if (file.Fd() < 0) Fail("open", path, errno);
+  const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  if (file.Get() < 0) Fail("open", path, errno);
   struct stat status;
-  if (fstat(file.Fd(), &status) != 0) Fail("open", path, errno);
+  if (fstat(file.Get(), &status) != 0) Fail("open", path, errno);
   if (!S_ISREG(status.st_mode)) throw Failure(EXIT_STATUS_FAILED, path + " is no regular file");
-  return ReadAll(file.Fd(), path);
+  return ReadAll(file.Get(), path);
 }
 
 std::vector<uint8_t> ReadStandardInput() {

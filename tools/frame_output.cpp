@@ -34,30 +34,17 @@ std::string PlainText(std::span<const uint8_t> bytes) {
   return text;
 }
 
-std::string JsonString(std::string_view text) {
-  std::string json = "\"";
-  for (const char c : text) {
-    if (c < ' ' || c > '~') {
-      std::array<char, 8> escape;
-      snprintf(escape.data(), escape.size(), "\\u%04x", static_cast<unsigned char>(c));
-      json += escape.data();
-      continue;
-    }
-    if (c == '"' || c == '\\') json += '\\';
-    json += c;
-  }
-  return json + '"';
+void AddBytes(std::span<const uint8_t> bytes, json_object* object) {
+  json_object_object_add(object, "bytes", NewJsonText(HexText(bytes)));
+  json_object_object_add(object, "text", NewJsonText(PlainText(bytes)));
 }
 
-std::string BytesJson(std::span<const uint8_t> bytes) {
-  return "\"bytes\":" + JsonString(HexText(bytes)) + ",\"text\":" + JsonString(PlainText(bytes));
-}
-
-std::string FrameJson(const ExplainedFrame& frame) {
-  return "\"offset\":" + std::to_string(frame.offset) + "," + BytesJson(frame.bytes) +
-         ",\"protocol\":" + JsonString(ProtocolName(frame.protocol)) +
-         ",\"verdict\":" + JsonString(VerdictName(frame.verdict)) +
-         ",\"words\":" + JsonString(frame.words);
+void AddFrame(const ExplainedFrame& frame, json_object* object) {
+  json_object_object_add(object, "offset", json_object_new_uint64(frame.offset));
+  AddBytes(frame.bytes, object);
+  json_object_object_add(object, "protocol", NewJsonText(ProtocolName(frame.protocol)));
+  json_object_object_add(object, "verdict", NewJsonText(VerdictName(frame.verdict)));
+  json_object_object_add(object, "words", NewJsonText(frame.words));
 }
 
 std::string FrameText(const ExplainedFrame& frame) {

@@ -4,9 +4,9 @@
 #include <cstdint>
 #include <span>
 #include <string>
-#include <string_view>
 
 #include "tools/frame_words.h"
+#include "tools/json.h"
 
 namespace tools {
 
@@ -16,14 +16,11 @@ std::string HexText(std::span<const uint8_t> bytes);
 // The bytes as characters, a point for each that cannot be printed.
 std::string PlainText(std::span<const uint8_t> bytes);
 
-// Text as a JSON string, quotes included; a byte beyond ASCII counts as a character.
-std::string JsonString(std::string_view text);
+// Adds "bytes" and "text", the bytes in both forms, to a JSON object.
+void AddBytes(std::span<const uint8_t> bytes, json_object* object);
 
-// `"bytes":"FF 01","text":".."`
-std::string BytesJson(std::span<const uint8_t> bytes);
-
-// The members of a frame's JSON object, without the braces.
-std::string FrameJson(const ExplainedFrame& frame);
+// Adds the members of a frame to a JSON object.
+void AddFrame(const ExplainedFrame& frame, json_object* object);
 
 // A frame in columns: its bytes (the first of a long one), its protocol, its words.
 std::string FrameText(const ExplainedFrame& frame);

@@ -10,6 +10,7 @@
 #include "tools/frame_output.h"
 #include "tools/frame_words.h"
 #include "tools/hex_line.h"
+#include "tools/json.h"
 
 namespace tools {
 
@@ -72,10 +73,13 @@ class FrameReader {
     const char* tag = direction == Direction::kFromDevice ? SERIAL_TRACE_RECV : SERIAL_TRACE_SEND;
     for (const ExplainedFrame& frame : frames) {
       if (is_json_) {
-        std::string line = "{";
-        if (has_trace_)
-          line += "\"time\":" + JsonString(time_) + ",\"tag\":" + JsonString(tag) + ",";
-        printf("%s%s}\n", line.c_str(), FrameJson(frame).c_str());
+        const Json object = OwnJson(json_object_new_object());
+        if (has_trace_) {
+          json_object_object_add(object.get(), "time", NewJsonText(time_));
+          json_object_object_add(object.get(), "tag", NewJsonText(tag));
+        }
+        AddFrame(frame, object.get());
+        PrintJsonLine(object);
       } else if (has_trace_) {
         printf("%s %s  %s\n", time_.c_str(), tag, FrameText(frame).c_str());
       } else {

@@ -18,8 +18,8 @@ struct HexLine {
   std::string problem;                        // what is wrong with it; "" when nothing is
 };
 
-// Reads "FF 01", "ff01", "0xFF,0x01", "{0xFF, 0x1}", "\xFF\x01", "FF:01", a row of a dump
-// ("00000000  FF 01  |..|"), or a line of the trace ("11/22 21:50:33.357466   SEND    7: FF 01").
+// Reads bytes as ReadHexBytes does, a row of a dump ("00000000  FF 01  |..|"), or a line of the
+// trace ("11/22 21:50:33.357466   SEND    7: FF 01").
 HexLine ReadHexLine(std::string_view text);
 
 }  // namespace tools

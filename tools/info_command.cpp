@@ -50,8 +50,7 @@ void RunInfo(bool is_json) {
   if (facts.empty()) throw Failure(EXIT_STATUS_FAILED, std::string(kInfoPath) + " says nothing");
   const Json object = OwnJson(json_object_new_object());
   for (const Fact& fact : facts) {
-    json_object_object_add(object.get(), fact.key.c_str(),
-                           json_object_new_string(fact.value.c_str()));
+    json_object_object_add(object.get(), fact.key.c_str(), NewJsonText(fact.value));
     if (!is_json) printf("%-11s %s\n", fact.key.c_str(), fact.value.c_str());
   }
   if (is_json) PrintJson(object);

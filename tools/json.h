@@ -4,7 +4,9 @@
 #include <json-c/json.h>
 
 #include <cstdio>
+#include <initializer_list>
 #include <memory>
+#include <string>
 
 namespace tools {
 
@@ -15,10 +17,37 @@ inline Json OwnJson(json_object* value) {
   return {value, json_object_put};
 }
 
-// Prints a value on standard output, a line feed at the end.
-inline void PrintJson(const Json& value) {
+struct JsonMember {
+  const char* key;
+  json_object* value;
+};
+
+// An object, which owns its members' values.
+inline json_object* NewJsonObject(std::initializer_list<JsonMember> members) {
+  json_object* object = json_object_new_object();
+  for (const JsonMember& member : members)
+    json_object_object_add(object, member.key, member.value);
+  return object;
+}
+
+// A text as a value.
+inline json_object* NewJsonText(const std::string& text) {
+  return json_object_new_string_len(text.data(), static_cast<int>(text.size()));
+}
+
+// A value over several lines, as people read it.
+inline std::string JsonText(const Json& value) {
   constexpr int kStyle =
       JSON_C_TO_STRING_PRETTY | JSON_C_TO_STRING_SPACED | JSON_C_TO_STRING_NOSLASHESCAPE;
+  return json_object_to_json_string_ext(value.get(), kStyle);
+}
+
+// Prints a value on standard output, a line feed at the end: over several lines, or in one.
+inline void PrintJson(const Json& value) {
+  printf("%s\n", JsonText(value).c_str());
+}
+inline void PrintJsonLine(const Json& value) {
+  constexpr int kStyle = JSON_C_TO_STRING_PLAIN | JSON_C_TO_STRING_NOSLASHESCAPE;
   printf("%s\n", json_object_to_json_string_ext(value.get(), kStyle));
 }
 

@@ -10,6 +10,7 @@
 #include "tools/lens_fit.h"
 #include "tools/lens_plot.h"
 #include "tools/lens_report.h"
+#include "tools/usage.h"
 
 namespace tools {
 namespace {
@@ -92,13 +93,13 @@ void AddFitCommand(CLI::App* lens) {
   fit->add_option("--entries", arguments->options.entries,
                   "entries of the table (default: those of the shortest built-in one that holds "
                   "all points)")
-      ->check(CLI::Range(2, kFitEntriesMax));
+      ->check(NumberFrom(2, kFitEntriesMax));
   fit->add_option("--spacing", arguments->options.spacing, "zoom steps between two entries")
-      ->check(CLI::Range(kSpacingMin, kSpacingMax))
+      ->check(NumberFrom(kSpacingMin, kSpacingMax))
       ->capture_default_str();
   fit->add_option("--max-gap", arguments->options.max_gap,
                   "entries in a row that may be without a point")
-      ->check(CLI::Range(0, kFitEntriesMax))
+      ->check(NumberFrom(0, kFitEntriesMax))
       ->capture_default_str();
   fit->footer("Example: rs232ctl lens fit trace.log --out table.h --svg fit.svg");
   fit->final_callback([arguments] { Fit(*arguments); });

@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "tools/json.h"
+
 namespace tools {
 namespace {
 
@@ -40,6 +42,15 @@ std::string Join(std::span<const int> numbers, size_t most = 20) {
 
 int CountDropped(const LensFit& fit) {
   return static_cast<int>(fit.points.size()) - fit.Count(Fate::kKept);
+}
+
+json_object* NewCount(int64_t count) {
+  return json_object_new_int64(count);
+}
+
+// Steps, or a measure of them, to the hundredth.
+json_object* NewMeasure(double steps) {
+  return json_object_new_double_s(steps, Format("%.2f", steps).c_str());
 }
 
 std::string DroppedText(const LensFit& fit) {
@@ -108,41 +119,49 @@ std::string FitReport(const TraceLog& log, const LensFit& fit) {
 }
 
 std::string FitJson(const TraceLog& log, const LensFit& fit) {
-  std::string text = Format("{\n  \"lines\": %d,\n  \"malformed\": [", log.lines);
-  text += Join(log.malformed, log.malformed.size());
-  text += Format("],\n  \"points\": %zu,\n  \"kept\": %d,\n  \"dropped\": [", log.points.size(),
-                 fit.Count(Fate::kKept));
-  const char* separator = "";
+  json_object* malformed = json_object_new_array();
+  for (const int line : log.malformed)
+    json_object_array_add(malformed, json_object_new_int(line));
+  json_object* dropped = json_object_new_array();
   for (const auto& [point, fate, residual] : fit.points) {
     if (fate == Fate::kKept) continue;
-    text += Format(
-        "%s\n    {\"line\": %d, \"zoom\": %d, \"focus\": %d, \"residual\": %.2f, "
-        "\"reason\": \"%s\"}",
-        separator, point.line, point.zoom, point.focus, residual, Reason(fate));
-    separator = ",";
+    json_object_array_add(dropped, NewJsonObject({{"line", NewCount(point.line)},
+                                                  {"zoom", NewCount(point.zoom)},
+                                                  {"focus", NewCount(point.focus)},
+                                                  {"residual", NewMeasure(residual)},
+                                                  {"reason", NewJsonText(Reason(fate))}}));
   }
-  text += Format(
-      "],\n  \"residuals\": {\"median\": %.2f, \"spread\": %.2f, \"rms\": %.2f, "
-      "\"largest\": %.2f, \"cutoff\": %.2f},\n  \"spacing\": %d,\n  \"entries\": [",
-      fit.residuals.median, fit.residuals.spread, fit.residuals.rms, fit.residuals.largest,
-      fit.cutoff, fit.spacing);
-  separator = "";
+  json_object* entries = json_object_new_array();
   for (const auto& [place, points, uncertainty] : fit.entries) {
-    text += Format("%s\n    {\"zoom\": %d, \"focus\": %d, \"points\": %d, \"uncertainty\": %.2f}",
-                   separator, place.zoom, place.focus, points, uncertainty);
-    separator = ",";
+    json_object_array_add(entries, NewJsonObject({{"zoom", NewCount(place.zoom)},
+                                                  {"focus", NewCount(place.focus)},
+                                                  {"points", NewCount(points)},
+                                                  {"uncertainty", NewMeasure(uncertainty)}}));
   }
-  text += "],\n  \"known_curves\": [";
-  separator = "";
+  json_object* curves = json_object_new_array();
   for (const CurveDeviation& deviation : CompareWithKnown(fit.Table())) {
-    text += Format(
-        "%s\n    {\"name\": \"%s\", \"entries\": %d, \"mean\": %.2f, \"largest\": %.2f, "
-        "\"largest_zoom\": %d}",
-        separator, deviation.curve.name, deviation.entries, deviation.mean, deviation.largest,
-        deviation.largest_zoom);
-    separator = ",";
+    json_object_array_add(curves,
+                          NewJsonObject({{"name", NewJsonText(deviation.curve.name)},
+                                         {"entries", NewCount(deviation.entries)},
+                                         {"mean", NewMeasure(deviation.mean)},
+                                         {"largest", NewMeasure(deviation.largest)},
+                                         {"largest_zoom", NewCount(deviation.largest_zoom)}}));
   }
-  return text + "]\n}\n";
+  const Json report = OwnJson(
+      NewJsonObject({{"lines", NewCount(log.lines)},
+                     {"malformed", malformed},
+                     {"points", NewCount(static_cast<int64_t>(log.points.size()))},
+                     {"kept", NewCount(fit.Count(Fate::kKept))},
+                     {"dropped", dropped},
+                     {"residuals", NewJsonObject({{"median", NewMeasure(fit.residuals.median)},
+                                                  {"spread", NewMeasure(fit.residuals.spread)},
+                                                  {"rms", NewMeasure(fit.residuals.rms)},
+                                                  {"largest", NewMeasure(fit.residuals.largest)},
+                                                  {"cutoff", NewMeasure(fit.cutoff)}})},
+                     {"spacing", NewCount(fit.spacing)},
+                     {"entries", entries},
+                     {"known_curves", curves}}));
+  return JsonText(report) + "\n";
 }
 
 std::string FitWarnings(const TraceLog& log, const LensFit& fit) {

@@ -11,6 +11,7 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <climits>
 #include <cmath>
 #include <csignal>
 #include <cstdio>
@@ -23,9 +24,13 @@
 
 #include "relay/daemon_datagram.h"
 #include "tools/commands.h"
+#include "tools/descriptor.h"
 #include "tools/failure.h"
 #include "tools/frame_output.h"
 #include "tools/frame_words.h"
+#include "tools/json.h"
+#include "tools/parse.h"
+#include "tools/usage.h"
 
 namespace tools {
 
@@ -41,8 +46,8 @@ struct Request {
   std::string protocol = ProtocolName(Protocol::kAuto);
   bool is_raw = false;
   bool is_json = false;
-  long count = 0;      // datagrams; 0: no limit
-  double seconds = 0;  // 0: no limit
+  long count = 0;        // datagrams; 0: no limit
+  std::string duration;  // checked; "": no limit
 };
 
 // --- Output ------------------------------------------------------------------------------------
@@ -101,7 +106,10 @@ class MonitorView {
  private:
   void ShowData(Bytes bytes) const {
     if (is_json_) {
-      PrintObject("data", "\"offset\":" + std::to_string(offset_) + "," + BytesJson(bytes));
+      const Json object = NewObject("data");
+      json_object_object_add(object.get(), "offset", json_object_new_uint64(offset_));
+      AddBytes(bytes, object.get());
+      PrintJsonLine(object);
       return;
     }
     printf("%s  %zu %s\n", TraceTime(time_).c_str(), bytes.size(),
@@ -111,7 +119,10 @@ class MonitorView {
 
   void ShowOther(Bytes datagram, const std::string& problem) const {
     if (is_json_) {
-      PrintObject("other", BytesJson(datagram) + ",\"problem\":" + JsonString(problem));
+      const Json object = NewObject("other");
+      AddBytes(datagram, object.get());
+      json_object_object_add(object.get(), "problem", NewJsonText(problem));
+      PrintJsonLine(object);
       return;
     }
     printf("%s  no serial data datagram: %s\n", TraceTime(time_).c_str(), problem.c_str());
@@ -121,16 +132,25 @@ class MonitorView {
   void ShowFrames(const std::vector<ExplainedFrame>& frames) const {
     for (const ExplainedFrame& frame : frames) {
       if (is_json_) {
-        PrintObject("frame", FrameJson(frame));
+        const Json object = NewObject("frame");
+        AddFrame(frame, object.get());
+        PrintJsonLine(object);
       } else {
         printf("  %08zx  %s\n", frame.offset, FrameText(frame).c_str());
       }
     }
   }
 
-  void PrintObject(const char* type, const std::string& members) const {
-    printf("{\"type\":\"%s\",\"time\":%lld.%06d,%s}\n", type, static_cast<long long>(time_.tv_sec),
-           static_cast<int>(time_.tv_usec), members.c_str());
+  // An object that says what it is and when that came, in seconds since 1970.
+  Json NewObject(const char* type) const {
+    constexpr double kUsPerS = 1e6;
+    std::array<char, 64> digits;
+    snprintf(digits.data(), digits.size(), "%lld.%06d", static_cast<long long>(time_.tv_sec),
+             static_cast<int>(time_.tv_usec));
+    const double seconds =
+        static_cast<double>(time_.tv_sec) + static_cast<double>(time_.tv_usec) / kUsPerS;
+    return OwnJson(NewJsonObject(
+        {{"type", NewJsonText(type)}, {"time", json_object_new_double_s(seconds, digits.data())}}));
   }
 
   bool is_raw_;
@@ -141,20 +161,6 @@ class MonitorView {
 };
 
 // --- Input -------------------------------------------------------------------------------------
-
-class Descriptor {
- public:
-  explicit Descriptor(int fd) : fd_(fd) {}
-  ~Descriptor() {
-    if (fd_ >= 0) close(fd_);
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  int Get() const { return fd_; }
-
- private:
-  int fd_;
-};
 
 int BindDataPort() {
   const std::string port = "UDP port " + std::to_string(SERIAL_DATA_PORT) + " of 127.0.0.1";
@@ -197,10 +203,7 @@ void Watch(const Request& request, MonitorView* view) {
   const Descriptor end_signal(CatchSignals());
   const Descriptor data(BindDataPort());
   std::optional<Clock::time_point> end;
-  if (request.seconds > 0) {
-    end = Clock::now() +
-          std::chrono::ceil<Clock::duration>(std::chrono::duration<double>(request.seconds));
-  }
+  if (!request.duration.empty()) end = Clock::now() + *ParseDuration(request.duration);
   std::optional<Clock::time_point> quiet;
   std::vector<uint8_t> datagram(1 << 16);
   for (long taken = 0; request.count == 0 || taken < request.count;) {
@@ -244,13 +247,11 @@ void AddMonitorCommand(CLI::App* app) {
   monitor->add_flag("--raw", request->is_raw, "bytes only, no words");
   monitor->add_flag("--json", request->is_json, "one JSON object a line");
   monitor->add_option("--count", request->count, "end after so many datagrams")
-      ->check(CLI::Range(1, 1'000'000'000))
-      ->option_text("N");
-  const std::map<std::string, double> units = {{"ms", 0.001}, {"s", 1}, {"m", 60}, {"h", 3600}};
-  monitor->add_option("--for", request->seconds, "end after this time: 500ms, 5s, 2m, 1h")
-      ->transform(CLI::AsNumberWithUnit(units))
-      ->check(CLI::Range(0.001, 1e9))
-      ->option_text("TIME");
+      ->check(NumberFrom(1, INT_MAX))
+      ->type_name("N");
+  monitor->add_option("--for", request->duration, "end after this time: 500ms, 5s, 2m, 1h")
+      ->type_name("TIME")
+      ->check(CheckDuration);
   monitor->footer(
       "Listens at UDP port 1860 of 127.0.0.1, where the daemon sends every read from the line; "
       "one\n"

@@ -91,7 +91,7 @@ void Show(const std::string& path, bool is_json) {
   for (const ParamField& field : ParamFields()) {
     if (IsModel(field)) {
       const std::string model = ModelIn(block);
-      json_object_object_add(object.get(), field.name, json_object_new_string(model.c_str()));
+      json_object_object_add(object.get(), field.name, NewJsonText(model));
       if (!is_json) printf("%-13s %s\n", field.name, model.c_str());
       continue;
     }

@@ -1,5 +1,7 @@
 #include "tools/parse.h"
 
+#include <algorithm>
+#include <array>
 #include <charconv>
 #include <cmath>
 
@@ -9,7 +11,16 @@ namespace {
 
 constexpr int kDecimal = 10;
 constexpr int kHexadecimal = 16;
-constexpr std::string_view kBlanks = " \t\r\n\v\f";
+constexpr std::string_view kHexDigits = "0123456789abcdefABCDEF";
+constexpr std::string_view kBetweenBytes = " \t\r\n\v\f,;:-{}[]()\"'\\";
+
+struct UnitRow {
+  std::string_view suffix;
+  double ms;
+};
+
+// "ms" before "s", which it ends in.
+constexpr std::array<UnitRow, 4> kUnits = {{{"ms", 1}, {"s", 1e3}, {"m", 60e3}, {"h", 3600e3}}};
 
 bool TakePrefix(std::string_view* text, std::string_view prefix) {
   if (!text->starts_with(prefix)) return false;
@@ -34,18 +45,23 @@ std::optional<int> ParseDigits(std::string_view text, int base) {
   return value;
 }
 
-bool AppendToken(std::string_view token, std::vector<uint8_t>* bytes) {
+// Appends the bytes of one token. Returns what is wrong with it, or "".
+std::string AppendToken(std::string_view token, std::vector<uint8_t>* bytes) {
   constexpr size_t kDigitsOfByte = 2;
-  TakeHexMark(&token);
-  if (token.empty() || token.size() % kDigitsOfByte != 0) return false;
-  for (; !token.empty(); token.remove_prefix(kDigitsOfByte)) {
-    const std::string_view digits = token.substr(0, kDigitsOfByte);
-    if (digits.front() == '-') return false;
-    const auto byte = ParseDigits(digits, kHexadecimal);
-    if (!byte.has_value()) return false;
-    bytes->push_back(static_cast<uint8_t>(*byte));
+  std::string quoted = "'";
+  quoted.append(token).append("'");
+  const bool has_mark = TakeHexMark(&token);
+  if (!has_mark) TakePrefix(&token, "x");  // of "\x"
+  if (token.empty() || token.find_first_not_of(kHexDigits) != std::string_view::npos) {
+    return quoted + " is not hexadecimal";
   }
-  return true;
+  const bool is_short = has_mark && token.size() == 1;
+  if (!is_short && token.size() % kDigitsOfByte != 0) return quoted + " ends in half a byte";
+  for (size_t at = 0; at < token.size(); at += kDigitsOfByte) {
+    const auto byte = ParseDigits(token.substr(at, kDigitsOfByte), kHexadecimal);
+    bytes->push_back(static_cast<uint8_t>(byte.value_or(0)));
+  }
+  return "";
 }
 
 }  // namespace
@@ -70,31 +86,37 @@ std::optional<int> ParseHexNumber(std::string_view text, int high) {
 std::optional<std::chrono::milliseconds> ParseDuration(std::string_view text) {
   using std::chrono::milliseconds;
   constexpr milliseconds kLongest = std::chrono::hours(24);
-  constexpr double kMsPerS = 1000;
-  double unit_ms = 1;
-  if (!TakeSuffix(&text, "ms")) {
-    if (!TakeSuffix(&text, "s")) return std::nullopt;
-    unit_ms = kMsPerS;
-  }
+  const auto* unit = std::ranges::find_if(
+      kUnits, [&text](const UnitRow& row) { return TakeSuffix(&text, row.suffix); });
+  if (unit == kUnits.end()) return std::nullopt;
   double value = 0;
   const auto [end, error] =
       std::from_chars(text.data(), text.data() + text.size(), value, std::chars_format::fixed);
   if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
-  const double count = std::round(value * unit_ms);
+  const double count = std::round(value * unit->ms);
   // In this sense, so that what is no number is refused as well.
   if (!(count >= 1 && count <= static_cast<double>(kLongest.count()))) return std::nullopt;
   return milliseconds(static_cast<int64_t>(count));
 }
 
-std::optional<std::vector<uint8_t>> ParseHexBytes(std::string_view text) {
-  std::vector<uint8_t> bytes;
+std::string CheckDuration(const std::string& text) {
+  if (ParseDuration(text).has_value()) return "";
+  return text + " is no duration such as 500ms, 2s or 5m, at most 24h";
+}
+
+std::string_view TakeToken(std::string_view* text, std::string_view ends) {
+  text->remove_prefix(std::min(text->find_first_not_of(ends), text->size()));
+  const std::string_view token = text->substr(0, text->find_first_of(ends));
+  text->remove_prefix(token.size());
+  return token;
+}
+
+std::string ReadHexBytes(std::string_view text, std::vector<uint8_t>* bytes) {
   while (true) {
-    const size_t begin = text.find_first_not_of(kBlanks);
-    if (begin == std::string_view::npos) return bytes;
-    text.remove_prefix(begin);
-    const std::string_view token = text.substr(0, text.find_first_of(kBlanks));
-    if (!AppendToken(token, &bytes)) return std::nullopt;
-    text.remove_prefix(token.size());
+    const std::string_view token = TakeToken(&text, kBetweenBytes);
+    if (token.empty()) return "";
+    std::string problem = AppendToken(token, bytes);
+    if (!problem.empty()) return problem;
   }
 }
 

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -16,11 +17,17 @@ std::optional<int> ParseNumber(std::string_view text, int low, int high);
 // Hexadecimal digits, with or without 0x in front; at most `high`.
 std::optional<int> ParseHexNumber(std::string_view text, int high);
 
-// A duration with its unit, "500ms", "2s" or "1.5s": from one millisecond to one day.
+// A duration with its unit, "500ms", "1.5s", "2m" or "1h": from one millisecond to one day.
 std::optional<std::chrono::milliseconds> ParseDuration(std::string_view text);
 
-// Bytes in hexadecimal, "FF 01 0A", "ff010a" or "0xFF 0x01": two digits a byte, white space
-// between bytes at will. Nothing for any other text; no bytes for an empty one.
-std::optional<std::vector<uint8_t>> ParseHexBytes(std::string_view text);
+// What is wrong with a duration, or "".
+std::string CheckDuration(const std::string& text);
+
+// Takes the next piece of `text` between characters of `ends`; "" when there is none.
+std::string_view TakeToken(std::string_view* text, std::string_view ends);
+
+// Appends bytes in hexadecimal: "FF 01", "ff01", "0xFF,0x01", "{0xFF, 0x1}", "\xFF\x01", "FF:01".
+// Returns what is wrong with them, or "".
+std::string ReadHexBytes(std::string_view text, std::vector<uint8_t>* bytes);
 
 }  // namespace tools

@@ -17,6 +17,7 @@
 #include "tools/parse.h"
 #include "tools/ptz_verbs.h"
 #include "tools/timed_motion.h"
+#include "tools/usage.h"
 
 namespace tools {
 
@@ -116,35 +117,23 @@ void PrintTable() {
 void PrintJsonTable() {
   const Json list = OwnJson(json_object_new_array());
   for (const PtzVerb& verb : PtzVerbs()) {
-    json_object* row = json_object_new_object();
     json_object* modes = json_object_new_array();
     for (const std::string& name : ModeNames(verb.modes))
-      json_object_array_add(modes, json_object_new_string(name.c_str()));
+      json_object_array_add(modes, NewJsonText(name));
     const bool is_any = verb.arguments == VerbArguments::kCode;
-    json_object_object_add(row, "verb", json_object_new_string(verb.name));
-    json_object_object_add(row, "arguments", json_object_new_string(ArgumentsText(verb.arguments)));
-    json_object_object_add(row, "code", is_any ? nullptr : json_object_new_int(verb.code));
-    json_object_object_add(row, "for", json_object_new_boolean(verb.stop_code != NO_STOP_CODE));
-    json_object_object_add(row, "modes", modes);
-    json_object_object_add(row, "help", json_object_new_string(verb.help));
+    json_object* row =
+        NewJsonObject({{"verb", NewJsonText(verb.name)},
+                       {"arguments", NewJsonText(ArgumentsText(verb.arguments))},
+                       {"code", is_any ? nullptr : json_object_new_int(verb.code)},
+                       {"for", json_object_new_boolean(verb.stop_code != NO_STOP_CODE)},
+                       {"modes", modes},
+                       {"help", NewJsonText(verb.help)}});
     json_object_array_add(list.get(), row);
   }
   PrintJson(list);
 }
 
 // --- The command line --------------------------------------------------------------------------
-
-CLI::Validator NumberFrom(int low, int high) {
-  const auto check = [low, high](const std::string& text) -> std::string {
-    if (ParseNumber(text, low, high).has_value()) return "";
-    return text + " is no number from " + std::to_string(low) + " to " + std::to_string(high);
-  };
-  return {check, ""};
-}
-
-std::string CheckDuration(const std::string& text) {
-  return ParseDuration(text).has_value() ? "" : text + " is no duration such as 500ms or 2s";
-}
 
 std::string CheckCode(const std::string& text) {
   return ParseHexNumber(text, CONTROL_CODE_MAX).has_value()

@@ -1,10 +1,10 @@
 #include "tools/usage.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <vector>
 
 #include "tools/nearest_name.h"
+#include "tools/parse.h"
 
 namespace tools {
 
@@ -73,6 +73,14 @@ std::string DescribeParseError(const CLI::App& app, const std::exception& error)
     return Place(inner) + "a command is missing: " + Joined(commands);
   }
   return Place(inner) + error.what();
+}
+
+CLI::Validator NumberFrom(int low, int high) {
+  const auto check = [low, high](const std::string& text) -> std::string {
+    if (ParseNumber(text, low, high).has_value()) return "";
+    return text + " is no number from " + std::to_string(low) + " to " + std::to_string(high);
+  };
+  return {check, ""};
 }
 
 }  // namespace tools

@@ -98,11 +98,10 @@ void RunWrite(const Request& request) {
     WriteBytes({reinterpret_cast<const uint8_t*>(input.data()), input.size()});
     return;
   }
-  const auto bytes = ParseHexBytes(input);
-  if (!bytes.has_value()) {
-    throw Failure(EXIT_STATUS_USAGE, "that is not hexadecimal, two digits a byte: FF 01 0A");
-  }
-  WriteBytes(*bytes);
+  Bytes bytes;
+  const std::string problem = ReadHexBytes(input, &bytes);
+  if (!problem.empty()) throw Failure(EXIT_STATUS_USAGE, problem);
+  WriteBytes(bytes);
 }
 
 }  // namespace
@@ -110,7 +109,8 @@ void RunWrite(const Request& request) {
 void AddWriteCommand(CLI::App* app) {
   CLI::App* write = app->add_subcommand("write", "Write bytes to the serial line");
   const auto request = std::make_shared<Request>();
-  write->add_flag("--hex", request->is_hex, "DATA is bytes in hexadecimal, two digits each");
+  write->add_flag("--hex", request->is_hex,
+                  "DATA is bytes in hexadecimal: FF 01, ff01 or 0xFF,0x01");
   write->add_flag("--text", request->is_text, "DATA goes as it is, words joined by one blank");
   write->add_option("DATA", request->words, "what to write; - reads standard input")
       ->type_name("")

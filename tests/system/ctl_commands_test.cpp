@@ -51,12 +51,13 @@ TEST_F(CtlCommand, WrongLinesGetOneLineAndAStatus) {
       {"ptz move 1 2 128", 2, "ptz move: ZOOM: 128 is no number from -128 to 127"},
       {"ptz code 10000", 2, "ptz code: HEX: 10000 is no hexadecimal code from 0 to FFFF"},
       {"ptz pan-left --speed 0", 2, "ptz pan-left: --speed: 0 is no number from 1 to 127"},
-      {"ptz zoom-tele --for 3", 2, "ptz zoom-tele: --for: 3 is no duration such as 500ms or 2s"},
+      {"ptz zoom-tele --for 3", 2,
+       "ptz zoom-tele: --for: 3 is no duration such as 500ms, 2s or 5m, at most 24h"},
       {"ptz menu --for 3s", 2, "ptz menu: unknown option --for"},
       {"ptz up down", 2, "ptz up: 'down' is too much"},
       {"ptz --list up", 2, "ptz up: up excludes --list"},
       {"write 41", 2, "write needs either --hex or --text"},
-      {"write --hex 4", 2, "that is not hexadecimal, two digits a byte: FF 01 0A"},
+      {"write --hex 4", 2, "'4' ends in half a byte"},
       {"write --text ''", 2, "there are no bytes to write"},
       {"params shw", 2, "params: unknown command 'shw', did you mean show?"},
       {"params set buad=1", 2, "there is no parameter buad, did you mean baud?"},
@@ -79,8 +80,10 @@ TEST_F(CtlCommand, WrongLinesGetOneLineAndAStatus) {
   EXPECT_TRUE(RunCtl("").errors.starts_with("rs232ctl: a command is missing: "));
   for (const auto& row : rows)
     ExpectCtl(row.line, row.status, row.error);
-  std::filesystem::remove("/etc/udp_port_table.conf");
+  sim::WriteTextFile("/etc/udp_port_table.conf", "");
   ExpectCtl("stop", 1, "/etc/udp_port_table.conf gives no port as RS232_DAEMON_PORT");
+  std::filesystem::remove("/etc/udp_port_table.conf");
+  ExpectCtl("stop", 1, "cannot open /etc/udp_port_table.conf: No such file or directory");
 }
 
 TEST_F(CtlCommand, HelpAndVersionHaveNoErrors) {

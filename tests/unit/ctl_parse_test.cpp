@@ -53,10 +53,28 @@ TEST(CtlParse, Durations) {
     const char* text;
     int64_t ms;  // -1: none
   } rows[] = {
-      {"500ms", 500}, {"2s", 2000}, {"1.5s", 1500}, {"0.001s", 1}, {"86400s", 86'400'000},
-      {"1ms", 1},     {"0ms", -1},  {"0s", -1},     {"-1s", -1},   {"86401s", -1},
-      {"500", -1},    {"s", -1},    {"ms", -1},     {"2 s", -1},   {"2m", -1},
-      {"1e9s", -1},   {"nans", -1}, {"infs", -1},   {"", -1},      {"2s2s", -1},
+      {"500ms", 500},
+      {"2s", 2000},
+      {"1.5s", 1500},
+      {"0.001s", 1},
+      {"86400s", 86'400'000},
+      {"1ms", 1},
+      {"0ms", -1},
+      {"0s", -1},
+      {"-1s", -1},
+      {"86401s", -1},
+      {"24h", 86'400'000},
+      {"25h", -1},
+      {"500", -1},
+      {"s", -1},
+      {"ms", -1},
+      {"2 s", -1},
+      {"2m", 120'000},
+      {"1e9s", -1},
+      {"nans", -1},
+      {"infs", -1},
+      {"", -1},
+      {"2s2s", -1},
   };
   for (const auto& row : rows) {
     const auto duration = tools::ParseDuration(row.text);
@@ -67,25 +85,27 @@ TEST(CtlParse, Durations) {
 TEST(CtlParse, HexBytes) {
   const struct {
     const char* text;
-    const char* bytes;  // null: none
+    const char* bytes;
+    const char* problem = "";
   } rows[] = {
       {"FF 01 0a", "FF 01 0A"},
       {"ff010A", "FF 01 0A"},
-      {"0xFF 0x01,", nullptr},
-      {"0xFF 0x01", "FF 01"},
+      {"0xFF 0x01,", "FF 01"},
+      {"{0xFF, 0x1}", "FF 01"},
+      {"\\xFF\\x01", "FF 01"},
       {" \n41\t42\r\n", "41 42"},
       {"", ""},
-      {"4", nullptr},
-      {"41 4", nullptr},
-      {"4 1", nullptr},
-      {"0x", nullptr},
-      {"-1", nullptr},
-      {"gg", nullptr},
+      {"4", "", "'4' ends in half a byte"},
+      {"41 4", "41", "'4' ends in half a byte"},
+      {"4 1", "", "'4' ends in half a byte"},
+      {"0x", "", "'0x' is not hexadecimal"},
+      {"+1", "", "'+1' is not hexadecimal"},
+      {"gg", "", "'gg' is not hexadecimal"},
   };
   for (const auto& row : rows) {
-    const auto bytes = tools::ParseHexBytes(row.text);
-    const std::string told = bytes.has_value() ? sim::Hex(*bytes) : "none";
-    EXPECT_EQ(told, row.bytes == nullptr ? "none" : row.bytes) << row.text;
+    std::vector<uint8_t> bytes;
+    EXPECT_EQ(tools::ReadHexBytes(row.text, &bytes), row.problem) << row.text;
+    EXPECT_EQ(sim::Hex(bytes), row.bytes) << row.text;
   }
 }
 

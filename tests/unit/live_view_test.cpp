@@ -146,6 +146,8 @@ TEST(LiveView, PanesShowTheLastAndScrollBack) {
   EXPECT_TRUE(shows(": move 1 2█"));
   state.help = true;
   EXPECT_TRUE(shows("p 1-9     set preset"));
+  state.commands = {"goto   N: go to preset N"};
+  EXPECT_TRUE(shows("│ goto   N: go to preset N"));
 }
 
 TEST(LiveView, MenuShowsItsCursorAndValues) {
