@@ -176,6 +176,7 @@ void Session::LoseLine() {
   traffic_.HangUp();
   Pass(0, 2500);
   traffic_.NewLine();
+  line_before_ = traffic_.LineSettings();
   if (!AwaitInOutput("serial line is back", before + 1, kPatience)) {
     report_.Violation("line", "that it is back", "none");
   }

@@ -14,6 +14,10 @@ namespace {
 using sim::Bytes;
 using sim::milliseconds;
 
+constexpr uint8_t kPelcoSync = 0xFF;
+constexpr uint8_t kHdSync = 0xFF;
+constexpr uint8_t kLensSync = 0xA5;
+
 constexpr milliseconds kNow{0};
 constexpr milliseconds kPre{50};
 constexpr milliseconds kShort{100};
@@ -87,7 +91,7 @@ const std::vector<CommandRow>& Rows() {
 }
 
 Bytes PelcoFrame(const std::array<int, 4>& body) {
-  Bytes frame = {kFrameSync, 0x01};
+  Bytes frame = {kPelcoSync, 0x01};
   for (const int byte : body)
     frame.push_back(static_cast<uint8_t>(byte));
   frame.push_back(static_cast<uint8_t>(std::accumulate(frame.begin() + 1, frame.end(), 0U)));
@@ -95,8 +99,8 @@ Bytes PelcoFrame(const std::array<int, 4>& body) {
 }
 
 Bytes HdFrame(const std::array<int, 4>& body) {
-  Bytes frame = {kFrameSync, static_cast<uint8_t>(body[0]), 2, 0, 0,
-                 0,          static_cast<uint8_t>(body[1]), 0, 0};
+  Bytes frame = {kHdSync, static_cast<uint8_t>(body[0]), 2, 0, 0,
+                 0,       static_cast<uint8_t>(body[1]), 0, 0};
   frame.push_back(static_cast<uint8_t>(std::accumulate(frame.begin(), frame.end(), 0U)));
   return frame;
 }
@@ -115,10 +119,10 @@ Bytes Nonsense(std::mt19937* random, size_t size) {
 
 const std::vector<Mode>& Modes() {
   static const std::vector<Mode> kModes = {
-      {"relay", "QB-620", true, 7},
-      {"sd", "QB-210", true, 7},
-      {"hd", "QB-310", true, 10},
-      {"lens", "QB-420", false, 0},
+      {"relay", "QB-620", true, kPelcoSync, 7},
+      {"sd", "QB-210", true, kPelcoSync, 7},
+      {"hd", "QB-310", true, kHdSync, 10},
+      {"lens", "QB-420", false, kLensSync, 6},
   };
   return kModes;
 }

@@ -15,11 +15,10 @@ namespace soak {
 struct Mode {
   const char* name;
   const char* model;
-  bool feeds;         // bytes from the line go to clients and datagrams
-  size_t frame_size;  // of a command's frame, which begins with kFrameSync; 0: no such frames
+  bool feeds;          // bytes from the line go to clients and datagrams, frames are foretold
+  uint8_t frame_sync;  // first byte of every frame to the line
+  size_t frame_size;
 };
-
-constexpr uint8_t kFrameSync = 0xFF;
 
 const std::vector<Mode>& Modes();
 

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <numeric>
 
 #include "ipc/cicomm.h"
 #include "relay/daemon_datagram.h"
@@ -31,6 +32,7 @@ constexpr size_t kMostFrames = 6;
 
 // Mean time between two sends, milliseconds.
 constexpr int kFeedEvery = 20;
+constexpr int kBurstEvery = 2;
 constexpr int kClientEvery = 25;  // of any client
 constexpr int kDatagramEvery = 80;
 constexpr int kCommandEvery = 400;
@@ -71,10 +73,6 @@ void Traffic::MakeFarEnd() {
   camera_ = sim::MakeCamera(mode_.model, *far_end_);
   if (camera_ == nullptr) return;
   static_cast<sim::LensMicom*>(far_end_.get())->traits.unseen_way = kUnseenWay;
-  far_end_->on_noise = [this](std::span<const uint8_t> bytes) {
-    for (const uint8_t byte : bytes)
-      TakeByte(byte);
-  };
 }
 
 // --- Sending -----------------------------------------------------------------------------------
@@ -87,7 +85,7 @@ bool Traffic::IsDue(Time* next, int every_ms) {
 }
 
 void Traffic::Generate() {
-  if (mode_.feeds && (is_burst_ || IsDue(&next_feed_, kFeedEvery))) Feed();
+  if (mode_.feeds && IsDue(&next_feed_, is_burst_ ? kBurstEvery : kFeedEvery)) Feed();
   if (IsDue(&next_client_, kClientEvery)) {
     SendByClient(Roll(0, kClients - 1), At(Roll(1, kClientMax)));
   }
@@ -243,6 +241,13 @@ void Traffic::TakeFrame() {
   const sim::Bytes frame = std::exchange(frame_, {});
   if (is_starting_) return;
   ++report_->Count().frames;
+  if (!mode_.feeds) {
+    const unsigned sum = std::accumulate(frame.begin(), frame.end() - 1, 0U);
+    if ((sum & 0xFF) != frame.back()) {
+      report_->Violation("frame", "its checksum " + Number(sum & 0xFF), sim::Hex(frame));
+    }
+    return;
+  }
   if (awaited_.empty()) {
     report_->Violation("frame", "none", sim::Hex(frame));
     return;
@@ -258,7 +263,7 @@ void Traffic::TakeFrame() {
 }
 
 void Traffic::TakeByte(uint8_t byte) {
-  if (mode_.frame_size != 0 && (!frame_.empty() || byte == kFrameSync)) {
+  if (!frame_.empty() || byte == mode_.frame_sync) {
     frame_.push_back(byte);
     if (frame_.size() == mode_.frame_size) TakeFrame();
     return;
@@ -286,7 +291,6 @@ void Traffic::TakeLine() {
   if (count <= 0) return;
   const std::span<const uint8_t> came(bytes.data(), static_cast<size_t>(count));
   if (far_end_ != nullptr) far_end_->Feed(came, Clock::now());
-  if (camera_ != nullptr) return;  // a lens hands out what is no frame of its
   for (const uint8_t byte : came)
     TakeByte(byte);
 }

@@ -29,7 +29,7 @@ constexpr int kClients = 4;
 // The datagrams' alphabet.
 constexpr int kDatagrams = kClients;
 constexpr int kWays = kClients + 1;
-// From here on bytes mean nothing; kFrameSync is none of them.
+// Bytes that mean nothing. None of them, nor of the alphabets, begins a frame.
 constexpr uint8_t kNoiseFirst = 248;
 constexpr uint8_t kNoiseLast = 254;
 
@@ -45,7 +45,7 @@ class Traffic {
 
   // Whether new bytes and commands are sent.
   void SetFlowing(bool is_flowing) { is_flowing_ = is_flowing; }
-  // As much from the line as goes through.
+  // Ten times as much from the line.
   void SetBurst(bool is_burst) { is_burst_ = is_burst; }
   // What the daemon sends of its own at its start is let through, and no more.
   void SetStarting(bool is_starting) { is_starting_ = is_starting; }
