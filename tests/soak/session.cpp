@@ -119,7 +119,7 @@ void Session::Start() {
     return;
   }
   // What a module answers to the start's questions goes out as datagrams.
-  constexpr milliseconds kQuiet{100};
+  constexpr milliseconds kQuiet{300};
   const auto serving = Clock::now();
   Await([&] { return Clock::now() - serving >= kQuiet && traffic_.IsQuiet(kQuiet); }, kPatience);
   traffic_.SetStarting(false);
