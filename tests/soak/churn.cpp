@@ -18,7 +18,6 @@ namespace {
 using sim::Clock;
 using sim::milliseconds;
 
-constexpr milliseconds kPatience{10'000};
 constexpr int kMostClients = 10;
 constexpr int kSmallReceiveBuffer = 2304;
 
@@ -81,7 +80,7 @@ void Session::Disturb() {
 void Session::AwaitDescriptors(const char* what, size_t clients) {
   const size_t expected = watches_.Descriptors() + clients + (stopped_ != nullptr ? 1 : 0);
   const auto is_so = [&] { return sim::DescriptorCount(daemon_->Pid()) == expected; };
-  if (is_lost_ || Await(is_so, kPatience) || is_lost_) return;
+  if (is_lost_ || Await(is_so, Patience()) || is_lost_) return;
   report_.Violation(what, std::to_string(expected),
                     std::to_string(sim::DescriptorCount(daemon_->Pid())));
 }
@@ -96,10 +95,10 @@ void Session::ConnectAll() {
 void Session::LeaveAndReturn() {
   const int client = traffic_.Roll(0, kClients - 1);
   traffic_.Shutdown(client);
-  const bool has_left = Await([&] { return traffic_.HasLeft(client); }, kPatience);
+  const bool has_left = Await([&] { return traffic_.HasLeft(client); }, Patience());
   if (!has_left) report_.Violation("client that closed its side", "the end", "none");
   traffic_.Drop(client);
-  if (!Await([&] { return traffic_.IsWaySettled(client); }, kPatience)) {
+  if (!Await([&] { return traffic_.IsWaySettled(client); }, Patience())) {
     report_.Violation("client that closed its side", "all of its bytes", "fewer");
     traffic_.Forget(client);
   }
@@ -133,7 +132,7 @@ void Session::VisitWithNoise() {
       break;
     default:
       shutdown(visitor.Fd(), SHUT_WR);
-      if (!Await([&] { return IsClosed(visitor); }, kPatience)) {
+      if (!Await([&] { return IsClosed(visitor); }, Patience())) {
         report_.Violation("visitor that closed its side", "the end", "none");
       }
   }
@@ -152,7 +151,7 @@ void Session::Crowd() {
   const auto open = [&] {
     return static_cast<int>(std::ranges::count_if(crowd, std::not_fn(IsClosed)));
   };
-  if (!Await([&] { return open() == room; }, kPatience)) {
+  if (!Await([&] { return open() == room; }, Patience())) {
     report_.Violation("clients of a crowd", std::to_string(room), std::to_string(open()));
   }
   report_.Count().connected += room;
@@ -178,7 +177,7 @@ void Session::LoseLine() {
   Pass(0, 2500);
   traffic_.NewLine();
   line_before_ = traffic_.LineSettings();
-  if (!AwaitInOutput("serial line is back", before + 1, kPatience)) {
+  if (!AwaitInOutput("serial line is back", before + 1, Patience())) {
     report_.Violation("line", "that it is back", "none");
   }
   Pass(100, 150);

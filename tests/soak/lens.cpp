@@ -8,9 +8,6 @@
 namespace soak {
 namespace {
 
-using sim::milliseconds;
-
-constexpr milliseconds kPatience{40'000};
 // Of the lens that the model has.
 constexpr int kZoomMax = 1350;
 constexpr int kFocusMax = 2609;
@@ -44,8 +41,8 @@ void Session::RestLens() {
         Control(CAMERA_CODE_FOCUS, 0, 0), Control(CAMERA_CODE_IRIS_STEP, 1, 0)}) {
     traffic_.SendControl(control);
   }
-  if (!AwaitInOutput(kOpened, opened + 1, kPatience) ||
-      !Await([&] { return !micom->IsMoving(); }, kPatience)) {
+  if (!AwaitInOutput(kOpened, opened + 1, Patience()) ||
+      !Await([&] { return !micom->IsMoving(); }, Patience())) {
     report_.Violation("lens", "rest", micom->Describe());
     return;
   }
@@ -72,7 +69,7 @@ void Session::CheckLensRestored(bool was_killed) {
   }
   if (!was_killed) return;
   traffic_.SendControl(Control(CAMERA_CODE_ASSIST, 0, 0));
-  if (!AwaitInOutput(kSearchEnded, 1, kPatience)) {
+  if (!AwaitInOutput(kSearchEnded, 1, Patience())) {
     report_.Violation("lens", "a search", daemon_->Output());
   }
 }

@@ -45,6 +45,7 @@ int Read(clockid_t clock, timespec* out) {
 
 }  // namespace
 
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name): the names of libc are reserved.
 extern "C" {
 
 __attribute__((visibility("default"))) int clock_gettime(clockid_t clock, timespec* out) noexcept {
@@ -66,3 +67,4 @@ __attribute__((visibility("default"))) time_t time(time_t* out) noexcept {
 }
 
 }  // extern "C"
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)

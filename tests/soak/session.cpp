@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <csignal>
-#include <cstring>
 
 #include "ipc/cicomm.h"
 #include "relay/daemon_datagram.h"
@@ -14,10 +13,6 @@ namespace {
 
 using sim::Clock;
 using sim::milliseconds;
-
-// For whatever has to come about soon. A lens may be on its way for most of it.
-constexpr milliseconds kPatience{10'000};
-constexpr milliseconds kLensPatience{40'000};
 
 constexpr int kShortLifeMin = 4'000;
 constexpr int kShortLifeMax = 15'000;
@@ -32,6 +27,12 @@ constexpr int kHours12 = 12 * 3600;
 
 milliseconds Half(Clock::duration time) {
   return std::chrono::duration_cast<milliseconds>(time) / 2;
+}
+
+bool IsSame(const termios& a, const termios& b) {
+  return a.c_iflag == b.c_iflag && a.c_oflag == b.c_oflag && a.c_cflag == b.c_cflag &&
+         a.c_lflag == b.c_lflag && std::ranges::equal(a.c_cc, b.c_cc) &&
+         cfgetospeed(&a) == cfgetospeed(&b);
 }
 
 }  // namespace
@@ -110,10 +111,10 @@ void Session::Start() {
         return sim::IsPortBound("udp", RS232_COMMAND_PORT) &&
                sim::IsPortBound("tcp", traffic_.PtzPort());
       },
-      kPatience);
+      Patience());
   // A datagram that is served tells that the mode's loop runs.
   if (is_up) traffic_.SendDatagram();
-  if (!is_up || !Await([this] { return traffic_.IsWaySettled(kDatagrams); }, kLensPatience)) {
+  if (!is_up || !Await([this] { return traffic_.IsWaySettled(kDatagrams); }, Patience())) {
     report_.Violation("start", "a daemon that serves", daemon_->Output() + daemon_->Errors());
     is_lost_ = true;
     return;
@@ -121,14 +122,14 @@ void Session::Start() {
   // What a module answers to the start's questions goes out as datagrams.
   constexpr milliseconds kQuiet{300};
   const auto serving = Clock::now();
-  Await([&] { return Clock::now() - serving >= kQuiet && traffic_.IsQuiet(kQuiet); }, kPatience);
+  Await([&] { return Clock::now() - serving >= kQuiet && traffic_.IsQuiet(kQuiet); }, Patience());
   traffic_.SetStarting(false);
 }
 
 // Everything that was sent arrives.
 void Session::Settle() {
   traffic_.SetFlowing(false);
-  if (Await([this] { return traffic_.IsSettled(); }, HasLens() ? kLensPatience : kPatience)) return;
+  if (Await([this] { return traffic_.IsSettled(); }, Patience())) return;
   traffic_.ReportUnsettled();
   traffic_.Forget();
 }
@@ -140,7 +141,7 @@ void Session::StillPoint() {
   AbandonStopped();
   for (int i = 0; i < kClients; ++i)
     traffic_.Shutdown(i);
-  if (!Await([this] { return traffic_.Connected() == 0; }, kPatience)) {
+  if (!Await([this] { return traffic_.Connected() == 0; }, Patience())) {
     report_.Violation("clients that closed their side", "the end of the connection", "none");
     traffic_.DropAll();
   }
@@ -197,13 +198,13 @@ void Session::Stop(End end) {
   for (int i = 0; i < kClients; ++i)
     traffic_.Shutdown(i);
   const int status = end == End::kKill ? -SIGKILL : 0;
-  if (!Await([this] { return HasEnded(); }, kPatience) || *daemon_->WaitEnd() != status) {
+  if (!Await([this] { return HasEnded(); }, Patience()) || *daemon_->WaitEnd() != status) {
     report_.Violation("end", "status " + std::to_string(status),
                       HasEnded() ? std::to_string(*daemon_->WaitEnd()) : "none");
   }
   // What was on its way is either there by now or lost.
   Await([this] { return traffic_.Connected() == 0 && traffic_.IsQuiet(milliseconds(50)); },
-        kPatience);
+        Patience());
   CheckLeftovers(end);
   traffic_.DropAll();
   traffic_.Forget();
@@ -211,8 +212,7 @@ void Session::Stop(End end) {
 
 void Session::CheckLeftovers(End end) {
   watches_.CheckLeftovers();
-  const termios now = traffic_.LineSettings();
-  if (end != End::kKill && memcmp(&now, &line_before_, sizeof(now)) != 0) {
+  if (end != End::kKill && !IsSame(traffic_.LineSettings(), line_before_)) {
     report_.Violation("line settings", "those of before", "others");
   }
   if (HasLens() && !sim::ReadWholePositions().has_value()) {
@@ -236,7 +236,7 @@ void Session::Run(std::chrono::seconds time) {
     Start();
     if (HasLens() && !is_lost_) CheckLensRestored(how == End::kKill);
   }
-  StillPoint();
+  if (!is_lost_) StillPoint();
   if (!is_lost_) Stop(End::kTerminate);
 }
 

@@ -63,6 +63,8 @@ class Session {
   void CheckLensRestored(bool was_killed);
 
   bool HasLens() const { return !mode_.feeds; }
+  // For whatever has to come about soon. A lens may be on its way for most of it.
+  sim::milliseconds Patience() const { return sim::milliseconds(HasLens() ? 40'000 : 10'000); }
 
   const Mode& mode_;
   std::string daemon_path_;

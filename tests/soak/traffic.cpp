@@ -34,6 +34,8 @@ constexpr size_t kMostFrames = 6;
 constexpr int kFeedEvery = 20;
 constexpr int kBurstEvery = 2;
 constexpr int kClientEvery = 25;  // of any client
+// A pass that moves a lens takes tenths of a second, and serves one client: the first that sent.
+constexpr int kLensClientEvery = 400;
 constexpr int kDatagramEvery = 80;
 constexpr int kCommandEvery = 400;
 
@@ -86,7 +88,7 @@ bool Traffic::IsDue(Time* next, int every_ms) {
 
 void Traffic::Generate() {
   if (mode_.feeds && IsDue(&next_feed_, is_burst_ ? kBurstEvery : kFeedEvery)) Feed();
-  if (IsDue(&next_client_, kClientEvery)) {
+  if (IsDue(&next_client_, mode_.feeds ? kClientEvery : kLensClientEvery)) {
     SendByClient(Roll(0, kClients - 1), At(Roll(1, kClientMax)));
   }
   if (IsDue(&next_datagram_, kDatagramEvery)) SendDatagram();

@@ -120,7 +120,7 @@ class Traffic {
   void TakeLine();
   void TakeByte(uint8_t byte);
   void TakeFrame();
-  void TakeClient(int client);
+  void TakeClient(int index);
   void TakeData();
   void NoteServed(int way);
   void Wrong(const std::string& what, const std::string& deviation);
