@@ -78,10 +78,13 @@ void Session::Disturb() {
 }
 
 void Session::AwaitDescriptors(const char* what, size_t clients) {
-  const size_t expected = watches_.Descriptors() + clients + (stopped_ != nullptr ? 1 : 0);
-  const auto is_so = [&] { return sim::DescriptorCount(daemon_->Pid()) == expected; };
+  // One that stopped reading may be dropped meanwhile.
+  const auto expected = [&] {
+    return watches_.Descriptors() + clients + (stopped_ != nullptr ? 1 : 0);
+  };
+  const auto is_so = [&] { return sim::DescriptorCount(daemon_->Pid()) == expected(); };
   if (is_lost_ || Await(is_so, Patience()) || is_lost_) return;
-  report_.Violation(what, std::to_string(expected),
+  report_.Violation(what, std::to_string(expected()),
                     std::to_string(sim::DescriptorCount(daemon_->Pid())));
 }
 
@@ -109,6 +112,8 @@ void Session::LeaveAndReturn() {
 // What was on its way may be lost, but nothing else.
 void Session::ResetAndReturn() {
   const int client = traffic_.Roll(0, kClients - 1);
+  // What the daemon has not read yet it still may: it has to be known when it is done with it.
+  AwaitDescriptors("descriptors before a reset", kClients);
   traffic_.Reset(client);
   AwaitDescriptors("descriptors after a reset", kClients - 1);
   Pass(20, 60);

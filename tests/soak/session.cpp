@@ -146,7 +146,8 @@ void Session::StillPoint() {
     traffic_.DropAll();
   }
   AwaitDescriptors("descriptors without clients", 0);
-  watches_.Look();
+  // A lens's first search opens a channel of 100 KiB.
+  watches_.Look(!HasLens() || CountInOutput("TRACE\t") > 0);
   if (!HasLens()) watches_.BeginIdle();
   Await([] { return false; }, kIdle);
   if (!HasLens()) watches_.EndIdle();

@@ -56,11 +56,11 @@ void Watches::Begin(pid_t pid, sim::milliseconds warm_after, size_t descriptors)
   }
 }
 
-void Watches::Look() {
+void Watches::Look(bool is_warm) {
   Counters& count = report_->Count();
   const long memory_kib = static_cast<long>(bench::MemoryOf(pid_).anonymous_kib);
   count.descriptors_end = static_cast<long>(sim::DescriptorCount(pid_));
-  if (memory_kib_ == 0 && Clock::now() >= warm_) memory_kib_ = memory_kib;
+  if (memory_kib_ == 0 && is_warm && Clock::now() >= warm_) memory_kib_ = memory_kib;
   const long growth = memory_kib_ == 0 ? 0 : memory_kib - memory_kib_;
   if (memory_kib_ != 0 &&
       (count.memory_first == 0 || growth >= count.memory_end - count.memory_first)) {

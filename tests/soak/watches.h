@@ -24,8 +24,9 @@ class Watches {
   // Descriptors of the daemon with no client.
   size_t Descriptors() const { return descriptors_; }
 
-  // Checks memory, threads and children: there is no client and nothing under way.
-  void Look();
+  // Checks memory, threads and children: there is no client and nothing under way. `is_warm`: every
+  // buffer has been in use.
+  void Look(bool is_warm);
 
   // Checks the processor time of an idle while.
   void BeginIdle();
