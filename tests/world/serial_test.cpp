@@ -300,7 +300,7 @@ TEST_F(Serial, ReceivesInPieces) {
 // The terminal refuses a non-blocking write that meets another one.
 TEST_F(Serial, WritersLoseNoFrameToEachOther) {
   OpenDaemonPort();
-  constexpr int kFrames = 4000;
+  constexpr int kFrames = 20000;
   constexpr size_t kMostOnTheWay = 2000;
   std::atomic<int> lost = 0;
   std::atomic<int> writing = 2;
