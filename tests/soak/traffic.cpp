@@ -44,6 +44,11 @@ constexpr milliseconds kUnseenWay{4};
 
 constexpr int kPtyRead = 4096;
 
+// Negative where bytes came twice.
+long RecordsBetween(uint64_t before, uint64_t after) {
+  return static_cast<long>(after / kRecordSize) - static_cast<long>(before / kRecordSize);
+}
+
 std::string Number(uint64_t number) {
   return std::to_string(number);
 }
@@ -205,12 +210,9 @@ void Traffic::TakeClient(int index) {
   }
   if (!mode_.feeds || client->is_leaving) return;
   const bool was_located = client->line.IsLocated();
+  const uint64_t before = client->line.Place();
   Wrong("line to " + who, client->line.Take({bytes.data(), static_cast<size_t>(count)}));
-  if (!client->line.IsLocated()) return;
-  if (!was_located) client->counted = client->line.Place() / kRecordSize;
-  const uint64_t records = client->line.Place() / kRecordSize;
-  report_->Count().line_to_clients += static_cast<long>(records - client->counted);
-  client->counted = records;
+  if (was_located) report_->Count().line_to_clients += RecordsBetween(before, client->line.Place());
 }
 
 // --- Receiving ---------------------------------------------------------------------------------
@@ -234,8 +236,7 @@ void Traffic::TakeData() {
     const uint64_t before = fed_.check.Place();
     Wrong("line to datagrams", fed_.check.Take(*bytes));
     fed_.moved = last_data_;
-    report_->Count().line_to_data +=
-        static_cast<long>(fed_.check.Place() / kRecordSize - before / kRecordSize);
+    report_->Count().line_to_data += RecordsBetween(before, fed_.check.Place());
   }
 }
 
@@ -281,7 +282,7 @@ void Traffic::TakeByte(uint8_t byte) {
     NoteServed(index);
     Counters& count = report_->Count();
     long& records = index == kDatagrams ? count.datagrams_to_line : count.clients_to_line;
-    records += static_cast<long>(way.check.Place() / kRecordSize - before / kRecordSize);
+    records += RecordsBetween(before, way.check.Place());
   } else if (byte < kNoiseFirst || byte > kNoiseLast) {
     report_->Violation("line", "a byte that was sent", sim::Hex({&byte, 1}));
   }

@@ -102,7 +102,6 @@ class Traffic {
     explicit Client(int port) : socket(port), line(0) {}
     sim::PtzClient socket;
     SequenceCheck line;
-    uint64_t counted = 0;
     bool is_served = false;  // the daemon has read from it
     bool is_leaving = false;
   };
