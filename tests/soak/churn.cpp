@@ -99,7 +99,7 @@ void Session::LeaveAndReturn() {
   const int client = traffic_.Roll(0, kClients - 1);
   traffic_.Shutdown(client);
   const bool has_left = Await([&] { return traffic_.HasLeft(client); }, Patience());
-  if (!has_left) report_.Violation("client that closed its side", "the end", "none");
+  if (!has_left) report_.Violation("client that closed its side", "the end", watches_.Doing());
   traffic_.Drop(client);
   if (!Await([&] { return traffic_.IsWaySettled(client); }, Patience())) {
     report_.Violation("client that closed its side", "all of its bytes", "fewer");

@@ -201,7 +201,7 @@ void Session::Stop(End end) {
   const int status = end == End::kKill ? -SIGKILL : 0;
   if (!Await([this] { return HasEnded(); }, Patience()) || *daemon_->WaitEnd() != status) {
     report_.Violation("end", "status " + std::to_string(status),
-                      HasEnded() ? std::to_string(*daemon_->WaitEnd()) : "none");
+                      HasEnded() ? std::to_string(*daemon_->WaitEnd()) : watches_.Doing());
   }
   // What was on its way is either there by now or lost.
   Await([this] { return traffic_.Connected() == 0 && traffic_.IsQuiet(milliseconds(50)); },

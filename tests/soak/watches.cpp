@@ -96,6 +96,14 @@ void Watches::EndIdle() {
   }
 }
 
+std::string Watches::Doing() const {
+  const std::string path = "/proc/" + std::to_string(pid_);
+  const std::string stat = sim::ReadTextFile(path + "/stat");
+  const size_t state = stat.rfind(')') + 2;
+  return "state " + stat.substr(std::min(state, stat.size()), 1) + " in " +
+         sim::ReadTextFile(path + "/wchan") + ", call " + sim::ReadTextFile(path + "/syscall");
+}
+
 void Watches::CheckLeftovers() {
   if (!sim::WaitUntil([] { return AnyOtherProcess().empty(); })) {
     report_->Violation("processes left", "none", AnyOtherProcess());

@@ -3,6 +3,8 @@
 
 #include <sys/types.h>
 
+#include <string>
+
 #include "sim/wait.h"
 #include "tests/soak/report.h"
 
@@ -31,6 +33,9 @@ class Watches {
   // Checks the processor time of an idle while.
   void BeginIdle();
   void EndIdle();
+
+  // What the daemon is doing, for one that hangs: its state, and the call that it waits in.
+  std::string Doing() const;
 
   // Checks that the daemon has left no process, lock or taken semaphore.
   void CheckLeftovers();
