@@ -119,10 +119,10 @@ Bytes Nonsense(std::mt19937* random, size_t size) {
 
 const std::vector<Mode>& Modes() {
   static const std::vector<Mode> kModes = {
-      {"relay", "QB-620", true, kPelcoSync, 7},
-      {"sd", "QB-210", true, kPelcoSync, 7},
-      {"hd", "QB-310", true, kHdSync, 10},
-      {"lens", "QB-420", false, kLensSync, 6},
+      {"relay", "QB-620", true, kPelcoSync, 7, 0},
+      {"sd", "QB-210", true, kPelcoSync, 7, 7},
+      {"hd", "QB-310", true, kHdSync, 10, 0},
+      {"lens", "QB-420", false, kLensSync, 6, 0},
   };
   return kModes;
 }

@@ -18,6 +18,7 @@ struct Mode {
   bool feeds;          // bytes from the line go to clients and datagrams, frames are foretold
   uint8_t frame_sync;  // first byte of every frame to the line
   size_t frame_size;
+  size_t start_bytes;  // of an answer to the start's question, which goes out as a datagram
 };
 
 const std::vector<Mode>& Modes();

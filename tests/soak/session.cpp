@@ -122,7 +122,12 @@ void Session::Start() {
   // What a module answers to the start's questions goes out as datagrams.
   constexpr milliseconds kQuiet{300};
   const auto serving = Clock::now();
-  Await([&] { return Clock::now() - serving >= kQuiet && traffic_.IsQuiet(kQuiet); }, Patience());
+  Await(
+      [&] {
+        return traffic_.HasStarted() && Clock::now() - serving >= kQuiet &&
+               traffic_.IsQuiet(kQuiet);
+      },
+      Patience());
   traffic_.SetStarting(false);
 }
 

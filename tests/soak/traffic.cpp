@@ -226,8 +226,11 @@ void Traffic::TakeData() {
   ssize_t length = 0;
   while ((length = recv(data_port_.Fd(), datagram.data(), datagram.size(), MSG_DONTWAIT)) >= 0) {
     last_data_ = Clock::now();
-    if (is_starting_) continue;
     const auto bytes = sim::DecodeSerialData({datagram.data(), static_cast<size_t>(length)});
+    if (is_starting_) {
+      start_bytes_ += bytes.has_value() ? bytes->size() : 0;
+      continue;
+    }
     if (!bytes.has_value()) {
       report_->Violation("datagram", "serial data",
                          Number(static_cast<uint64_t>(length)) + " bytes");

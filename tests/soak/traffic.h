@@ -48,7 +48,12 @@ class Traffic {
   // Ten times as much from the line.
   void SetBurst(bool is_burst) { is_burst_ = is_burst; }
   // What the daemon sends of its own at its start is let through, and no more.
-  void SetStarting(bool is_starting) { is_starting_ = is_starting; }
+  void SetStarting(bool is_starting) {
+    is_starting_ = is_starting;
+    start_bytes_ = 0;
+  }
+  // Whether all of that has come.
+  bool HasStarted() const { return start_bytes_ >= mode_.start_bytes; }
 
   // Whether everything that was sent has come out.
   bool IsSettled() const;
@@ -145,6 +150,7 @@ class Traffic {
   bool is_flowing_ = false;
   bool is_burst_ = false;
   bool is_starting_ = false;
+  size_t start_bytes_ = 0;  // in datagrams since the start
 };
 
 }  // namespace soak
