@@ -10,6 +10,7 @@
 #include "tools/lens_fit.h"
 #include "tools/lens_plot.h"
 #include "tools/lens_report.h"
+#include "tools/lens_trace.h"
 #include "tools/usage.h"
 
 namespace tools {
