@@ -70,8 +70,7 @@ void PrintDump(Bytes bytes, size_t offset) {
   constexpr int kRowWidth = 3 * kRow - 1;
   while (!bytes.empty()) {
     const Bytes row = bytes.first(std::min(bytes.size(), kRow));
-    printf("  %08zx  %-*s  |%s|\n", offset, kRowWidth, Hex(row).c_str(),
-           PlainText(row).c_str());
+    printf("  %08zx  %-*s  |%s|\n", offset, kRowWidth, Hex(row).c_str(), PlainText(row).c_str());
     offset += row.size();
     bytes = bytes.subspan(row.size());
   }
