@@ -47,6 +47,7 @@ TEST_F(ModuleSd, ControlCodesByteForByte) {
       {"zoom stop", 0x2002, 9, 0, {kStop}},
       {"focus is not known", 0x2001, 1, 1, {}},
       {"nor is this", 0x2003, 1, 1, {}},
+      {"nor a setting", 0x1093, 1, 1, {}},
       {"nor a preset", 0x1020, 1, 1, {}},
   };
   for (const auto& row : rows) {
