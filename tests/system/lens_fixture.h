@@ -128,11 +128,7 @@ class LensTest : public DeviceTest {
   }
 
   size_t CountInOutput(const std::string& text) const {
-    const std::string output = daemon->Output();
-    size_t count = 0;
-    for (size_t at = 0; (at = output.find(text, at)) != std::string::npos; at += text.size())
-      ++count;
-    return count;
+    return sim::CountOf(text, daemon->Output());
   }
 
   // Waits for the `count`-th time that the daemon prints `text`.

@@ -25,13 +25,7 @@ class RelayBytes : public DeviceTest {
  protected:
   // Waits until the daemon has let in so many clients: only then do serial bytes reach them.
   bool AwaitConnects(size_t count) {
-    return sim::WaitUntil([&] {
-      const std::string log = daemon->Errors();
-      size_t found = 0;
-      for (size_t at = 0; (at = log.find("CONNECT[", at)) != std::string::npos; ++at)
-        ++found;
-      return found >= count;
-    });
+    return sim::WaitUntil([&] { return sim::CountOf("CONNECT[", daemon->Errors()) >= count; });
   }
 
   // Bytes that arrive at the daemon in one piece: it is held still meanwhile.

@@ -100,6 +100,8 @@ TEST_F(Process, ListNamesProcessesByTheStartOfTheirCommandLine) {
       {"line of 31 with its end", name_ + "\r" + std::string(29 - name_.size(), 'x') + "\n", true},
       {"line of 32 with its end", name_ + "\r" + std::string(30 - name_.size(), 'x') + "\n", false},
       {"line of 40", name_ + "\r" + padding.substr(name_.size() + 1), false},
+      {"bytes that are no text", std::string("\xFF\0/x\n\0\n", 7) + name_ + std::string(1, '\0'),
+       true},
       {"end of a long line", std::string(255, 'x') + name_ + "\n", false},
       {"sixteenth name", others + name_ + "\n", true},
       {"seventeenth name", others + "/rs232t/other\n" + name_ + "\n", false},
