@@ -217,18 +217,4 @@ TEST_F(LensCodes, SearchWaitsForDaemonMode) {
   EXPECT_EQ(SavedPositions(), RealPositions());
 }
 
-TEST_F(LensCodes, DatagramsAndClientsReachTheLine) {
-  StartLens({.zoom = 0, .focus = 200});
-  sim::PtzClient client(config.ptz_port);
-  const sim::Bytes frame = {0xA5, 0x40, 0x0B, 0x00, 0x04, 0xF4};
-  client.Send(frame);
-  ASSERT_TRUE(sim::WaitUntil([&] { return TakeFrames() == Lines{sim::Hex(frame)}; }));
-  const uint8_t short_datagram = 1;
-  SendUdp({&short_datagram, 1});
-  rig->With([](sim::LensMicom& micom, sim::CameraDaemon&) { micom.RequestLensModel(); });
-  EXPECT_EQ(sim::Hex(client.Receive(6)), "A5 40 30 00 00 15");
-  SendUdp(sim::DaemonDatagram(RS232_UDP_STOP));
-  ExpectEnd(0);
-}
-
 }  // namespace

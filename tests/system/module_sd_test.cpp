@@ -156,16 +156,6 @@ TEST_F(ModuleSd, DrivesAModule) {
   }
 }
 
-TEST_F(ModuleSd, RawBytesPassBothWays) {
-  StartSilent();
-  sim::PtzClient client(config.ptz_port);
-  client.Send(Bytes{0x01, 0x02});
-  EXPECT_EQ(Line(2), "01 02");
-  line.Send(Bytes{0x03, 0x04});
-  EXPECT_EQ(sim::Hex(client.Receive(2)), "03 04");
-  ExpectLineQuiet();
-}
-
 TEST_F(ModuleSd, FullDiskCostsTheFileOnly) {
   sim::UdpPeer data(SERIAL_DATA_PORT);
   StartSilent();

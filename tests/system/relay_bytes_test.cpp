@@ -76,14 +76,6 @@ TEST_F(RelayBytes, LongDatagramIsCutAtTheBuffer) {
   ExpectLineQuiet();
 }
 
-TEST_F(RelayBytes, ClientBytesReachTheLine) {
-  Start();
-  PtzClient client(config.ptz_port);
-  const Bytes bytes = Numbered(1000);
-  client.Send(bytes);
-  EXPECT_EQ(line.Receive(bytes.size()), bytes);
-}
-
 // A client may be faster than the line: what the line has no room for waits with the client.
 TEST_F(RelayBytes, LineThatIsBehindLosesNoClientByte) {
   Start();
