@@ -102,8 +102,10 @@ TEST_F(StartStop, PtzPortThatCannotBeListenedOn) {
   ASSERT_TRUE(sim::WaitUntil([&] {
     return daemon->Errors().find("PTZ TCP CONNECTION ERR [-1]\n") != std::string::npos;
   })) << daemon->Errors();
-  EXPECT_NE(daemon->Errors().find("[ZSK_BindTCPSocketEx] error while bind tcp socket : "),
-            std::string::npos);
+  EXPECT_EQ(daemon->Errors(),
+            "new [ZSK_ConnectTCPSocket/connect] Error Number : 111, Error String : Connection "
+            "refused\n[ZSK_BindTCPSocketEx] error while bind tcp socket : Address already in use\n"
+            "PTZ TCP CONNECTION ERR [-1]\n");
   ExpectLineQuiet();
   EXPECT_EQ(daemon->Stop(), 0);
   close(holder);

