@@ -194,7 +194,7 @@ TEST_F(LensHostile, SilentOrLateCameraDaemonDelaysTheEndByOneQuestion) {
     SCOPED_TRACE(late.count());
     InstallLens(sim::PositionsText(0, 200), "IMX123", "true");
     AttachLens({.zoom = 0, .focus = 200});
-    rig->With([&](const sim::LensMicom&, sim::CameraDaemon& camera) {
+    WithCamera([&](sim::CameraDaemon& camera) {
       camera.traits.silent = late == milliseconds(0);
       camera.traits.answer_after = late;
     });
@@ -202,9 +202,8 @@ TEST_F(LensHostile, SilentOrLateCameraDaemonDelaysTheEndByOneQuestion) {
     AwaitLoop();
     Control(CAMERA_CODE_FOCUS_SEARCH);
     const auto measured = [&] {
-      return rig->With([](const sim::LensMicom&, sim::CameraDaemon& camera) {
-        return camera.TakeFocusReadings().size();
-      });
+      return WithCamera(
+          [](sim::CameraDaemon& camera) { return camera.TakeFocusReadings().size(); });
     };
     size_t count = 0;
     ASSERT_TRUE(sim::WaitUntil([&] { return (count += measured()) >= 2; }, milliseconds(9000)));

@@ -22,7 +22,7 @@ class LensTruth : public LensTest {
   }
 
   void Place(const Positions& positions) {
-    rig->With([&](sim::LensMicom& micom, sim::CameraDaemon&) {
+    WithMicom([&](sim::LensMicom& micom) {
       micom.Place({.zoom = positions.zoom, .focus = positions.focus, .iris = 40});
     });
   }
@@ -210,9 +210,8 @@ TEST_P(LensRandom, LensIsWhereTheDaemonSaysItIs) {
     ASSERT_TRUE(Drain());
     ExpectSavedTruth();
   }
-  const long slipped = rig->With([](const sim::LensMicom& micom, const sim::CameraDaemon&) {
-    return micom.Zoom().Slipped() + micom.Focus().Slipped();
-  });
+  const long slipped = WithMicom(
+      [](const sim::LensMicom& micom) { return micom.Zoom().Slipped() + micom.Focus().Slipped(); });
   EXPECT_EQ(slipped, 0);
   EXPECT_EQ(daemon->Stop(), 0);
 }

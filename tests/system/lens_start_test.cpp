@@ -55,7 +55,7 @@ TEST_F(LensStart, FramesAndLinesInOrder) {
 TEST_F(LensStart, SilentMicomIsPassedOver) {
   InstallLens("zoom_position=-1\nfocus_position=7\n");
   AttachLens({});
-  rig->With([](sim::LensMicom& micom, sim::CameraDaemon&) { micom.traits.silent = true; });
+  WithMicom([](sim::LensMicom& micom) { micom.traits.silent = true; });
   Launch();
   AwaitLoop();
   const std::string output = daemon->Output();
@@ -69,7 +69,7 @@ TEST_F(LensStart, SilentMicomIsPassedOver) {
 
 TEST_F(LensStart, MicomRequests) {
   StartLens({.zoom = 0, .focus = 200}, "IMX178");
-  rig->With([](sim::LensMicom& micom, sim::CameraDaemon&) { micom.RequestLensModel(); });
+  WithMicom([](sim::LensMicom& micom) { micom.RequestLensModel(); });
   ASSERT_TRUE(
       WaitOutput("RX parsed: A5,40,30,00,00,15, ==> [I2M_ADDR_MFZ_MODEL]   0x00, 0x00\n"
                  "...sensor_type=SENSOR_IMX178, mfz_model=MFZ_VARIO3610\n"))
@@ -88,11 +88,10 @@ TEST_F(LensStart, MicomRequests) {
   EXPECT_EQ(TakeFrames(), Lines{});
   Control(CAMERA_CODE_AF_MODE, 2);
   ASSERT_TRUE(sim::WaitUntil([&] {
-    return rig->With([](const sim::LensMicom& micom, const sim::CameraDaemon&) {
-      return micom.Register(I2M_ADDR_FOCUS_VALUE) == 0x1234;
-    });
+    return WithMicom(
+        [](const sim::LensMicom& micom) { return micom.Register(I2M_ADDR_FOCUS_VALUE) == 0x1234; });
   }));
-  rig->With([](sim::LensMicom& micom, sim::CameraDaemon&) { micom.RequestFocusValues(false); });
+  WithMicom([](sim::LensMicom& micom) { micom.RequestFocusValues(false); });
   ASSERT_TRUE(WaitOutput("A5,40,22,00,00,07, ==> [UNDEFINED CMD:0x22]   0x00, 0x00\n"));
   ASSERT_TRUE(Sync());
   const Lines streamed = TakeFrames();
@@ -103,7 +102,7 @@ TEST_F(LensStart, MicomRequests) {
   EXPECT_EQ(TakeFrames(), Lines{});
 
   // A zoom command ends the stream as well.
-  rig->With([](sim::LensMicom& micom, sim::CameraDaemon&) { micom.RequestFocusValues(true); });
+  WithMicom([](sim::LensMicom& micom) { micom.RequestFocusValues(true); });
   ASSERT_TRUE(WaitOutput("A5,40,22,00,01,08", 2));
   Zoom(1);
   Zoom(0);
