@@ -32,17 +32,19 @@ bool HasRoom(const LineSource& line) {
   return line.fd < 0 || poll(&room, 1, 0) != 0;
 }
 
-void ServePtzClients(ModePass* self, std::span<const pollfd, CPTZSVR_SOURCES> sources) {
-  self->clients_held = false;
+// Returns true when the line got bytes, which takes as long as it takes them.
+bool ServePtzClients(ModePass* self, std::span<const pollfd, CPTZSVR_SOURCES> sources) {
   CPTZSVR* server = self->context->ptz_server;
-  if (server == nullptr) return;
+  if (server == nullptr) return false;
   CPTZSVR_SendQueued(server, sources);
-  if (std::none_of(sources.begin(), sources.end(), IsReady)) return;
+  const bool is_ready = std::any_of(sources.begin(), sources.end(), IsReady);
+  if (!is_ready && !self->clients_held) return false;
   if (IsReady(sources[CPTZSVR_LISTENER_SOURCE])) server->Accept(server, 0);
   self->clients_held = !HasRoom(self->line);
-  if (self->clients_held) return;
+  if (self->clients_held) return false;
   const int count = server->Recv(server, self->ptz_buffer, 0);
   if (count > 0) SerialSend(self->line.fd, self->ptz_buffer, count);
+  return count > 0;
 }
 
 // --- Waiting -----------------------------------------------------------------------------------
@@ -129,6 +131,14 @@ void WaitForWork(ModePass* self, int64_t periodic_us, Sources* sources) {
   if (has_failed) WaitForEventsAlone(self, sources);
 }
 
+// What came while the line took a client's bytes comes before that client's next.
+void LookAtEventsAgain(ModePass* self, Sources* sources) {
+  const auto events = sources->Events();
+  if (poll(events.data(), events.size(), 0) >= 0) {
+    CFDEVENT_SetReady(self->context->events, events);
+  }
+}
+
 bool IsSet(const ModePass* self, int fd) {
   CFDEVENT* events = self->context->events;
   return fd >= 0 && events->IsSet(events, fd) == 0;
@@ -206,7 +216,7 @@ int RunOnce(ModePass* self) {
   LineSourceServe(&self->line);
   Sources sources;
   WaitForWork(self, periodic_us, &sources);
-  ServePtzClients(self, sources.Ptz());
+  if (ServePtzClients(self, sources.Ptz())) LookAtEventsAgain(self, &sources);
   CICOMM* channel = self->context->command;
   if (IsSet(self, self->context->udp_socket)) ServeUdp(self);
   if (IsSet(self, channel->GetSocket(channel))) ServeCommand(self);
