@@ -35,30 +35,10 @@ const Seat kOnlySeat = {.serial_path = "/dev/ttyS1", .port = 4001};
 
 namespace {
 
-constexpr Plan kOrdinary = {.rounds = 5,
-                            .probes = 200,
-                            .bulk_share = 1,
-                            .line_seconds = 5,
-                            .stop_seconds = 15,
-                            .idle_seconds = 5,
-                            .searches = 40,
-                            .lens_idle_seconds = 5};
-constexpr Plan kLong = {.rounds = 9,
-                        .probes = 1000,
-                        .bulk_share = 4,
-                        .line_seconds = 20,
-                        .stop_seconds = 60,
-                        .idle_seconds = 10,
-                        .searches = 200,
-                        .lens_idle_seconds = 10};
-constexpr Plan kQuick = {.rounds = 1,
-                         .probes = 20,
-                         .bulk_share = 0.05,
-                         .line_seconds = 0.2,
-                         .stop_seconds = 0.3,
-                         .idle_seconds = 0.3,
-                         .searches = 0,
-                         .lens_idle_seconds = 0};
+// rounds, probes, bulk_share, line_seconds, stop_seconds, idle_seconds, searches, lens_idle_seconds
+constexpr Plan kOrdinary = {5, 200, 1, 5, 15, 5, 40, 5};
+constexpr Plan kLong = {9, 1000, 4, 20, 60, 10, 200, 10};
+constexpr Plan kQuick = {1, 20, 0.05, 0.2, 0.3, 0.3, 0, 0};
 
 struct Options {
   bool quick = false;

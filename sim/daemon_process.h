@@ -59,4 +59,12 @@ class DaemonProcess {
 // "udp", or "tcp" for listeners.
 bool IsPortBound(const std::string& table, int port);
 
+// How often `part` stands in what a process printed.
+inline size_t CountOf(const std::string& part, const std::string& text) {
+  size_t count = 0;
+  for (size_t at = 0; (at = text.find(part, at)) != std::string::npos; at += part.size())
+    ++count;
+  return count;
+}
+
 }  // namespace sim

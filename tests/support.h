@@ -1,5 +1,5 @@
 // What the tests of several objects need: captured streams, stopwatches, sockets from outside,
-// the limits of the process.
+// the limits of the process, a file.
 #pragma once
 
 #include <arpa/inet.h>
@@ -9,6 +9,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <ctime>
 #include <filesystem>
 #include <string>
@@ -84,6 +85,20 @@ inline int Option(int fd, int level, int option) {
   EXPECT_EQ(getsockopt(fd, level, option, &value, &length), 0);
   return value;
 }
+
+// An empty file of its own, gone with the object.
+class TempFile {
+ public:
+  TempFile() { close(mkstemp(path_)); }
+  ~TempFile() { unlink(path_); }
+  TempFile(const TempFile&) = delete;
+  TempFile& operator=(const TempFile&) = delete;
+  const char* Path() const { return path_; }
+  void Write(const std::string& text) const { sim::WriteTextFile(path_, text); }
+
+ private:
+  char path_[32] = "/tmp/rs232_test.XXXXXX";
+};
 
 // The local address of a socket, "ADDRESS PORT".
 inline std::string LocalAddress(int fd) {

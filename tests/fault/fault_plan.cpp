@@ -273,11 +273,4 @@ bool MayEndLater(const Point& point, int status) {
          });
 }
 
-std::vector<std::string> KnownCalls() {
-  std::vector<std::string> calls;
-  for (const CallRow& row : Errors())
-    calls.emplace_back(row.call);
-  return calls;
-}
-
 }  // namespace fault

@@ -57,7 +57,4 @@ std::optional<Reaction> ReactionTo(const Point& point);
 // may be one that it cannot do without.
 bool MayEndLater(const Point& point, int status);
 
-// The calls whose failures are known.
-std::vector<std::string> KnownCalls();
-
 }  // namespace fault

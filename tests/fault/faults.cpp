@@ -4,7 +4,6 @@
 //   faults sample MODE        a few of them
 //   faults kills [COUNT]      SIGKILL at every call of a start and of a save, then at COUNT random
 //                             moments of each (default: 500)
-//   faults calls              whether every libc function that the daemon calls is known here
 #include <linux/close_range.h>
 #include <unistd.h>
 
@@ -163,64 +162,8 @@ int RunAllKills(int count) {
                   microseconds(60'000));
 }
 
-// --- What there is to fail ---------------------------------------------------------------------
-
-// Functions that cannot fail, print for people, or only look at memory.
-constexpr std::array kHarmless = {
-    "cfgetospeed", "cfsetispeed", "cfsetospeed", "clock_gettime", "closedir", "ferror", "fileno",
-    "free", "freeaddrinfo", "gai_strerror", "gettimeofday", "inet_addr", "inet_ntop",
-    "json_object_get_string", "json_object_object_get", "json_object_put", "json_tokener_parse",
-    "localtime_r", "memcmp", "memcpy", "memmove", "memset", "pause", "printf",
-    "pthread_attr_destroy", "pthread_attr_init", "pthread_attr_setdetachstate", "pthread_sigmask",
-    "putchar", "puts", "sched_yield", "sigaddset", "sigemptyset", "sigfillset", "signal",
-    "snprintf", "strcasecmp", "strcmp", "strcspn", "strerror", "strlen", "strncmp", "strnlen",
-    "strspn", "strtol", "strtoll", "syslog", "time", "tolower", "tzset", "usleep", "vsnprintf",
-    // Not called in any mode: of the socket library's other functions.
-    "getsockopt", "if_nametoindex",
-    // The check of a descriptor for a set.
-    "fdelt"};
-
-bool IsOfRuntime(std::string_view name) {
-  return name.starts_with("__") || name.starts_with("_ITM");
-}
-
-// Without what tells that files have 64 bits, or that a buffer's size is checked.
-std::string_view PlainName(std::string_view name) {
-  constexpr std::string_view kMark = "__";
-  constexpr std::string_view kChecked = "_chk";
-  if (name.starts_with(kMark) && name.ends_with(kChecked)) {
-    name.remove_prefix(kMark.size());
-    name.remove_suffix(kChecked.size());
-  }
-  constexpr std::string_view kLarge = "64";
-  if (name.ends_with(kLarge)) name.remove_suffix(kLarge.size());
-  return name;
-}
-
-int CheckCalls() {
-  FILE* names = popen("nm -D --undefined-only " RS232D_PATH, "r");
-  if (names == nullptr) return 1;
-  const auto known = fault::KnownCalls();
-  int count = 0;
-  int unknown = 0;
-  char symbol[128];
-  while (fscanf(names, " %*1s %127s", symbol) == 1) {
-    const std::string_view whole(symbol);
-    const std::string_view name = PlainName(whole.substr(0, whole.find('@')));
-    const auto is_name = [&](const auto& other) { return name == other; };
-    ++count;
-    if (IsOfRuntime(name) || std::ranges::any_of(kHarmless, is_name)) continue;
-    if (std::ranges::any_of(known, is_name)) continue;
-    printf("%s: nobody knows how this fails\n", symbol);
-    ++unknown;
-  }
-  const bool is_read = pclose(names) == 0 && count > 0;
-  printf("%d functions, %d of them unknown\n", count, unknown);
-  return unknown + (is_read ? 0 : 1);
-}
-
 int Usage() {
-  fprintf(stderr, "usage: faults matrix [MODE...] | sample MODE | kills [COUNT] | calls\n");
+  fprintf(stderr, "usage: faults matrix [MODE...] | sample MODE | kills [COUNT]\n");
   return kUsageStatus;
 }
 
@@ -238,8 +181,6 @@ int main(int argc, char** argv) {
   } else if (arguments[0] == "kills") {
     constexpr int kKills = 500;
     failed = RunAllKills(arguments.size() > 1 ? atoi(argv[2]) : kKills);
-  } else if (arguments[0] == "calls") {
-    failed = CheckCalls();
   } else {
     return Usage();
   }

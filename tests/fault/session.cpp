@@ -256,11 +256,7 @@ void Session::RoundOfClient(const std::string& mark) {
 }
 
 size_t Session::CountInOutput(const std::string& text) const {
-  const std::string output = daemon_->Output() + daemon_->Errors();
-  size_t count = 0;
-  for (size_t at = 0; (at = output.find(text, at)) != std::string::npos; at += text.size())
-    ++count;
-  return count;
+  return sim::CountOf(text, daemon_->Output() + daemon_->Errors());
 }
 
 void Session::SendControl(const CameraControl& control) {

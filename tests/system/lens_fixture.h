@@ -93,10 +93,19 @@ class LensTest : public DeviceTest {
     return std::exchange(pending_, {});
   }
 
+  // Runs `use` on the lens, or on the camera daemon, while both are held.
+  template <typename Use>
+  auto WithMicom(Use use) {
+    return rig->With([&](sim::LensMicom& micom, sim::CameraDaemon&) { return use(micom); });
+  }
+  template <typename Use>
+  auto WithCamera(Use use) {
+    return rig->With([&](sim::LensMicom&, sim::CameraDaemon& camera) { return use(camera); });
+  }
+
   // Where the lens really is.
   sim::LensPose Pose() {
-    return rig->With(
-        [](const sim::LensMicom& micom, const sim::CameraDaemon&) { return micom.Pose(); });
+    return WithMicom([](const sim::LensMicom& micom) { return micom.Pose(); });
   }
 
   Positions RealPositions() {
@@ -106,14 +115,12 @@ class LensTest : public DeviceTest {
 
   // Steps lost by interrupted moves of zoom and focus.
   long LostSteps() {
-    return rig->With([](const sim::LensMicom& micom, const sim::CameraDaemon&) {
-      return micom.Zoom().Lost() + micom.Focus().Lost();
-    });
+    return WithMicom(
+        [](const sim::LensMicom& micom) { return micom.Zoom().Lost() + micom.Focus().Lost(); });
   }
 
   bool IsMoving() {
-    return rig->With(
-        [](const sim::LensMicom& micom, const sim::CameraDaemon&) { return micom.IsMoving(); });
+    return WithMicom([](const sim::LensMicom& micom) { return micom.IsMoving(); });
   }
 
   // What the positions file holds.
@@ -128,11 +135,7 @@ class LensTest : public DeviceTest {
   }
 
   size_t CountInOutput(const std::string& text) const {
-    const std::string output = daemon->Output();
-    size_t count = 0;
-    for (size_t at = 0; (at = output.find(text, at)) != std::string::npos; at += text.size())
-      ++count;
-    return count;
+    return sim::CountOf(text, daemon->Output());
   }
 
   // Waits for the `count`-th time that the daemon prints `text`.
@@ -162,8 +165,7 @@ class LensTest : public DeviceTest {
   }
 
   void Collect() {
-    const auto frames = rig->With(
-        [](sim::LensMicom& micom, const sim::CameraDaemon&) { return micom.TakeFrames(); });
+    const auto frames = WithMicom([](sim::LensMicom& micom) { return micom.TakeFrames(); });
     for (const sim::LensFrame& frame : frames) {
       if (frame.bytes == kMark) {
         ++marks_;

@@ -10,7 +10,7 @@ namespace {
 using sim::milliseconds;
 
 constexpr char kPressF[] = "!!! Click 'F' button to reset zoom & focus positions !!!\n";
-constexpr char kFailedSaves[] = "fail in saving zoom_position\n";
+constexpr char kSaved[] = "zoom_position=0\nfocus_position=300\n";
 
 class LensHostile : public LensTest {
  protected:
@@ -48,17 +48,13 @@ TEST_F(LensHostile, PositionsFiles) {
   } rows[] = {
       {"empty", "", kPressF},
       {"one key", "zoom_position=5\n", kPressF},
-      {"other keys", "zoom=1\nfocus=2\n[zoom_position]\n#focus_position=3\n", kPressF},
       {"overflow", "zoom_position=70000\nfocus_position=-40000\n",
        "restored posZoom=4464, posFocus=25536\n"},
-      {"too large for any number", "zoom_position=99999999999999\nfocus_position=1\n", "restored "},
       {"sixteen characters", "zoom_position=0000000000000012\nfocus_position=1\n", kPressF},
       {"fifteen characters", "zoom_position=000000000000012\nfocus_position=1\n",
        "restored posZoom=12, posFocus=1\n"},
       {"5000 characters", "zoom_position=" + long_value + "\nfocus_position=" + long_value + "\n",
        kPressF},
-      {"5000 characters of a key", std::string(5000, 'k') + "=1\nzoom_position=1\n", kPressF},
-      {"zeros", std::string(5000, '\0'), kPressF},
       {"no digits", "zoom_position=tele\nfocus_position= \n", "restored posZoom=0, posFocus=0\n"},
   };
   for (const auto& row : rows) {
@@ -69,62 +65,50 @@ TEST_F(LensHostile, PositionsFiles) {
   }
 }
 
-TEST_F(LensHostile, PositionsFileMissing) {
-  InstallLens("");
-  std::filesystem::remove(MFZ_CONF_PATH);
-  AttachLens({});
-  Launch();
-  AwaitLoop();
-  const size_t printed = daemon->Output().size();
-  Focus(-1);
-  Focus(0);
-  ASSERT_TRUE(WaitOutput("--> saved\n"));
-  EXPECT_EQ(daemon->Output()
-                .substr(printed, 200)
-                .find("[CUTIL_SetConfValue] we can't open the file : /etc/mfz.conf\n"
-                      "fail in saving zoom_position\n"
-                      "[CUTIL_SetConfValue] we can't open the file : /etc/mfz.conf\n"
-                      "fail in saving focus_position\n"),
-            0U)
-      << daemon->Output();
-  EXPECT_FALSE(std::filesystem::exists(MFZ_CONF_PATH));
-  ExpectPromptStop(milliseconds(2000));
-}
-
-TEST_F(LensHostile, TemporaryFileLeftBehind) {
-  StartWith("zoom_position=0\nfocus_position=300\n");
-  sim::WriteTextFile("/etc/temp.conf", "half a li");
-  const size_t printed = daemon->Output().size();
-  DriveAndStop();
-  EXPECT_EQ(daemon->Output()
-                .substr(printed, 200)
-                .find("[CUTIL_SetConfValue] temp.conf is already used ...\n"
-                      "fail in saving zoom_position\n"
-                      "[CUTIL_SetConfValue] temp.conf is already used ...\n"
-                      "fail in saving focus_position\n"
-                      "zoom=   0, focus= 30"),
-            0U)
-      << daemon->Output();
-  EXPECT_EQ(sim::ReadTextFile(MFZ_CONF_PATH), "zoom_position=0\nfocus_position=300\n");
-  EXPECT_EQ(sim::ReadTextFile("/etc/temp.conf"), "half a li");
-  std::filesystem::remove("/etc/temp.conf");
-  DriveAndStop();
-  EXPECT_NE(SavedPositions().focus, 300);
-  ExpectPromptStop(milliseconds(2000));
-}
-
-TEST_F(LensHostile, ReadOnlyFileSystem) {
-  StartWith("zoom_position=0\nfocus_position=300\n");
-  ASSERT_EQ(mount("/etc", "/etc", nullptr, MS_BIND, nullptr), 0);
-  ASSERT_EQ(mount(nullptr, "/etc", nullptr, MS_BIND | MS_REMOUNT | MS_RDONLY, nullptr), 0);
-  DriveAndStop();
-  EXPECT_EQ(CountInOutput(kFailedSaves), 1U) << daemon->Output();
-  EXPECT_EQ(CountInOutput("[CUTIL_SetConfValue] we can't open the file : /etc/temp.conf\n"), 2U);
-  EXPECT_EQ(sim::ReadTextFile(MFZ_CONF_PATH), "zoom_position=0\nfocus_position=300\n");
-  ASSERT_EQ(umount("/etc"), 0);
-  DriveAndStop();
-  EXPECT_EQ(CountInOutput(kFailedSaves), 1U);
-  ExpectPromptStop(milliseconds(2000));
+// Each save says what is wrong, goes on, and leaves what is there; what can be mended is well
+// again.
+TEST_F(LensHostile, SavesThatCannotBe) {
+  const struct {
+    void (*spoil)();
+    void (*mend)();
+    std::string said;
+    bool is_kept;  // the old file
+  } rows[] = {
+      {[] { std::filesystem::remove(MFZ_CONF_PATH); },
+       [] { sim::WriteTextFile(MFZ_CONF_PATH, kSaved); },
+       "we can't open the file : /etc/mfz.conf\n", false},
+      {[] { sim::WriteTextFile("/etc/temp.conf", "half a li"); },
+       [] {
+         EXPECT_EQ(sim::ReadTextFile("/etc/temp.conf"), "half a li");
+         std::filesystem::remove("/etc/temp.conf");
+       },
+       "temp.conf is already used ...\n", true},
+      {[] {
+         ASSERT_EQ(mount("/etc", "/etc", nullptr, MS_BIND, nullptr), 0);
+         ASSERT_EQ(mount(nullptr, "/etc", nullptr, MS_BIND | MS_REMOUNT | MS_RDONLY, nullptr), 0);
+       },
+       [] { ASSERT_EQ(umount("/etc"), 0); }, "we can't open the file : /etc/temp.conf\n", true},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.said);
+    StartWith(kSaved);
+    row.spoil();
+    const size_t printed = daemon->Output().size();
+    DriveAndStop();
+    EXPECT_EQ(daemon->Output()
+                  .substr(printed, 400)
+                  .find("[CUTIL_SetConfValue] " + row.said + "fail in saving zoom_position\n" +
+                        "[CUTIL_SetConfValue] " + row.said + "fail in saving focus_position\n" +
+                        "zoom=   0, focus= 30"),
+              0U)
+        << daemon->Output();
+    EXPECT_EQ(std::filesystem::exists(MFZ_CONF_PATH), row.is_kept);
+    EXPECT_TRUE(!row.is_kept || sim::ReadTextFile(MFZ_CONF_PATH) == kSaved);
+    row.mend();
+    DriveAndStop();
+    EXPECT_NE(SavedPositions().focus, 300);
+    ExpectPromptStop(milliseconds(2000));
+  }
 }
 
 // --- The tuning file ---------------------------------------------------------------------------
@@ -159,16 +143,17 @@ TEST_F(LensHostile, TuningFiles) {
     ASSERT_TRUE(WaitOutput(off, ++asked)) << daemon->Output();
   }
   // Larger than any tuning file, a directory, and nothing at all.
+  const auto expect_off = [&] {
+    Control(CAMERA_CODE_AF_MODE, 3);
+    EXPECT_TRUE(WaitOutput(off, ++asked, milliseconds(2000)));
+  };
   std::filesystem::resize_file(path, uintmax_t{1} << 36);
-  Control(CAMERA_CODE_AF_MODE, 3);
-  EXPECT_TRUE(WaitOutput(off, ++asked, milliseconds(2000)));
+  expect_off();
   std::filesystem::remove(path);
   std::filesystem::create_directory(path);
-  Control(CAMERA_CODE_AF_MODE, 3);
-  EXPECT_TRUE(WaitOutput(off, ++asked, milliseconds(2000)));
+  expect_off();
   std::filesystem::remove(path);
-  Control(CAMERA_CODE_AF_MODE, 3);
-  EXPECT_TRUE(WaitOutput(off, ++asked, milliseconds(2000)));
+  expect_off();
   ExpectPromptStop(milliseconds(4000));
 }
 
@@ -209,7 +194,7 @@ TEST_F(LensHostile, SilentOrLateCameraDaemonDelaysTheEndByOneQuestion) {
     SCOPED_TRACE(late.count());
     InstallLens(sim::PositionsText(0, 200), "IMX123", "true");
     AttachLens({.zoom = 0, .focus = 200});
-    rig->With([&](const sim::LensMicom&, sim::CameraDaemon& camera) {
+    WithCamera([&](sim::CameraDaemon& camera) {
       camera.traits.silent = late == milliseconds(0);
       camera.traits.answer_after = late;
     });
@@ -217,9 +202,8 @@ TEST_F(LensHostile, SilentOrLateCameraDaemonDelaysTheEndByOneQuestion) {
     AwaitLoop();
     Control(CAMERA_CODE_FOCUS_SEARCH);
     const auto measured = [&] {
-      return rig->With([](const sim::LensMicom&, sim::CameraDaemon& camera) {
-        return camera.TakeFocusReadings().size();
-      });
+      return WithCamera(
+          [](sim::CameraDaemon& camera) { return camera.TakeFocusReadings().size(); });
     };
     size_t count = 0;
     ASSERT_TRUE(sim::WaitUntil([&] { return (count += measured()) >= 2; }, milliseconds(9000)));

@@ -23,33 +23,27 @@ class LensIris : public LensTest {
 
   // Has the camera daemon answer with `count` of these next.
   void Script(int count, int32_t level, int32_t deviation) {
-    rig->With([&](const sim::LensMicom&, sim::CameraDaemon& camera) {
+    WithCamera([&](sim::CameraDaemon& camera) {
       for (int i = 0; i < count; ++i)
         camera.scripted_exposures.push_back({.level = level, .deviation = deviation});
     });
   }
 
   size_t Scripted() {
-    return rig->With([](const sim::LensMicom&, const sim::CameraDaemon& camera) {
-      return camera.scripted_exposures.size();
-    });
+    return WithCamera(
+        [](const sim::CameraDaemon& camera) { return camera.scripted_exposures.size(); });
   }
 
   std::vector<sim::ExposureOrder> Orders() {
-    return rig->With([](const sim::LensMicom&, sim::CameraDaemon& camera) {
-      return camera.TakeExposureOrders();
-    });
+    return WithCamera([](sim::CameraDaemon& camera) { return camera.TakeExposureOrders(); });
   }
 
   std::vector<sim::ExposureReading> Readings() {
-    return rig->With([](const sim::LensMicom&, sim::CameraDaemon& camera) {
-      return camera.TakeExposureReadings();
-    });
+    return WithCamera([](sim::CameraDaemon& camera) { return camera.TakeExposureReadings(); });
   }
 
   void Light(double light) {
-    rig->With(
-        [&](const sim::LensMicom&, sim::CameraDaemon& camera) { camera.scene.light = light; });
+    WithCamera([&](sim::CameraDaemon& camera) { camera.scene.light = light; });
   }
 
   // Waits until the iris has been at rest for `count` answers in a row, and expects the picture
@@ -130,10 +124,7 @@ TEST_F(LensIris, AutomaticThroughEveryState) {
   // A tenth of a second a step; the bench may see the first one late.
   EXPECT_GE(readings.back().time - readings.front().time,
             milliseconds(100) * (readings.size() - 2));
-  EXPECT_EQ(rig->With([](const sim::LensMicom& micom, const sim::CameraDaemon&) {
-    return micom.Iris().Lost();
-  }),
-            0);
+  EXPECT_EQ(WithMicom([](const sim::LensMicom& micom) { return micom.Iris().Lost(); }), 0);
 }
 
 TEST_F(LensIris, ManualOpensOnceForEachRequest) {

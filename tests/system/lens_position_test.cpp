@@ -22,7 +22,7 @@ class LensTruth : public LensTest {
   }
 
   void Place(const Positions& positions) {
-    rig->With([&](sim::LensMicom& micom, sim::CameraDaemon&) {
+    WithMicom([&](sim::LensMicom& micom) {
       micom.Place({.zoom = positions.zoom, .focus = positions.focus, .iris = 40});
     });
   }
@@ -66,7 +66,7 @@ TEST_F(LensTruth, FocusFollowsTheCurveAllTheWay) {
         },
         milliseconds(20000)));
     EXPECT_EQ(sent.focus, CurveAt(end));
-    EXPECT_GE(ticks, 14U);
+    EXPECT_EQ(ticks, value < 0 ? 270U : 14U);  // of 5 steps and of 100
     ASSERT_TRUE(sim::WaitUntil([&] { return !IsMoving(); }));
     EXPECT_EQ(RealPositions(), sent);
     // At the limit nothing more is sent.
@@ -75,6 +75,31 @@ TEST_F(LensTruth, FocusFollowsTheCurveAllTheWay) {
   }
   Zoom(0);
   ExpectSavedTruth();
+}
+
+// The sizes of value that belong to each step are tested without the lens.
+TEST_F(LensTruth, FocusGoesInTheStepsOfItsValue) {
+  StartLens({.zoom = 500, .focus = 1300});
+  for (const auto& [value, steps] : {std::pair(-127, 200), {1, -2}, {-70, 5}, {110, -50}}) {
+    SCOPED_TRACE(value);
+    TakeTimedFrames();
+    std::vector<sim::LensFrame> frames;
+    Focus(value);
+    ASSERT_TRUE(sim::WaitUntil([&] {
+      for (const sim::LensFrame& frame : TakeTimedFrames())
+        frames.push_back(frame);
+      return frames.size() >= 3;
+    }));
+    Focus(0);
+    ASSERT_TRUE(Sync());
+    for (size_t i = 0; i < 3; ++i) {
+      EXPECT_EQ(StepsOf(frames[i]), steps);
+      EXPECT_TRUE(i == 0 || frames[i].time - frames[i - 1].earliest >=
+                                std::chrono::microseconds(1959 * std::abs(steps)));
+    }
+    EXPECT_EQ(SavedPositions(), RealPositions());
+  }
+  EXPECT_EQ(LostSteps(), 0);
 }
 
 TEST_F(LensTruth, AssistFindsTheEndsFromAnywhere) {
@@ -185,9 +210,8 @@ TEST_P(LensRandom, LensIsWhereTheDaemonSaysItIs) {
     ASSERT_TRUE(Drain());
     ExpectSavedTruth();
   }
-  const long slipped = rig->With([](const sim::LensMicom& micom, const sim::CameraDaemon&) {
-    return micom.Zoom().Slipped() + micom.Focus().Slipped();
-  });
+  const long slipped = WithMicom(
+      [](const sim::LensMicom& micom) { return micom.Zoom().Slipped() + micom.Focus().Slipped(); });
   EXPECT_EQ(slipped, 0);
   EXPECT_EQ(daemon->Stop(), 0);
 }

@@ -13,7 +13,7 @@ class LensSearch : public LensTest {
   // starts the narrow one.
   void Search(int half_width, milliseconds limit = milliseconds(15000)) {
     TakeFrames();
-    rig->With([](const sim::LensMicom&, sim::CameraDaemon& camera) { camera.TakeFocusReadings(); });
+    WithCamera([](sim::CameraDaemon& camera) { camera.TakeFocusReadings(); });
     if (half_width == 100) {
       Zoom(Pose().zoom == 0 ? 1 : -1);
       Zoom(0);
@@ -24,13 +24,18 @@ class LensSearch : public LensTest {
   }
 
   std::vector<sim::FocusReading> Readings() {
-    return rig->With([](const sim::LensMicom&, sim::CameraDaemon& camera) {
-      return camera.TakeFocusReadings();
-    });
+    return WithCamera([](sim::CameraDaemon& camera) { return camera.TakeFocusReadings(); });
+  }
+
+  // With the zoom at its end.
+  void ShowPeakAt(int focus) {
+    sim::Scene scene;
+    scene.offset = focus - sim::InFocus(0);
+    Show(scene);
   }
 
   void Show(const sim::Scene& scene) {
-    rig->With([&](const sim::LensMicom&, sim::CameraDaemon& camera) { camera.scene = scene; });
+    WithCamera([&](sim::CameraDaemon& camera) { camera.scene = scene; });
   }
 
  private:
@@ -40,9 +45,7 @@ class LensSearch : public LensTest {
 // The sequence of a search with its interval in mid-range, to the step.
 TEST_F(LensSearch, MovesAndMeasuresInOrder) {
   StartLens({.zoom = 0, .focus = 230});
-  sim::Scene scene;
-  scene.offset = 250 - sim::InFocus(0);
-  Show(scene);
+  ShowPeakAt(250);
   Search(100);
   Lines expected(2, "A5 40 0D 00 32 24");                    // -50
   expected.insert(expected.end(), 20, "A5 40 0D FF F6 E7");  // +10
@@ -63,9 +66,7 @@ TEST_F(LensSearch, MovesAndMeasuresInOrder) {
 
 TEST_F(LensSearch, DescentStopsShortOfTheEnd) {
   StartLens({.zoom = 0, .focus = 70});
-  sim::Scene scene;
-  scene.offset = 60 - sim::InFocus(0);
-  Show(scene);
+  ShowPeakAt(60);
   Search(100);
   const auto readings = Readings();
   ASSERT_EQ(readings.size(), 17U);
@@ -77,9 +78,7 @@ TEST_F(LensSearch, DescentStopsShortOfTheEnd) {
 // A camera daemon that takes its time takes none of the motor's.
 TEST_F(LensSearch, SlowCameraDaemonIsWaitedForWithTheLensAtRest) {
   StartLens({.zoom = 700, .focus = 605});
-  rig->With([](const sim::LensMicom&, sim::CameraDaemon& camera) {
-    camera.traits.answer_after = milliseconds(35);
-  });
+  WithCamera([](sim::CameraDaemon& camera) { camera.traits.answer_after = milliseconds(35); });
   Search(200);
   for (const sim::FocusReading& reading : Readings())
     EXPECT_FALSE(reading.moving) << reading.pose.focus;

@@ -1,4 +1,4 @@
-// Start-up of the lens mode, its commands in both modes, and the drive, on the wire.
+// Start-up of the lens mode, its commands in both modes, on the wire.
 #include "tests/system/lens_fixture.h"
 
 namespace {
@@ -6,13 +6,6 @@ namespace {
 using sim::milliseconds;
 
 using LensStart = LensTest;
-
-// Moves of one frame's register, or 0 for another register.
-int StepsOf(const I2mFrame& frame, uint8_t address) {
-  if (frame[I2M_ADDRESS_AT] != address) return 0;
-  // Both motors of this lens count the other way round.
-  return -static_cast<int16_t>(frame[I2M_HIGH_AT] << 8 | frame[I2M_LOW_AT]);
-}
 
 // Length of the banner that begins `output`, in the form "Oct 11 2018, 10:33:53"; 0 when it begins
 // otherwise.
@@ -62,7 +55,7 @@ TEST_F(LensStart, FramesAndLinesInOrder) {
 TEST_F(LensStart, SilentMicomIsPassedOver) {
   InstallLens("zoom_position=-1\nfocus_position=7\n");
   AttachLens({});
-  rig->With([](sim::LensMicom& micom, sim::CameraDaemon&) { micom.traits.silent = true; });
+  WithMicom([](sim::LensMicom& micom) { micom.traits.silent = true; });
   Launch();
   AwaitLoop();
   const std::string output = daemon->Output();
@@ -76,7 +69,7 @@ TEST_F(LensStart, SilentMicomIsPassedOver) {
 
 TEST_F(LensStart, MicomRequests) {
   StartLens({.zoom = 0, .focus = 200}, "IMX178");
-  rig->With([](sim::LensMicom& micom, sim::CameraDaemon&) { micom.RequestLensModel(); });
+  WithMicom([](sim::LensMicom& micom) { micom.RequestLensModel(); });
   ASSERT_TRUE(
       WaitOutput("RX parsed: A5,40,30,00,00,15, ==> [I2M_ADDR_MFZ_MODEL]   0x00, 0x00\n"
                  "...sensor_type=SENSOR_IMX178, mfz_model=MFZ_VARIO3610\n"))
@@ -95,11 +88,10 @@ TEST_F(LensStart, MicomRequests) {
   EXPECT_EQ(TakeFrames(), Lines{});
   Control(CAMERA_CODE_AF_MODE, 2);
   ASSERT_TRUE(sim::WaitUntil([&] {
-    return rig->With([](const sim::LensMicom& micom, const sim::CameraDaemon&) {
-      return micom.Register(I2M_ADDR_FOCUS_VALUE) == 0x1234;
-    });
+    return WithMicom(
+        [](const sim::LensMicom& micom) { return micom.Register(I2M_ADDR_FOCUS_VALUE) == 0x1234; });
   }));
-  rig->With([](sim::LensMicom& micom, sim::CameraDaemon&) { micom.RequestFocusValues(false); });
+  WithMicom([](sim::LensMicom& micom) { micom.RequestFocusValues(false); });
   ASSERT_TRUE(WaitOutput("A5,40,22,00,00,07, ==> [UNDEFINED CMD:0x22]   0x00, 0x00\n"));
   ASSERT_TRUE(Sync());
   const Lines streamed = TakeFrames();
@@ -110,7 +102,7 @@ TEST_F(LensStart, MicomRequests) {
   EXPECT_EQ(TakeFrames(), Lines{});
 
   // A zoom command ends the stream as well.
-  rig->With([](sim::LensMicom& micom, sim::CameraDaemon&) { micom.RequestFocusValues(true); });
+  WithMicom([](sim::LensMicom& micom) { micom.RequestFocusValues(true); });
   ASSERT_TRUE(WaitOutput("A5,40,22,00,01,08", 2));
   Zoom(1);
   Zoom(0);
@@ -145,7 +137,7 @@ struct CodeRow {
   int first;
   int third;
   std::vector<std::string> frames;
-  const char* printed;
+  std::string printed;
 };
 
 constexpr char kOpenLine[] = "+PIRIS_STEP_SINGLE (open)\n";
@@ -166,8 +158,14 @@ const std::vector<CodeRow> kBothModes = {
     {"no code of this mode", 0xFFFF, 1, 1, {}, ""},
 };
 
+// What a change of the mode prints.
+std::string ModeLines(int mode) {
+  return "control.c: AF mode= " + std::to_string(mode) +
+         "\ng_antiflk_enable=0, g_sensor_supported=0\n";
+}
+
+// The tool's tests send every code.
 const std::vector<CodeRow> kMicomMode = {
-    {"focus +", 0x2001, 127, 0, {"A5 40 0A 00 01 F0"}, ""},
     {"focus + least", 0x2001, 1, -1, {"A5 40 0A 00 01 F0"}, ""},
     {"focus -", 0x2001, -128, 0, {"A5 40 0A 00 00 EF"}, ""},
     {"focus stop", 0x2001, 0, 7, {"A5 40 0A 00 02 F1"}, ""},
@@ -175,18 +173,8 @@ const std::vector<CodeRow> kMicomMode = {
     {"zoom -", 0x2002, 1, -1, {"A5 40 20 00 00 05"}, ""},
     {"zoom stop", 0x2002, 7, 0, {"A5 40 20 00 02 07"}, ""},
     {"F", 0x8012, 0, 0, {"A5 40 23 00 00 08"}, "'Z'\n"},
-    {"stay in micom mode",
-     0x8100,
-     2,
-     0,
-     {"A5 40 23 00 00 08"},
-     "control.c: AF mode= 2\ng_antiflk_enable=0, g_sensor_supported=0\n"},
-    {"stay in micom mode",
-     0x8100,
-     -3,
-     0,
-     {"A5 40 23 00 00 08"},
-     "control.c: AF mode= -3\ng_antiflk_enable=0, g_sensor_supported=0\n"},
+    {"stay in micom mode", 0x8100, 2, 0, {"A5 40 23 00 00 08"}, ModeLines(2)},
+    {"stay in micom mode", 0x8100, -3, 0, {"A5 40 23 00 00 08"}, ModeLines(-3)},
 };
 
 class LensCodes : public LensTest {
@@ -199,36 +187,20 @@ class LensCodes : public LensTest {
     EXPECT_EQ(TakeFrames(), row.frames);
     EXPECT_EQ(daemon->Output().substr(printed), row.printed);
   }
-
-  void ExpectRows(const std::vector<CodeRow>& rows) {
-    for (const CodeRow& row : rows)
-      ExpectRow(row);
-  }
 };
 
 TEST_F(LensCodes, MeanTheSameInBothModesOrJogTheMicom) {
   StartLens({.zoom = 0, .focus = 200});
-  ExpectRows({{"no micom-mode jog in daemon mode", 0x2001, 0, 0, {}, ""}});
-  for (const CodeRow& row : kBothModes) {
-    if (std::string(row.legend).find("stop while idle") != std::string::npos || row.first != 0)
-      ExpectRow(row);
-  }
-  ExpectRow({"daemon mode again",
-             0x8100,
-             3,
-             0,
-             {"A5 40 23 00 01 09"},
-             "control.c: AF mode= 3\ng_antiflk_enable=0, g_sensor_supported=0\n"});
-  ExpectRow({"micom mode",
-             0x8100,
-             2,
-             0,
-             {"A5 40 23 00 00 08"},
-             "control.c: AF mode= 2\ng_antiflk_enable=0, g_sensor_supported=0\n"});
+  ExpectRow({"no micom-mode jog in daemon mode", 0x2001, 0, 0, {}, ""});
+  for (const CodeRow& row : kBothModes)
+    ExpectRow(row);
+  ExpectRow({"daemon mode again", 0x8100, 3, 0, {"A5 40 23 00 01 09"}, ModeLines(3)});
+  ExpectRow({"micom mode", 0x8100, 2, 0, {"A5 40 23 00 00 08"}, ModeLines(2)});
   for (const CodeRow& row : kBothModes) {
     if (row.code != 0x2001 && row.code != 0x2002) ExpectRow(row);
   }
-  ExpectRows(kMicomMode);
+  for (const CodeRow& row : kMicomMode)
+    ExpectRow(row);
   EXPECT_EQ(daemon->Stop(), 0);
 }
 
@@ -242,121 +214,6 @@ TEST_F(LensCodes, SearchWaitsForDaemonMode) {
   Control(CAMERA_CODE_AF_MODE, 3);
   ASSERT_TRUE(WaitOutput("--> saved\n"));
   EXPECT_EQ(SavedPositions(), RealPositions());
-}
-
-TEST_F(LensCodes, DatagramsAndClientsReachTheLine) {
-  StartLens({.zoom = 0, .focus = 200});
-  sim::PtzClient client(config.ptz_port);
-  const sim::Bytes frame = {0xA5, 0x40, 0x0B, 0x00, 0x04, 0xF4};
-  client.Send(frame);
-  ASSERT_TRUE(sim::WaitUntil([&] { return TakeFrames() == Lines{sim::Hex(frame)}; }));
-  const uint8_t short_datagram = 1;
-  SendUdp({&short_datagram, 1});
-  rig->With([](sim::LensMicom& micom, sim::CameraDaemon&) { micom.RequestLensModel(); });
-  EXPECT_EQ(sim::Hex(client.Receive(6)), "A5 40 30 00 00 15");
-  SendUdp(sim::DaemonDatagram(RS232_UDP_STOP));
-  ExpectEnd(0);
-}
-
-// --- The drive ---------------------------------------------------------------------------------
-
-class LensDrive : public LensTest {
- protected:
-  // Collects frames until there are `count`.
-  void AwaitFrames(size_t count) {
-    ASSERT_TRUE(sim::WaitUntil([&] {
-      for (const sim::LensFrame& frame : TakeTimedFrames())
-        frames_.push_back(frame);
-      return frames_.size() >= count;
-    }));
-  }
-
-  std::vector<sim::LensFrame> frames_;
-};
-
-struct SpeedRow {
-  int first;  // sizes of the value, both ends of an index
-  int last;
-  int zoom;  // steps of a tick
-  int focus;
-};
-constexpr SpeedRow kSpeeds[] = {
-    {1, 11, 5, 2},      {12, 24, 5, 2},       {25, 37, 10, 2},      {38, 50, 10, 2},
-    {51, 62, 10, 5},    {63, 75, 10, 5},      {76, 88, 50, 10},     {89, 101, 50, 10},
-    {102, 114, 50, 50}, {115, 126, 100, 100}, {127, 128, 100, 200},
-};
-
-// Every tick of a focus drive moves by the step of the value's index and lasts as long as the
-// steps take.
-TEST_F(LensDrive, FocusStepsAtTheIndexBoundaries) {
-  StartLens({.zoom = 500, .focus = 1300});
-  int focus = 1300;
-  for (const SpeedRow& row : kSpeeds) {
-    // Up with the one end of the index, down with the other.
-    for (const int value : {-row.last, row.first}) {
-      SCOPED_TRACE(value);
-      TakeTimedFrames();
-      frames_.clear();
-      Focus(value);
-      AwaitFrames(3);
-      Focus(0);
-      ASSERT_TRUE(Sync());
-      AwaitFrames(3);
-      ASSERT_FALSE(HasFailure());
-      for (size_t i = 0; i < frames_.size(); ++i) {
-        // A drive that goes on for longer than it was watched meets the limit.
-        const int moved =
-            value > 0 ? std::max(-row.focus, -focus) : std::min(row.focus, 2600 - focus);
-        EXPECT_EQ(StepsOf(frames_[i].bytes, I2M_ADDR_FOCUS_MOVE), moved);
-        focus += moved;
-        if (i == 0) continue;
-        EXPECT_GE(frames_[i].time - frames_[i - 1].earliest,
-                  std::chrono::microseconds(1959 * std::abs(moved)));
-      }
-      EXPECT_EQ(SavedPositions(), RealPositions());
-    }
-  }
-  EXPECT_EQ(LostSteps(), 0);
-}
-
-// Every tick of a zoom drive sends one focus move and then the zoom in chunks of at most ten.
-TEST_F(LensDrive, ZoomStepsAtTheIndexBoundaries) {
-  StartLens({.zoom = 400, .focus = 340});
-  size_t saves = 0;
-  for (const SpeedRow& row : kSpeeds) {
-    for (const int value : {-row.last, row.first}) {
-      SCOPED_TRACE(value);
-      TakeTimedFrames();
-      frames_.clear();
-      const size_t chunks = static_cast<size_t>(std::max(1, row.zoom / 10));
-      Zoom(value);
-      AwaitFrames(chunks + 1);
-      Zoom(0);
-      // Ends the search that the stop starts, before its first move, by a move of its own.
-      Focus(1);
-      Focus(0);
-      saves += 2;
-      ASSERT_TRUE(WaitOutput("--> saved", saves));
-      ASSERT_TRUE(Sync());
-      AwaitFrames(chunks + 2);
-      ASSERT_FALSE(HasFailure());
-      EXPECT_EQ(StepsOf(frames_.back().bytes, I2M_ADDR_FOCUS_MOVE), -2);
-      frames_.pop_back();
-      EXPECT_EQ(frames_.size() % (chunks + 1), 0U);
-      for (size_t i = 0; i < frames_.size(); ++i) {
-        const bool is_focus = i % (chunks + 1) == 0;
-        EXPECT_EQ(frames_[i].bytes[I2M_ADDRESS_AT],
-                  is_focus ? I2M_ADDR_FOCUS_MOVE : I2M_ADDR_ZOOM_MOVE);
-        if (is_focus) continue;
-        const int chunk = std::min(row.zoom, 10);
-        EXPECT_EQ(StepsOf(frames_[i].bytes, I2M_ADDR_ZOOM_MOVE), value > 0 ? -chunk : chunk);
-        EXPECT_GE(frames_[i].time - frames_[i - 1].earliest,
-                  std::chrono::microseconds(1959 * chunk));
-      }
-      EXPECT_EQ(SavedPositions(), RealPositions());
-    }
-  }
-  EXPECT_EQ(LostSteps(), 0);
 }
 
 }  // namespace

@@ -76,6 +76,7 @@ TEST_F(ModuleHd, ControlCodesByteForByte) {
       {"focus search", 0x1202, 9, 9, "FF 41 02 00 00 00 03 00 00 45"},
       {"setting", 0x1093, 5, 9, "FF 21 02 00 00 00 05 00 00 27"},
       {"setting of a high byte", 0x1093, -2, 9, "FF 21 02 00 00 00 FE 00 00 20"},
+      {"setting 0", 0x1093, 0, 7, "FF 21 02 00 00 00 00 00 00 22"},
       {"setting without a value", 0x1093, -1, 9, ""},
       {"not known", 0x2003, 1, 1, ""},
       {"not known here", 0x1020, 1, 1, ""},

@@ -47,6 +47,7 @@ TEST_F(ModuleSd, ControlCodesByteForByte) {
       {"zoom stop", 0x2002, 9, 0, {kStop}},
       {"focus is not known", 0x2001, 1, 1, {}},
       {"nor is this", 0x2003, 1, 1, {}},
+      {"nor a setting", 0x1093, 1, 1, {}},
       {"nor a preset", 0x1020, 1, 1, {}},
   };
   for (const auto& row : rows) {
@@ -153,16 +154,6 @@ TEST_F(ModuleSd, DrivesAModule) {
     EXPECT_TRUE(server->ServeUntil([&] { return !far_end->IsMoving(); }));
     EXPECT_EQ(daemon->Stop(), 0);
   }
-}
-
-TEST_F(ModuleSd, RawBytesPassBothWays) {
-  StartSilent();
-  sim::PtzClient client(config.ptz_port);
-  client.Send(Bytes{0x01, 0x02});
-  EXPECT_EQ(Line(2), "01 02");
-  line.Send(Bytes{0x03, 0x04});
-  EXPECT_EQ(sim::Hex(client.Receive(2)), "03 04");
-  ExpectLineQuiet();
 }
 
 TEST_F(ModuleSd, FullDiskCostsTheFileOnly) {

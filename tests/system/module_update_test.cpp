@@ -132,37 +132,35 @@ TEST_F(ModuleUpdate, LineThatCannotBeOpenedAgain) {
 
 // --- Acknowledgement --------------------------------------------------------------------------
 
-TEST_F(ModuleUpdate, AcknowledgementAfterNoise) {
-  const Bytes rows[] = {
-      {0x55, 0x00, 0x12, 0xFF},
-      {0xDC, 0xDC, 0x12},  // the second DC is the other half of a pair that is none
-      {0xDC, 0x13, 0x33, 0x33},
-      Bytes(500, 0x12),
+TEST_F(ModuleUpdate, Acknowledgements) {
+  const struct {
+    const char* legend;
+    LoaderSetup setup;
+    const char* failure;  // "": none
+    int least_ms;
+    int most_ms;
+  } rows[] = {
+      {"noise", {.before_sign = {0x55, 0x00, 0x12, 0xFF}}, "", 0, 4000},
+      // the second DC is the other half of a pair that is none
+      {"pair that is none", {.before_sign = {0xDC, 0xDC, 0x12}}, "", 0, 4000},
+      {"other halves", {.before_sign = {0xDC, 0x13, 0x33, 0x33}}, "", 0, 4000},
+      {"long noise", {.before_sign = Bytes(500, 0x12)}, "", 0, 4000},
+      {"late", {.sign_delay = milliseconds(8000)}, "", 7990, 12'000},
+      {"never", {.sign = {}}, "ack not match 0000 vs DC12", 9990, 13'000},
+      {"never right", {.sign = {0xDC, 0xDC, 0x12}}, "ack not match 1200 vs DC12", 9990, 13'000},
   };
-  for (const Bytes& noise : rows) {
-    SCOPED_TRACE(sim::Hex(noise).substr(0, 20));
-    Run(300, {.before_sign = noise}, kQuickly);
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.legend);
+    const milliseconds took = Run(300, row.setup, milliseconds(14'000));
+    EXPECT_GE(took, milliseconds(row.least_ms));
+    EXPECT_LE(took, milliseconds(row.most_ms));
+    if (*row.failure != '\0') {
+      EXPECT_EQ(Output(), Said(Failed(row.failure)));
+      continue;
+    }
     ExpectStored(300);
     EXPECT_EQ(Output(), Said(kAcknowledged + Progress(300) + "end\n"));
   }
-}
-
-TEST_F(ModuleUpdate, AcknowledgementThatComesLate) {
-  Run(1, {.sign_delay = milliseconds(8000)}, milliseconds(12'000));
-  ExpectStored(1);
-  EXPECT_EQ(Output(), Said(kAcknowledged + Progress(1) + "end\n"));
-}
-
-TEST_F(ModuleUpdate, AcknowledgementThatDoesNotCome) {
-  const milliseconds took = Run(1, {.sign = {}}, milliseconds(14'000));
-  EXPECT_EQ(Output(), Said(Failed("ack not match 0000 vs DC12")));
-  EXPECT_GE(took, milliseconds(9990));
-  EXPECT_LE(took, milliseconds(13'000));
-}
-
-TEST_F(ModuleUpdate, AcknowledgementThatNeverGetsRight) {
-  Run(1, {.sign = {0xDC, 0xDC, 0x12}}, milliseconds(14'000));
-  EXPECT_EQ(Output(), Said(Failed("ack not match 1200 vs DC12")));
 }
 
 // --- Trouble that passes ----------------------------------------------------------------------

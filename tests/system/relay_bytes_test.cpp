@@ -25,13 +25,7 @@ class RelayBytes : public DeviceTest {
  protected:
   // Waits until the daemon has let in so many clients: only then do serial bytes reach them.
   bool AwaitConnects(size_t count) {
-    return sim::WaitUntil([&] {
-      const std::string log = daemon->Errors();
-      size_t found = 0;
-      for (size_t at = 0; (at = log.find("CONNECT[", at)) != std::string::npos; ++at)
-        ++found;
-      return found >= count;
-    });
+    return sim::WaitUntil([&] { return sim::CountOf("CONNECT[", daemon->Errors()) >= count; });
   }
 
   // Bytes that arrive at the daemon in one piece: it is held still meanwhile.
@@ -80,14 +74,6 @@ TEST_F(RelayBytes, LongDatagramIsCutAtTheBuffer) {
   EXPECT_EQ(taken, Bytes(taken.size(), 0x43));
   EXPECT_LE(taken.size(), static_cast<size_t>(RS232_UDP_MAX - RS232_UDP_CODE_SIZE));
   ExpectLineQuiet();
-}
-
-TEST_F(RelayBytes, ClientBytesReachTheLine) {
-  Start();
-  PtzClient client(config.ptz_port);
-  const Bytes bytes = Numbered(1000);
-  client.Send(bytes);
-  EXPECT_EQ(line.Receive(bytes.size()), bytes);
 }
 
 // A client may be faster than the line: what the line has no room for waits with the client.

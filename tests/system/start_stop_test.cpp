@@ -4,6 +4,7 @@
 #include <sys/sem.h>
 
 #include <filesystem>
+#include <functional>
 
 #include "cmmap/param_block.h"
 #include "tests/system/device_fixture.h"
@@ -24,40 +25,38 @@ class StartStop : public DeviceTest {
 
 // --- Early ends ----------------------------------------------------------------------------------
 
-TEST_F(StartStop, ParameterFileMissing) {
-  Install();
-  Remove(PARAM_BLOCK_PATH);
-  ExpectEarlyEnd(0);
-  EXPECT_EQ(daemon->Output(), "[CMMAP_Init] error open, reason(No such file or directory)\n");
-  EXPECT_EQ(daemon->Errors(), "");
-}
-
-TEST_F(StartStop, ParameterFileShort) {
-  Install();
-  std::filesystem::resize_file(PARAM_BLOCK_PATH, PARAM_BLOCK_SIZE - 1);
-  ExpectEarlyEnd(0);
-  EXPECT_EQ(daemon->Output(), "[CMMAP_Init] error open, reason(file shorter than 23972 bytes)\n");
-}
-
-TEST_F(StartStop, DeviceWithOneSerialPort) {
-  config.serial_count = 1;
-  Install();
+TEST_F(StartStop, NothingToServe) {
+  const auto serial_path = [](const char* path) {
+    return [path](sim::DeviceConfig* device) { device->serial_path = path; };
+  };
+  const struct {
+    std::function<void(sim::DeviceConfig* device)> change;  // before the files are laid out
+    void (*spoil)();                                        // afterwards
+    const char* output;
+  } rows[] = {
+      {nullptr, [] { std::filesystem::remove(PARAM_BLOCK_PATH); },
+       "[CMMAP_Init] error open, reason(No such file or directory)\n"},
+      {nullptr, [] { std::filesystem::resize_file(PARAM_BLOCK_PATH, PARAM_BLOCK_SIZE - 1); },
+       "[CMMAP_Init] error open, reason(file shorter than 23972 bytes)\n"},
+      {[](sim::DeviceConfig* device) { device->serial_count = 1; }, nullptr, ""},
+      {serial_path("/dev/ttyS9"), nullptr, ""},
+      {serial_path("/etc"), nullptr, ""},
+      {serial_path(""), nullptr, ""},
+      {serial_path("/dev/ttyS1/x"), nullptr, ""},
+      {nullptr, [] { std::filesystem::remove("/etc/capabilities.conf"); }, ""},
+  };
   const termios before = line.Settings();
-  ExpectEarlyEnd(0);
-  EXPECT_EQ(daemon->Output() + daemon->Errors(), "");
-  EXPECT_EQ(line.Settings().c_cflag, before.c_cflag);
-}
-
-TEST_F(StartStop, SerialDeviceThatCannotBeOpened) {
-  for (const char* path : {"/dev/ttyS9", "/etc", "", "/dev/ttyS1/x"}) {
-    config.serial_path = path;
+  for (const auto& row : rows) {
+    SCOPED_TRACE(&row - rows);
+    config = {};
+    if (row.change != nullptr) row.change(&config);
     Install();
+    if (row.spoil != nullptr) row.spoil();
     ExpectEarlyEnd(0);
-    EXPECT_EQ(daemon->Output() + daemon->Errors(), "") << path;
+    EXPECT_EQ(daemon->Output(), row.output);
+    EXPECT_EQ(daemon->Errors(), "");
+    EXPECT_EQ(line.Settings().c_cflag, before.c_cflag);
   }
-  Remove("/etc/capabilities.conf");
-  ExpectEarlyEnd(0);
-  EXPECT_EQ(daemon->Output() + daemon->Errors(), "");
 }
 
 TEST_F(StartStop, UdpPortTaken) {
@@ -103,8 +102,10 @@ TEST_F(StartStop, PtzPortThatCannotBeListenedOn) {
   ASSERT_TRUE(sim::WaitUntil([&] {
     return daemon->Errors().find("PTZ TCP CONNECTION ERR [-1]\n") != std::string::npos;
   })) << daemon->Errors();
-  EXPECT_NE(daemon->Errors().find("[ZSK_BindTCPSocketEx] error while bind tcp socket : "),
-            std::string::npos);
+  EXPECT_EQ(daemon->Errors(),
+            "new [ZSK_ConnectTCPSocket/connect] Error Number : 111, Error String : Connection "
+            "refused\n[ZSK_BindTCPSocketEx] error while bind tcp socket : Address already in use\n"
+            "PTZ TCP CONNECTION ERR [-1]\n");
   ExpectLineQuiet();
   EXPECT_EQ(daemon->Stop(), 0);
   close(holder);

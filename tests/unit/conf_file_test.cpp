@@ -86,18 +86,4 @@ TEST(ConfFile, ReadsAValue) {
   EXPECT_STREQ(value, "untouched");
 }
 
-TEST(ConfFile, CutsToTheCallersBuffer) {
-  sim::WriteTextFile(kPath, "a=12345\n");
-  for (size_t size = 1; size <= 6; ++size) {
-    const string expected = "12345"s.substr(0, size - 1) + '\0' + string(8 - size, '~');
-    string value(8, '~');
-    EXPECT_EQ(CUTIL_GetConfValue(kPath.c_str(), "a", value.data(), size), 0);
-    EXPECT_EQ(value, expected);
-    string token(8, '~');
-    EXPECT_STREQ(CUTIL_ParseToken(token.data(), size, "12345=1"), "1");
-    EXPECT_EQ(token, expected);
-  }
-  unlink(kPath.c_str());
-}
-
 }  // namespace

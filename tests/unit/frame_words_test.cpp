@@ -92,65 +92,59 @@ const Bytes kPayload(300, 0x5A);
 
 TEST(FrameWords, ExplainsStreamsInWhateverPieces) {
   constexpr auto kAuto = Protocol::kAuto;
-  constexpr auto kUnknown = Direction::kUnknown;
   constexpr auto kTo = Direction::kToDevice;
   constexpr auto kFrom = Direction::kFromDevice;
   const struct {
     const char* legend;
-    Protocol protocol;
-    Direction direction;
     Bytes bytes;
     string text;
+    Protocol protocol = Protocol::kAuto;
+    Direction direction = Direction::kUnknown;
   } rows[] = {
-      {"motion", kAuto, kUnknown, Hex("FF 01 00 12 13 09 2F"),
+      {"motion", Hex("FF 01 00 12 13 09 2F"),
        "0+7 pelco-d good: pan right at speed 19, tilt down at 9\n"},
-      {"extended", kAuto, kUnknown, Hex("FF 01 00 07 00 05 0D"),
-       "0+7 pelco-d good: extended: go to preset 5\n"},
-      {"unknown command", kAuto, kUnknown, Hex("FF 01 06 45 00 05 51"),
+      {"extended", Hex("FF 01 00 07 00 05 0D"), "0+7 pelco-d good: extended: go to preset 5\n"},
+      {"unknown command", Hex("FF 01 06 45 00 05 51"),
        "0+7 pelco-d good: extended: unknown command 0x45 with 5, unknown bits 0x06 in command 1\n"},
-      {"other receiver", kAuto, kUnknown, Hex("FF 02 00 04 20 00 26"),
+      {"other receiver", Hex("FF 02 00 04 20 00 26"),
        "0+7 pelco-d good: receiver 2: pan left at speed 32\n"},
-      {"stop", kAuto, kTo, Hex("FF 01 00 00 00 00 01"), "0+7 pelco-d good: stop\n"},
-      {"answers of a head", kAuto, kUnknown, Hex("FF 01 00 01 FF 01 05 06"),
+      {"stop", Hex("FF 01 00 00 00 00 01"), "0+7 pelco-d good: stop\n", kAuto, kTo},
+      {"answers of a head", Hex("FF 01 00 01 FF 01 05 06"),
        "0+4 pelco-d good: answer of the head: no alarm\n"
        "4+4 pelco-d good: answer of the head: alarms 0x05\n"},
-      {"no answer but a frame", kAuto, kUnknown, Hex("FF 01 01 02 07 00 0B"),
+      {"no answer but a frame", Hex("FF 01 01 02 07 00 0B"),
        "0+7 pelco-d good: pan right at speed 7, focus near\n"},
-      {"model query", kAuto, kUnknown, Hex("FF 01 00 00 96 69 00"),
-       "0+7 sd-module good: query: model\n"},
-      {"model reply", kAuto, kUnknown, Hex("FF 01 00 00 00 12 13"),
-       "0+7 sd-module good: reply: model 18\n"},
-      {"model 0", kAuto, kFrom, Hex("FF 01 00 00 00 00 01"),
-       "0+7 sd-module good: reply: model 0\n"},
-      {"SD module moved", Protocol::kSd, kUnknown, Hex("FF 01 00 20 00 00 21"),
-       "0+7 pelco-d good: zoom tele\n"},
-      {"HD query", kAuto, kUnknown, Hex("FF E3 01 00 00 00 00 00 00 E3"),
+      {"model query", Hex("FF 01 00 00 96 69 00"), "0+7 sd-module good: query: model\n"},
+      {"model reply", Hex("FF 01 00 00 00 12 13"), "0+7 sd-module good: reply: model 18\n"},
+      {"model 0", Hex("FF 01 00 00 00 00 01"), "0+7 sd-module good: reply: model 0\n", kAuto,
+       kFrom},
+      {"SD module moved", Hex("FF 01 00 20 00 00 21"), "0+7 pelco-d good: zoom tele\n",
+       Protocol::kSd},
+      {"HD query", Hex("FF E3 01 00 00 00 00 00 00 E3"),
        "0+10 hd-micom good: query: firmware version\n"},
-      {"HD answer", kAuto, kUnknown, Hex("FF E0 01 00 00 00 46 00 00 26"),
+      {"HD answer", Hex("FF E0 01 00 00 00 46 00 00 26"),
        "0+10 hd-micom good: answer: sensor 0x46 (Sony 2M)\n"},
-      {"HD answer of 0", kAuto, kFrom, Hex("FF 5C 01 00 00 00 00 00 00 5C"),
-       "0+10 hd-micom good: answer: resolution flag 0\n"},
-      {"like HD but for a byte", kAuto, kUnknown, Hex("FF 4B 02 01 00 00 03 00 00 50"),
-       "0+10 none noise: noise\n"},
-      {"HD by choice", Protocol::kHd, kUnknown, Hex("FF 4B 02 01 00 00 03 00 00 50"),
-       "0+10 hd-micom good: menu key: left\n"},
-      {"HD data that ends a Pelco-D frame", kAuto, kUnknown, Hex("FF 21 02 00 00 00 23 00 00 45"),
+      {"HD answer of 0", Hex("FF 5C 01 00 00 00 00 00 00 5C"),
+       "0+10 hd-micom good: answer: resolution flag 0\n", kAuto, kFrom},
+      {"like HD but for a byte", Hex("FF 4B 02 01 00 00 03 00 00 50"), "0+10 none noise: noise\n"},
+      {"HD by choice", Hex("FF 4B 02 01 00 00 03 00 00 50"), "0+10 hd-micom good: menu key: left\n",
+       Protocol::kHd},
+      {"HD data that ends a Pelco-D frame", Hex("FF 21 02 00 00 00 23 00 00 45"),
        "0+10 hd-micom good: module setting: 35\n"},
-      {"the same bytes as Pelco-D", Protocol::kPelco, kUnknown,
-       Hex("FF 21 02 00 00 00 23 00 00 45"),
-       "0+7 pelco-d good: receiver 33: unknown bits 0x02 in command 1\n7+3 none noise: noise\n"},
-      {"lens move", kAuto, kUnknown, Hex("A5 40 0C 00 78 69 A5 40 0B FF FC EB"),
+      {"the same bytes as Pelco-D", Hex("FF 21 02 00 00 00 23 00 00 45"),
+       "0+7 pelco-d good: receiver 33: unknown bits 0x02 in command 1\n7+3 none noise: noise\n",
+       Protocol::kPelco},
+      {"lens move", Hex("A5 40 0C 00 78 69 A5 40 0B FF FC EB"),
        "0+6 lens good: zoom motor: move +120 steps\n6+6 lens good: P-iris: move -4 steps "
        "(closes)\n"},
-      {"lens version", kAuto, kUnknown, Hex("A5 41 01 00 00 E7 A5 41 01 81 05 6D"),
+      {"lens version", Hex("A5 41 01 00 00 E7 A5 41 01 81 05 6D"),
        "0+6 lens good: read: version\n6+6 lens good: reply: version 1.5-s\n"},
-      {"unknown register", kAuto, kUnknown, Hex("A5 40 12 03 04 FE"),
-       "0+6 lens good: register 0x12 write 0x0304\n"},
-      {"micom's question", kAuto, kFrom, Hex("A5 40 30 00 00 15"),
-       "0+6 lens good: the micom asks for sensor and lens model\n"},
-      {"answer to it", kAuto, kTo, Hex("A5 40 30 03 02 1A"),
-       "0+6 lens good: lens model: sensor code 3, lens model code 2\n"},
-      {"firmware update", kAuto, kUnknown,
+      {"unknown register", Hex("A5 40 12 03 04 FE"), "0+6 lens good: register 0x12 write 0x0304\n"},
+      {"micom's question", Hex("A5 40 30 00 00 15"),
+       "0+6 lens good: the micom asks for sensor and lens model\n", kAuto, kFrom},
+      {"answer to it", Hex("A5 40 30 03 02 1A"),
+       "0+6 lens good: lens model: sensor code 3, lens model code 2\n", kAuto, kTo},
+      {"firmware update",
        Hex("DC 12") + Of(MicomHeaderPacket(300)) + Hex("33") +
            Of(MicomDataPacket(std::span(kPayload).first(256))) + Hex("15") +
            Of(MicomDataPacket(std::span(kPayload).first(44))) + Hex("33") +
@@ -164,29 +158,27 @@ TEST(FrameWords, ExplainsStreamsInWhateverPieces) {
        "324+1 firmware good: packet accepted\n"
        "325+7 firmware good: tail packet: the firmware's checksum is 0x3322\n"
        "332+1 firmware good: packet accepted\n"},
-      {"answer without a packet", kAuto, kUnknown, Hex("33"), "0+1 none noise: noise\n"},
-      {"answer by choice", Protocol::kFirmware, kFrom, Hex("33"),
-       "0+1 firmware good: packet accepted\n"},
-      {"noise around", kAuto, kUnknown, Hex("00 41 " + kLeft + "FF FF A5 " + kLeft + "FF"),
+      {"answer without a packet", Hex("33"), "0+1 none noise: noise\n"},
+      {"answer by choice", Hex("33"), "0+1 firmware good: packet accepted\n", Protocol::kFirmware,
+       kFrom},
+      {"noise around", Hex("00 41 " + kLeft + "FF FF A5 " + kLeft + "FF"),
        "0+2 none noise: noise\n2+7 pelco-d good: " + kLeftWords + "\n9+3 none noise: noise\n" +
            "12+7 pelco-d good: " + kLeftWords + "\n19+1 none noise: noise\n"},
-      {"Pelco-D checksum", kAuto, kUnknown, Hex("FF 01 00 04 1D 00 23 " + kLeft),
+      {"Pelco-D checksum", Hex("FF 01 00 04 1D 00 23 " + kLeft),
        "0+7 pelco-d bad-checksum: checksum wrong (0x23, should be 0x22): " + kLeftWords +
            "\n7+7 pelco-d good: " + kLeftWords + "\n"},
-      {"HD checksum", kAuto, kUnknown, Hex("FF 4B 02 00 00 00 03 00 00 4E"),
+      {"HD checksum", Hex("FF 4B 02 00 00 00 03 00 00 4E"),
        "0+10 hd-micom bad-checksum: checksum wrong (0x4E, should be 0x4F): menu key: left\n"},
-      {"lens checksum", kAuto, kUnknown, Hex("A5 41 01 02 03 09"),
+      {"lens checksum", Hex("A5 41 01 02 03 09"),
        "0+6 lens bad-checksum: checksum wrong (0x09, should be 0xEC): reply: version 2.3-m\n"},
-      {"packet checksum", kAuto, kUnknown, Hex("A0 00 01 00 00 AF 84 C2"),
+      {"packet checksum", Hex("A0 00 01 00 00 AF 84 C2"),
        "0+8 firmware bad-checksum: checksum wrong (0xC284, should be 0xC184): header packet: 256 "
        "bytes of firmware follow\n"},
-      {"end lost", kAuto, kUnknown, Hex("FF 01 00 " + kLeft + "A5 40 0C " + kLeft),
+      {"end lost", Hex("FF 01 00 " + kLeft + "A5 40 0C " + kLeft),
        "0+3 pelco-d cut-off: cut off after 3 bytes\n3+7 pelco-d good: " + kLeftWords +
            "\n10+3 lens cut-off: cut off after 3 bytes\n13+7 pelco-d good: " + kLeftWords + "\n"},
-      {"end never came", kAuto, kUnknown, Hex("FF 4B 02 00 00"),
-       "0+5 hd-micom cut-off: cut off after 5 bytes\n"},
-      {"packet longer than packets are", kAuto, kUnknown, Hex("A0 02 01 00 AE 00 00"),
-       "0+7 none noise: noise\n"},
+      {"end never came", Hex("FF 4B 02 00 00"), "0+5 hd-micom cut-off: cut off after 5 bytes\n"},
+      {"packet longer than packets are", Hex("A0 02 01 00 AE 00 00"), "0+7 none noise: noise\n"},
   };
   for (const auto& row : rows) {
     for (const size_t piece : {row.bytes.size(), size_t{1}, size_t{2}, size_t{3}, size_t{5}}) {

@@ -89,10 +89,6 @@ class Drive : public testing::Test {
     apply_lens_profile(MFZ_PROFILE_HERON);
     set_limits();
     testing::internal::GetCapturedStdout();
-    g_mfz.focus_req = DRIVE_IDLE;
-    g_mfz.zoom_req = DRIVE_IDLE;
-    g_mfz.posZoom = 0;
-    g_mfz.posFocus = 200;
   }
 
   // One tick; returns what it wrote. It takes `at_least`.
@@ -106,72 +102,100 @@ class Drive : public testing::Test {
   LensLine line_;
 };
 
-TEST_F(Drive, IdleDoesNothing) {
-  EXPECT_EQ(Tick(microseconds(0)), Lines{});
-}
+// One tick: what it writes, the microseconds that it takes at least, where the lens is then.
+struct TickRow {
+  Lines writes;
+  int64_t us;
+  int zoom;
+  int focus;
+};
 
-TEST_F(Drive, ZoomTakesTheFocusAlongAndIsSpreadOverItsTime) {
-  set_zoom_drive_step(-127);
-  g_mfz.zoom_req = DRIVE_TOWARD_MAXIMUM;
-  Lines expected = {"A5 40 0D FF F6 E7"};
-  expected.insert(expected.end(), 10, "A5 40 0C FF F6 E6");
-  EXPECT_EQ(Tick(microseconds(195'940)), expected);
-  EXPECT_EQ(g_mfz.posZoom, 100);
-  EXPECT_EQ(g_mfz.posFocus, 210);
-  EXPECT_EQ(g_mfz.zoom_req, DRIVE_TOWARD_MAXIMUM);
-}
-
-TEST_F(Drive, ZoomWaitsForALongerFocusTravel) {
-  set_zoom_drive_step(1);  // 5 steps
-  g_mfz.zoom_req = DRIVE_TOWARD_ZERO;
-  g_mfz.posZoom = 8;
-  g_mfz.posFocus = 100;
-  EXPECT_EQ(Tick(microseconds(195'930)), (Lines{"A5 40 0D FF 9C 8D", "A5 40 0C 00 05 F6"}));
-  EXPECT_EQ(g_mfz.posZoom, 3);
-  EXPECT_EQ(g_mfz.posFocus, 200);
-
-  EXPECT_EQ(Tick(microseconds(5'878)), (Lines{"A5 40 0D 00 00 F2", "A5 40 0C 00 03 F4"}));
-  EXPECT_EQ(g_mfz.posZoom, 0);
-  EXPECT_EQ(Tick(microseconds(0)), Lines{});
-}
-
-TEST_F(Drive, ZoomEndsWithTheCurve) {
-  g_mfz.zoom_req = DRIVE_TOWARD_MAXIMUM;
-  g_mfz.posZoom = 1345;
-  g_mfz.posFocus = 2245;
-  EXPECT_EQ(Tick(microseconds(39'180)), (Lines{"A5 40 0D FF EC DD", "A5 40 0C FF FB EB"}));
-  EXPECT_EQ(g_mfz.posZoom, 1350);
-  EXPECT_EQ(g_mfz.posFocus, 2265);
-  EXPECT_EQ(Tick(microseconds(0)), Lines{});
-}
-
-TEST_F(Drive, ZoomWithoutACurveLeavesTheFocusAlone) {
-  g_mfz.tracking_valid = 0;
-  set_zoom_drive_step(25);  // 10 steps
-  g_mfz.zoom_req = DRIVE_TOWARD_MAXIMUM;
-  EXPECT_EQ(Tick(microseconds(19'594)), Lines{"A5 40 0C FF F6 E6"});
-  EXPECT_EQ(g_mfz.posFocus, 200);
-}
-
-TEST_F(Drive, FocusStopsAtItsMaximum) {
-  g_mfz.focus_req = DRIVE_TOWARD_MAXIMUM;
-  g_mfz.posFocus = 2593;
-  EXPECT_EQ(Tick(microseconds(9'797)), Lines{"A5 40 0D FF FB EC"});
-  EXPECT_EQ(Tick(microseconds(3'918)), Lines{"A5 40 0D FF FE EF"});
-  EXPECT_EQ(g_mfz.posFocus, 2600);
-  EXPECT_EQ(Tick(microseconds(0)), Lines{});
-  EXPECT_EQ(g_mfz.focus_req, DRIVE_TOWARD_MAXIMUM);
-}
-
-TEST_F(Drive, FocusGoesBeforeZoom) {
-  set_zoom_drive_step(1);
-  g_mfz.focus_req = DRIVE_TOWARD_ZERO;
-  g_mfz.zoom_req = DRIVE_TOWARD_MAXIMUM;
-  // The focus key takes the focus off the curve; the zoom's tracking puts it back.
-  EXPECT_EQ(Tick(microseconds(9'797 + 9'797)),
-            (Lines{"A5 40 0D 00 05 F7", "A5 40 0D FF FB EC", "A5 40 0C FF FB EB"}));
-  EXPECT_EQ(g_mfz.posFocus, 200);
-  EXPECT_EQ(g_mfz.posZoom, 5);
+TEST_F(Drive, MovesTickByTick) {
+  constexpr uint8_t kUp = DRIVE_TOWARD_MAXIMUM;
+  constexpr uint8_t kDown = DRIVE_TOWARD_ZERO;
+  Lines spread(11, "A5 40 0C FF F6 E6");
+  spread[0] = "A5 40 0D FF F6 E7";
+  const struct {
+    const char* legend;
+    uint8_t zoom_req;
+    uint8_t focus_req;
+    int8_t zoom_value;
+    int16_t zoom;
+    int16_t focus;
+    int32_t tracking;
+    std::vector<TickRow> ticks;
+  } rows[] = {
+      {"idle", DRIVE_IDLE, DRIVE_IDLE, 1, 0, 200, 1, {{{}, 0, 0, 200}}},
+      {"zoom takes the focus along, spread over its time",
+       kUp,
+       DRIVE_IDLE,
+       -127,
+       0,
+       200,
+       1,
+       {{spread, 195'940, 100, 210}}},
+      {"zoom waits for a longer focus travel",
+       kDown,
+       DRIVE_IDLE,
+       1,
+       8,
+       100,
+       1,
+       {{{"A5 40 0D FF 9C 8D", "A5 40 0C 00 05 F6"}, 195'930, 3, 200},
+        {{"A5 40 0D 00 00 F2", "A5 40 0C 00 03 F4"}, 5'878, 0, 200},
+        {{}, 0, 0, 200}}},
+      {"zoom ends with the curve",
+       kUp,
+       DRIVE_IDLE,
+       1,
+       1345,
+       2245,
+       1,
+       {{{"A5 40 0D FF EC DD", "A5 40 0C FF FB EB"}, 39'180, 1350, 2265}, {{}, 0, 1350, 2265}}},
+      {"no curve leaves the focus alone",
+       kUp,
+       DRIVE_IDLE,
+       25,
+       0,
+       200,
+       0,
+       {{{"A5 40 0C FF F6 E6"}, 19'594, 10, 200}}},
+      {"focus stops at its maximum",
+       DRIVE_IDLE,
+       kUp,
+       1,
+       0,
+       2593,
+       1,
+       {{{"A5 40 0D FF FB EC"}, 9'797, 0, 2598},
+        {{"A5 40 0D FF FE EF"}, 3'918, 0, 2600},
+        {{}, 0, 0, 2600}}},
+      // The focus key takes the focus off the curve; the zoom's tracking puts it back.
+      {"focus goes before zoom",
+       kUp,
+       kDown,
+       1,
+       0,
+       200,
+       1,
+       {{{"A5 40 0D 00 05 F7", "A5 40 0D FF FB EC", "A5 40 0C FF FB EB"}, 2 * 9'797, 5, 200}}},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.legend);
+    set_zoom_drive_step(row.zoom_value);
+    g_mfz.zoom_req = row.zoom_req;
+    g_mfz.focus_req = row.focus_req;
+    g_mfz.posZoom = row.zoom;
+    g_mfz.posFocus = row.focus;
+    g_mfz.tracking_valid = row.tracking;
+    for (const TickRow& tick : row.ticks) {
+      EXPECT_EQ(Tick(microseconds(tick.us)), tick.writes);
+      EXPECT_EQ(g_mfz.posZoom, tick.zoom);
+      EXPECT_EQ(g_mfz.posFocus, tick.focus);
+    }
+    EXPECT_EQ(g_mfz.zoom_req, row.zoom_req);
+    EXPECT_EQ(g_mfz.focus_req, row.focus_req);
+  }
 }
 
 }  // namespace

@@ -143,36 +143,4 @@ TEST_F(LensMicomTest, BrokenFramesAreNoiseAndMoveNothing) {
   EXPECT_EQ(noise_, 7U + 1U + 2U);
 }
 
-TEST(LensOptics, IsSharpestOnTheCurveAndFallsOffToBothSides) {
-  sim::Scene scene;
-  scene.offset = 12;
-  for (const int zoom : {0, 75, 700, 1350}) {
-    const int peak = static_cast<int>(sim::InFocus(zoom)) + 12;
-    const auto at = [&](int focus) {
-      return sim::LensOptics::Sharpness(scene, {.zoom = zoom, .focus = focus, .iris = 0});
-    };
-    EXPECT_NEAR(at(peak), scene.floor + scene.height, 20);
-    for (int distance = 1; distance < 100; ++distance) {
-      EXPECT_LT(at(peak + distance + 1), at(peak + distance));
-      EXPECT_LT(at(peak - distance - 1), at(peak - distance));
-    }
-    EXPECT_NEAR(at(peak + static_cast<int>(scene.width)), scene.floor + scene.height / 2, 400);
-  }
-}
-
-TEST(LensOptics, ExposureFollowsIrisAndSetting) {
-  sim::Scene scene;
-  const auto expose = [&](double light, int iris, int32_t setting) {
-    scene.light = light;
-    return sim::LensOptics::Expose(scene, {.zoom = 0, .focus = 0, .iris = iris}, setting);
-  };
-  EXPECT_EQ(expose(1, 96, 1024).deviation, 0);
-  EXPECT_EQ(expose(1, 80, 1024).deviation, 50);    // half the light
-  EXPECT_EQ(expose(2, 96, 1024).deviation, -100);  // twice
-  EXPECT_EQ(expose(2, 80, 1024).deviation, 0);
-  const sim::Exposure dark = expose(0.25, 96, 363329);
-  EXPECT_EQ(dark.deviation, 0);
-  EXPECT_EQ(dark.level, 4096);
-}
-
 }  // namespace

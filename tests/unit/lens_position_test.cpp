@@ -29,14 +29,6 @@ std::optional<int32_t> FocusAt(std::span<const ZfEntry> table, int32_t zoom) {
   return focus;
 }
 
-TEST(Tracking, EntriesAreExact) {
-  for (const Curve& curve : kCurves) {
-    SCOPED_TRACE(curve.name);
-    for (const ZfEntry& entry : curve.table)
-      EXPECT_EQ(FocusAt(curve.table, entry.zoom), entry.focus);
-  }
-}
-
 // Between two entries the curve runs from the one to the other without a step back, and stays
 // less than a step off the straight line, on the lower entry's side of it.
 TEST(Tracking, RunsStraightBetweenEntries) {

@@ -5,34 +5,26 @@
 #include <stdlib.h>
 #include <unistd.h>
 
-#include <fstream>
 #include <memory>
 #include <string>
+
+#include "tests/support.h"
 
 namespace {
 
 class ConfigFile : public testing::Test {
  protected:
-  void SetUp() override {
-    char path[] = "/tmp/lens_sensor_config_test.XXXXXX";
-    const int fd = mkstemp(path);
-    ASSERT_GE(fd, 0);
-    close(fd);
-    path_ = path;
-  }
-  void TearDown() override { unlink(path_.c_str()); }
-
-  void Write(const std::string& text) { std::ofstream(path_, std::ios::binary) << text; }
+  void Write(const std::string& text) { file_.Write(text); }
 
   // The value of a key, or "(none)".
   std::string ValueOf(const char* key) {
     char value[SENSOR_CONF_VALUE_SIZE] = "(none)";
-    const int result = conf_get_value(path_.c_str(), value, 1, "%s", key);
+    const int result = conf_get_value(file_.Path(), value, 1, "%s", key);
     EXPECT_EQ(result == 0, std::string(value) != "(none)");
     return value;
   }
 
-  std::string path_;
+  support::TempFile file_;
 };
 
 TEST_F(ConfigFile, LinesAreSplitAndKeysMatchedWhole) {
@@ -68,9 +60,9 @@ TEST_F(ConfigFile, LinesAreSplitAndKeysMatchedWhole) {
     EXPECT_EQ(ValueOf(row.key), row.value) << row.key;
 
   int32_t number = 7;
-  EXPECT_EQ(conf_get_value(path_.c_str(), &number, 0, "Num%s", "ber"), 0);
+  EXPECT_EQ(conf_get_value(file_.Path(), &number, 0, "Num%s", "ber"), 0);
   EXPECT_EQ(number, 42);
-  EXPECT_EQ(conf_get_value(path_.c_str(), &number, 0, "None%d", 1), -1);
+  EXPECT_EQ(conf_get_value(file_.Path(), &number, 0, "None%d", 1), -1);
   EXPECT_EQ(number, 42);
 }
 
@@ -82,23 +74,23 @@ TEST_F(ConfigFile, LongValueIsCutAndMissingArgumentsAreRefused) {
 
   char value[SENSOR_CONF_VALUE_SIZE];
   EXPECT_EQ(conf_get_value(nullptr, value, 1, "Long"), -1);
-  EXPECT_EQ(conf_get_value(path_.c_str(), nullptr, 1, "Long"), -1);
+  EXPECT_EQ(conf_get_value(file_.Path(), nullptr, 1, "Long"), -1);
   EXPECT_EQ(conf_get_value("/nonexistent/file", value, 1, "Long"), -1);
 }
 
 TEST_F(ConfigFile, TextIsLoadedWholeOrNotAtAll) {
   using Text = std::unique_ptr<char, decltype(&free)>;
   Write("{\"a\":1}");
-  EXPECT_STREQ(Text(json_load_text(path_.c_str()), free).get(), "{\"a\":1}");
+  EXPECT_STREQ(Text(json_load_text(file_.Path()), free).get(), "{\"a\":1}");
   Write("");
-  EXPECT_STREQ(Text(json_load_text(path_.c_str()), free).get(), "");
+  EXPECT_STREQ(Text(json_load_text(file_.Path()), free).get(), "");
 
   EXPECT_EQ(json_load_text("/nonexistent/file"), nullptr);
   EXPECT_EQ(json_load_text("/tmp"), nullptr);
-  ASSERT_EQ(truncate(path_.c_str(), ISP_FILE_MAX), 0);
-  EXPECT_NE(Text(json_load_text(path_.c_str()), free), nullptr);
-  ASSERT_EQ(truncate(path_.c_str(), ISP_FILE_MAX + 1), 0);
-  EXPECT_EQ(json_load_text(path_.c_str()), nullptr);
+  ASSERT_EQ(truncate(file_.Path(), ISP_FILE_MAX), 0);
+  EXPECT_NE(Text(json_load_text(file_.Path()), free), nullptr);
+  ASSERT_EQ(truncate(file_.Path(), ISP_FILE_MAX + 1), 0);
+  EXPECT_EQ(json_load_text(file_.Path()), nullptr);
 }
 
 TEST(JsonPath, FindsWhatIsThere) {

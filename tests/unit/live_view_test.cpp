@@ -150,22 +150,6 @@ TEST(LiveView, PanesShowTheLastAndScrollBack) {
   EXPECT_TRUE(shows("│ goto   N: go to preset N"));
 }
 
-TEST(LiveView, MenuShowsItsCursorAndValues) {
-  sim::MenuView menu = {.is_open = true,
-                        .cursor = 1,
-                        .value_max = 9,
-                        .lines = {{"exposure", 5}, {"sharpness", 9}, {"exit", std::nullopt}}};
-  Canvas open(5, 40);
-  DrawView(&open, {.row = 0, .col = 0, .rows = 5, .cols = 40}, menu);
-  EXPECT_EQ(open.Text(1), "    exposure          5  ━━━━━────");
-  EXPECT_EQ(open.Text(2), "  ▸ sharpness         9  ━━━━━━━━━");
-  EXPECT_EQ(open.Text(3), "    exit");
-  menu.is_open = false;
-  Canvas closed(5, 40);
-  DrawView(&closed, {.row = 0, .col = 0, .rows = 5, .cols = 40}, menu);
-  EXPECT_EQ(closed.Text(2), "     the menu is closed, m opens it");
-}
-
 // Where only ASCII can be shown, nothing that is drawn may become a question mark.
 TEST(LiveView, EveryGlyphHasAnAsciiForm) {
   ScreenState state = HeadState();

@@ -2,11 +2,11 @@
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
-#include <unistd.h>
 
-#include <fstream>
 #include <memory>
 #include <string>
+
+#include "tests/support.h"
 
 namespace {
 
@@ -14,18 +14,9 @@ using Buffer = std::unique_ptr<uint8_t, decltype(&free)>;
 
 class LoadFile : public testing::Test {
  protected:
-  void SetUp() override {
-    char path[] = "/tmp/load_file_test.XXXXXX";
-    const int fd = mkstemp(path);
-    ASSERT_GE(fd, 0);
-    close(fd);
-    path_ = path;
-  }
-  void TearDown() override { unlink(path_.c_str()); }
-
   Buffer Load(const std::string& path) { return {CUTIL_LoadFile(path.c_str(), &size_), free}; }
 
-  std::string path_;
+  support::TempFile file_;
   int size_ = -7;
 };
 
@@ -33,16 +24,16 @@ TEST_F(LoadFile, GivesEveryByte) {
   std::string bytes(1000, '\0');
   for (size_t i = 0; i < bytes.size(); ++i)
     bytes[i] = static_cast<char>(i * 7);
-  std::ofstream(path_, std::ios::binary) << bytes;
+  file_.Write(bytes);
 
-  const Buffer buffer = Load(path_);
+  const Buffer buffer = Load(file_.Path());
   ASSERT_NE(buffer, nullptr);
   ASSERT_EQ(size_, 1000);
   EXPECT_EQ(std::string(reinterpret_cast<const char*>(buffer.get()), 1000), bytes);
 }
 
 TEST_F(LoadFile, EmptyFileIsABufferOfNoBytes) {
-  const Buffer buffer = Load(path_);
+  const Buffer buffer = Load(file_.Path());
   EXPECT_NE(buffer, nullptr);
   EXPECT_EQ(size_, 0);
 }
@@ -54,7 +45,7 @@ TEST_F(LoadFile, FailureIsOneLineOnStandardError) {
     const char* reason;
   } rows[] = {
       {nullptr, &size_, "reason(filename[0] or filesize["},
-      {path_.c_str(), nullptr, "] or filesize[0] is NULL)\n"},
+      {file_.Path(), nullptr, "] or filesize[0] is NULL)\n"},
       {"/nonexistent/image", &size_, "reason('fp' is NULL, filename'/nonexistent/image')\n"},
       {"/tmp", &size_, "reason("},
   };

@@ -2,7 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <string>
+
+#include "module/hd_mode.h"
+#include "module/sd_mode.h"
 
 namespace {
 
@@ -28,6 +32,21 @@ TEST(ModelFamily, ClaimsWholeNamesOnly) {
   };
   for (const auto& row : rows)
     EXPECT_EQ(FamiliesOf(row.model), row.families) << row.model;
+}
+
+TEST(ModelFamily, ModesRefuseAMissingContextWithALine) {
+  const struct {
+    const char* name;
+    int (*run)(Rs232Context* p_param);
+  } rows[] = {{"camd_cmod_sd", camd_cmod_sd}, {"camd_cmod_hd", camd_cmod_hd}};
+  for (const auto& row : rows) {
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(row.run(nullptr), -1);
+    fflush(stdout);
+    const std::string line = testing::internal::GetCapturedStdout();
+    EXPECT_EQ(line.rfind(std::string("[") + row.name + "] Error line[", 0), 0U) << line;
+    EXPECT_NE(line.find("], reason('p_param' is NULL)\n"), std::string::npos) << line;
+  }
 }
 
 }  // namespace

@@ -1,12 +1,15 @@
-// The simulated camera modules: what they understand, answer, refuse and store.
+// The simulated head and camera modules: what they understand, answer, refuse and store.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "module/micom_firmware.h"
 #include "sim/hd_micom.h"
+#include "sim/ptz_head.h"
 #include "sim/sd_module.h"
 
 namespace {
@@ -15,8 +18,6 @@ using sim::Bytes;
 using sim::LoaderFault;
 using sim::milliseconds;
 
-const Bytes kSdQuery = {0xFF, 0x01, 0x00, 0x00, 0x96, 0x69, 0x00};
-const Bytes kHdQuery = {0xFF, 0xE3, 1, 0, 0, 0, 0, 0, 0, 0xE3};
 const Bytes kEnter = {0xFF, 0xFD, 2, 0, 0, 0, 0, 0, 0, 0xFE};
 
 // A far end with a clock of its own; writes down what it takes in and sends.
@@ -38,66 +39,6 @@ struct Bench {
   std::string answers;
   size_t noise = 0;
 };
-
-TEST(SdModule, TakesFramesOutOfNoiseAndAnswersTheQueryOnly) {
-  Bytes damaged = kSdQuery;
-  damaged[4] ^= 1;
-  const Bytes up = {0xFF, 0x01, 0x00, 0x08, 0x00, 0x00, 0x09};
-  const struct {
-    const char* legend;
-    std::vector<Bytes> pieces;
-    const char* words;
-    size_t noise;
-    const char* answers;
-  } rows[] = {
-      {"query", {kSdQuery}, "asked for its model; ", 0, "FF 01 00 00 00 12 13; "},
-      {"in pieces",
-       {{0xFF, 0x01}, {0x00, 0x00, 0x96}, {0x69, 0x00}},
-       "asked for its model; ",
-       0,
-       "FF 01 00 00 00 12 13; "},
-      {"damaged", {damaged}, "", 7, ""},
-      {"noise before",
-       {{0xFF, 0x00}, kSdQuery},
-       "asked for its model; ",
-       2,
-       "FF 01 00 00 00 12 13; "},
-      {"cut off", {{0xFF, 0x01, 0x00}}, "", 3, ""},
-      {"key", {up}, "up key; ", 0, ""},
-      {"not of this module",
-       {{0xFF, 0x01, 0x00, 0x07, 0x00, 0x05, 0x0D}},
-       "go to preset 5; ",
-       0,
-       ""},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.legend);
-    sim::SdModule module(0x12, {});
-    Bench bench(&module);
-    for (const Bytes& piece : row.pieces)
-      bench.Feed(piece);
-    EXPECT_EQ(bench.answers, "");
-    bench.Run(sim::kQuietAfter);
-    EXPECT_EQ(bench.words, row.words);
-    EXPECT_EQ(bench.noise, row.noise);
-    EXPECT_EQ(bench.answers, row.answers);
-  }
-}
-
-TEST(SdModule, ZoomsWhileItIsTold) {
-  sim::SdModule module(0x12, {});
-  Bench bench(&module);
-  bench.Feed({0xFF, 0x01, 0x00, 0x20, 0x00, 0x00, 0x21});
-  bench.Run(milliseconds(1000));
-  EXPECT_EQ(module.Describe(), "zoom 5.0x, menu closed");
-  bench.Feed({0xFF, 0x01, 0x00, 0x03, 0x00, 0x5F, 0x63});  // a preset is no motion
-  EXPECT_TRUE(module.IsMoving());
-  bench.Feed({0xFF, 0x01, 0x00, 0x08, 0x00, 0x00, 0x09});
-  EXPECT_FALSE(module.IsMoving());
-  bench.Feed({0xFF, 0x01, 0x00, 0x40, 0x00, 0x00, 0x41});
-  bench.Run(milliseconds(60'000));
-  EXPECT_EQ(module.Describe(), "zoom 1.0x, menu at exit");
-}
 
 // A micom whose line is set as the test wants.
 struct MicomBench {
@@ -134,55 +75,73 @@ struct MicomBench {
   Bench bench;
 };
 
-TEST(HdMicom, TakesFramesOutOfNoise) {
-  Bytes damaged = kHdQuery;
-  damaged[9] ^= 1;
+// In pieces of every size.
+TEST(FarEnds, TakeFramesOutOfNoise) {
+  using Make = std::unique_ptr<sim::FarEnd> (*)();
+  const Make head = []() -> std::unique_ptr<sim::FarEnd> {
+    return std::make_unique<sim::PtzHead>(sim::Clock::time_point());
+  };
+  const Make sd = []() -> std::unique_ptr<sim::FarEnd> {
+    return std::make_unique<sim::SdModule>(uint8_t{0x12}, sim::Clock::time_point());
+  };
+  const Make hd = []() -> std::unique_ptr<sim::FarEnd> {
+    return std::make_unique<sim::HdMicom>(
+        sim::HdIdentity{0x21, 0x01, 0x46}, sim::LoaderSetup{}, [] { return termios(); },
+        sim::Clock::time_point());
+  };
+  const std::string left = "FF 01 00 04 1D 00 22 ";
+  const std::string left_words = "pan left at speed 29; ";
+  const std::string answer = "FF 01 00 01; ";
+  const std::string sd_query = "FF 01 00 00 96 69 00 ";
+  const std::string hd_query = "FF E3 01 00 00 00 00 00 00 E3 ";
   const struct {
-    const char* legend;
-    std::vector<Bytes> pieces;
-    const char* words;
+    Make make;
+    std::string bytes;
+    std::string words;
     size_t noise;
-    const char* answers;
+    std::string answers;
   } rows[] = {
-      {"query", {kHdQuery}, "asked for its version; ", 0, "FF E3 01 00 00 00 21 00 00 04; "},
-      {"in pieces",
-       {{0xFF, 0x5C, 1, 0}, {0, 0, 0, 0, 0}, {0x5C}},
-       "asked for its resolution; ",
-       0,
+      {head, left + "FF 01 00 00 00 00 01 ", left_words + "stop; ", 0, answer + answer},
+      {head, "00 41 " + left + "01 ", left_words, 3, answer},
+      {head, "FF FF " + left, left_words, 2, answer},
+      {head, "FF 01 00 " + left, left_words, 3, answer},
+      {head, left + "FF 01 00 ", left_words, 3, answer},
+      {head, "FF 01 00 04 1D 00 23 " + left, left_words, 7, answer},  // bad checksum
+      {head, "FF 02 00 04 1D 00 23 " + left, left_words, 7, answer},  // another receiver
+      {head, "FF FF FF FF FF FF FF FF FF ", "", 9, ""},
+      {sd, sd_query, "asked for its model; ", 0, "FF 01 00 00 00 12 13; "},
+      {sd, "FF 00 " + sd_query, "asked for its model; ", 2, "FF 01 00 00 00 12 13; "},
+      {sd, "FF 01 00 00 97 69 00 ", "", 7, ""},
+      {sd, "FF 01 00 ", "", 3, ""},
+      {sd, "FF 01 00 08 00 00 09 ", "up key; ", 0, ""},
+      {sd, "FF 01 00 07 00 05 0D ", "go to preset 5; ", 0, ""},
+      {hd, hd_query, "asked for its version; ", 0, "FF E3 01 00 00 00 21 00 00 04; "},
+      {hd, "FF FF 41 " + hd_query, "asked for its version; ", 3, "FF E3 01 00 00 00 21 00 00 04; "},
+      {hd, "FF 5C 01 00 00 00 00 00 00 5C ", "asked for its resolution; ", 0,
        "FF 5C 01 00 00 00 01 00 00 5D; "},
-      {"damaged", {damaged}, "", 10, ""},
-      {"noise before",
-       {{0xFF, 0xFF, 0x41}, kHdQuery},
-       "asked for its version; ",
-       3,
-       "FF E3 01 00 00 00 21 00 00 04; "},
-      {"cut off", {{0xFF, 0xE3, 1}}, "", 3, ""},
-      {"settings are not answered",
-       {{0xFF, 0x21, 2, 0, 0, 0, 5, 0, 0, 0x27}},
-       "setting 5; ",
-       0,
-       ""},
-      {"unknown query",
-       {{0xFF, 0x10, 1, 0, 0, 0, 0, 0, 0, 0x10}},
-       "unknown command and data 10 00; ",
-       0,
-       ""},
-      {"unknown key",
-       {{0xFF, 0x4B, 2, 0, 0, 0, 9, 0, 0, 0x55}},
-       "unknown command and data 4B 09; ",
-       0,
-       ""},
+      {hd, "FF E3 01 00 00 00 00 00 00 E2 ", "", 10, ""},
+      {hd, "FF E3 01 ", "", 3, ""},
+      {hd, "FF 21 02 00 00 00 05 00 00 27 ", "setting 5; ", 0, ""},
+      {hd, "FF 10 01 00 00 00 00 00 00 10 ", "unknown command and data 10 00; ", 0, ""},
+      {hd, "FF 4B 02 00 00 00 09 00 00 55 ", "unknown command and data 4B 09; ", 0, ""},
   };
   for (const auto& row : rows) {
-    SCOPED_TRACE(row.legend);
-    MicomBench test;
-    for (const Bytes& piece : row.pieces)
-      test.bench.Feed(piece);
-    EXPECT_EQ(test.bench.answers, "");
-    test.bench.Run(sim::kQuietAfter);
-    EXPECT_EQ(test.bench.words, row.words);
-    EXPECT_EQ(test.bench.noise, row.noise);
-    EXPECT_EQ(test.bench.answers, row.answers);
+    Bytes all;
+    for (size_t at = 0; at < row.bytes.size(); at += 3)
+      all.push_back(static_cast<uint8_t>(std::stoi(row.bytes.substr(at, 2), nullptr, 16)));
+    for (size_t piece = 1; piece <= all.size(); ++piece) {
+      SCOPED_TRACE(row.bytes + "by " + std::to_string(piece));
+      const auto end = row.make();
+      Bench bench(end.get());
+      for (size_t at = 0; at < all.size(); at += piece)
+        bench.Feed(
+            Bytes(all.begin() + static_cast<std::ptrdiff_t>(at),
+                  all.begin() + static_cast<std::ptrdiff_t>(std::min(at + piece, all.size()))));
+      bench.Run(sim::kQuietAfter);
+      EXPECT_EQ(bench.words, row.words);
+      EXPECT_EQ(bench.noise, row.noise);
+      EXPECT_EQ(bench.answers, row.answers);
+    }
   }
 }
 

@@ -6,12 +6,12 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <fstream>
 #include <string>
+
+#include "tests/support.h"
 
 namespace {
 
@@ -65,17 +65,11 @@ class Process : public testing::Test {
   void SetUp() override {
     ASSERT_TRUE(process_.IsReady());
     ASSERT_LE(name_.size(), 20U);
-    char path[] = "/tmp/process_test.XXXXXX";
-    const int fd = mkstemp(path);
-    ASSERT_GE(fd, 0);
-    close(fd);
-    list_path_ = path;
   }
-  void TearDown() override { unlink(list_path_.c_str()); }
 
   const std::string name_ = "/rs232t" + std::to_string(getpid()) + "/abc";
   StoppedProcess process_{name_};
-  std::string list_path_;
+  support::TempFile list_;
 };
 
 TEST_F(Process, ListNamesProcessesByTheStartOfTheirCommandLine) {
@@ -100,14 +94,16 @@ TEST_F(Process, ListNamesProcessesByTheStartOfTheirCommandLine) {
       {"line of 31 with its end", name_ + "\r" + std::string(29 - name_.size(), 'x') + "\n", true},
       {"line of 32 with its end", name_ + "\r" + std::string(30 - name_.size(), 'x') + "\n", false},
       {"line of 40", name_ + "\r" + padding.substr(name_.size() + 1), false},
+      {"bytes that are no text", std::string("\xFF\0/x\n\0\n", 7) + name_ + std::string(1, '\0'),
+       true},
       {"end of a long line", std::string(255, 'x') + name_ + "\n", false},
       {"sixteenth name", others + name_ + "\n", true},
       {"seventeenth name", others + "/rs232t/other\n" + name_ + "\n", false},
       {"blank lines take no place", "\n\n" + others + "\n" + name_ + "\n", true},
   };
   for (const auto& row : rows) {
-    std::ofstream(list_path_) << row.list;
-    EXPECT_EQ(CUTIL_KillProcAll(list_path_.c_str(), SIGCONT), 0) << row.legend;
+    list_.Write(row.list);
+    EXPECT_EQ(CUTIL_KillProcAll(list_.Path(), SIGCONT), 0) << row.legend;
     EXPECT_EQ(process_.WasWoken(), row.woken) << row.legend;
   }
   EXPECT_EQ(CUTIL_KillProcAll("/nonexistent/list", SIGCONT), -1);

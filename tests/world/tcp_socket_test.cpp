@@ -43,21 +43,19 @@ int ConnectASync(const char* host) {
 
 TEST(TcpConnect, ConnectsByNameAndByAddress) {
   const UniqueFd listener(ZSK_BindTCPSocketEx(kPort, ZSK_BIND_REUSEADDR));
-  for (const char* host : {"127.0.0.1", "localhost"}) {
-    for (const int port : {kPort, kPort + 65536}) {
-      const UniqueFd plain(ZSK_ConnectTCPSocket(host, port));
-      EXPECT_EQ(fcntl(plain.Get(), F_GETFL) & O_NONBLOCK, 0);
-      EXPECT_TRUE(UniqueFd(accept(listener.Get(), nullptr, nullptr)).IsOpen());
-      int fd = -1;
-      const int result = ZSK_ASyncConnectTCPSocket(&fd, host, port);
-      const UniqueFd async(fd);
-      EXPECT_TRUE(result == 0 || result == 1) << result;
-      EXPECT_NE(fcntl(fd, F_GETFL) & O_NONBLOCK, 0);
-      pollfd writable = {.fd = fd, .events = POLLOUT, .revents = 0};
-      EXPECT_EQ(poll(&writable, 1, 5000), 1);
-      EXPECT_EQ(Option(fd, SOL_SOCKET, SO_ERROR), 0);
-      EXPECT_TRUE(UniqueFd(accept(listener.Get(), nullptr, nullptr)).IsOpen());
-    }
+  for (const auto& [host, port] : {std::pair("127.0.0.1", kPort), {"localhost", kPort + 65536}}) {
+    const UniqueFd plain(ZSK_ConnectTCPSocket(host, port));
+    EXPECT_EQ(fcntl(plain.Get(), F_GETFL) & O_NONBLOCK, 0);
+    EXPECT_TRUE(UniqueFd(accept(listener.Get(), nullptr, nullptr)).IsOpen());
+    int fd = -1;
+    const int result = ZSK_ASyncConnectTCPSocket(&fd, host, port);
+    const UniqueFd async(fd);
+    EXPECT_TRUE(result == 0 || result == 1) << result;
+    EXPECT_NE(fcntl(fd, F_GETFL) & O_NONBLOCK, 0);
+    pollfd writable = {.fd = fd, .events = POLLOUT, .revents = 0};
+    EXPECT_EQ(poll(&writable, 1, 5000), 1);
+    EXPECT_EQ(Option(fd, SOL_SOCKET, SO_ERROR), 0);
+    EXPECT_TRUE(UniqueFd(accept(listener.Get(), nullptr, nullptr)).IsOpen());
   }
   // Where nobody accepts the connection stays in progress, and nobody waits for it.
   ASSERT_EQ(listen(listener.Get(), 0), 0);

@@ -1,10 +1,11 @@
-// What follows an update: the notice, the pause, the reboot in its order.
+// What follows an update, of a module or a lens: the notice, the pause, the reboot in its order.
 #include <csignal>
 #include <filesystem>
-#include <map>
 #include <sstream>
 
+#include "ipc/csysmgr.h"
 #include "sim/world.h"
+#include "tests/system/lens_fixture.h"
 #include "tests/system/update_fixture.h"
 
 namespace {
@@ -41,46 +42,46 @@ bool WaitForRuns(size_t count, milliseconds limit) {
   return sim::WaitUntil([&] { return ProgramRuns().size() >= count; }, limit);
 }
 
+void ExpectRunsAfter(double noticed) {
+  ASSERT_TRUE(WaitForRuns(4, milliseconds(20'000))) << sim::ReadTextFile(sim::kProgramLog);
+  const std::vector<ProgramRun> runs = ProgramRuns();
+  ASSERT_EQ(runs.size(), 4U);
+  EXPECT_EQ(runs[0].command, "micom_reset");
+  EXPECT_EQ(runs[1].command, "umount /mnt/sd/");
+  EXPECT_EQ(runs[2].command, "umount /mnt/usb/");
+  EXPECT_EQ(runs[3].command, "reboot");
+  EXPECT_GE(runs[0].uptime - noticed, 10 - kLogStep);
+  EXPECT_LE(runs[0].uptime - noticed, 11.5);
+  EXPECT_GE(runs[1].uptime - runs[0].uptime, 3 - kLogStep);
+  EXPECT_LE(runs[3].uptime - runs[0].uptime, 4.5);
+  EXPECT_GE(runs[2].uptime, runs[1].uptime);
+  EXPECT_GE(runs[3].uptime, runs[2].uptime);
+}
+
 class ModuleReboot : public UpdateTest {
  protected:
   void SetUp() override {
     UpdateTest::SetUp();
     unlink(sim::kProgramLog);
   }
-
-  void ExpectRunsAfter(double noticed) {
-    ASSERT_TRUE(WaitForRuns(4, milliseconds(20'000))) << sim::ReadTextFile(sim::kProgramLog);
-    const std::vector<ProgramRun> runs = ProgramRuns();
-    ASSERT_EQ(runs.size(), 4U);
-    EXPECT_EQ(runs[0].command, "micom_reset");
-    EXPECT_EQ(runs[1].command, "umount /mnt/sd/");
-    EXPECT_EQ(runs[2].command, "umount /mnt/usb/");
-    EXPECT_EQ(runs[3].command, "reboot");
-    EXPECT_GE(runs[0].uptime - noticed, 10 - kLogStep);
-    EXPECT_LE(runs[0].uptime - noticed, 11.5);
-    EXPECT_GE(runs[1].uptime - runs[0].uptime, 3 - kLogStep);
-    EXPECT_LE(runs[3].uptime - runs[0].uptime, 4.5);
-    EXPECT_GE(runs[2].uptime, runs[1].uptime);
-    EXPECT_GE(runs[3].uptime, runs[2].uptime);
-  }
 };
 
-// A process that a list of the reboot names. Its number is one that the lists reach.
+// A process of the device. Its number is the first free one from `number` on.
 class Victim {
  public:
-  explicit Victim(const std::string& name) : path_(std::string(sim::kWorldDirectory) + "/" + name) {
+  Victim(const std::string& name, pid_t number)
+      : path_(std::string(sim::kWorldDirectory) + "/" + name) {
     std::filesystem::create_symlink("/bin/sleep", path_);
-    constexpr pid_t kFirstReached = 20;
-    while (true) {
-      process_ = std::make_unique<sim::DaemonProcess>(path_, std::vector<std::string>{"60"});
-      if (process_->Pid() >= kFirstReached) return;
-    }
+    sim::WriteTextFile("/proc/sys/kernel/ns_last_pid", std::to_string(number - 1));
+    process_ = std::make_unique<sim::DaemonProcess>(path_, std::vector<std::string>{"60"});
   }
   Victim(const Victim&) = delete;
   Victim& operator=(const Victim&) = delete;
   ~Victim() { std::filesystem::remove(path_); }
+
   const std::string& Path() const { return path_; }
   sim::DaemonProcess& Process() { return *process_; }
+  bool IsAlive() { return !process_->WaitEnd(milliseconds(0)).has_value(); }
 
  private:
   std::string path_;
@@ -88,11 +89,15 @@ class Victim {
 };
 
 TEST_F(ModuleReboot, AfterAnUpdate) {
-  Victim killed("killed");
-  Victim ended("ended");
-  Victim spared("spared");
-  sim::WriteTextFile("/etc/killList", "/bin/nothing\n" + killed.Path() + "\n");
-  sim::WriteTextFile("/etc/termList", ended.Path() + "\r\n");
+  constexpr pid_t kOfTheSystem = 15;
+  Victim low("killed_low", kOfTheSystem);
+  Victim killed("killed", 100);
+  Victim killed_by_prefix("killed_too", 110);
+  Victim ended("ended", 120);
+  Victim spared("spared", 130);
+  sim::WriteTextFile("/etc/killList", "\n/bin/nothing\n" + killed.Path() + "\r\n/tmp/" +
+                                          std::string(40, 'x') + "\n");
+  sim::WriteTextFile("/etc/termList", killed.Path() + "\n" + ended.Path() + "\r\n");
   StartMicom({});
   WriteImage(Payload(300));
   const auto notice = OrderUpdate(sim::kPatience);
@@ -108,12 +113,14 @@ TEST_F(ModuleReboot, AfterAnUpdate) {
   ASSERT_TRUE(WaitForRuns(1, milliseconds(12'000)));
   const double reset = ProgramRuns()[0].uptime;
   EXPECT_EQ(killed.Process().WaitEnd(), -SIGKILL);
+  EXPECT_EQ(killed_by_prefix.Process().WaitEnd(), -SIGKILL);
   EXPECT_GE(Uptime() - reset, 2 - kLogStep);
   EXPECT_EQ(ended.Process().WaitEnd(), -SIGTERM);
   const double termed = Uptime();
   ExpectRunsAfter(noticed);
   EXPECT_GE(ProgramRuns()[1].uptime - termed, 1 - 0.1);
-  EXPECT_FALSE(spared.Process().WaitEnd(milliseconds(0)).has_value());
+  EXPECT_TRUE(spared.IsAlive());
+  EXPECT_TRUE(low.Process().Pid() != kOfTheSystem || low.IsAlive());
   // Then it waits for the system to end it, and costs nothing.
   EXPECT_FALSE(daemon->WaitEnd(milliseconds(300)).has_value());
   EXPECT_LT(daemon->CpuSeconds() - cpu_before, 0.3);
@@ -129,6 +136,22 @@ TEST_F(ModuleReboot, AfterAnUpdateThatFailed) {
   EXPECT_EQ(sim::Hex(*notice), kNotice);
   EXPECT_EQ(Output(), Said(kAcknowledged + Failed("sync not match 15 vs 33")));
   ExpectRunsAfter(noticed);
+}
+
+using LensReboot = LensTest;
+
+TEST_F(LensReboot, FirmwareCommandEndsTheDevice) {
+  unlink(sim::kProgramLog);
+  sim::UdpPeer manager(CSYSMGR_PORT);
+  StartLens({.zoom = 0, .focus = 200});
+  const double ordered = Uptime();
+  SendCommand(sim::CommandPacket(CICOMM_PCMD_MICOM_FIRMWARE_UPDATE, {}));
+  const auto notice = manager.Receive();
+  ASSERT_TRUE(notice.has_value());
+  EXPECT_EQ(sim::Hex(*notice), kNotice);
+  ASSERT_TRUE(WaitOutput("CICOMM_PCMD_MICOM_FIRMWARE_UPDATE\n"));
+  ExpectRunsAfter(ordered);
+  EXPECT_FALSE(daemon->WaitEnd(milliseconds(0)).has_value());
 }
 
 }  // namespace
