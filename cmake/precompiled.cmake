@@ -10,7 +10,7 @@ option(RS232_PCH "Precompile headers" ${default})
 # g++ 12 no longer sees that a line is of a system header, and warns of bounds within std::string.
 set(RS232_PCH_OPTIONS "")
 if(RS232_PCH AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-  set(RS232_PCH_OPTIONS -Wno-array-bounds -Wno-restrict)
+  set(RS232_PCH_OPTIONS -Wno-array-bounds -Wno-restrict -Wno-stringop-overflow)
 endif()
 
 # rs232_precompile(TARGET HEADER...)
