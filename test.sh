@@ -15,12 +15,13 @@ case "$preset" in
   *) ./packaging/build-deps.sh ;;
 esac
 cmake --preset "$preset" "$@" >/dev/null
-cmake --build --preset "$preset"
-# ThreadSanitizer wants addresses that some kernels scatter more widely than it knows.
-fixed=""
-if [ "$preset" = tsan ] && setarch -R true 2>/dev/null; then fixed="setarch -R"; fi
+# Some kernels scatter addresses more widely than ThreadSanitizer knows.
+together=""
+if [ "$preset" = tsan ] && setarch -R true 2>/dev/null; then together="setarch -R"; fi
+# shellcheck disable=SC2086  # none or two words; the build asks the tests for their names
+$together cmake --build --preset "$preset"
 # Most tests wait for something to happen: twice as many at once as there are processors. The
 # simulated motors run in real time: on a machine that stalls for some milliseconds they lose steps
 # that a real lens would not, so a test that fails is run once more.
-# shellcheck disable=SC2086  # none or two words
-$fixed ctest --preset "$preset" --parallel "$((2 * $(nproc)))" --repeat until-pass:2
+# shellcheck disable=SC2086
+$together ctest --preset "$preset" --parallel "$((2 * $(nproc)))" --repeat until-pass:2
