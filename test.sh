@@ -15,6 +15,8 @@ case "$preset" in
   *) ./packaging/build-deps.sh ;;
 esac
 cmake --preset "$preset" "$@" >/dev/null
+# The daemon ends at the first report, and the test with it.
+export TSAN_OPTIONS="halt_on_error=1${TSAN_OPTIONS:+:$TSAN_OPTIONS}"
 # Some kernels scatter addresses more widely than ThreadSanitizer knows.
 together=""
 if [ "$preset" = tsan ] && setarch -R true 2>/dev/null; then together="setarch -R"; fi

@@ -51,11 +51,12 @@ void LineFeed::Run(double seconds, const std::function<void()>& watch) {
   for (auto tick = begin; tick < end; tick += kChunkEvery) {
     while (ReadUntil(tick)) {
     }
-    Feed(tick + kChunkEvery - begin, fed_before);
+    // Before a chunk is on its way: looking at the system's tables takes longer than a chunk does.
     if (watch && tick >= next_watch) {
       watch();
       next_watch += kWatchEvery;
     }
+    Feed(tick + kChunkEvery - begin, fed_before);
   }
   for (auto patience = Clock::now() + kTailPatience; !HasAll();) {
     if (!ReadUntil(patience)) break;

@@ -1,9 +1,5 @@
 // The line at its full rate, 11 520 bytes a second in chunks of about 23 bytes every 2 ms: what it
 // costs, and what becomes of it when one of ten clients stops reading.
-#include <netinet/in.h>
-#include <sys/ioctl.h>
-#include <sys/socket.h>
-
 #include <algorithm>
 #include <cmath>
 #include <optional>
@@ -11,6 +7,7 @@
 #include "bench/line_feed.h"
 #include "bench/measure.h"
 #include "bench/statistics.h"
+#include "bench/stopped_client.h"
 #include "sim/device.h"
 
 namespace bench {
@@ -45,11 +42,6 @@ std::vector<double> FeedAndCount(int clients, double seconds, Running* running) 
 
 // --- A client that stops reading ----------------------------------------------------------------
 
-// The kernel holds megabytes for a client on loopback: at the line's rate it would take minutes
-// until a server notices that nobody reads. Small buffers, as on a board with little memory,
-// bring the moment forward for all alike.
-constexpr char kSendBufferPath[] = "/proc/sys/net/ipv4/tcp_wmem";
-constexpr char kSmallSendBuffers[] = "4096 16384 16384";
 constexpr int kSmallReceiveBuffer = 4096;
 constexpr double kBeforeSeconds = 2;
 // The client that stops: the first, which contenders that serve clients in order serve first.
@@ -62,58 +54,6 @@ const std::vector<Figure> kStoppedFigures = {
      Better::kLess}};
 const Figure kDropFigure = {"stopped.drop", kStoppedSection,
                             "dropped after its connection last took a byte", "s", Better::kLess};
-
-// The send buffers of the world's connections, while it lives.
-class SmallSendBuffers {
- public:
-  SmallSendBuffers() : before_(sim::ReadTextFile(kSendBufferPath)) {
-    sim::WriteTextFile(kSendBufferPath, kSmallSendBuffers);
-  }
-  ~SmallSendBuffers() { sim::WriteTextFile(kSendBufferPath, before_); }
-  SmallSendBuffers(const SmallSendBuffers&) = delete;
-  SmallSendBuffers& operator=(const SmallSendBuffers&) = delete;
-
- private:
-  std::string before_;
-};
-
-// Watches the connection of a client that does not read from both ends.
-class StoppedClient {
- public:
-  StoppedClient(int server_port, int fd) : server_port_(server_port), fd_(fd) {
-    sockaddr_in own = {};
-    socklen_t length = sizeof(own);
-    getsockname(fd, reinterpret_cast<sockaddr*>(&own), &length);
-    port_ = ntohs(own.sin_port);
-  }
-
-  void Look() {
-    if (dropped_after_ >= 0) return;
-    const auto now = Clock::now();
-    const ServerEnd end = LookUpServerEnd(server_port_, port_);
-    int unread = 0;
-    ioctl(fd_, FIONREAD, &unread);
-    if (!end.is_open) {
-      dropped_after_ = std::chrono::duration<double>(now - last_taken_).count();
-      return;
-    }
-    // Bytes in both buffers only grow while nobody reads.
-    const long held = end.unsent_bytes + unread;
-    if (held > held_) last_taken_ = now;
-    held_ = std::max(held_, held);
-  }
-
-  // Seconds; negative while it is not dropped.
-  double DroppedAfter() const { return dropped_after_; }
-
- private:
-  int server_port_;
-  int fd_;
-  int port_ = 0;
-  long held_ = 0;
-  Clock::time_point last_taken_ = Clock::now();
-  double dropped_after_ = -1;
-};
 
 struct Stop {
   std::vector<double> values;  // of kStoppedFigures

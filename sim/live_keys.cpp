@@ -183,6 +183,14 @@ KeyAction StopAction(Stop stop) {
   return {.words = "stop", .control = std::nullopt, .line = Bytes(frame.begin(), frame.end())};
 }
 
+// Zoom and focus of a lens stop by codes of their own.
+std::vector<KeyAction> StopOfGroup(unsigned group) {
+  if (group == kPlainHead) return {StopAction(Stop::kLine)};
+  std::vector<KeyAction> actions = {StopAction(Stop::kZoom)};
+  if (group == kLens) actions.push_back(StopAction(Stop::kFocus));
+  return actions;
+}
+
 bool IsKeyOf(const KeyRow& row, int key) {
   if (row.kind == Kind::kGoTo) return key >= row.key && key < row.key + kDigits;
   return row.key == key;
@@ -199,14 +207,22 @@ std::vector<KeyHelp> KeysOfModel(const std::string& model) {
   return keys;
 }
 
+std::vector<KeyAction> StopOfModel(const std::string& model) {
+  return StopOfGroup(GroupOf(model));
+}
+
 KeyDriver::KeyDriver(const std::string& model) : group_(GroupOf(model)), toggled_(kRows.size()) {}
 
 std::vector<KeyAction> KeyDriver::Press(int key, Clock::time_point now) {
+  not_answered_ = 0;
   if (key == ' ') return StopAll();
   const auto* row = std::ranges::find_if(kRows, [this, key](const KeyRow& each) {
     return (each.groups & group_) != 0 && IsKeyOf(each, key);
   });
-  if (row == kRows.end()) return {};
+  if (row == kRows.end()) {
+    not_answered_ = key;
+    return {};
+  }
   const auto index = static_cast<size_t>(row - kRows.begin());
   switch (row->kind) {
     case Kind::kMotion:
@@ -233,6 +249,10 @@ std::vector<KeyAction> KeyDriver::Tick(Clock::time_point now) {
 
 std::string KeyDriver::State() const {
   if (next_digit_sets_) return "set preset: which one, 1 to 9?";
+  if (not_answered_ > ' ' && not_answered_ <= '~') {
+    return std::string(1, static_cast<char>(not_answered_)) +
+           " is no key of this model; ? lists its keys";
+  }
   return motion_.has_value() ? kRows[motion_->row].words : "";
 }
 
@@ -273,14 +293,10 @@ std::vector<KeyAction> KeyDriver::TakeDigit(size_t row, int key) {
   return {Send(control, chosen->words + std::to_string(control.first))};
 }
 
-// Zoom and focus of a lens stop by codes of their own.
 std::vector<KeyAction> KeyDriver::StopAll() {
   motion_.reset();
   next_digit_sets_ = false;
-  if (group_ == kPlainHead) return {StopAction(Stop::kLine)};
-  std::vector<KeyAction> actions = {StopAction(Stop::kZoom)};
-  if (group_ == kLens) actions.push_back(StopAction(Stop::kFocus));
-  return actions;
+  return StopOfGroup(group_);
 }
 
 }  // namespace sim

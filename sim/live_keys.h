@@ -49,6 +49,9 @@ struct KeyHelp {
 // The keys that a model answers, in the order of the footer.
 std::vector<KeyHelp> KeysOfModel(const std::string& model);
 
+// What stops all motion of a model.
+std::vector<KeyAction> StopOfModel(const std::string& model);
+
 class KeyDriver {
  public:
   explicit KeyDriver(const std::string& model);
@@ -60,7 +63,7 @@ class KeyDriver {
   // Stops a motion whose key was let go.
   std::vector<KeyAction> Tick(Clock::time_point now);
 
-  // What is held or awaited, in words; "" when nothing is.
+  // What is held or awaited, or that the last key is none, in words; "" when there is nothing.
   std::string State() const;
 
  private:
@@ -80,6 +83,7 @@ class KeyDriver {
   std::optional<Motion> tap_;
   std::vector<bool> toggled_;  // by row
   bool next_digit_sets_ = false;
+  int not_answered_ = 0;  // the last key, if the model does not answer it
 };
 
 }  // namespace sim

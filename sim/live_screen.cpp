@@ -164,11 +164,7 @@ void LiveScreen::Scroll(int pages) {
 void LiveScreen::Act(const std::vector<KeyAction>& actions, VirtualDevice* device) {
   for (const KeyAction& action : actions) {
     Note("> " + action.words);
-    if (action.control.has_value()) {
-      device->SendControl(*action.control);
-    } else {
-      device->SendRawByUdp(std::string(action.line.begin(), action.line.end()));
-    }
+    SendAction(action, device);
   }
 }
 

@@ -22,17 +22,6 @@ bool WaitReady(int fd, short events, Clock::time_point end) {
 
 }  // namespace
 
-std::string Hex(std::span<const uint8_t> bytes) {
-  constexpr char kDigits[] = "0123456789ABCDEF";
-  std::string text;
-  for (const uint8_t byte : bytes) {
-    if (!text.empty()) text += ' ';
-    text += kDigits[byte >> 4];
-    text += kDigits[byte & 0x0F];
-  }
-  return text;
-}
-
 PtyLine::PtyLine(const std::string& path)
     : far_(posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC)) {
   if (!far_.IsOpen() || grantpt(far_.Get()) != 0 || unlockpt(far_.Get()) != 0) {

@@ -10,13 +10,13 @@
 
 #include "sim/unique_fd.h"
 #include "sim/wait.h"
+#include "tools/hex.h"
 
 namespace sim {
 
 using Bytes = std::vector<uint8_t>;
 
-// Bytes as upper-case hexadecimal with blanks between.
-std::string Hex(std::span<const uint8_t> bytes);
+using tools::Hex;
 
 // Bytes that came together, and when.
 struct Arrival {

@@ -38,7 +38,7 @@ constexpr CameraControl Control(uint16_t code, int8_t first = 0, int8_t third = 
       .target = CAMERA_CONTROL_TARGET, .code = code, .first = first, .second = 0, .third = third};
 }
 
-constexpr std::array<ControlRow, 15> kControls = {{
+constexpr std::array<ControlRow, 14> kControls = {{
     {"left", Control(CAMERA_CODE_LEFT), Arguments::kNone, "key left"},
     {"right", Control(CAMERA_CODE_RIGHT), Arguments::kNone, "key right"},
     {"up", Control(CAMERA_CODE_UP), Arguments::kNone, "key up"},
@@ -47,7 +47,6 @@ constexpr std::array<ControlRow, 15> kControls = {{
      "open the menu (heads and SD modules: preset 95)"},
     {"in", Control(CAMERA_CODE_ZOOM, 0, 1), Arguments::kNone, "zoom in until stop"},
     {"out", Control(CAMERA_CODE_ZOOM, 0, -1), Arguments::kNone, "zoom out until stop"},
-    {"stop", Control(CAMERA_CODE_ZOOM), Arguments::kNone, "stop all motion"},
     {"near", Control(CAMERA_CODE_FOCUS, 1), Arguments::kNone, "focus near until stop"},
     {"far", Control(CAMERA_CODE_FOCUS, -1), Arguments::kNone, "focus far until stop"},
     {"search", Control(CAMERA_CODE_FOCUS_SEARCH), Arguments::kNone,
@@ -111,6 +110,12 @@ CommandResult RunCode(const std::vector<std::string>& texts, VirtualDevice* devi
   }
   control.code = static_cast<uint16_t>(*code);
   device->SendControl(control);
+  return CommandResult::kDone;
+}
+
+CommandResult RunStop(VirtualDevice* device) {
+  for (const KeyAction& action : StopOfModel(device->Config().model))
+    SendAction(action, device);
   return CommandResult::kDone;
 }
 
@@ -302,12 +307,21 @@ std::vector<std::string> CommandHelp() {
   std::vector<std::string> lines;
   std::ranges::transform(kControls, std::back_inserter(lines),
                          [](const ControlRow& row) { return HelpLine(row.word, row.help); });
+  lines.push_back(HelpLine("stop", "stop all motion"));
   lines.push_back(HelpLine("code", "HEX [P1 [P2 [P3]]]: any control code"));
   for (const RawRow& row : kRaw)
     lines.push_back(HelpLine(row.word, row.help));
   lines.push_back(HelpLine("update", "[BYTES]: new firmware, then a reboot (QB-3xx, QB-4xx)"));
   lines.push_back(HelpLine("quit", "end (so does Ctrl-C)"));
   return lines;
+}
+
+void SendAction(const KeyAction& action, VirtualDevice* device) {
+  if (action.control.has_value()) {
+    device->SendControl(*action.control);
+  } else {
+    device->SendRawByUdp(std::string(action.line.begin(), action.line.end()));
+  }
 }
 
 CommandResult RunCommand(const std::string& line, VirtualDevice* device) {
@@ -328,6 +342,7 @@ CommandResult RunCommand(const std::string& line, VirtualDevice* device) {
   for (std::string text; rest_stream >> text;)
     texts.push_back(text);
 
+  if (word == "stop") return RunStop(device);
   if (word == "code") return RunCode(texts, device);
   if (word == "update") return RunUpdate(texts, device);
   for (const ControlRow& row : kControls) {

@@ -6,11 +6,15 @@
 #include <string>
 #include <vector>
 
+#include "sim/live_keys.h"
 #include "sim/virtual_device.h"
 
 namespace sim {
 
 enum class CommandResult { kDone, kQuit, kBad };
+
+// Sends what a key or a word asks for.
+void SendAction(const KeyAction& action, VirtualDevice* device);
 
 // Carries one line out: a word of the table and its arguments. An empty line does nothing. Bad
 // input makes the device note one line that says what is wrong.

@@ -18,6 +18,7 @@
 #include "sim/device.h"
 #include "sim/unique_fd.h"
 #include "sim/world.h"
+#include "tools/device_mode.h"
 
 namespace sim {
 namespace {
@@ -57,14 +58,10 @@ bool IsDoor(pid_t pid) {
 }
 
 RunningWorld Describe(pid_t door) {
-  RunningWorld world = {.door = door, .parent = ParentOf(door), .command_line = "", .model = ""};
+  RunningWorld world = {.door = door, .parent = ParentOf(door), .command_line = ""};
   const std::vector<std::string> words = CommandLineOf(door);
   for (const std::string& word : words)
     world.command_line.append(world.command_line.empty() ? "" : " ").append(word);
-  const auto model = std::find_if(words.begin(), words.end(), [](const std::string& word) {
-    return word.rfind("QB-", 0) == 0;
-  });
-  if (model != words.end()) world.model = *model;
   return world;
 }
 
@@ -138,7 +135,7 @@ int JoinWorld(std::optional<pid_t> pid, const GuestCommand& command) {
     fprintf(stderr, "vdev: %s\n", error.what());
     return EXIT_FAILURE;
   }
-  const int status = RunInChild([&] { return ExecGuest(command, world.model); });
+  const int status = RunInChild([&] { return ExecGuest(command, tools::DeviceModel()); });
   constexpr int kKilledStatus = 128 + SIGKILL;
   if (status == kKilledStatus) fprintf(stderr, "vdev: the command was ended with its world\n");
   return status;

@@ -15,7 +15,6 @@ struct RunningWorld {
   pid_t door;    // a process that stands between the machine and the world
   pid_t parent;  // the vdev that the user started
   std::string command_line;
-  std::string model;
 };
 
 // The worlds of virtual devices that the user may enter.

@@ -4,6 +4,8 @@
 #include <array>
 #include <cstdio>
 
+#include "tools/hex.h"
+
 namespace tools {
 
 namespace {
@@ -16,17 +18,6 @@ constexpr int kNameWidth = 11;
 
 }  // namespace
 
-std::string HexText(std::span<const uint8_t> bytes) {
-  constexpr char kDigits[] = "0123456789ABCDEF";
-  std::string text;
-  for (const uint8_t byte : bytes) {
-    if (!text.empty()) text += ' ';
-    text += kDigits[byte >> 4];
-    text += kDigits[byte & 0x0F];
-  }
-  return text;
-}
-
 std::string PlainText(std::span<const uint8_t> bytes) {
   std::string text(bytes.begin(), bytes.end());
   std::replace_if(
@@ -35,7 +26,7 @@ std::string PlainText(std::span<const uint8_t> bytes) {
 }
 
 void AddBytes(std::span<const uint8_t> bytes, json_object* object) {
-  json_object_object_add(object, "bytes", NewJsonText(HexText(bytes)));
+  json_object_object_add(object, "bytes", NewJsonText(Hex(bytes)));
   json_object_object_add(object, "text", NewJsonText(PlainText(bytes)));
 }
 
@@ -49,8 +40,7 @@ void AddFrame(const ExplainedFrame& frame, json_object* object) {
 
 std::string FrameText(const ExplainedFrame& frame) {
   const bool is_long = frame.bytes.size() > kBytesShown;
-  std::string hex =
-      HexText(std::span(frame.bytes).first(std::min(frame.bytes.size(), kBytesShown)));
+  std::string hex = Hex(std::span(frame.bytes).first(std::min(frame.bytes.size(), kBytesShown)));
   if (is_long) hex += kGoesOn;
   const char* name = frame.protocol == Protocol::kNone ? "-" : ProtocolName(frame.protocol);
   std::array<char, 64> columns;

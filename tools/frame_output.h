@@ -10,9 +10,6 @@
 
 namespace tools {
 
-// "FF 01 0A".
-std::string HexText(std::span<const uint8_t> bytes);
-
 // The bytes as characters, a point for each that cannot be printed.
 std::string PlainText(std::span<const uint8_t> bytes);
 

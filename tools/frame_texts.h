@@ -2,6 +2,7 @@
 // at. Free of I/O and of state.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <span>
 #include <string>
@@ -15,8 +16,18 @@ namespace tools {
 // "0x" and `digits` hexadecimal digits.
 std::string HexNumber(unsigned value, int digits = 2);
 
+// "+5", "-5".
+std::string Signed(int value);
+
 // "1 byte", "2 bytes".
 std::string Count(size_t count, const char* what);
+
+// The row of a table whose `key` is `value`, or null.
+template <typename Rows, typename Value, typename Key>
+auto FindRow(const Rows& rows, Value value, Key key) -> const typename Rows::value_type* {
+  const auto row = std::ranges::find(rows, value, key);
+  return row != rows.end() ? &*row : nullptr;
+}
 
 // Pelco-D whatever the receiver, e.g. "pan left at speed 29, tilt up at 3", "set preset 95",
 // "stop".

@@ -11,6 +11,7 @@
 #include "tools/frame_words.h"
 #include "tools/hex_line.h"
 #include "tools/json.h"
+#include "tools/usage.h"
 
 namespace tools {
 
@@ -149,13 +150,17 @@ void RunFrames(const Request& request) {
 void AddFramesCommand(CLI::App* app) {
   CLI::App* frames = app->add_subcommand("frames", "Explain bytes of the line, or a datagram");
   const auto request = std::make_shared<Request>();
-  frames->add_option("BYTES", request->words,
-                     "bytes in hexadecimal, or lines of the daemon's trace; standard input when "
-                     "there are none");
   frames
-      ->add_option("--protocol", request->protocol,
-                   "what the bytes are, where they could be several things")
-      ->check(CLI::IsMember(ProtocolNames(true)))
+      ->add_option("BYTES", request->words,
+                   "bytes in hexadecimal, or lines of the daemon's trace; standard input when "
+                   "there are none")
+      ->type_name("");
+  frames
+      ->add_option(
+          "--protocol", request->protocol,
+          "what the bytes are, where they could be several things: " + Joined(ProtocolNames(true)))
+      ->type_name("NAME")
+      ->check(OneOf(ProtocolNames(true)))
       ->capture_default_str();
   frames->add_flag("--json", request->is_json, "one JSON object a frame");
   frames->footer(

@@ -1,4 +1,6 @@
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -10,6 +12,7 @@
 #include "tools/lens_fit.h"
 #include "tools/lens_plot.h"
 #include "tools/lens_report.h"
+#include "tools/lens_trace.h"
 #include "tools/usage.h"
 
 namespace tools {
@@ -78,27 +81,45 @@ void Fit(const FitArguments& arguments) {
     fprintf(stderr, "rs232ctl: warning: %s\n", warnings.substr(at, end - at).c_str());
 }
 
+// The table is pasted into a source.
+std::string CheckName(const std::string& text) {
+  const bool is_name = !text.empty() && std::ranges::all_of(text, [](unsigned char c) {
+    return isalnum(c) != 0 || c == '_';
+  });
+  return is_name ? "" : "'" + text + "' is no name of letters, digits and underscores";
+}
+
 void AddFitCommand(CLI::App* lens) {
   auto arguments = std::make_shared<FitArguments>();
   CLI::App* fit = lens->add_subcommand("fit", "Fit a tracking table to the trace points of a log");
   constexpr int kSpacingMin = 10;
   constexpr int kSpacingMax = 500;
   fit->add_option("TRACE.log", arguments->log, "what the daemon printed; - is standard input")
+      ->type_name("")
       ->required();
-  fit->add_option("--out", arguments->out, "write the table here instead of printing it");
+  fit->add_option("--out", arguments->out, "write the table here instead of printing it")
+      ->type_name("FILE");
   fit->add_option("--name", arguments->name, "the table becomes ZFTABLE_NAME")
+      ->type_name("NAME")
+      ->check(CLI::Validator(CheckName, ""))
       ->capture_default_str();
-  fit->add_option("--svg", arguments->svg, "write a picture of the fit here");
+  fit->add_option("--svg", arguments->svg, "write a picture of the fit here")->type_name("FILE");
   fit->add_flag("--json", arguments->json, "print the report as JSON");
   fit->add_option("--entries", arguments->options.entries,
                   "entries of the table (default: those of the shortest built-in one that holds "
-                  "all points)")
+                  "all points), 2 to " +
+                      std::to_string(kFitEntriesMax))
+      ->type_name("N")
       ->check(NumberFrom(2, kFitEntriesMax));
-  fit->add_option("--spacing", arguments->options.spacing, "zoom steps between two entries")
+  fit->add_option("--spacing", arguments->options.spacing,
+                  "zoom steps between two entries, " + std::to_string(kSpacingMin) + " to " +
+                      std::to_string(kSpacingMax))
+      ->type_name("STEPS")
       ->check(NumberFrom(kSpacingMin, kSpacingMax))
       ->capture_default_str();
   fit->add_option("--max-gap", arguments->options.max_gap,
                   "entries in a row that may be without a point")
+      ->type_name("N")
       ->check(NumberFrom(0, kFitEntriesMax))
       ->capture_default_str();
   fit->footer("Example: rs232ctl lens fit trace.log --out table.h --svg fit.svg");
@@ -108,7 +129,8 @@ void AddFitCommand(CLI::App* lens) {
 void AddPlotCommand(CLI::App* lens) {
   auto svg = std::make_shared<std::string>();
   CLI::App* plot = lens->add_subcommand("plot", "Show the built-in tracking tables");
-  plot->add_option("--svg", *svg, "write a picture here instead of printing numbers");
+  plot->add_option("--svg", *svg, "write a picture here instead of printing numbers")
+      ->type_name("FILE");
   plot->footer("Example: rs232ctl lens plot --svg curves.svg");
   plot->final_callback([svg] {
     if (svg->empty()) {

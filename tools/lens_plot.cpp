@@ -6,6 +6,8 @@
 #include <cstdarg>
 #include <cstdio>
 
+#include "tools/known_curves.h"
+
 namespace tools {
 namespace {
 

@@ -8,6 +8,7 @@
 #include <cstdlib>
 
 #include "tools/json.h"
+#include "tools/known_curves.h"
 
 namespace tools {
 namespace {

@@ -25,9 +25,11 @@
 #include "relay/daemon_datagram.h"
 #include "tools/commands.h"
 #include "tools/descriptor.h"
+#include "tools/device_mode.h"
 #include "tools/failure.h"
 #include "tools/frame_output.h"
 #include "tools/frame_words.h"
+#include "tools/hex.h"
 #include "tools/json.h"
 #include "tools/parse.h"
 #include "tools/usage.h"
@@ -69,8 +71,7 @@ void PrintDump(Bytes bytes, size_t offset) {
   constexpr int kRowWidth = 3 * kRow - 1;
   while (!bytes.empty()) {
     const Bytes row = bytes.first(std::min(bytes.size(), kRow));
-    printf("  %08zx  %-*s  |%s|\n", offset, kRowWidth, HexText(row).c_str(),
-           PlainText(row).c_str());
+    printf("  %08zx  %-*s  |%s|\n", offset, kRowWidth, Hex(row).c_str(), PlainText(row).c_str());
     offset += row.size();
     bytes = bytes.subspan(row.size());
   }
@@ -226,8 +227,19 @@ void Watch(const Request& request, MonitorView* view) {
   }
 }
 
+// Who watches a lens would wait in vain.
+void WarnOfSilence() {
+  const std::string model = DeviceModel();
+  if (ModeOfModel(model) != MODE_LENS) return;
+  fprintf(stderr,
+          "rs232ctl: warning: this device, %s, sends no serial data; 'rs232d 1 | rs232ctl frames' "
+          "shows its line\n",
+          model.c_str());
+}
+
 void RunMonitor(const Request& request) {
   setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+  WarnOfSilence();
   MonitorView view(request);
   Watch(request, &view);
   view.EndFrame();
@@ -241,8 +253,11 @@ void RunMonitor(const Request& request) {
 void AddMonitorCommand(CLI::App* app) {
   CLI::App* monitor = app->add_subcommand("monitor", "Show what comes from the serial line");
   const auto request = std::make_shared<Request>();
-  monitor->add_option("--protocol", request->protocol, "what speaks on the line")
-      ->check(CLI::IsMember(ProtocolNames(false)))
+  monitor
+      ->add_option("--protocol", request->protocol,
+                   "what speaks on the line: " + Joined(ProtocolNames(false)))
+      ->type_name("NAME")
+      ->check(OneOf(ProtocolNames(false)))
       ->capture_default_str();
   monitor->add_flag("--raw", request->is_raw, "bytes only, no words");
   monitor->add_flag("--json", request->is_json, "one JSON object a line");

@@ -39,6 +39,11 @@ std::optional<std::string> NearestName(std::string_view typed,
 }
 
 std::string DidYouMean(std::string_view typed, const std::vector<std::string>& names) {
+  std::string longer;
+  for (const std::string& name : names) {
+    if (name.starts_with(std::string(typed) + "-")) longer += (longer.empty() ? "" : " or ") + name;
+  }
+  if (!longer.empty()) return ", did you mean " + longer + "?";
   const auto nearest = NearestName(typed, names);
   return nearest.has_value() ? ", did you mean " + *nearest + "?" : "";
 }

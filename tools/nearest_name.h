@@ -16,7 +16,8 @@ size_t EditDistance(std::string_view from, std::string_view to);
 std::optional<std::string> NearestName(std::string_view typed,
                                        const std::vector<std::string>& names);
 
-// ", did you mean NAME?", or "" when none is close enough.
+// ", did you mean NAME?" with the nearest name, or with those of which the first word was typed
+// ("zoom" of "zoom-tele"); "" when none is close enough.
 std::string DidYouMean(std::string_view typed, const std::vector<std::string>& names);
 
 }  // namespace tools

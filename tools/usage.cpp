@@ -1,6 +1,7 @@
 #include "tools/usage.h"
 
 #include <algorithm>
+#include <string_view>
 #include <vector>
 
 #include "tools/nearest_name.h"
@@ -35,13 +36,6 @@ Names OptionNames(const CLI::App& app) {
   return names;
 }
 
-std::string Joined(const Names& names) {
-  std::string text;
-  for (const std::string& name : names)
-    text += (text.empty() ? "" : ", ") + name;
-  return text;
-}
-
 // "" for the tool itself, else "ptz preset: ".
 std::string Place(const CLI::App& app) {
   if (app.get_parent() == nullptr) return "";
@@ -51,7 +45,24 @@ std::string Place(const CLI::App& app) {
   return path;
 }
 
+// The parser's "--for: 1 required TIME missing" as "--for: TIME is missing".
+std::string Reworded(std::string text) {
+  constexpr std::string_view kBefore = ": 1 required ";
+  constexpr std::string_view kAfter = " missing";
+  const size_t at = text.find(kBefore);
+  if (at == std::string::npos || !text.ends_with(kAfter)) return text;
+  text.replace(text.size() - kAfter.size(), kAfter.size(), " is missing");
+  return text.replace(at, kBefore.size(), ": ");
+}
+
 }  // namespace
+
+std::string Joined(const std::vector<std::string>& names) {
+  std::string text;
+  for (const std::string& name : names)
+    text += (text.empty() ? "" : ", ") + name;
+  return text;
+}
 
 std::string DescribeParseError(const CLI::App& app, const std::exception& error) {
   const CLI::App& inner = *Innermost(&app);
@@ -72,13 +83,21 @@ std::string DescribeParseError(const CLI::App& app, const std::exception& error)
   if (!commands.empty() && inner.get_require_subcommand_min() > 0) {
     return Place(inner) + "a command is missing: " + Joined(commands);
   }
-  return Place(inner) + error.what();
+  return Place(inner) + Reworded(error.what());
 }
 
 CLI::Validator NumberFrom(int low, int high) {
   const auto check = [low, high](const std::string& text) -> std::string {
     if (ParseNumber(text, low, high).has_value()) return "";
     return text + " is no number from " + std::to_string(low) + " to " + std::to_string(high);
+  };
+  return {check, ""};
+}
+
+CLI::Validator OneOf(const std::vector<std::string>& names) {
+  const auto check = [names](const std::string& text) -> std::string {
+    if (std::ranges::find(names, text) != names.end()) return "";
+    return text + " is none of " + Joined(names);
   };
   return {check, ""};
 }

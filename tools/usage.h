@@ -4,6 +4,7 @@
 #include <CLI/CLI.hpp>
 #include <exception>
 #include <string>
+#include <vector>
 
 namespace tools {
 
@@ -11,7 +12,13 @@ namespace tools {
 // is.
 std::string DescribeParseError(const CLI::App& app, const std::exception& error);
 
+// "a, b, c".
+std::string Joined(const std::vector<std::string>& names);
+
 // Takes a whole number from `low` to `high`, as ParseNumber does.
 CLI::Validator NumberFrom(int low, int high);
+
+// Takes one of these words.
+CLI::Validator OneOf(const std::vector<std::string>& names);
 
 }  // namespace tools

@@ -27,8 +27,9 @@ using Clock = std::chrono::steady_clock;
 constexpr size_t kPiece = 2048;
 static_assert(kPiece + RS232_UDP_CODE_SIZE <= RS232_UDP_MAX);
 
-// What may be on its way to the line at once. More would be dropped from the daemon's socket.
-constexpr size_t kAhead = 8 * kPiece;
+// What may be on its way to the line at once: enough for a third of a second at the highest speed.
+// A pty in place of a line takes whatever comes, holds 8 KiB and loses the rest.
+constexpr size_t kAhead = 2 * kPiece;
 
 // --- Pace --------------------------------------------------------------------------------------
 

@@ -32,28 +32,19 @@ bool HasRoom(const LineSource& line) {
   return line.fd < 0 || poll(&room, 1, 0) != 0;
 }
 
-// A sequence of frames may have taken a while since the last wait: what clients sent meanwhile
-// comes before the next datagram and command, so they are looked at afresh.
-void LookAtPtzServer(ModePass* self) {
-  CPTZSVR_Watch(self->context->ptz_server, true, self->ptz_sources);
-  if (poll(self->ptz_sources.data(), self->ptz_sources.size(), 0) >= 0) return;
-  for (pollfd& source : self->ptz_sources)  // each is worth a try then
-    source.revents = source.events;
-}
-
-void ServePtzClients(ModePass* self) {
-  self->clients_held = false;
+// Returns true when the line got bytes, which takes as long as it takes them.
+bool ServePtzClients(ModePass* self, std::span<const pollfd, CPTZSVR_SOURCES> sources) {
   CPTZSVR* server = self->context->ptz_server;
-  if (server == nullptr) return;
-  if (!self->ptz_known) LookAtPtzServer(self);
-  const auto& sources = self->ptz_sources;
+  if (server == nullptr) return false;
   CPTZSVR_SendQueued(server, sources);
-  if (std::none_of(sources.begin(), sources.end(), IsReady)) return;
-  server->Accept(server, 0);
+  const bool is_ready = std::any_of(sources.begin(), sources.end(), IsReady);
+  if (!is_ready && !self->clients_held) return false;
+  if (IsReady(sources[CPTZSVR_LISTENER_SOURCE])) server->Accept(server, 0);
   self->clients_held = !HasRoom(self->line);
-  if (self->clients_held) return;
+  if (self->clients_held) return false;
   const int count = server->Recv(server, self->ptz_buffer, 0);
   if (count > 0) SerialSend(self->line.fd, self->ptz_buffer, count);
+  return count > 0;
 }
 
 // --- Waiting -----------------------------------------------------------------------------------
@@ -71,8 +62,9 @@ struct Sources {
 
 void CollectSources(const ModePass* self, Sources* sources) {
   const Rs232Context& context = *self->context;
+  const bool is_held = self->clients_held && self->line.fd >= 0;
   if (context.ptz_server != nullptr) {
-    CPTZSVR_Watch(context.ptz_server, !self->clients_held, sources->Ptz());
+    CPTZSVR_Watch(context.ptz_server, !is_held, sources->Ptz());
   } else {
     std::fill_n(sources->list.begin(), CPTZSVR_SOURCES,
                 pollfd{.fd = -1, .events = 0, .revents = 0});
@@ -80,7 +72,7 @@ void CollectSources(const ModePass* self, Sources* sources) {
   sources->count = CPTZSVR_SOURCES + static_cast<size_t>(context.events->reg_count);
   const int* fd = context.events->fds;
   for (pollfd& source : sources->Events()) {
-    const int room = self->clients_held && *fd == self->line.fd ? POLLOUT : 0;
+    const int room = is_held && *fd == self->line.fd ? POLLOUT : 0;
     source = {.fd = *fd++, .events = static_cast<short>(POLLIN | room), .revents = 0};
   }
 }
@@ -119,31 +111,32 @@ void PauseAfterFailure() {
   CUTIL_SleepUs(MODE_PASS_PACE_US);
 }
 
-// Looks which of the event set's sources are ready; where the wait over all sources failed, these
-// are waited for at the pace of periodic work. Returns true when one is.
-bool WaitForEvents(ModePass* self) {
+// Where the wait over all sources failed it told nothing: each PTZ source is worth a try then, and
+// the event set is waited for by itself, at the pace of periodic work.
+void WaitForEventsAlone(ModePass* self, Sources* sources) {
+  for (pollfd& source : sources->Ptz())
+    source.revents = source.events;
   CFDEVENT* events = self->context->events;
-  const int result = events->Wait(events, kPaceMs);
-  if (result == CFDEVENT_WAIT_FAILED) PauseAfterFailure();
-  return result == 0;
+  if (events->Wait(events, kPaceMs) == CFDEVENT_WAIT_FAILED) PauseAfterFailure();
 }
 
 // Waits on every source at once: a PTZ client or a signal ends the wait as well as the event set
-// does. Returns true when the event set has something to serve.
-bool WaitForWork(ModePass* self, int64_t periodic_us) {
+// does. What is ready then is told by `sources` and by the event set.
+void WaitForWork(ModePass* self, int64_t periodic_us, Sources* sources) {
   // The limit comes first: a listener that is left alone until now is watched or waited for.
   const int64_t limit_us = WaitLimitUs(self, periodic_us);
-  Sources sources;
-  CollectSources(self, &sources);
-  const int ready = SleepUntilReady(self, &sources, limit_us);
-  if (ready < 0) return errno != EINTR && WaitForEvents(self);
-  const auto events_set = sources.Events();
-  const bool is_event = std::any_of(events_set.begin(), events_set.end(), IsReady);
-  self->ptz_known = !self->clients_held && !is_event;
-  if (self->ptz_known) {
-    std::copy_n(sources.list.begin(), CPTZSVR_SOURCES, self->ptz_sources.begin());
+  CollectSources(self, sources);
+  const bool has_failed = SleepUntilReady(self, sources, limit_us) < 0 && errno != EINTR;
+  CFDEVENT_SetReady(self->context->events, sources->Events());
+  if (has_failed) WaitForEventsAlone(self, sources);
+}
+
+// What came while the line took a client's bytes comes before that client's next.
+void LookAtEventsAgain(ModePass* self, Sources* sources) {
+  const auto events = sources->Events();
+  if (poll(events.data(), events.size(), 0) >= 0) {
+    CFDEVENT_SetReady(self->context->events, events);
   }
-  return is_event && WaitForEvents(self);
 }
 
 bool IsSet(const ModePass* self, int fd) {
@@ -219,13 +212,11 @@ void ServeSerial(ModePass* self) {
 int RunOnce(ModePass* self) {
   if (*self->context->stop != 0) return 1;
   int64_t periodic_us = MODE_PASS_NO_WORK;
-  if (self->hooks->periodic != nullptr) {
-    periodic_us = self->hooks->periodic(self->mode);
-    self->ptz_known = false;
-  }
-  ServePtzClients(self);
+  if (self->hooks->periodic != nullptr) periodic_us = self->hooks->periodic(self->mode);
   LineSourceServe(&self->line);
-  if (!WaitForWork(self, periodic_us)) return 0;
+  Sources sources;
+  WaitForWork(self, periodic_us, &sources);
+  if (ServePtzClients(self, sources.Ptz())) LookAtEventsAgain(self, &sources);
   CICOMM* channel = self->context->command;
   if (IsSet(self, self->context->udp_socket)) ServeUdp(self);
   if (IsSet(self, channel->GetSocket(channel))) ServeCommand(self);
@@ -246,7 +237,6 @@ void ModePassInit(ModePass* self, const Rs232Context* context, const ModeHooks* 
   self->mode = mode;
   self->serial_data = {};
   LineSourceInit(&self->line, *context);
-  self->ptz_known = false;
   self->clients_held = false;
   self->RunOnce = RunOnce;
   self->Run = Run;

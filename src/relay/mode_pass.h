@@ -3,20 +3,17 @@
 // One pass looks at every source once, in a fixed order, and serves what is there:
 //   1. the stop flag,
 //   2. the mode's periodic work,
-//   3. PTZ clients: accept one, read once from one while the serial line has room, write it there,
-//   4. wait until something is ready,
+//   3. wait until something is ready,
+//   4. PTZ clients: accept one, read once from one while the serial line has room, write it there,
 //   5. the UDP socket: bytes for the serial line, or the order to stop,
 //   6. the command channel: camera control and other commands go to the mode,
 //   7. the serial line: its bytes go to the PTZ clients, to the mode, to the trace and to the
 //      local data port.
-// The wait of step 4 is over every source at once, a signal included, and has no end of its own: a
+// The wait of step 3 is over every source at once, a signal included, and has no end of its own: a
 // daemon with nothing to do sleeps. A mode adds its hooks; whatever it leaves out is skipped. Runs
 // on the main thread and blocks for that wait and for what the serial line takes.
 #pragma once
 
-#include <poll.h>
-
-#include <array>
 #include <cstdint>
 #include <span>
 
@@ -55,10 +52,6 @@ struct ModePass {
   uint8_t udp_buffer[RS232_UDP_MAX];
   SerialDataDatagram serial_data;  // serial bytes are read into its place
   LineSource line;
-  // The PTZ server's sources as a wait found them, and whether that still holds: nothing has been
-  // served since.
-  std::array<pollfd, CPTZSVR_SOURCES> ptz_sources;
-  bool ptz_known;
   bool clients_held;  // what PTZ clients sent waits with them: the line has no room
 
   // Runs one pass. Returns 0, or 1 without serving anything when the stop flag is set.

@@ -1,6 +1,5 @@
 #include "tests/fault/session.h"
 
-#include <fcntl.h>
 #include <poll.h>
 #include <sys/ipc.h>
 #include <sys/sem.h>
@@ -25,6 +24,7 @@
 #include "relay/daemon_datagram.h"
 #include "relay/pelco_d.h"
 #include "sim/far_end_models.h"
+#include "sim/leftovers.h"
 #include "sim/lens_micom.h"
 #include "sim/world.h"
 #include "util/conf_file.h"
@@ -76,26 +76,10 @@ double BusyMs(pid_t pid) {
   return busy_ms;
 }
 
-size_t Descriptors(pid_t pid) {
-  std::error_code gone;
-  const std::string path = "/proc/" + std::to_string(pid) + "/fd";
-  return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(path, gone), {}));
-}
-
 bool IsSanitizerReport(const std::string& text) {
   constexpr std::array kMarks = {"Sanitizer", "runtime error:", "stack smashing", "corrupt"};
   return std::ranges::any_of(
       kMarks, [&](const char* mark) { return text.find(mark) != std::string::npos; });
-}
-
-// Whether a process of this world holds the lock on the parameter file.
-bool IsLocked(const char* path) {
-  const sim::UniqueFd fd(open(path, O_RDWR | O_CLOEXEC));
-  struct flock lock = {};
-  lock.l_type = F_WRLCK;
-  lock.l_whence = SEEK_SET;
-  lock.l_len = 1;
-  return fcntl(fd.Get(), F_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
 }
 
 // Whether the order may not arrive, the device program may not run, or the answers to a packet not
@@ -105,13 +89,6 @@ bool MayLoseReboot(const Point& point) {
                                    "select", "system", "write"};
   return (point.IsLasting() && std::ranges::find(kOfOrder, point.call.name) != kOfOrder.end()) ||
          point.call.subject == "/sbin/reboot";
-}
-
-bool IsWholePositionsFile(const std::string& text) {
-  int zoom = 0;
-  int focus = 0;
-  return sscanf(text.c_str(), "zoom_position=%d focus_position=%d", &zoom, &focus) == 2 &&
-         text == sim::PositionsText(zoom, focus);
 }
 
 }  // namespace
@@ -362,20 +339,20 @@ void Session::CheckDescriptors(const Point* point) {
     healthy_descriptors_ = SIZE_MAX;
     for (int look = 0; look < 20; ++look) {
       Pump();
-      healthy_descriptors_ = std::min(healthy_descriptors_, Descriptors(daemon_->Pid()));
+      healthy_descriptors_ = std::min(healthy_descriptors_, sim::DescriptorCount(daemon_->Pid()));
     }
     return;
   }
   const size_t most = healthy_descriptors_ + (point->IsLasting() ? 1 : 0);
-  if (!Await([&] { return Descriptors(daemon_->Pid()) <= most; }, kPatience)) {
-    Wrong("leaks: " + std::to_string(Descriptors(daemon_->Pid())) + " descriptors, not " +
+  if (!Await([&] { return sim::DescriptorCount(daemon_->Pid()) <= most; }, kPatience)) {
+    Wrong("leaks: " + std::to_string(sim::DescriptorCount(daemon_->Pid())) + " descriptors, not " +
           std::to_string(healthy_descriptors_));
   }
 }
 
 void Session::CheckFiles() {
-  if (IsLocked(PARAM_BLOCK_PATH)) Wrong("the parameter file is left locked");
-  if (camera_ != nullptr && !IsWholePositionsFile(sim::ReadTextFile(MFZ_CONF_PATH))) {
+  if (sim::IsParamFileLocked()) Wrong("the parameter file is left locked");
+  if (camera_ != nullptr && !sim::ReadWholePositions().has_value()) {
     Wrong("the positions file is not whole: " + sim::ReadTextFile(MFZ_CONF_PATH));
   }
 }

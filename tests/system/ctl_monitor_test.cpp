@@ -5,6 +5,7 @@
 #include "module/hd_frame.h"
 #include "sim/hd_micom.h"
 #include "sim/sd_module.h"
+#include "tests/system/ctl_fixture.h"
 #include "tests/system/module_fixture.h"
 
 namespace {
@@ -118,6 +119,32 @@ TEST_F(CtlMonitor, EndsByItself) {
   EXPECT_EQ(
       monitor->Errors(),
       "rs232ctl: UDP port 1860 of 127.0.0.1 is taken: another process gets the serial data\n");
+}
+
+// The trace of both modules, from the first question on.
+TEST_F(CtlMonitor, FramesExplainTheTraceOfModules) {
+  const auto expect_words = [this](const char* asked, const char* told) {
+    EXPECT_EQ(daemon->Stop(), 0);  // a read is traced last of all that is done with it
+    sim::WriteTextFile("/etc/trace", daemon->Output());
+    const string explained = RunCtl("frames < /etc/trace").output;
+    EXPECT_TRUE(std::regex_search(explained, std::regex(asked))) << explained;
+    EXPECT_TRUE(std::regex_search(explained, std::regex(told))) << explained;
+  };
+  StartWith("QB-210", std::make_unique<sim::SdModule>(uint8_t{42}, sim::Clock::now()), {"1"});
+  ASSERT_TRUE(server->ServeUntil([&] { return !Info().empty(); }));
+  expect_words(" SEND  FF 01 00 00 96 69 00 +sd-module +query: model\n",
+               " RECV  FF 01 00 00 00 2A 2B +sd-module +reply: model 42\n");
+
+  PutBehindLine(std::make_unique<sim::HdMicom>(
+      sim::HdIdentity{}, sim::LoaderSetup{}, [this] { return line.Settings(); },
+      sim::Clock::now()));
+  config.model = "QB-310";
+  Install();
+  Launch({"1"});
+  ASSERT_TRUE(ServeUntilWords("asked for its sensor"));
+  ASSERT_TRUE(server->ServeUntil([&] { return Info().find("2.1") != string::npos; }));
+  expect_words(" SEND  FF E3 01 .* hd-micom +query: firmware version\n",
+               " RECV  FF E3 01 .* hd-micom +answer: firmware version 2\\.1\n");
 }
 
 // What a daemon with its trace on has printed, explained.

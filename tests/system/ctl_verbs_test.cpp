@@ -1,5 +1,5 @@
 // Every verb of the tool through the real daemon, in each mode that answers it: what reaches the
-// line, alone and followed by its stop.
+// line, alone and followed by its stop. In each mode also bytes for the line, and the end.
 #include <set>
 
 #include "sim/lens_rig.h"
@@ -146,6 +146,10 @@ class CtlVerb : public DeviceTest {
     }
     EXPECT_EQ(Missing(tools::ModeOfModel(model), lines), std::set<std::string>{});
     ExpectLineQuiet();
+    ExpectCtl("write --hex 01 A5 FF", 0);
+    EXPECT_EQ(Line(3), "01 A5 FF");
+    ExpectCtl("stop", 0);
+    ExpectEnd(0);
   }
 };
 
@@ -171,17 +175,13 @@ TEST_F(CtlVerb, OnTheSpeedDome) {
 
 TEST_F(CtlVerb, OnTheSdModule) {
   StartModel("QB-210");
-  EXPECT_EQ(Line(7), "FF 01 00 00 96 69 00");
+  MeetModule("QB-210", &line);
   ExpectAll("QB-210", {kStop});
 }
 
 TEST_F(CtlVerb, OnTheHdModule) {
   StartModel("QB-310");
-  for (const uint8_t command : sim::Bytes{0xE3, 0x5C, 0xE0}) {
-    EXPECT_EQ(line.Receive(10)[1], command);
-    const auto checksum = static_cast<uint8_t>(0xFF + command + 1);
-    line.Send(sim::Bytes{0xFF, command, 1, 0, 0, 0, 0, 0, 0, checksum});
-  }
+  MeetModule("QB-310", &line);
   ExpectAll("QB-310", {kHdStop});
 }
 
@@ -217,6 +217,11 @@ TEST_F(CtlLensVerb, OnTheLensThatTheMicomDrives) {
     EXPECT_EQ(TakeFrames(), row.frames) << row.line;
   }
   EXPECT_EQ(Missing(tools::MODE_LENS, lines), std::set<std::string>{});
+  ExpectCtl("write --hex A5 40 0B 00 08 F8", 0);
+  ASSERT_TRUE(Sync());
+  EXPECT_EQ(TakeFrames(), Lines{"A5 40 0B 00 08 F8"});
+  ExpectCtl("stop", 0);
+  ExpectEnd(0);
 }
 
 // The daemon drives it: the lens itself has moved, and rests when the tool has ended.
@@ -235,9 +240,25 @@ TEST_F(CtlLensVerb, OnTheLensThatTheDaemonDrives) {
   ExpectCtl("ptz focus-far --speed 40 --for 200ms", 0);
   ASSERT_TRUE(Drain());
   EXPECT_GT(Pose().focus, before.focus);
+  const int far = Pose().focus;
+  ExpectCtl("ptz focus-near --speed 40 --for 200ms", 0);
+  ASSERT_TRUE(Drain());
+  EXPECT_LT(Pose().focus, far);
+
+  ExpectCtl("ptz zoom-wide", 0);
+  ASSERT_TRUE(sim::WaitUntil([&] { return Pose().zoom > before.zoom; }));
+  ExpectCtl("ptz stop", 0);
+  ASSERT_TRUE(Drain());
+  const int stopped = Pose().zoom;
+  ASSERT_TRUE(Drain());
+  EXPECT_EQ(Pose().zoom, stopped);
+
   TakeFrames();
   ExpectCtl("ptz af-start", 0);
   ASSERT_TRUE(sim::WaitUntil([&] { return !TakeFrames().empty(); }));
+  ExpectCtl("ptz assist", 0);
+  ASSERT_TRUE(WaitOutput("start AF\n"));
+  EXPECT_EQ(Pose().zoom, 0);
 }
 
 }  // namespace

@@ -192,6 +192,7 @@ TEST_P(LensRandom, LensIsWhereTheDaemonSaysItIs) {
   EXPECT_EQ(daemon->Stop(), 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(Seeds, LensRandom, testing::Range(1U, 5U));
+INSTANTIATE_TEST_SUITE_P(Seeds, LensRandom, testing::Range(1U, 5U),
+                         testing::PrintToStringParamName());
 
 }  // namespace

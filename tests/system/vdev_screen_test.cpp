@@ -24,11 +24,11 @@ constexpr char kEnterScreen[] = "\033[?1049h";
 constexpr char kLeaveScreen[] = "\033[?1049l";
 constexpr char kRight[] = "\033OC";
 
-// "vdev run QB-620" on a terminal. High enough that no line of the panes is overwritten: what the
+// "vdev run MODEL" on a terminal. High enough that no line of the panes is overwritten: what the
 // terminal library sends is then what stands on the screen.
 class Screen {
  public:
-  explicit Screen(int rows = 90, const char* option = nullptr) {
+  explicit Screen(int rows = 90, const char* option = nullptr, const char* model = "QB-620") {
     winsize size = {};
     size.ws_row = static_cast<unsigned short>(rows);
     size.ws_col = 120;
@@ -37,7 +37,7 @@ class Screen {
     if (pid_ == 0) {
       setenv("TERM", "xterm", 1);
       setenv("LC_ALL", "C.UTF-8", 1);
-      execl(VDEV_PATH, "vdev", "run", "QB-620", option, nullptr);
+      execl(VDEV_PATH, "vdev", "run", model, option, nullptr);
       _exit(127);
     }
     terminal_.Reset(terminal);
@@ -191,6 +191,30 @@ TEST(VdevScreen, PlainLinesWhereTheyAreAskedFor) {
   screen.Type("quit\n");
   EXPECT_EQ(screen.WaitEnd(), 0);
   EXPECT_EQ(screen.Shown().find(kEnterScreen), string::npos);
+}
+
+// Heads that no code stops, and lenses, whose motors have a code each.
+TEST(VdevScreen, TypedStopEndsAllMotion) {
+  const struct {
+    const char* model;
+    const char* motion;
+    const char* begun;
+    const char* ended;
+  } rows[] = {
+      {"QB-610", "left\n", "head   | pan left", "head   | stop"},
+      {"QB-310", "near\n", "micom  | focus plus", "micom  | stop"},
+      {"QB-420", "code 8100 0\nfar\n", "focus runs toward its maximum", "focus stops"},
+  };
+  for (const auto& row : rows) {
+    Screen screen(40, "--plain", row.model);
+    EXPECT_TRUE(screen.Await("rs232d serves"));
+    screen.Type(row.motion);
+    EXPECT_TRUE(screen.Await(row.begun)) << screen.Shown();
+    screen.Type("stop\n");
+    EXPECT_TRUE(screen.Await(row.ended)) << screen.Shown();
+    screen.Type("quit\n");
+    EXPECT_EQ(screen.WaitEnd(), 0);
+  }
 }
 
 }  // namespace

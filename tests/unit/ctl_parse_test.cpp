@@ -127,6 +127,13 @@ TEST(CtlParse, NearestName) {
 
 // --- Parameters -------------------------------------------------------------------------------
 
+TEST(CtlParse, FirstWordOfAName) {
+  const std::vector<std::string> names = {"zoom-tele", "zoom-wide", "zoomed", "stop"};
+  EXPECT_EQ(tools::DidYouMean("zoom", names), ", did you mean zoom-tele or zoom-wide?");
+  EXPECT_EQ(tools::DidYouMean("zom", names), "");
+  EXPECT_EQ(tools::DidYouMean("stpo", names), ", did you mean stop?");
+}
+
 TEST(CtlParse, ParameterChangesStoreTheirBytesAndNoOthers) {
   const struct {
     const char* text;

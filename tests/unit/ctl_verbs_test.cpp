@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <iterator>
+#include <map>
 #include <set>
 #include <sstream>
 
@@ -141,7 +142,7 @@ TEST(CtlVerbs, CompletionOffersWhatTheToolHas) {
   CLI::App app;
   tools::AddPtzCommand(&app);
   const CLI::App* ptz = app.get_subcommand("ptz");
-  EXPECT_EQ(Completions("rs232ctl ptz ''"), With(Commands(*ptz), {"--list", "--help"}));
+  EXPECT_EQ(Completions("rs232ctl ptz ''"), With(Commands(*ptz), Options(*ptz)));
   for (const CLI::App* verb : ptz->get_subcommands([](const CLI::App*) { return true; })) {
     EXPECT_EQ(Completions("rs232ctl ptz " + verb->get_name() + " ''"),
               With(Commands(*verb), Options(*verb)))
@@ -176,17 +177,55 @@ TEST(CtlVerbs, CompletionOfCommandsOptionsAndFiles) {
       {"rs232ctl params s", {"set", "show"}},
       {"rs232ctl params set parity = e", {"even"}},
       {"rs232ctl params set --file " + source + "/READ", {source + "/README.md"}},
-      {"rs232ctl firmware-update --", {"--yes", "--help"}},
       {"rs232ctl firmware-update " + source + "/READ", {source + "/README.md"}},
-      {"rs232ctl write --", {"--hex", "--text", "--help"}},
+      {"rs232ctl lens fit --name " + source + "/READ", {}},
+      {"rs232ctl lens fit --out " + source + "/READ", {source + "/README.md"}},
   };
   for (const auto& row : rows)
     EXPECT_EQ(Completions(row.line), row.words) << row.line;
 }
 
-TEST(CtlVerbs, ManualTellsOfEveryVerb) {
+// The commands that have no commands of their own, by their words; the verbs left out.
+std::map<std::string, const CLI::App*> Leaves(const CLI::App& app) {
+  std::map<std::string, const CLI::App*> leaves;
+  for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; })) {
+    const bool is_leaf = Commands(*command).empty() || command->get_name() == "ptz";
+    if (is_leaf) leaves[command->get_name()] = command;
+    if (is_leaf) continue;
+    for (const auto& [name, leaf] : Leaves(*command))
+      leaves[command->get_name() + " " + name] = leaf;
+  }
+  return leaves;
+}
+
+std::string Manual() {
   std::string manual = sim::ReadTextFile(RS232_SOURCE_DIR "/tools/man/rs232ctl.1");
   std::erase(manual, '\\');
+  return manual;
+}
+
+TEST(CtlVerbs, CompletionAndManualHaveEveryOption) {
+  CLI::App app;
+  for (const auto add :
+       {tools::AddPtzCommand, tools::AddWriteCommand, tools::AddMonitorCommand,
+        tools::AddFramesCommand, tools::AddInfoCommand, tools::AddParamsCommand,
+        tools::AddFirmwareUpdateCommand, tools::AddLensCommand, tools::AddStopCommand})
+    add(&app);
+  const std::string manual = Manual();
+  for (const auto& [name, command] : Leaves(app)) {
+    SCOPED_TRACE(name);
+    EXPECT_EQ(Completions("rs232ctl " + name + " --"), Options(*command));
+    const size_t begin = manual.find("\n.SS " + name);
+    ASSERT_NE(begin, std::string::npos);
+    const std::string section = manual.substr(begin, manual.find("\n.S", begin + 1) - begin);
+    for (const std::string& option : Options(*command)) {
+      EXPECT_TRUE(option == "--help" || section.find(option) != std::string::npos) << option;
+    }
+  }
+}
+
+TEST(CtlVerbs, ManualTellsOfEveryVerb) {
+  const std::string manual = Manual();
   for (const PtzVerb& verb : tools::PtzVerbs())
     EXPECT_NE(manual.find(std::string("\n") + verb.name), std::string::npos) << verb.name;
   for (const tools::ParamField& field : tools::ParamFields()) {

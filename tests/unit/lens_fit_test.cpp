@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "tools/failure.h"
+#include "tools/known_curves.h"
 #include "tools/lens_plot.h"
 #include "tools/lens_report.h"
 

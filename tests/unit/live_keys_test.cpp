@@ -106,8 +106,13 @@ TEST(LiveKeys, EachModelAnswersItsOwnKeys) {
       {"QB-420", 'm', ""},
       {"QB-420", kKeyUp, "2002 0 0 40; "},
   };
-  for (const auto& row : rows)
+  for (const auto& row : rows) {
     ExpectSent(row.model, {{row.key, 0, row.sent}});
+    KeyDriver keys(row.model);
+    keys.Press(row.key, {});
+    EXPECT_EQ(keys.State().find("no key of this model") != string::npos, *row.sent == '\0')
+        << row.model << ' ' << row.key;
+  }
   ExpectSent("QB-620", {{'p', 0, ""}, {'4', 0, "1020 4 0 0; "}, {'4', 0, "1021 4 0 0; "}});
   ExpectSent("QB-420",
              {{'A', 0, "8100 2 0 0; "}, {'A', 0, "8100 3 0 0; "}, {'A', 0, "8100 2 0 0; "}});
