@@ -10,13 +10,20 @@ preset="${1:-release}"
 [ $# -eq 0 ] || shift
 
 case "$preset" in
-  asan-clang) ./packaging/build-deps.sh clang ;;
+  asan-clang | tsan) ./packaging/build-deps.sh clang ;;
   armhf | arm64) ./packaging/build-deps.sh --cross "$preset" ;;
   *) ./packaging/build-deps.sh ;;
 esac
 cmake --preset "$preset" "$@" >/dev/null
-cmake --build --preset "$preset"
+# The daemon ends at the first report, and the test with it.
+export TSAN_OPTIONS="halt_on_error=1${TSAN_OPTIONS:+:$TSAN_OPTIONS}"
+# Some kernels scatter addresses more widely than ThreadSanitizer knows.
+together=""
+if [ "$preset" = tsan ] && setarch -R true 2>/dev/null; then together="setarch -R"; fi
+# shellcheck disable=SC2086  # none or two words; the build asks the tests for their names
+$together cmake --build --preset "$preset"
 # Most tests wait for something to happen: twice as many at once as there are processors. The
 # simulated motors run in real time: on a machine that stalls for some milliseconds they lose steps
 # that a real lens would not, so a test that fails is run once more.
-ctest --preset "$preset" --parallel "$((2 * $(nproc)))" --repeat until-pass:2
+# shellcheck disable=SC2086
+$together ctest --preset "$preset" --parallel "$((2 * $(nproc)))" --repeat until-pass:2

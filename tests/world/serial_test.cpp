@@ -4,6 +4,8 @@
 #include <sys/time.h>
 
 #include <atomic>
+#include <cerrno>
+#include <cstdarg>
 #include <cstring>
 #include <ctime>
 #include <sstream>
@@ -23,7 +25,51 @@ namespace {
 termios g_asked;
 int g_asked_when = -1;
 
+// A driver as a pty has none: what it answers while bytes leave the line.
+struct SlowDriver {
+  int status_error = 0;  // of a query of the transmitter; 0 when it can tell
+  int busy = 0;          // how many queries of either kind find bytes still under way
+  int queued = 0;        // bytes in its queue while it is busy
+  int status_queries = 0;
+  int drains = 0;
+};
+SlowDriver* g_driver = nullptr;
+
+// Returns the ioctl's result.
+int AnswerQuery(unsigned long request, void* out) {
+  const bool is_busy = g_driver->busy != 0;
+  if (request == TIOCSERGETLSR) {
+    ++g_driver->status_queries;
+    if (g_driver->status_error != 0) {
+      errno = g_driver->status_error;
+      return -1;
+    }
+    *static_cast<unsigned int*>(out) = is_busy ? 0 : TIOCSER_TEMT;
+  } else {
+    *static_cast<int*>(out) = is_busy ? g_driver->queued : 0;
+  }
+  if (g_driver->busy > 0) --g_driver->busy;
+  return 0;
+}
+
 }  // namespace
+
+extern "C" int ioctl(int fd, unsigned long request, ...) noexcept {
+  static const auto next =
+      reinterpret_cast<int (*)(int, unsigned long, ...)>(dlsym(RTLD_NEXT, "ioctl"));
+  va_list arguments;
+  va_start(arguments, request);
+  void* const out = va_arg(arguments, void*);
+  va_end(arguments);
+  const bool is_query = request == TIOCSERGETLSR || request == TIOCOUTQ;
+  return g_driver != nullptr && is_query ? AnswerQuery(request, out) : next(fd, request, out);
+}
+
+extern "C" int tcdrain(int fd) {
+  static const auto next = reinterpret_cast<int (*)(int)>(dlsym(RTLD_NEXT, "tcdrain"));
+  if (g_driver != nullptr) ++g_driver->drains;
+  return next(fd);
+}
 
 extern "C" int tcsetattr(int fd, int when, const termios* settings) noexcept {
   static const auto next =
@@ -181,6 +227,67 @@ TEST_F(Serial, WritesInOneGo) {
       0, [&] { written = port_.Write(&port_, flood.data(), 1 << 20); }, 20000);
   EXPECT_TRUE(written > 0 && written < 1 << 20) << written;
   EXPECT_EQ(line_.Receive(static_cast<size_t>(written)).size(), static_cast<size_t>(written));
+}
+
+// What a write waits for, and for how long, by what the driver tells.
+TEST_F(Serial, WaitsUntilTheLineIsIdle) {
+  constexpr int kForever = -1;
+  constexpr int kMarginMs = 200;
+  constexpr int kSlackMs = 500;
+  const struct {
+    const char* legend;
+    SlowDriver driver;
+    int stop;
+    int least_ms;
+    int status_queries;  // of two writes, the second to an idle line; -1 for any number
+    int drains;          // of both
+  } rows[] = {
+      {"idle at once", {0, 0, 0}, 0, 0, 2, 0},
+      {"busy for 50 queries", {0, 50, 0}, 0, 0, -1, 0},
+      {"never idle: a margin past the line's 4 ms", {0, kForever, 0}, 0, kMarginMs + 3, -1, 0},
+      {"never idle: a margin past the queue's 500 ms", {0, kForever, 400}, 0, 700, -1, 0},
+      {"cannot tell, not asked again", {ENOTTY, 0, 0}, 0, 0, 1, 2},
+      {"hung up, not asked again", {EIO, 0, 0}, 0, 0, 1, 2},
+      {"cannot tell, a queue of 100 looks", {ENOTTY, 100, 9}, 0, 95, 1, 2},
+      {"cannot tell, a queue that stays", {ENOTTY, kForever, 400}, 0, 700, 1, 1},
+      {"never idle, told to end", {0, kForever, 4000}, 1, 1000, -1, 0},
+      {"a queue that stays, told to end", {ENOTTY, kForever, 4000}, 1, 1000, 1, 1},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.legend);
+    ASSERT_EQ(SerialPortOpen(&port_, kPath, kLine), 0);
+    SlowDriver driver = row.driver;
+    g_driver = &driver;
+    g_rs232_stop = row.stop;
+    const auto start = sim::Clock::now();
+    EXPECT_EQ(port_.Write(&port_, "abc", 3), 3);
+    const std::chrono::duration<double, std::milli> taken = sim::Clock::now() - start;
+    EXPECT_GE(taken.count(), row.least_ms);
+    EXPECT_LT(taken.count(), row.least_ms + kSlackMs);
+    if (driver.busy == kForever) driver.busy = 0;
+    EXPECT_EQ(port_.Write(&port_, "abc", 3), 3);
+    EXPECT_EQ(driver.busy, 0);
+    if (row.status_queries >= 0) {
+      EXPECT_EQ(driver.status_queries, row.status_queries);
+    }
+    EXPECT_EQ(driver.drains, row.drains);
+    g_rs232_stop = 0;
+    g_driver = nullptr;
+    line_.Receive(6);
+    port_.Close(&port_);
+  }
+}
+
+// A query that a signal cut short says nothing: it is asked again.
+TEST_F(Serial, AsksAgainAfterASignal) {
+  ASSERT_EQ(SerialPortOpen(&port_, kPath, kLine), 0);
+  SlowDriver driver = {.status_error = EINTR};
+  g_driver = &driver;
+  EXPECT_EQ(port_.Write(&port_, "abc", 3), 3);
+  EXPECT_GT(driver.status_queries, 1);
+  EXPECT_EQ(driver.drains, 0);
+  EXPECT_TRUE(port_.tells_transmitter);
+  g_driver = nullptr;
 }
 
 // --- Send, receive, trace ------------------------------------------------------------------------
