@@ -179,6 +179,8 @@ void CUTIL_Reboot() {
   CUTIL_RunCommand("umount /mnt/usb/");
   CUTIL_SleepUs(kUnmountUs);
   CUTIL_SleepUs(kUnmountUs);
+  // From here on the system ends this process, and shall not have to wait for it.
+  signal(SIGTERM, SIG_DFL);
   CUTIL_RunCommand("/sbin/reboot");
   while (true)
     pause();

@@ -27,7 +27,8 @@ constexpr int CUTIL_COMMAND_SIZE = 256;
 
 // Resets the camera's microcontroller, stops the processes of both lists, unmounts removable
 // storage and reboots the device; pauses for 3 seconds on the way and does not return. A list
-// that names this daemon ends it before the reboot.
+// that names this daemon ends it before the reboot. Once the reboot is asked for SIGTERM ends the
+// process, whatever handler it had.
 [[noreturn]] void CUTIL_Reboot();
 
 // Sends `signal` to every process that a name of the list file `list_path` matches, once for

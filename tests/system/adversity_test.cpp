@@ -6,7 +6,10 @@
 #include <sys/stat.h>
 
 #include <csignal>
+#include <cstring>
 #include <filesystem>
+#include <map>
+#include <set>
 #include <vector>
 
 #include "lens/position.h"
@@ -78,6 +81,42 @@ TEST_F(Adversity, NoStandardStreams) {
   ExpectLineQuiet();
   EXPECT_EQ(daemon->Stop(), 0);
   EXPECT_EQ(sim::Hex(line.Receive(1, milliseconds(0))), "");
+}
+
+// Where the descriptors of a process lead.
+std::map<int, std::string> Descriptors(pid_t pid) {
+  std::map<int, std::string> descriptors;
+  for (const auto& entry :
+       std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/fd")) {
+    std::error_code gone;
+    descriptors[std::stoi(entry.path().filename())] =
+        std::filesystem::read_symlink(entry.path(), gone);
+  }
+  return descriptors;
+}
+
+// The shell commands that it runs must not hold its line or its ports.
+TEST_F(Adversity, DescriptorsAreClosedOnExec) {
+  std::set<std::string> inherited;  // of whoever runs the tests
+  for (const auto& [fd, target] : Descriptors(getpid())) {
+    if ((fcntl(fd, F_GETFD) & FD_CLOEXEC) == 0) inherited.insert(target);
+  }
+  for (const char* model : {"QB-620", "QB-210", "QB-310", "QB-420"}) {
+    StartModel(model);
+    int own = 0;
+    for (const auto& [fd, target] : Descriptors(daemon->Pid())) {
+      if (fd <= STDERR_FILENO || inherited.contains(target)) continue;
+      ++own;
+      const std::string info = sim::ReadTextFile("/proc/" + std::to_string(daemon->Pid()) +
+                                                 "/fdinfo/" + std::to_string(fd));
+      constexpr char kFlags[] = "flags:";
+      const size_t at = info.find(kFlags) + strlen(kFlags);
+      EXPECT_NE(std::stoul(info.substr(at), nullptr, 8) & O_CLOEXEC, 0U) << model << " " << target;
+    }
+    EXPECT_GE(own, 4) << model;  // the line, two UDP ports, the listener
+    daemon->Signal(SIGKILL);
+    ExpectEnd(-SIGKILL);
+  }
 }
 
 TEST_F(Adversity, PipesInPlaceOfSettings) {

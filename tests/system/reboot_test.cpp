@@ -125,6 +125,8 @@ TEST_F(ModuleReboot, AfterAnUpdate) {
   EXPECT_FALSE(daemon->WaitEnd(milliseconds(300)).has_value());
   EXPECT_LT(daemon->CpuSeconds() - cpu_before, 0.3);
   EXPECT_FALSE(manager.Receive(milliseconds(0)).has_value()) << "a second notice";
+  daemon->Signal(SIGTERM);
+  ExpectEnd(-SIGTERM);
 }
 
 TEST_F(ModuleReboot, AfterAnUpdateThatFailed) {
