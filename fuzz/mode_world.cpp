@@ -768,9 +768,18 @@ void ModeWorld::CheckEnd() {
   return !is_rebooted;
 }
 
+// What the last pass of the execution before sent to other processes.
+void ForgetDatagrams() {
+  uint8_t byte;
+  for (const int fd : {TheSurroundings().data.Fd(), TheSurroundings().camera.Fd()}) {
+    while (recv(fd, &byte, 1, MSG_DONTWAIT) >= 0) {
+    }
+  }
+}
+
 void ModeWorld::Run() {
   BeginExecution();
-  TheSurroundings();
+  ForgetDatagrams();
   const int open_before = OpenDescriptors();
   PrepareGlobals();
   line_.emplace();
