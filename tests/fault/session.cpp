@@ -402,8 +402,14 @@ void Session::StartAndServe(const Point* point, bool record) {
     // A line that was lost comes back.
     Await([this] { return CountInOutput("line lost") == CountInOutput("line is back"); },
           kPatience);
-    must_serve_ = !reaction.has_value() || reaction->course == Course::kServes;
-    Round(2, kPatience);
+    const bool serves_again = !reaction.has_value() || reaction->course == Course::kServes;
+    // Rounds differ by a call or two: the failure may come only in the second.
+    for (const int round : {2, 3}) {
+      const bool was_hit = std::ranges::any_of(Log(), &Call::failed);
+      must_serve_ = was_hit && serves_again;
+      Round(round, kPatience);
+      if (was_hit) break;
+    }
   }
   CheckIdle();
   calls_before_update_ = Log().size();
