@@ -144,8 +144,10 @@ void Session::VisitWithNoise() {
   ++report_.Count().left;
 }
 
-// More than there is room for: exactly so many are let in.
+// More than there is room for: exactly so many are let in. Not of a lens mode, whose questions to
+// the camera daemon open descriptors of their own: when the last client has left is not known.
 void Session::Crowd() {
+  if (HasLens()) return;
   AwaitDescriptors("descriptors before a crowd", kClients);
   const bool has_stopped = stopped_ != nullptr;
   const int room = kMostClients - kClients - (has_stopped ? 1 : 0);
@@ -216,7 +218,8 @@ void Session::WatchStopped() {
   stopped_->last_look = now;
   stopped_->watch.Look();
   const double idle = stopped_->watch.TakesNothingFor();
-  if (idle > kFullAfterS) traffic_.SetBurst(false);
+  // A pause of this program is none of the client's.
+  if (idle > kFullAfterS + stopped_->longest_pause) traffic_.SetBurst(false);
   const double after = stopped_->watch.DroppedAfter();
   const double late = kDropAfterS + kDropLateS + stopped_->longest_pause;
   if (after < 0 && idle < late) return;
