@@ -178,6 +178,7 @@ bool IsHard(const Point& point) {
   const int error = point.error;
   if (point.call.name == "accept4") return error == EMFILE || error == ENOBUFS;
   if (point.call.name == "semget") return error != EEXIST;
+  if (point.call.name == "pthread_create") return true;
   if (error == FAULT_SHORT) return point.call.name == "fgets";
   return error != EINTR && error != EAGAIN && error != FAULT_READY;
 }
