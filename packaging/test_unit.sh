@@ -71,6 +71,7 @@ run_in_world() {
   trap 'exit 1' INT TERM
   local groups
   groups=$(findmnt -n -o TARGET -t cgroup2 | head -n 1)
+  [ -n "$groups" ] || fail "needs the unified hierarchy of control groups"
   mkdir "$groups/rs232d-test-$$" || fail "no control group can be made"
   group=$groups/rs232d-test-$$
   (
