@@ -294,7 +294,7 @@ TEST(LensFit, RefusesToGuess) {
       {"a gap of its own limit", 1350, {9}, {.max_gap = 0}, "none at zoom 450 (1 entry, at most 0"},
       {"no point at the first entry", 1350, {0}, {}, "none at zoom 0 (1 entry, an end of"},
       {"no point at the last entry", 1350, {27}, {}, "none at zoom 1350 (1 entry, an end of"},
-      {"half the range", 700, {}, {}, "none at zoom 750 to 1350 (13 entries, an end of"},
+      {"half the range", 700, {}, {.spacing = 100}, "none at zoom 800 to 1400 (7 entries, an end"},
       {"points on a few entries", 150, {}, {}, "4 of 4 can be used, 6 are the least"},
       {"beyond all curves", 2400, {}, {}, "zoom 2400 is beyond every known curve"},
   };
