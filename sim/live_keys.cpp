@@ -211,6 +211,7 @@ std::vector<KeyAction> KeyDriver::Press(int key, Clock::time_point now) {
   const auto* row = std::ranges::find_if(kRows, [this, key](const KeyRow& each) {
     return (each.groups & group_) != 0 && IsKeyOf(each, key);
   });
+  if (row == kRows.end() || row->kind != Kind::kGoTo) next_digit_sets_ = false;
   if (row == kRows.end()) {
     not_answered_ = key;
     return {};

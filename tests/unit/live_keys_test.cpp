@@ -113,7 +113,12 @@ TEST(LiveKeys, EachModelAnswersItsOwnKeys) {
     EXPECT_EQ(keys.State().find("no key of this model") != string::npos, *row.sent == '\0')
         << row.model << ' ' << row.key;
   }
-  ExpectSent("QB-620", {{'p', 0, ""}, {'4', 0, "1020 4 0 0; "}, {'4', 0, "1021 4 0 0; "}});
+  ExpectSent("QB-620", {{'p', 0, ""},
+                        {'4', 0, "1020 4 0 0; "},
+                        {'4', 0, "1021 4 0 0; "},
+                        {'p', 0, ""},
+                        {'m', 0, "2000 0 0 0; "},
+                        {'4', 0, "1021 4 0 0; "}});
   ExpectSent("QB-420",
              {{'A', 0, "8100 2 0 0; "}, {'A', 0, "8100 3 0 0; "}, {'A', 0, "8100 2 0 0; "}});
 }
