@@ -115,6 +115,7 @@ SearchOutcome RunSearch(const sim::FocusTrial& trial, const Place& place, LensDe
       device->Rig().With([](sim::LensMicom& micom, sim::CameraDaemon& camera) {
         return std::pair(micom.TakeFrames(), camera.TakeFocusReadings());
       });
+  Require(readings.size() >= 2, "a search takes no measures");
   const auto verdict = sim::JudgeFocusSearch(trial, frames, readings, device->Pose());
   return {.found = verdict.Found(trial), .verdict = verdict};
 }

@@ -1,7 +1,7 @@
 // The processes around the daemon: PTZ clients, local senders and receivers, the system log.
 //
-// Each is one socket on loopback, non-blocking for a caller that polls FarEnd-like descriptors,
-// with blocking helpers that give up after a limit.
+// Each owns one socket: poll Fd(), then Receive. Receive and WaitFor give up after a limit; Send
+// waits for room. What cannot be opened or sent throws std::runtime_error.
 #pragma once
 
 #include <cstdint>
@@ -72,7 +72,8 @@ constexpr CameraControl Control(uint16_t code, int first = 0, int second = 0, in
 // The packet of a camera-control command.
 Bytes CameraControlPacket(const CameraControl& control);
 
-// Receives what processes of the world write to syslog, in place of the system's own log.
+// Receives what processes of the world write to syslog, in place of the system's own log. Who does
+// not read it lets senders block after some ten messages.
 class SyslogRecorder {
  public:
   SyslogRecorder();
