@@ -55,13 +55,13 @@ void LensMicom::Feed(std::span<const uint8_t> bytes, Clock::time_point now) {
   last_byte_ = now;
   for (const uint8_t byte : bytes)
     TakeByte(byte);
-  line_empty_ = now;
+  if (is_line_empty()) line_empty_ = now;
   TurnMotors();
 }
 
 void LensMicom::Tick(Clock::time_point now) {
   now_ = now;
-  line_empty_ = now;
+  if (is_line_empty()) line_empty_ = now;
   TurnMotors();
   if (now - last_byte_ >= kQuietAfter) {
     noise_.insert(noise_.end(), partial_.begin(), partial_.end());

@@ -44,15 +44,12 @@ void Session::RestLens() {
   const bool is_there = saved.has_value() && *saved == std::pair(pose.zoom, pose.focus);
   if (is_there && is_within) {
     ++report_.Count().lens_checks;
-  } else if (saved.has_value() && traffic_.HasPaused()) {
-    ++report_.Count().lens_unjudged;
   } else {
     report_.Violation("lens",
                       saved.has_value() ? Words(saved->first, saved->second) : "a whole file",
                       Words(pose.zoom, pose.focus) + " of " + Words(kZoomMax, kFocusMax));
   }
   if (!is_there) FindLens();
-  traffic_.ForgetPauses();
   traffic_.SetFlowing(true);
 }
 
@@ -63,7 +60,6 @@ void Session::FindLens() {
   if (!AwaitInOutput(kSearchEnded, ended + 1, Patience())) {
     report_.Violation("lens", "a search", daemon_->Output());
   }
-  traffic_.ForgetPauses();
 }
 
 // The daemon has taken over what the one before it stored. One that was killed did not store where

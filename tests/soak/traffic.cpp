@@ -39,9 +39,6 @@ constexpr int kLensClientEvery = 400;
 constexpr int kDatagramEvery = 80;
 constexpr int kCommandEvery = 400;
 
-// For so long a frame on a pty may be unseen: it goes through a worker of the kernel.
-constexpr milliseconds kUnseenWay{4};
-
 constexpr int kPtyRead = 4096;
 
 // Negative where bytes came twice.
@@ -61,8 +58,8 @@ void ResetConnection(sim::PtzClient* client) {
   client->Close();
 }
 
-Traffic::Traffic(const Mode& mode, uint32_t seed, Report* report)
-    : mode_(mode), report_(report), random_(seed), data_port_(SERIAL_DATA_PORT) {
+Traffic::Traffic(const Mode& mode, uint32_t seed, Report* report, const Shim* shim)
+    : mode_(mode), report_(report), shim_(shim), random_(seed), data_port_(SERIAL_DATA_PORT) {
   config_.model = mode.model;
   config_.baud_rate = 115200;
   for (int i = 0; i < kWays; ++i)
@@ -79,7 +76,10 @@ void Traffic::MakeFarEnd() {
   far_end_->on_answer = [this](std::span<const uint8_t> bytes) { line_.Send(bytes); };
   camera_ = sim::MakeCamera(mode_.model, *far_end_);
   if (camera_ == nullptr) return;
-  static_cast<sim::LensMicom*>(far_end_.get())->traits.unseen_way = kUnseenWay;
+  // Bytes on a pty go through a worker of the kernel, which may take its time.
+  static_cast<sim::LensMicom*>(far_end_.get())->is_line_empty = [this] {
+    return taken_ >= shim_->Written();
+  };
 }
 
 // --- Sending -----------------------------------------------------------------------------------
@@ -290,20 +290,14 @@ void Traffic::TakeLine() {
   std::array<uint8_t, kPtyRead> bytes;
   const ssize_t count = read(line_.FarEnd(), bytes.data(), bytes.size());
   if (count <= 0) return;
+  taken_ += count;
   const std::span<const uint8_t> came(bytes.data(), static_cast<size_t>(count));
   if (far_end_ != nullptr) far_end_->Feed(came, Clock::now());
   for (const uint8_t byte : came)
     TakeByte(byte);
 }
 
-bool Traffic::HasPaused() const {
-  return longest_pause_ > kUnseenWay;
-}
-
 void Traffic::Pump() {
-  const auto now = Clock::now();
-  longest_pause_ = std::max(longest_pause_, now - last_pump_);
-  last_pump_ = now;
   std::array<pollfd, kClients + 3> sources;
   for (size_t i = 0; i < kClients; ++i) {
     const int fd = clients_[i].has_value() ? clients_[i]->socket.Fd() : -1;

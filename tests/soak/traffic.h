@@ -21,6 +21,7 @@
 #include "tests/soak/commands.h"
 #include "tests/soak/report.h"
 #include "tests/soak/sequence.h"
+#include "tests/soak/shim.h"
 
 namespace soak {
 
@@ -38,15 +39,11 @@ void ResetConnection(sim::PtzClient* client);
 
 class Traffic {
  public:
-  Traffic(const Mode& mode, uint32_t seed, Report* report);
+  // All are the caller's.
+  Traffic(const Mode& mode, uint32_t seed, Report* report, const Shim* shim);
 
   // Carries what there is to carry, for a millisecond or so.
   void Pump();
-
-  // Whether the line was left alone for longer than the simulated lens makes up for: frames may
-  // have come closer upon each other than they were sent. Since ForgetPauses.
-  bool HasPaused() const;
-  void ForgetPauses() { longest_pause_ = {}; }
 
   // Whether new bytes and commands are sent.
   void SetFlowing(bool is_flowing) { is_flowing_ = is_flowing; }
@@ -87,7 +84,12 @@ class Traffic {
 
   // The line goes, and comes.
   void HangUp() { line_.HangUp(); }
-  void NewLine() { line_ = sim::PtyLine(); }
+  void NewLine() {
+    line_ = sim::PtyLine();
+    ForgetUnseen();
+  }
+  // Whatever the daemon has written and nobody has seen has got lost with its line or its life.
+  void ForgetUnseen() { taken_ = shim_->Written(); }
 
   sim::FarEnd* FarEnd() { return far_end_.get(); }
   termios LineSettings() const { return line_.Settings(); }
@@ -134,6 +136,7 @@ class Traffic {
 
   const Mode& mode_;
   Report* report_;
+  const Shim* shim_;
   std::mt19937 random_;
   sim::DeviceConfig config_;
   sim::PtyLine line_;
@@ -149,8 +152,7 @@ class Traffic {
   std::deque<AwaitedFrame> awaited_;
   uint64_t hostile_until_ = 0;  // place of the datagrams behind the last nonsense
   Time last_data_;
-  Time last_pump_ = sim::Clock::now();
-  sim::Clock::duration longest_pause_ = {};  // between two looks at the line
+  int64_t taken_ = 0;  // bytes from the line, as the shim counts them
   Time next_feed_, next_client_, next_datagram_, next_command_;
   bool is_flowing_ = false;
   bool is_burst_ = false;
