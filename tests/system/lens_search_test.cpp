@@ -95,10 +95,6 @@ struct Place {
   int half_width;  // 100 only where the zoom is at an end
 };
 
-void PrintTo(const Place& place, std::ostream* out) {
-  *out << place.start << ", half-width " << place.half_width;
-}
-
 class LensSearchTrials : public LensSearch, public testing::WithParamInterface<Place> {};
 
 TEST_P(LensSearchTrials, FindThePeak) {
