@@ -174,8 +174,11 @@ TEST_F(LensCodes, MeanTheSameInBothModesOrJogTheMicom) {
   }
   for (const CodeRow& row : kMicomMode)
     ExpectRow(row);
-  // A search that is asked for now waits for the daemon's turn.
-  ExpectRow({"search", 0x1202, 0, 0, {}, ""});
+  // A search that is asked for now waits for the daemon's turn, longer than for its first move.
+  Control(CAMERA_CODE_FOCUS_SEARCH);
+  EXPECT_FALSE(daemon->WaitEnd(milliseconds(400)).has_value());
+  ASSERT_TRUE(Sync());
+  EXPECT_EQ(TakeFrames(), Lines{});
   Control(CAMERA_CODE_AF_MODE, 3);
   ASSERT_TRUE(WaitOutput("--> saved\n"));
   EXPECT_EQ(SavedPositions(), RealPositions());
