@@ -128,14 +128,12 @@ TEST_F(LensTruth, SearchDuringADriveLosesNoSteps) {
 // A short move right behind a longer one: at the limit, or with a new speed.
 TEST_F(LensTruth, ShorterChunksLoseNoSteps) {
   StartLens({.zoom = 55, .focus = 201});
-  Zoom(127);
-  ASSERT_TRUE(sim::WaitUntil([&] { return Pose().zoom == 0; }));
-  Zoom(-1);
-  ASSERT_TRUE(sim::WaitUntil([&] { return Pose().zoom >= 15; }));
-  Zoom(-40);
-  ASSERT_TRUE(sim::WaitUntil([&] { return Pose().zoom >= 45; }));
-  Zoom(-1);
-  ASSERT_TRUE(sim::WaitUntil([&] { return Pose().zoom >= 65; }));
+  for (const auto& [value, until] : {std::pair(127, 0), {-1, 15}, {-40, 45}, {-1, 65}}) {
+    Zoom(value);
+    ASSERT_TRUE(sim::WaitUntil([this, way = value, at = until] {
+      return way > 0 ? Pose().zoom == at : Pose().zoom >= at;
+    }));
+  }
   for (int i = 0; i < 10; ++i) {
     Zoom(40);
     Zoom(1);
