@@ -5,6 +5,7 @@
 
 #include "relay/pelco_d.h"
 #include "sim/far_end_models.h"
+#include "sim/peers.h"
 
 namespace sim {
 namespace {
@@ -40,15 +41,6 @@ struct KeyRow {
   KeyHelp help;
   int8_t other = 0;
 };
-
-constexpr CameraControl Control(uint16_t code, int8_t first = 0, int8_t second = 0,
-                                int8_t third = 0) {
-  return {.target = CAMERA_CONTROL_TARGET,
-          .code = code,
-          .first = first,
-          .second = second,
-          .third = third};
-}
 
 // Speeds of -128 to 127 that a screen can follow.
 constexpr int8_t kTurn = 50;

@@ -60,6 +60,15 @@ Bytes DaemonDatagram(uint16_t code, std::span<const uint8_t> bytes = {});
 // A command-channel packet as a process without a port of its own sends it.
 Bytes CommandPacket(int32_t command, std::span<const uint8_t> payload);
 
+// The record of a camera-control command for this daemon; of each parameter its low 8 bits count.
+constexpr CameraControl Control(uint16_t code, int first = 0, int second = 0, int third = 0) {
+  return {.target = CAMERA_CONTROL_TARGET,
+          .code = code,
+          .first = static_cast<int8_t>(first),
+          .second = static_cast<int8_t>(second),
+          .third = static_cast<int8_t>(third)};
+}
+
 // The packet of a camera-control command.
 Bytes CameraControlPacket(const CameraControl& control);
 

@@ -11,7 +11,7 @@ struct Row {
   long Counters::*counter;
 };
 
-constexpr std::array<Row, 22> kRows = {{
+constexpr std::array<Row, 23> kRows = {{
     {"records, line to clients", &Counters::line_to_clients},
     {"records, line to datagrams", &Counters::line_to_data},
     {"records, clients to line", &Counters::clients_to_line},
@@ -29,6 +29,7 @@ constexpr std::array<Row, 22> kRows = {{
     {"clock jumps", &Counters::clock_jumps},
     {"still points", &Counters::still_points},
     {"lens where it should be", &Counters::lens_checks},
+    {"  unjudged after a pause", &Counters::lens_unjudged},
     {"anonymous KiB, first", &Counters::memory_first},
     {"anonymous KiB, end", &Counters::memory_end},
     {"descriptors, first", &Counters::descriptors_first},

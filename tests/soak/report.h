@@ -25,10 +25,11 @@ struct Counters {
   long kills;      // by SIGKILL
   long line_losses;
   long clock_jumps;
-  long still_points;  // at which everything had arrived and nothing was left over
-  long lens_checks;   // the lens stood where the file says
-  long memory_first;  // anonymous memory after its first minute, KiB: of the life that grew most
-  long memory_end;    // and at that life's end
+  long still_points;   // at which everything had arrived and nothing was left over
+  long lens_checks;    // the lens stood where the file says
+  long lens_unjudged;  // it did not, after the run itself had paused
+  long memory_first;   // anonymous memory after its first minute, KiB: of the life that grew most
+  long memory_end;     // and at that life's end
   long descriptors_first;
   long descriptors_end;
   long violations;

@@ -80,11 +80,7 @@ void Session::Pass(int low_ms, int high_ms) {
 }
 
 size_t Session::CountInOutput(const std::string& text) const {
-  const std::string output = daemon_->Output() + daemon_->Errors();
-  size_t count = 0;
-  for (size_t at = 0; (at = output.find(text, at)) != std::string::npos; at += text.size())
-    ++count;
-  return count;
+  return sim::CountOf(text, daemon_->Output() + daemon_->Errors());
 }
 
 bool Session::AwaitInOutput(const std::string& text, size_t count, milliseconds limit) {

@@ -3,8 +3,6 @@
 
 #include <functional>
 #include <memory>
-#include <optional>
-#include <random>
 #include <string>
 
 #include "sim/daemon_process.h"
@@ -60,6 +58,7 @@ class Session {
 
   // --- lens.cpp: where the lens is ---
   void RestLens();
+  void FindLens();
   void CheckLensRestored(bool was_killed);
 
   bool HasLens() const { return !mode_.feeds; }

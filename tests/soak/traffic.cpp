@@ -102,7 +102,6 @@ void Traffic::Generate() {
 
 void Traffic::Feed() {
   if (fed_.sent - fed_.check.Place() > kFeedWindow) return;
-  if (fed_.sent == fed_.check.Place()) fed_.moved = Clock::now();
   const auto bytes = SequenceBytes(0, fed_.sent, At(Roll(kFeedMin, kFeedMax)));
   const ssize_t taken = write(line_.FarEnd(), bytes.data(), bytes.size());
   if (taken > 0) fed_.sent += static_cast<uint64_t>(taken);
@@ -113,7 +112,6 @@ void Traffic::SendByClient(int client, size_t size) {
   auto& sender = clients_[At(client)];
   if (!sender.has_value() || sender->is_leaving) return;
   if (way.sent - way.check.Place() > kWindow) return;
-  if (way.sent == way.check.Place()) way.moved = Clock::now();
   const auto bytes = SequenceBytes(client, way.sent, size);
   const ssize_t taken =
       send(sender->socket.Fd(), bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
@@ -123,7 +121,6 @@ void Traffic::SendByClient(int client, size_t size) {
 void Traffic::SendDatagram() {
   Way& way = ways_[kDatagrams];
   if (way.sent - way.check.Place() > kWindow) return;
-  if (way.sent == way.check.Place()) way.moved = Clock::now();
   const auto bytes = SequenceBytes(kDatagrams, way.sent, At(Roll(kDatagramMin, kDatagramMax)));
   sender_.SendTo(config_.udp_port, sim::DaemonDatagram(RS232_UDP_WRITE, bytes));
   way.sent += bytes.size();
@@ -238,7 +235,6 @@ void Traffic::TakeData() {
     }
     const uint64_t before = fed_.check.Place();
     Wrong("line to datagrams", fed_.check.Take(*bytes));
-    fed_.moved = last_data_;
     report_->Count().line_to_data += RecordsBetween(before, fed_.check.Place());
   }
 }
@@ -281,7 +277,6 @@ void Traffic::TakeByte(uint8_t byte) {
     Wrong(
         index == kDatagrams ? "datagrams to line" : "client " + std::to_string(index) + " to line",
         way.check.Take({&byte, 1}));
-    way.moved = Clock::now();
     NoteServed(index);
     Counters& count = report_->Count();
     long& records = index == kDatagrams ? count.datagrams_to_line : count.clients_to_line;
@@ -301,7 +296,14 @@ void Traffic::TakeLine() {
     TakeByte(byte);
 }
 
+bool Traffic::HasPaused() const {
+  return longest_pause_ > kUnseenWay;
+}
+
 void Traffic::Pump() {
+  const auto now = Clock::now();
+  longest_pause_ = std::max(longest_pause_, now - last_pump_);
+  last_pump_ = now;
   std::array<pollfd, kClients + 3> sources;
   for (size_t i = 0; i < kClients; ++i) {
     const int fd = clients_[i].has_value() ? clients_[i]->socket.Fd() : -1;

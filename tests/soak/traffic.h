@@ -43,6 +43,11 @@ class Traffic {
   // Carries what there is to carry, for a millisecond or so.
   void Pump();
 
+  // Whether the line was left alone for longer than the simulated lens makes up for: frames may
+  // have come closer upon each other than they were sent. Since ForgetPauses.
+  bool HasPaused() const;
+  void ForgetPauses() { longest_pause_ = {}; }
+
   // Whether new bytes and commands are sent.
   void SetFlowing(bool is_flowing) { is_flowing_ = is_flowing; }
   // Ten times as much from the line.
@@ -59,7 +64,7 @@ class Traffic {
   bool IsSettled() const;
   // Says what has not, each a violation.
   void ReportUnsettled();
-  // Whether nothing has come for `quiet` now, and what is not numbered has been answered.
+  // Whether no datagram has come for `quiet` now.
   bool IsQuiet(sim::milliseconds quiet) const { return sim::Clock::now() - last_data_ >= quiet; }
   // What is on its way is given up: the streams go on with their next records.
   void Forget();
@@ -84,8 +89,6 @@ class Traffic {
   void HangUp() { line_.HangUp(); }
   void NewLine() { line_ = sim::PtyLine(); }
 
-  // A new device behind the line, as it is switched on.
-  void MakeFarEnd();
   sim::FarEnd* FarEnd() { return far_end_.get(); }
   termios LineSettings() const { return line_.Settings(); }
 
@@ -101,7 +104,6 @@ class Traffic {
     explicit Way(int alphabet) : check(alphabet) {}
     uint64_t sent = 0;
     SequenceCheck check;
-    Time moved;  // when something last came of it, or was first under way
   };
   struct Client {
     explicit Client(int port) : socket(port), line(0) {}
@@ -116,6 +118,7 @@ class Traffic {
   };
 
   static size_t At(int index) { return static_cast<size_t>(index); }
+  void MakeFarEnd();
   bool IsDue(Time* next, int every_ms);
   void Generate();
   void Feed();
@@ -144,8 +147,10 @@ class Traffic {
   Way fed_{0};  // its check is that of the datagrams
   sim::Bytes frame_;
   std::deque<AwaitedFrame> awaited_;
-  uint64_t hostile_until_ = 0;  // place of the datagrams behind the last large nonsense
+  uint64_t hostile_until_ = 0;  // place of the datagrams behind the last nonsense
   Time last_data_;
+  Time last_pump_ = sim::Clock::now();
+  sim::Clock::duration longest_pause_ = {};  // between two looks at the line
   Time next_feed_, next_client_, next_datagram_, next_command_;
   bool is_flowing_ = false;
   bool is_burst_ = false;
