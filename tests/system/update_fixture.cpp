@@ -1,6 +1,6 @@
 #include "tests/system/update_fixture.h"
 
-#include <cctype>
+#include <regex>
 
 using sim::Bytes;
 using sim::milliseconds;
@@ -46,14 +46,5 @@ std::optional<Bytes> UpdateTest::OrderUpdate(milliseconds limit) {
 }
 
 std::string UpdateTest::WithoutLineNumbers(const std::string& text) {
-  const std::string head = "line[";
-  std::string result = text;
-  for (size_t at = 0; (at = result.find(head, at)) != std::string::npos; ++at) {
-    const size_t begin = at + head.size();
-    size_t end = begin;
-    while (end < result.size() && isdigit(static_cast<unsigned char>(result[end])) != 0)
-      ++end;
-    if (end > begin) result.replace(begin, end - begin, "N");
-  }
-  return result;
+  return std::regex_replace(text, std::regex("line\\[\\d+"), "line[N");
 }

@@ -21,6 +21,9 @@ class UpdateTest : public ModuleTest {
     unlink(kImagePath);
   }
 
+  // What follows an update is no end by SIGTERM.
+  void TearDown() override { daemon.reset(); }
+
   // Bytes without a pattern, every value among them.
   static sim::Bytes Payload(size_t size);
 

@@ -15,6 +15,7 @@
 
 #include "sim/unique_fd.h"
 #include "sim/wait.h"
+#include "tests/system/shell.h"
 
 namespace {
 
@@ -91,6 +92,11 @@ class Screen {
     ioctl(user_.Get(), TIOCSWINSZ, &size);
   }
 
+  // Runs a line of the shell in the world of the device.
+  void Join(const string& command) const {
+    Shell("$VDEV join --pid " + std::to_string(pid_) + " -- sh -c '" + command + "'");
+  }
+
   const string& Shown() const { return shown_; }
   pid_t Pid() const { return pid_; }
 
@@ -137,20 +143,13 @@ TEST(VdevScreen, TerminalIsGivenBackHoweverItEnds) {
       {"SIGTERM", [](Screen* screen) { kill(screen->Pid(), SIGTERM); }, 0},
       {"the daemon dies",
        [](Screen* screen) {
-         const string join = string(VDEV_PATH) + " join --pid " + std::to_string(screen->Pid()) +
-                             " -- sh -c 'for p in /proc/[0-9]*; do"
-                             " read -r name < $p/comm; [ $name != rs232d ] || kill -9 ${p##*/};"
-                             " done'";
-         // its world may end before it does
-         EXPECT_TRUE(WIFEXITED(system(join.c_str())));
+         // its world may end before the command does
+         screen->Join(
+             "for p in /proc/[0-9]*; do read -r name < $p/comm; [ $name != rs232d ] ||"
+             " kill -9 ${p##*/}; done");
        },
        1},
-      {"the screen's process dies",
-       [](Screen* screen) {
-         const string join = string(VDEV_PATH) + " join --pid " + std::to_string(screen->Pid()) +
-                             " -- sh -c 'kill -9 2'";
-         EXPECT_EQ(system(join.c_str()) & 0xFF, 0);
-       },
+      {"the screen's process dies", [](Screen* screen) { screen->Join("kill -9 2"); },
        128 + SIGKILL},
   };
   for (const auto& row : rows) {
@@ -183,37 +182,29 @@ TEST(VdevScreen, SmallTerminals) {
   EXPECT_TRUE(screen.Await("where it looks"));
 }
 
-TEST(VdevScreen, PlainLinesWhereTheyAreAskedFor) {
-  Screen screen(40, "--plain");
-  EXPECT_TRUE(screen.Await("vdev   | rs232d serves QB-620"));
-  screen.Type("right\n");
-  EXPECT_TRUE(screen.Await("head   | pan right at speed 29"));
-  screen.Type("quit\n");
-  EXPECT_EQ(screen.WaitEnd(), 0);
-  EXPECT_EQ(screen.Shown().find(kEnterScreen), string::npos);
-}
-
 // Heads that no code stops, and lenses, whose motors have a code each.
-TEST(VdevScreen, TypedStopEndsAllMotion) {
+TEST(VdevScreen, PlainLinesAndATypedStopThatEndsAllMotion) {
   const struct {
     const char* model;
     const char* motion;
     const char* begun;
     const char* ended;
   } rows[] = {
+      {"QB-620", "right\n", "head   | pan right at speed 29", "head   | stop"},
       {"QB-610", "left\n", "head   | pan left", "head   | stop"},
       {"QB-310", "near\n", "micom  | focus plus", "micom  | stop"},
       {"QB-420", "code 8100 0\nfar\n", "focus runs toward its maximum", "focus stops"},
   };
   for (const auto& row : rows) {
     Screen screen(40, "--plain", row.model);
-    EXPECT_TRUE(screen.Await("rs232d serves"));
+    EXPECT_TRUE(screen.Await("vdev   | rs232d serves"));
     screen.Type(row.motion);
     EXPECT_TRUE(screen.Await(row.begun)) << screen.Shown();
     screen.Type("stop\n");
     EXPECT_TRUE(screen.Await(row.ended)) << screen.Shown();
     screen.Type("quit\n");
     EXPECT_EQ(screen.WaitEnd(), 0);
+    EXPECT_EQ(screen.Shown().find(kEnterScreen), string::npos);
   }
 }
 
