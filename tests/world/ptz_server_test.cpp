@@ -101,16 +101,6 @@ TEST_F(PtzServer, ServesItsPort) {
   EXPECT_EQ(OnStderr([this] { server_.Close(&server_); }), "");
 }
 
-// Ports above 32767 are negative numbers here, and are printed as such.
-TEST(PtzServerInit, PrintsItsPortWithASign) {
-  CPTZSVR server;
-  OnStderr([&] { EXPECT_EQ(CPTZSVR_Init(&server, static_cast<int16_t>(40001)), 0); });
-  const PtzClient client(40001);
-  const string said = OnStderr([&] { server.Accept(&server, kAcceptUs); });
-  EXPECT_EQ(said.find("CONNECT[-25535, 127.0.0.1] : "), 0U) << said;
-  OnStderr([&] { server.Close(&server); });
-}
-
 TEST_F(PtzServer, ReadsTheLowestNumberedClientFirst) {
   PtzClient& first = Connect();
   PtzClient& second = Connect();

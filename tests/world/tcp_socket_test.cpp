@@ -150,19 +150,14 @@ TEST(TcpListener, SaysWhatFailed) {
 }
 
 TEST(TcpDottedQuad, LooksAtTheFormOnly) {
-  const struct {
-    const char* text;
-    int is_quad;
-  } rows[] = {
+  const std::pair<const char*, int> rows[] = {
       {"192.168.0.1", 1}, {"1..2.3", 1},     {"999.1.1.1", 1},   {"...", 1},
       {"1.2.3.", 1},      {"1.2.3", 0},      {"1.2.3.4.5", 0},   {"1.2.3.4.", 0},
       {"1234.1.1.1", 0},  {"1.1.1.0001", 0}, {"host.local", 0},  {"a.b.c.d", 0},
       {" 1.2.3.4", 0},    {"1.2.-3.4", 0},   {"1.2.3.4\xB2", 0}, {"", 0},
   };
-  for (const auto& row : rows) {
-    EXPECT_EQ(ZSK_IsDottedQuad(row.text, static_cast<int>(strlen(row.text))), row.is_quad)
-        << row.text;
-  }
+  for (const auto& [text, is_quad] : rows)
+    EXPECT_EQ(ZSK_IsDottedQuad(text, static_cast<int>(strlen(text))), is_quad) << text;
   EXPECT_EQ(ZSK_IsDottedQuad("1.2.3.4x", 7), 1);
   EXPECT_EQ(ZSK_IsDottedQuad("1.2.3.4", 5), 0);
   EXPECT_EQ(ZSK_IsDottedQuad("1.2.3.4", -7), 0);
