@@ -111,6 +111,7 @@ TEST(PtzTables, ScalesTheJoystick) {
       ASSERT_EQ(Axis(axis, size), Result(speed, forward)) << size;
       ASSERT_EQ(Axis(axis, -size), Result(speed, back)) << size;
       ASSERT_LE(Axis(axis, size - 1).first, speed) << size;
+      ASSERT_GE(speed, 1) << size;
       // The share of 128 rounded down, but nothing that moves stands.
       if (speed == 1) {
         ASSERT_LE(size, 4);

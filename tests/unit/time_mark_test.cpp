@@ -17,6 +17,8 @@ TEST(TimeMark, LimitIsOverOnceItHasPassedOrTheClockWentBack) {
   } rows[] = {
       {"same moment", {100, 5}, {100, 5}, 1, kYet},
       {"no limit", {100, 5}, {100, 5}, 0, kOver},
+      {"one short within a second", {100, 5}, {100, 1004}, 1, kYet},
+      {"exact within a second", {100, 5}, {100, 1005}, 1, kOver},
       {"one short across a second", {100, 999'999}, {101, 998}, 1, kYet},
       {"exact across a second", {100, 999'999}, {101, 999}, 1, kOver},
       {"a day of a day", {100, 0}, {86'500, 0}, 86'400'000, kOver},
