@@ -62,8 +62,8 @@ class Cthread : public testing::Test {
   // Calls a slot, which takes at least this long; returns its result and its line.
   std::string Call(int (*slot)(CTHREAD* self), int least_ms = CTHREAD_POLL_MS) {
     std::string outcome;
-    support::ExpectTakes(
-        least_ms, [&] { outcome = support::OnStdout([&] { return slot(&thread_); }); }, kSlackMs);
+    const auto call = [&] { return slot(&thread_); };
+    support::ExpectTakes(least_ms, kSlackMs, [&] { outcome = support::OnStdout(call); });
     return outcome;
   }
 

@@ -17,8 +17,8 @@ TEST(I2mReadReply, CountsBytesOnly) {
   EXPECT_TRUE(i2m_read_reply(&reply));
   EXPECT_EQ(reply, (I2mFrame{1, 2, 3, 4, 5, 6}));
   line.Reply({I2M_SYNC, I2M_READ, 1, 0x81, 5});
-  support::ExpectTakes(
-      I2M_REPLY_LIMIT_S * 1000, [&] { EXPECT_FALSE(i2m_read_reply(&reply)); }, 1400);
+  support::ExpectTakes(I2M_REPLY_LIMIT_S * 1000, 1400,
+                       [&] { EXPECT_FALSE(i2m_read_reply(&reply)); });
 }
 
 TEST(I2mDispatch, PrintsRegisterAndValue) {

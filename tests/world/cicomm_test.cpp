@@ -87,8 +87,7 @@ TEST_F(Channel, FailsWithoutASocket) {
 TEST_F(Channel, SendsHeaderAndPayload) {
   const string zeros = " 00 00 00 00 00 00 00 00 00 00 00 00";
   const struct {
-    int own_port;
-    int size;
+    int own_port, size;
     string sent;
   } rows[] = {
       {kPort, 2, "49 43 4F 4D 01 00 00 00 34 00 00 00 21 27 00 00 02 00 00 00" + zeros + " 41 42"},
@@ -165,8 +164,7 @@ TEST_F(Channel, SendsWithoutAnObject) {
   const struct {
     int socket;
     const void* data;
-    int size;
-    int timeout_ms;
+    int size, timeout_ms;
     string outcome;
   } rows[] = {
       {-1, nullptr, 0, 1000, "32 "},

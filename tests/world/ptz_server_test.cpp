@@ -179,8 +179,7 @@ TEST_F(PtzServer, DropsAClientThatStopsReading) {
     const size_t size = full == 0 ? sizeof(buffer_) : 1;
     full = send(server_.clients[0], buffer_, size, MSG_DONTWAIT) > 0 ? 0 : full + 1;
   }
-  ExpectTakes(
-      0, [this] { SendAll(kChunk); }, 50);
+  ExpectTakes(0, 50, [this] { SendAll(kChunk); });
   EXPECT_EQ(clients_[1].Receive(64), kChunk);
   const auto serve = [this] {
     while (server_.clients[0] >= 0) {
@@ -189,8 +188,7 @@ TEST_F(PtzServer, DropsAClientThatStopsReading) {
       ServeQueues(static_cast<int>(limit_us / 1000) + 1);
     }
   };
-  ExpectTakes(
-      9900, [&] { OnStderr(serve); }, 1200);
+  ExpectTakes(9900, 1200, [&] { OnStderr(serve); });
   EXPECT_EQ(server_.queues[0].bytes, nullptr);
   EXPECT_EQ(Connected(), 1);
 }

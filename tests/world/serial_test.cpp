@@ -211,8 +211,7 @@ TEST_F(Serial, WritesInOneGo) {
   // Far more than the line takes: what does not fit is left, and nobody waits for a reader.
   const Bytes flood(1 << 20, 0x55);
   int written = 0;
-  ExpectTakes(
-      0, [&] { written = port_.Write(&port_, flood.data(), 1 << 20); }, 20000);
+  ExpectTakes(0, 20000, [&] { written = port_.Write(&port_, flood.data(), 1 << 20); });
   EXPECT_TRUE(written > 0 && written < 1 << 20) << written;
   EXPECT_EQ(line_.Receive(static_cast<size_t>(written)).size(), static_cast<size_t>(written));
 }
@@ -234,6 +233,7 @@ TEST_F(Serial, WaitsUntilTheLineIsIdle) {
       {"busy for 50 queries", {0, 50, 0}, 0, 0, -1, 0},
       {"never idle: a margin past the line's 4 ms", {0, kForever, 0}, 0, kMarginMs + 3, -1, 0},
       {"never idle: a margin past the queue's 500 ms", {0, kForever, 400}, 0, 700, -1, 0},
+      {"cut short by signals: asked again", {EINTR, 0, 0}, 0, kMarginMs + 3, -1, 0},
       {"cannot tell, not asked again", {ENOTTY, 0, 0}, 0, 0, 1, 2},
       {"hung up, not asked again", {EIO, 0, 0}, 0, 0, 1, 2},
       {"cannot tell, a queue of 100 looks", {ENOTTY, 100, 9}, 0, 95, 1, 2},
@@ -264,18 +264,6 @@ TEST_F(Serial, WaitsUntilTheLineIsIdle) {
     line_.Receive(6);
     port_.Close(&port_);
   }
-}
-
-// A query that a signal cut short says nothing: it is asked again.
-TEST_F(Serial, AsksAgainAfterASignal) {
-  ASSERT_EQ(SerialPortOpen(&port_, kPath, kLine), 0);
-  SlowDriver driver = {.status_error = EINTR};
-  g_driver = &driver;
-  EXPECT_EQ(port_.Write(&port_, "abc", 3), 3);
-  EXPECT_GT(driver.status_queries, 1);
-  EXPECT_EQ(driver.drains, 0);
-  EXPECT_TRUE(port_.tells_transmitter);
-  g_driver = nullptr;
 }
 
 // --- Send, receive, trace ------------------------------------------------------------------------
@@ -375,8 +363,7 @@ TEST_F(Serial, ReceivesUntilItsDeadline) {
     uint8_t buffer[6];
     string said;
     const auto receive = [&] { EXPECT_EQ(SerialRecv(-1, buffer, 6, limit_s), 2); };
-    ExpectTakes(
-        limit_s * 1000, [&] { said = OnStdout(receive); }, 1400);
+    ExpectTakes(limit_s * 1000, 1400, [&] { said = OnStdout(receive); });
     EXPECT_EQ(sim::Hex({buffer, 2}), "09 08");
     // One line for the bytes, then one for each 100 ms that brought nothing.
     const auto lines = std::count(said.begin(), said.end(), '\n');
@@ -386,8 +373,8 @@ TEST_F(Serial, ReceivesUntilItsDeadline) {
   // A dead line is no reason to end, nor to spin.
   line_.HangUp();
   uint8_t byte;
-  ExpectTakes(
-      1000, [&] { EXPECT_EQ(OnStdout([&] { return SerialRecv(-1, &byte, 1, 1); }), "0 "); }, 1400);
+  const auto receive = [&] { return SerialRecv(-1, &byte, 1, 1); };
+  ExpectTakes(1000, 1400, [&] { EXPECT_EQ(OnStdout(receive), "0 "); });
 }
 
 }  // namespace

@@ -215,15 +215,14 @@ TEST_F(TcpSendStream, SendsAllHoweverLongThePeerTakes) {
     EXPECT_EQ(recv(receiver_.Get(), received.data(), received.size(), MSG_WAITALL),
               static_cast<ssize_t>(received.size()));
   });
-  support::ExpectTakes(
-      1000, [&] { EXPECT_EQ(Send(bytes_.size(), 0), 32 << 20); }, 9000);
+  support::ExpectTakes(1000, 9000, [&] { EXPECT_EQ(Send(bytes_.size(), 0), 32 << 20); });
   reader.join();
   EXPECT_TRUE(received == bytes_);
 }
 
 TEST_F(TcpSendStream, GivesUpAfterItsDeadline) {
-  support::ExpectTakes(
-      1000, [&] { EXPECT_EQ(OnStdout([&] { return Send(bytes_.size(), 1); }), "-1 "); }, 1300);
+  const auto send = [this] { return Send(bytes_.size(), 1); };
+  support::ExpectTakes(1000, 1300, [&] { EXPECT_EQ(OnStdout(send), "-1 "); });
 }
 
 TEST_F(TcpSendStream, SurvivesAPeerThatIsGone) {
