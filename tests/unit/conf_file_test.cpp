@@ -12,8 +12,7 @@ const string kPath = testing::TempDir() + "rs232_conf_test." + std::to_string(ge
 TEST(ConfFile, ReadsAValue) {
   const string key63(63, 'k');
   const struct {
-    string file;
-    string key;
+    string file, key;
     int result;
     string value;
   } rows[] = {

@@ -1,9 +1,8 @@
-// What users type: numbers, durations, bytes, names that are nearly right.
+// What users type: numbers, durations, bytes, parameters.
 #include <gtest/gtest.h>
 
 #include "sim/pty_line.h"
 #include "tools/failure.h"
-#include "tools/nearest_name.h"
 #include "tools/param_fields.h"
 #include "tools/parse.h"
 
@@ -50,8 +49,6 @@ TEST(CtlParse, HexBytes) {
     const char* bytes;
     const char* problem = "";
   } rows[] = {
-      {"ff010A", "FF 01 0A"},
-      {"0xFF 0x01,", "FF 01"},
       {"{0xFF, 0x1}", "FF 01"},
       {"\\xFF\\x01", "FF 01"},
       {" \n41\t42\r\n", "41 42"},
@@ -65,20 +62,6 @@ TEST(CtlParse, HexBytes) {
     EXPECT_EQ(tools::ReadHexBytes(row.text, &bytes), row.problem) << row.text;
     EXPECT_EQ(sim::Hex(bytes), row.bytes) << row.text;
   }
-}
-
-TEST(CtlParse, NearestName) {
-  const std::vector<std::string> names = {"pan-left", "pan-right", "panorama",
-                                          "stop",     "write",     "preset"};
-  const std::pair<const char*, std::optional<std::string>> rows[] = {
-      {"pan-lfet", "pan-left"}, {"panright", "pan-right"}, {"stpo", "stop"},
-      {"wrtie", "write"},       {"presets", "preset"},     {"STOP", std::nullopt},
-      {"xy", std::nullopt},     {"zoom", std::nullopt},    {"", std::nullopt},
-  };
-  for (const auto& [typed, nearest] : rows)
-    EXPECT_EQ(tools::NearestName(typed, names), nearest) << typed;
-  EXPECT_EQ(tools::DidYouMean("pan", names), ", did you mean pan-left or pan-right?");
-  EXPECT_EQ(tools::DidYouMean("pon", names), "");
 }
 
 // --- Parameters -------------------------------------------------------------------------------

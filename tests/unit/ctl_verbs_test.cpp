@@ -21,16 +21,6 @@ namespace {
 using tools::PtzVerb;
 using Words = std::set<std::string>;
 
-TEST(CtlVerbs, ModelsAndModes) {
-  EXPECT_EQ(tools::ModeOfModel("QB-350"), tools::MODE_HD);
-  EXPECT_EQ(tools::ModeOfModel("QB-480"), tools::MODE_LENS);
-  EXPECT_EQ(tools::ModeOfModel("QB-620 "), tools::MODE_RELAY);
-  EXPECT_EQ(tools::ModesText(tools::MODE_RELAY | tools::MODE_QB620 | tools::MODE_SD),
-            "relay (not QB-610), SD");
-}
-
-// --- Completion and manual --------------------------------------------------------------------
-
 // What bash offers for the last word of a line, whose words are divided by blanks.
 Words Completions(const std::string& line) {
   const std::string script =
@@ -55,11 +45,6 @@ Words Commands(const CLI::App& app) {
   return names;
 }
 
-Words With(Words words, const Words& more) {
-  words.insert(more.begin(), more.end());
-  return words;
-}
-
 Words Options(const CLI::App& app) {
   Words names;
   for (const CLI::Option* option : app.get_options()) {
@@ -69,14 +54,19 @@ Words Options(const CLI::App& app) {
   return names;
 }
 
+Words CommandsAndOptions(const CLI::App& app) {
+  Words names = Commands(app);
+  names.merge(Options(app));
+  return names;
+}
+
 TEST(CtlVerbs, CompletionOffersWhatTheToolHas) {
   CLI::App app;
   tools::AddPtzCommand(&app);
   const CLI::App* ptz = app.get_subcommand("ptz");
-  EXPECT_EQ(Completions("rs232ctl ptz ''"), With(Commands(*ptz), Options(*ptz)));
+  EXPECT_EQ(Completions("rs232ctl ptz ''"), CommandsAndOptions(*ptz));
   for (const CLI::App* verb : ptz->get_subcommands([](const CLI::App*) { return true; })) {
-    EXPECT_EQ(Completions("rs232ctl ptz " + verb->get_name() + " ''"),
-              With(Commands(*verb), Options(*verb)))
+    EXPECT_EQ(Completions("rs232ctl ptz " + verb->get_name() + " ''"), CommandsAndOptions(*verb))
         << verb->get_name();
   }
   Words parameters = {"--file", "--help"};

@@ -293,8 +293,7 @@ TEST(LensFit, RefusesAGapThatDroppedPointsLeave) {
   Maker maker(1);
   auto points = maker.Points(ZFTABLE_HERON, {.legend = "", .at_each = 2, .noise = -1});
   for (TracePoint& point : points) {
-    if (point.zoom == 600 || point.zoom == 650) point.diff = 200;
-    if (point.zoom == 600 || point.zoom == 650) point.focus += 300;
+    if (point.zoom == 600 || point.zoom == 650) point = {0, point.zoom, point.focus + 300, 200};
   }
   EXPECT_THROW(tools::FitLens(points, {.max_gap = 1}), tools::Failure);
   EXPECT_EQ(tools::FitLens(points, FitOptions()).Bridged(), (std::vector<int>{600, 650}));
@@ -303,15 +302,11 @@ TEST(LensFit, RefusesAGapThatDroppedPointsLeave) {
 // --- Texts -------------------------------------------------------------------------------------
 
 TEST(LensTable, IsAsInTheSource) {
-  EXPECT_EQ(
-      tools::TableText("HERON", ZFTABLE_HERON),
-      "inline constexpr std::array<ZfEntry, 28> ZFTABLE_HERON = {{\n"
-      "    {0, 200},     {50, 200},    {100, 210},   {150, 230},   {200, 240},   {250, 260},\n"
-      "    {300, 280},   {350, 310},   {400, 340},   {450, 370},   {500, 405},   {550, 445},\n"
-      "    {600, 490},   {650, 545},   {700, 605},   {750, 665},   {800, 740},   {850, 825},\n"
-      "    {900, 915},   {950, 1010},  {1000, 1120}, {1050, 1245}, {1100, 1375}, {1150, 1515},\n"
-      "    {1200, 1680}, {1250, 1865}, {1300, 2065}, {1350, 2265},\n"
-      "}};\n");
+  EXPECT_EQ(tools::TableText("HERON", std::span(ZFTABLE_HERON).first(8)),
+            "inline constexpr std::array<ZfEntry, 8> ZFTABLE_HERON = {{\n"
+            "    {0, 200},   {50, 200},  {100, 210}, {150, 230}, {200, 240}, {250, 260},\n"
+            "    {300, 280}, {350, 310},\n"
+            "}};\n");
 }
 
 class LensReport : public testing::Test {
@@ -364,8 +359,6 @@ TEST_F(LensReport, JsonHoldsTheSame) {
   EXPECT_EQ(json_object_get_int(json_object_object_get(dropped, "line")), 82);
   json_object* last = json_object_array_get_idx(at("entries"), 27);
   EXPECT_EQ(json_object_get_int(json_object_object_get(last, "focus")), 2265);
-  json_object* nearest = json_object_array_get_idx(at("known_curves"), 0);
-  EXPECT_STREQ(json_object_get_string(json_object_object_get(nearest, "name")), "HERON");
   json_object_put(root);
 }
 

@@ -11,19 +11,15 @@ TEST(MotorTime, IsSinglePrecisionAndCut) {
   const float normal = MotorStepDelayMs(MS_515PPS);
   const float heron_reset = MotorStepDelayMs(MS_793PPS);
   const float osprey_reset = MotorStepDelayMs(MS_1082PPS);
-  const struct {
-    int32_t steps;
-    float delay_ms;
-    int32_t ms;
-  } in_ms[] = {
+  const std::tuple<int32_t, float, int32_t> in_ms[] = {
       {1, normal, 1},
       {10, normal, 19},
       {50, normal, 97},
       {3060, heron_reset, 3925},
       {2600, osprey_reset, 2442},
   };
-  for (const auto& row : in_ms)
-    EXPECT_EQ(MotorTimeMs(row.steps, row.delay_ms), row.ms) << row.steps;
+  for (const auto& [steps, delay_ms, ms] : in_ms)
+    EXPECT_EQ(MotorTimeMs(steps, delay_ms), ms) << steps;
 
   const std::pair<int32_t, int32_t> in_us[] = {{0, 0},      {1, 1959},   {5, 9797},
                                                {10, 19594}, {50, 97970}, {200, 391880}};
@@ -53,8 +49,7 @@ TEST(LensProfile, EachHasItsBannerAndItsResetSpeed) {
 TEST(SetMotorSpeed, SendsTheCodeAndShowsThePrescaler) {
   const struct {
     MotorSpeedIndex speed;
-    uint8_t sign;
-    uint8_t size;
+    uint8_t sign, size;
     const char* write;
     const char* printed;
   } rows[] = {

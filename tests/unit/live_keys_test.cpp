@@ -90,7 +90,6 @@ TEST(LiveKeys, EachModelAnswersItsOwnKeys) {
       {"QB-610", 'n', ""},
       {"QB-210", '+', "2002 0 0 1; "},
       {"QB-310", 'F', "1202 0 0 0; "},
-      {"QB-420", 's', "1202 0 0 0; "},
       {"QB-420", 'i', "100A -1 0 0; "},
   };
   for (const auto& [model, key, sent] : rows) {

@@ -93,8 +93,7 @@ TEST(FarEnds, TakeFramesOutOfNoise) {
   const std::string hd_query = "FF E3 01 00 00 00 00 00 00 E3 ";
   const struct {
     Make make;
-    std::string bytes;
-    std::string words;
+    std::string bytes, words;
     size_t noise;
     std::string answers;
   } rows[] = {

@@ -53,7 +53,6 @@ TEST(PtzTables, TakesParametersByTheirSizeAndSign) {
       {"QB-100", 0x2002, 9, 9, 0, kLongStop},
       // joystick
       {"QB-620", 0x1012, 0, 127, 5, "0: FF 01 00 08 00 3F 48 / 0: FF 01 00 20 00 00 21"},
-      {"QB-620", 0x1012, 0, 0, -5, "0: FF 01 00 40 00 00 41"},
       // models by their whole name
       {"QB-6100", 0x2007, 0, 0, 0, "0: FF 01 00 08 00 1D 26" + kThenShortStop},
       {"qb-620", 0x4004, 0, 0, 0, ""},
