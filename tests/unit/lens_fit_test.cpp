@@ -82,7 +82,7 @@ TEST(LensTrace, SurvivesBytesThatAreNoText) {
 // How points are made of a curve.
 struct Recipe {
   const char* legend;
-  int at_each = 5;         // points at each entry
+  size_t at_each = 5;      // points at each entry
   double noise = 8;        // largest error of a point, on top of the search's step
   double outliers = 0;     // share of points that lie 60 to 190 steps off
   bool one_sided = false;  // all outliers above the curve
@@ -125,7 +125,7 @@ class Maker {
     std::vector<TracePoint> points;
     for (size_t entry = 0; entry < curve.size(); ++entry) {
       if (Has(recipe.empty, entry)) continue;
-      for (int i = 0; i < recipe.at_each; ++i) {
+      for (size_t i = 0; i < recipe.at_each; ++i) {
         TracePoint point = Point(curve, entry, recipe);
         if (Has(recipe.wrong, entry) && i < 3) point.focus += 100;
         points.push_back(point);
@@ -260,16 +260,16 @@ TEST(LensFit, TakesASizeOfItsOwn) {
 TEST(LensFit, RefusesToGuess) {
   const struct {
     const char* legend;
-    int last;  // zoom of the last entry with a point
     std::vector<size_t> empty;
     FitOptions options;
+    int last;  // zoom of the last entry with a point
     const char* says;
   } rows[] = {
-      {"a gap", 1350, {9, 10, 11}, {}, "none at zoom 450 to 550 (3 entries, at most 2 allowed)"},
-      {"a gap of its own limit", 1350, {9}, {.max_gap = 0}, "none at zoom 450 (1 entry, at most 0"},
-      {"no point at the first entry", 1350, {0}, {}, "none at zoom 0 (1 entry, an end of"},
-      {"half the range", 700, {}, {}, "none at zoom 750 to 1350 (13 entries, an end of"},
-      {"beyond all curves", 2400, {}, {}, "zoom 2400 is beyond every known curve"},
+      {"a gap", {9, 10, 11}, {}, 1350, "none at zoom 450 to 550 (3 entries, at most 2 allowed)"},
+      {"a gap of its own limit", {9}, {.max_gap = 0}, 1350, "none at zoom 450 (1 entry, at most 0"},
+      {"no point at the first entry", {0}, {}, 1350, "none at zoom 0 (1 entry, an end of"},
+      {"half the range", {}, {}, 700, "none at zoom 750 to 1350 (13 entries, an end of"},
+      {"beyond all curves", {}, {}, 2400, "zoom 2400 is beyond every known curve"},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.legend);

@@ -3,9 +3,10 @@
 // shows in who was woken.
 #include "util/process.h"
 
-#include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
+
+#include <csignal>
 
 #include "tests/support.h"
 
