@@ -145,11 +145,12 @@ TEST(LiveView, EveryGlyphHasAnAsciiForm) {
     state.keys = sim::KeysOfModel(model);
     state.instruments = read;
     const Canvas canvas = DrawScreen(state, 30, 100);
-    for (int row = 0; row < canvas.Rows(); ++row)
+    for (int row = 0; row < canvas.Rows(); ++row) {
       for (int col = 0; col < canvas.Cols(); ++col) {
         const char32_t glyph = canvas.At(row, col).glyph;
         EXPECT_TRUE(glyph == U'?' || sim::AsciiFor(glyph) != '?') << canvas.Text(row);
       }
+    }
   }
 }
 

@@ -372,7 +372,7 @@ TEST_F(Serial, ReceivesUntilItsDeadline) {
   }
   // A dead line is no reason to end, nor to spin.
   line_.HangUp();
-  uint8_t byte;
+  uint8_t byte = 0;
   const auto receive = [&] { return SerialRecv(-1, &byte, 1, 1); };
   ExpectTakes(1000, 1400, [&] { EXPECT_EQ(OnStdout(receive), "0 "); });
 }
