@@ -27,12 +27,7 @@ LensDevice::LensDevice(const sim::LensPose& pose, uint32_t seed, const std::stri
 }
 
 void LensDevice::Control(uint16_t code, int first, int third) {
-  sender_.SendTo(RS232_COMMAND_PORT,
-                 sim::CameraControlPacket({.target = CAMERA_CONTROL_TARGET,
-                                           .code = code,
-                                           .first = static_cast<int8_t>(first),
-                                           .second = 0,
-                                           .third = static_cast<int8_t>(third)}));
+  sender_.SendTo(RS232_COMMAND_PORT, sim::CameraControlPacket(sim::Control(code, first, 0, third)));
 }
 
 void LensDevice::WaitOutput(const std::string& text, size_t after) {

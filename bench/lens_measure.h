@@ -13,10 +13,8 @@ namespace bench {
 
 // A search and its verdict.
 struct SearchOutcome {
-  sim::TrialKind kind;
   bool found;
   sim::FocusVerdict verdict;
-  bool truth_kept;  // the daemon's position is where the lens is, and no step was lost
 };
 
 // Runs at least `trials` searches on `worlds` devices at once. Sets *good to false when a device

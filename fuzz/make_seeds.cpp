@@ -1,5 +1,5 @@
-// Writes the seeds that are scripts, of events or of a loader's answers: fuzz_seeds DIRECTORY
-// (fuzz/corpus of the checkout). Those that are files or frames are kept there as they are.
+// Writes the seeds that are scripts of events: fuzz_seeds DIRECTORY (fuzz/corpus of the checkout).
+// Those that are files, frames or a loader's answers are kept there as they are.
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -29,10 +29,6 @@ std::string Joined(const Range& bytes) {
   return {bytes.begin(), bytes.end()};
 }
 
-std::string Word(size_t value) {
-  return Raw({static_cast<int>(value & 0xFF), static_cast<int>(value >> 8 & 0xFF)});
-}
-
 std::string Pelco(const PelcoCommand& command) {
   return Joined(PelcoBuild(command));
 }
@@ -47,27 +43,8 @@ std::string Answer(const std::string& bytes) {
 }
 const std::string kSilence = "\xFF";
 
-// --- Module answers --------------------------------------------------------------------------
-
 std::string HdAnswer(HdCommand command, uint8_t value) {
   return Joined(HdBuild(command, HD_QUERY, value));
-}
-
-void AddAnswers(Seeds* seeds) {
-  Seeds& s = *seeds;
-  const std::string sign = Answer("\xDC") + Answer("\x12");
-  const std::string yes = Answer("\x33");
-  const std::string no = Answer("\x15");
-  s["micom_update/good"] = Word(900) + sign + yes + yes + yes + yes + yes + yes;
-  s["micom_update/resent"] =
-      Word(400) + Answer("\xDC") + sign + yes + no + kSilence + yes + yes + yes;
-  s["micom_update/refused_header"] = Word(400) + sign + no;
-  s["micom_update/no_sign"] = Word(400) + Answer("\x12") + Answer("\xDC") + kSilence;
-  s["micom_update/short_image"] = Word(10);
-  std::string refusals;
-  for (int i = 0; i < 110; ++i)
-    refusals += no;
-  s["micom_update/given_up"] = Word(400) + sign + yes + refusals;
 }
 
 // --- Scripts of events -------------------------------------------------------------------------
@@ -202,7 +179,6 @@ int main(int argc, char** argv) {
     return EXIT_FAILURE;
   }
   Seeds seeds;
-  AddAnswers(&seeds);
   AddScripts(&seeds);
   for (const auto& [name, bytes] : seeds) {
     const std::filesystem::path path = std::filesystem::path(argv[1]) / name;

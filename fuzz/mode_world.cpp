@@ -1,7 +1,6 @@
 #include "fuzz/mode_world.h"
 
 #include <arpa/inet.h>
-#include <fcntl.h>
 #include <linux/sockios.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -41,6 +40,7 @@
 #include "relay/daemon_datagram.h"
 #include "relay/mode_pass.h"
 #include "sim/device.h"
+#include "sim/leftovers.h"
 #include "sim/peers.h"
 #include "sim/pty_line.h"
 
@@ -68,15 +68,6 @@ constexpr uint8_t kNothingComes = 0xC0;  // and above: as in fake_line.h
 int Pending(int fd) {
   int count = 0;
   return ioctl(fd, FIONREAD, &count) == 0 ? count : 0;
-}
-
-int OpenDescriptors() {
-  constexpr int kHighest = 128;
-  int count = 0;
-  for (int fd = 0; fd < kHighest; ++fd) {
-    if (fcntl(fd, F_GETFD) >= 0) ++count;
-  }
-  return count;
 }
 
 // Asks `is_done` until it is so or the kernel has had its time. Returns its last answer.
@@ -231,29 +222,25 @@ class ModeWorld {
   int64_t pass_began_us_ = 0;
 };
 
-struct EventRow {
-  void (ModeWorld::*act)();
-};
-
 // By the low nibble of an event's first byte; the high one is how many passes follow it.
-constexpr std::array<EventRow, 16> kEvents = {{
-    {&ModeWorld::Connect},
-    {&ModeWorld::ClientSends},
-    {&ModeWorld::ClientEnds},
-    {&ModeWorld::ClientStopsOrReads},
-    {&ModeWorld::LocalSends},
-    {&ModeWorld::RawDatagram},
-    {&ModeWorld::CameraControlCommand},
-    {&ModeWorld::RawCommand},
-    {&ModeWorld::LineSpeaks},
-    {&ModeWorld::LineBursts},
-    {&ModeWorld::LineHangsUpOrReturns},
-    {&ModeWorld::TimePasses},
-    {&ModeWorld::WorkerSteps},
-    {&ModeWorld::ClientSends},
-    {&ModeWorld::CameraControlCommand},
-    {&ModeWorld::LineSpeaks},
-}};
+constexpr std::array<void (ModeWorld::*)(), 16> kEvents = {
+    &ModeWorld::Connect,
+    &ModeWorld::ClientSends,
+    &ModeWorld::ClientEnds,
+    &ModeWorld::ClientStopsOrReads,
+    &ModeWorld::LocalSends,
+    &ModeWorld::RawDatagram,
+    &ModeWorld::CameraControlCommand,
+    &ModeWorld::RawCommand,
+    &ModeWorld::LineSpeaks,
+    &ModeWorld::LineBursts,
+    &ModeWorld::LineHangsUpOrReturns,
+    &ModeWorld::TimePasses,
+    &ModeWorld::WorkerSteps,
+    &ModeWorld::ClientSends,
+    &ModeWorld::CameraControlCommand,
+    &ModeWorld::LineSpeaks,
+};
 
 // --- Waits of the daemon -----------------------------------------------------------------------
 
@@ -346,7 +333,7 @@ void ModeWorld::Act() {
   const uint8_t event = script_.Byte();
   passes_ = 0;
   passes_to_run_ = event >> 4 == kMany ? kPassesOfWork : event >> 4;
-  (this->*kEvents[event & 0x0F].act)();
+  (this->*kEvents[event & 0x0F])();
 }
 
 void ModeWorld::OnWait(const pollfd* fds, nfds_t count) {
@@ -614,12 +601,10 @@ void ModeWorld::CameraControlCommand() {
                                                CAMERA_CODE_AF_MODE,
                                                CAMERA_CODE_REMOTE_RESET};
   const uint16_t code = kCodes[script_.Byte() % kCodes.size()];
-  const auto parameters = script_.Bytes(3);
-  Bytes payload(CAMERA_CONTROL_SIZE);
-  StoreLe32(&payload[CAMERA_CONTROL_TARGET_AT], CAMERA_CONTROL_TARGET);
-  StoreLe16(&payload[CAMERA_CONTROL_CODE_AT], code);
-  std::copy(parameters.begin(), parameters.end(), &payload[CAMERA_CONTROL_FIRST_AT]);
-  SendLocal(sim::CommandPacket(CICOMM_PCMD_PTZ, payload), RS232_COMMAND_PORT);
+  const int first = script_.Byte();
+  const int second = script_.Byte();
+  const int third = script_.Byte();
+  SendLocal(sim::CameraControlPacket(sim::Control(code, first, second, third)), RS232_COMMAND_PORT);
 }
 
 // A command with any payload, or any bytes at all.
@@ -720,13 +705,9 @@ void ModeWorld::BeginStreams() {
   const auto left = static_cast<std::ptrdiff_t>(Pending(g_rs232_context.serial));
   from_line_.assign(early_.end() - left, early_.end());
   pass_began_us_ = NowUs();
-  constexpr int8_t kDaemonDrives = 3;
-  const CameraControl control = {.target = CAMERA_CONTROL_TARGET,
-                                 .code = CAMERA_CODE_AF_MODE,
-                                 .first = kDaemonDrives,
-                                 .second = 0,
-                                 .third = 0};
-  SendLocal(sim::CameraControlPacket(control), RS232_COMMAND_PORT);
+  constexpr int kDaemonDrives = 3;
+  SendLocal(sim::CameraControlPacket(sim::Control(CAMERA_CODE_AF_MODE, kDaemonDrives)),
+            RS232_COMMAND_PORT);
   passes_to_run_ = 1;
 }
 
@@ -780,7 +761,7 @@ void ForgetDatagrams() {
 void ModeWorld::Run() {
   BeginExecution();
   ForgetDatagrams();
-  const int open_before = OpenDescriptors();
+  const size_t open_before = sim::DescriptorCount(getpid());
   PrepareGlobals();
   line_.emplace();
   TheWaits().on_pass = [this](pollfd* fds, nfds_t count, int64_t limit_us) {
@@ -793,7 +774,7 @@ void ModeWorld::Run() {
   ReleaseResources(&g_rs232_context);
   clients_.clear();
   line_.reset();
-  FUZZ_CHECK(OpenDescriptors() == open_before);
+  FUZZ_CHECK(sim::DescriptorCount(getpid()) == open_before);
 }
 
 }  // namespace

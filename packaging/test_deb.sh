@@ -7,19 +7,16 @@
 # there is seen outside or outlives the script.
 set -eu
 
+sources=$(dirname "$0")
+. "$sources/private_root.sh"
+
 fail() {
   echo "test_deb: $*" >&2
   exit 1
 }
 
-# Waits until a command succeeds, 20 seconds at most.
-await() {
-  tries=200
-  until "$@"; do
-    tries=$((tries - 1))
-    [ "$tries" -gt 0 ] || fail "in vain: $*"
-    sleep 0.1
-  done
+expect() {
+  await "$@" || fail "in vain: $*"
 }
 
 # --- Outside ------------------------------------------------------------------------------------
@@ -31,28 +28,10 @@ enter_namespaces() {
   exec unshare --mount --pid --net --ipc --uts --fork --kill-child sh "$0" --root "$build"
 }
 
-enter_root() {
-  mount --make-rprivate /
-  mount -t tmpfs -o mode=755 tmpfs /mnt
-  mkdir /mnt/upper /mnt/work /mnt/root
-  mount -t overlay -o lowerdir=/,upperdir=/mnt/upper,workdir=/mnt/work overlay /mnt/root
-  mkdir /mnt/root/test
-  cp "$0" "$1"/*.deb "$1"/*.tar.gz /mnt/root/test
-  cd /mnt/root
-  mount -t proc proc proc
+run_in_root() {
+  make_root "$0" "$sources/private_root.sh" "$1"/*.deb "$1"/*.tar.gz
   # No /run/systemd/system: this root has no systemd.
-  for directory in dev run tmp; do mount -t tmpfs -o mode=755 tmpfs $directory; done
-  for device in null zero full random urandom tty; do
-    : >dev/$device
-    mount --bind /dev/$device dev/$device
-  done
-  mkdir dev/pts
-  mount -t devpts -o newinstance,ptmxmode=0666 devpts dev/pts
-  ln -s pts/ptmx dev/ptmx
-  ln -s /proc/self/fd dev/fd
-  busybox ip link set lo up
-  pivot_root . mnt
-  umount -l /mnt
+  enter_root
   cd /test
   exec sh "./${0##*/}" --inside
 }
@@ -73,7 +52,7 @@ put_word() {
 # Makes the device's files, and a pseudo-terminal whose output is kept in /run/line.out.
 make_device() {
   script -qfc 'tty >/run/line; exec sleep 600' /run/line.out </dev/null >/dev/null &
-  await test -s /run/line
+  expect test -s /run/line
   mkdir -p /var/nvt
   printf 'QB-100' >/var/nvt/param.dat
   truncate -s 23972 /var/nvt/param.dat
@@ -98,16 +77,16 @@ exercise() {
   words=$1
   shift
   "$@" start
-  await is_serving
+  expect is_serving
   bash -c "printf '%s' '$words' >/dev/tcp/127.0.0.1/$PTZ_PORT"
-  await has_reached_line "$words"
+  expect has_reached_line "$words"
   "$@" stop
   has_ended || fail "still serving after stop"
   [ ! -e /var/run/rs232d.pid ] || fail "the pid file is left"
   "$@" start
-  await is_serving
+  expect is_serving
   rs232ctl stop
-  await has_ended
+  expect has_ended
   "$@" stop
 }
 
@@ -176,7 +155,7 @@ test_inside() {
 }
 
 case "${1:-}" in
-  --root) enter_root "$2" ;;
+  --root) run_in_root "$2" ;;
   --inside) test_inside ;;
   *) enter_namespaces "$@" ;;
 esac

@@ -6,22 +6,15 @@
 # nothing that happens there is seen outside or outlives the script.
 set -Eeuo pipefail
 
+sources=$(dirname "$0")
+. "$sources/private_root.sh"
+
 fail() {
   echo "test_unit: $*" >&2
   for log in /run/rs232d.log /run/far_end.log /run/syslog /var/nvt/probe /var/nvt/probe.*; do
     [ ! -s "$log" ] || { echo "--- $log" >&2; tail -n 30 "$log" >&2; }
   done
   exit 1
-}
-
-# Waits until a command succeeds, 20 seconds at most.
-await() {
-  local tries=200
-  until "$@"; do
-    tries=$((tries - 1))
-    [ "$tries" -gt 0 ] || return 1
-    sleep 0.1
-  done
 }
 
 # One check: WHAT COMMAND...; the command may take a while to become true.
@@ -101,36 +94,17 @@ make_targets() {
     [Service]\nType=oneshot\nExecStart=/bin/touch /run/down\n' >usr/lib/systemd/system/down.service
 }
 
-enter_root() {
-  mount --make-rprivate /
-  mount -t tmpfs -o mode=755 tmpfs /mnt
-  mkdir /mnt/upper /mnt/work /mnt/root
-  mount -t overlay -o lowerdir=/,upperdir=/mnt/upper,workdir=/mnt/work overlay /mnt/root
-  mkdir /mnt/root/test
-  cp "$0" /mnt/root/test/test_unit.sh
-  cp "$1"/*.deb "$1/tests/far_end" /mnt/root/test
-  cd /mnt/root
-  mount -t proc proc proc
+boot_in_root() {
+  make_root "$0" "$sources/private_root.sh" "$1"/*.deb "$1/tests/far_end"
   mount -t sysfs sysfs sys
   mount -t cgroup2 cgroup2 sys/fs/cgroup
-  for directory in dev run tmp; do mount -t tmpfs -o mode=755 tmpfs $directory; done
-  for device in null zero full random urandom tty; do
-    : >dev/$device
-    mount --bind /dev/$device dev/$device
-  done
-  mkdir dev/pts
-  mount -t devpts -o newinstance,ptmxmode=0666 devpts dev/pts
-  ln -s pts/ptmx dev/ptmx
-  ln -s /proc/self/fd dev/fd
   # One that a daemon may open, although nothing is behind it, and one that it may not.
   mknod dev/ttyS40 c 4 104
   mknod dev/kmsg c 1 11
   rm -rf etc/systemd/system usr/sbin/policy-rc.d var/nvt
   mkdir etc/systemd/system
   make_targets
-  busybox ip link set lo up
-  pivot_root . mnt
-  umount -l /mnt
+  enter_root
   cd /
   exec env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin container=private \
     /lib/systemd/systemd --unit=multi-user.target --show-status=no
@@ -426,7 +400,7 @@ test_inside() {
 }
 
 case "${1:-}" in
-  --root) enter_root "$2" ;;
+  --root) boot_in_root "$2" ;;
   --inside) test_inside ;;
   *) run_in_world "$@" ;;
 esac

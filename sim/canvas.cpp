@@ -9,6 +9,9 @@ namespace {
 constexpr char32_t kEllipsis = U'…';
 constexpr char32_t kUnknown = U'?';
 constexpr char32_t kAsciiEnd = 0x80;
+// Behind ASCII come control characters again. What is below and has several bytes is none either:
+// it is too long a form of another character.
+constexpr char32_t kSecondControlsEnd = 0xA0;
 // Patterns of 2 by 4 dots.
 constexpr char32_t kBraille = 0x2800;
 constexpr char32_t kBrailleEnd = 0x2900;
@@ -50,7 +53,7 @@ char32_t TakeWide(std::string_view* text) {
     glyph = glyph << 6U | (static_cast<unsigned char>(byte) & 0x3FU);
   }
   text->remove_prefix(static_cast<size_t>(followers));
-  return glyph;
+  return glyph < kSecondControlsEnd ? kUnknown : glyph;
 }
 
 }  // namespace

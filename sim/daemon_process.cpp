@@ -94,7 +94,8 @@ bool DaemonProcess::WaitServing(const DeviceConfig& config, milliseconds limit) 
 }
 
 void DaemonProcess::Signal(int signal) const {
-  kill(pid_, signal);
+  // Once its end was taken the number may be another process's.
+  if (!status_.has_value()) kill(pid_, signal);
 }
 
 std::optional<int> DaemonProcess::WaitEnd(milliseconds limit) {

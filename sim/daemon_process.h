@@ -29,6 +29,7 @@ class DaemonProcess {
   // have is bound. Returns false when it has ended or does not get there.
   bool WaitServing(const DeviceConfig& config, milliseconds limit = kPatience);
 
+  // Nothing when WaitEnd has seen its end.
   void Signal(int signal) const;
 
   // Waits for the end. Returns the exit status, -N when signal N ended it, nothing when it

@@ -3,7 +3,6 @@
 
 #include <random>
 #include <span>
-#include <vector>
 
 #include "sim/camera_daemon.h"
 
@@ -40,7 +39,8 @@ struct FocusVerdict {
   bool Found(const FocusTrial& trial) const;
 };
 
-// `frames` and `readings` are those of one search, `found` is where the lens stands after it.
+// `frames` and `readings` are those of one search, at least two readings; `found` is where the
+// lens stands after it.
 FocusVerdict JudgeFocusSearch(const FocusTrial& trial, std::span<const LensFrame> frames,
                               std::span<const FocusReading> readings, const LensPose& found);
 

@@ -6,6 +6,8 @@
 #include <numeric>
 #include <utility>
 
+#include "tools/frame_texts.h"
+
 namespace sim {
 namespace {
 
@@ -28,12 +30,6 @@ int Signed(uint16_t value) {
 
 std::string Steps(int count) {
   return std::to_string(std::abs(count)) + (std::abs(count) == 1 ? " step" : " steps");
-}
-
-std::string HexOf(unsigned value, int digits) {
-  std::array<char, 16> text;
-  snprintf(text.data(), text.size(), "0x%0*X", digits, value);
-  return text.data();
 }
 
 }  // namespace
@@ -59,13 +55,13 @@ void LensMicom::Feed(std::span<const uint8_t> bytes, Clock::time_point now) {
   last_byte_ = now;
   for (const uint8_t byte : bytes)
     TakeByte(byte);
-  line_empty_ = now;
+  if (is_line_empty()) line_empty_ = now;
   TurnMotors();
 }
 
 void LensMicom::Tick(Clock::time_point now) {
   now_ = now;
-  line_empty_ = now;
+  if (is_line_empty()) line_empty_ = now;
   TurnMotors();
   if (now - last_byte_ >= kQuietAfter) {
     noise_.insert(noise_.end(), partial_.begin(), partial_.end());
@@ -179,7 +175,7 @@ void LensMicom::TakeRead(uint8_t address) {
       Send(I2M_READ, address, traits.prescaler_sign, traits.prescaler_size);
       break;
     default:
-      on_words("asked for register " + HexOf(address, 2) + ", which it has not");
+      on_words("asked for register " + tools::HexNumber(address, 2) + ", which it has not");
       break;
   }
 }
@@ -216,7 +212,8 @@ void LensMicom::TakeWrite(uint8_t address, uint16_t value) {
                std::to_string(value & 0xFF));
       break;
     default:
-      on_words("register " + HexOf(address, 2) + ", which it has not, = " + HexOf(value, 4));
+      on_words("register " + tools::HexNumber(address, 2) +
+               ", which it has not, = " + tools::HexNumber(value, 4));
       break;
   }
 }
@@ -229,7 +226,7 @@ void LensMicom::SetRate(uint16_t code) {
     on_words("step rate " + std::to_string(row.rate) + " pps");
     return;
   }
-  on_words("step rate code " + HexOf(code, 4) + ", which it has not");
+  on_words("step rate code " + tools::HexNumber(code, 4) + ", which it has not");
 }
 
 void LensMicom::MoveMotor(Stepper* motor, bool inverted, uint16_t value, const char* name,
@@ -262,7 +259,7 @@ void LensMicom::JogMotor(Stepper* motor, uint16_t value, const char* name) {
       on_words(std::string(name) + " stops");
       break;
     default:
-      on_words(std::string(name) + " jog " + HexOf(value, 4) + ", which it has not");
+      on_words(std::string(name) + " jog " + tools::HexNumber(value, 4) + ", which it has not");
       break;
   }
 }

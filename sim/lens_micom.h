@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <map>
 #include <span>
 #include <string>
@@ -87,6 +88,10 @@ class LensMicom : public FarEnd {
   void Place(const LensPose& pose);
 
   MicomTraits traits;
+
+  // Whether no byte is on its way along the line. Whoever knows may say so: motors then start when
+  // the line was last empty, however long a frame was on its way.
+  std::function<bool()> is_line_empty = [] { return true; };
 
  private:
   struct Answer {

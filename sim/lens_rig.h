@@ -7,7 +7,6 @@
 #include <atomic>
 #include <mutex>
 #include <thread>
-#include <utility>
 
 #include "sim/camera_daemon.h"
 #include "sim/lens_micom.h"

@@ -69,15 +69,15 @@ class SurveyedDevice {
 
   // Runs one search to its end.
   void Search() {
-    Control(CAMERA_CODE_FOCUS_SEARCH);
+    SendControl(CAMERA_CODE_FOCUS_SEARCH);
     WaitFor("TRACE\t");
     WaitFor("--> saved\n");
   }
 
   // Moves the focus by the least that a command can.
   void Nudge() {
-    Control(CAMERA_CODE_FOCUS, -1);
-    Control(CAMERA_CODE_FOCUS);
+    SendControl(CAMERA_CODE_FOCUS, -1);
+    SendControl(CAMERA_CODE_FOCUS);
     WaitFor("--> saved\n");
   }
 
@@ -103,12 +103,8 @@ class SurveyedDevice {
     return build;
   }
 
-  void Control(uint16_t code, int first = 0) {
-    sender_.SendTo(RS232_COMMAND_PORT, CameraControlPacket({.target = CAMERA_CONTROL_TARGET,
-                                                            .code = code,
-                                                            .first = static_cast<int8_t>(first),
-                                                            .second = 0,
-                                                            .third = 0}));
+  void SendControl(uint16_t code, int first = 0) {
+    sender_.SendTo(RS232_COMMAND_PORT, CameraControlPacket(Control(code, first)));
   }
 
   // Waits for `text` behind what was waited for last.

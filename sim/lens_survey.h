@@ -7,7 +7,6 @@
 // meanwhile something nearer or farther stands in front of the lens.
 #pragma once
 
-#include <cstdint>
 #include <span>
 #include <string>
 

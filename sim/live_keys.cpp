@@ -5,6 +5,7 @@
 
 #include "relay/pelco_d.h"
 #include "sim/far_end_models.h"
+#include "sim/peers.h"
 
 namespace sim {
 namespace {
@@ -40,15 +41,6 @@ struct KeyRow {
   KeyHelp help;
   int8_t other = 0;
 };
-
-constexpr CameraControl Control(uint16_t code, int8_t first = 0, int8_t second = 0,
-                                int8_t third = 0) {
-  return {.target = CAMERA_CONTROL_TARGET,
-          .code = code,
-          .first = first,
-          .second = second,
-          .third = third};
-}
 
 // Speeds of -128 to 127 that a screen can follow.
 constexpr int8_t kTurn = 50;
@@ -219,6 +211,7 @@ std::vector<KeyAction> KeyDriver::Press(int key, Clock::time_point now) {
   const auto* row = std::ranges::find_if(kRows, [this, key](const KeyRow& each) {
     return (each.groups & group_) != 0 && IsKeyOf(each, key);
   });
+  if (row == kRows.end() || row->kind != Kind::kGoTo) next_digit_sets_ = false;
   if (row == kRows.end()) {
     not_answered_ = key;
     return {};

@@ -60,8 +60,10 @@ void LiveScreen::Take(DeviceEvent event) {
   if (event.text.empty()) return;
   state_.log.push_back({.who = event.who, .text = std::move(event.text)});
   if (state_.log.size() > kLogKept) state_.log.pop_front();
-  // Who looks at earlier lines keeps them before his eyes.
-  if (state_.scrolled_back != 0) ++state_.scrolled_back;
+  // Who looks at earlier lines keeps them before his eyes, as long as they are kept.
+  if (state_.scrolled_back == 0) return;
+  ++state_.scrolled_back;
+  Scroll(0);
 }
 
 void LiveScreen::Observe(const FarEnd& far_end) {

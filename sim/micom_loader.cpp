@@ -1,6 +1,5 @@
 #include "sim/micom_loader.h"
 
-#include <algorithm>
 #include <utility>
 
 #include "module/micom_firmware.h"

@@ -1,8 +1,6 @@
 // The lens of a camera module: zoom and focus motors that turn until they are told to stop.
 #pragma once
 
-#include <string>
-
 #include "sim/wait.h"
 
 namespace sim {

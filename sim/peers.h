@@ -1,7 +1,7 @@
 // The processes around the daemon: PTZ clients, local senders and receivers, the system log.
 //
-// Each is one socket on loopback, non-blocking for a caller that polls FarEnd-like descriptors,
-// with blocking helpers that give up after a limit.
+// Each owns one socket: poll Fd(), then Receive. Receive and WaitFor give up after a limit; Send
+// waits for room. What cannot be opened or sent throws std::runtime_error.
 #pragma once
 
 #include <cstdint>
@@ -60,10 +60,20 @@ Bytes DaemonDatagram(uint16_t code, std::span<const uint8_t> bytes = {});
 // A command-channel packet as a process without a port of its own sends it.
 Bytes CommandPacket(int32_t command, std::span<const uint8_t> payload);
 
+// The record of a camera-control command for this daemon; of each parameter its low 8 bits count.
+constexpr CameraControl Control(uint16_t code, int first = 0, int second = 0, int third = 0) {
+  return {.target = CAMERA_CONTROL_TARGET,
+          .code = code,
+          .first = static_cast<int8_t>(first),
+          .second = static_cast<int8_t>(second),
+          .third = static_cast<int8_t>(third)};
+}
+
 // The packet of a camera-control command.
 Bytes CameraControlPacket(const CameraControl& control);
 
-// Receives what processes of the world write to syslog, in place of the system's own log.
+// Receives what processes of the world write to syslog, in place of the system's own log. Who does
+// not read it lets senders block after some ten messages.
 class SyslogRecorder {
  public:
   SyslogRecorder();

@@ -1,5 +1,7 @@
 #include "sim/plain_printer.h"
 
+#include <unistd.h>
+
 namespace sim {
 namespace {
 
@@ -7,7 +9,7 @@ namespace {
 constexpr milliseconds kReportEvery{500};
 // Words that are said again after this long are printed again.
 constexpr milliseconds kSaidAgainWithin{200};
-// Most of a line of the daemon's that is printed.
+// Most of a line of the daemon's that is printed on a terminal.
 constexpr size_t kLineShown = 120;
 
 std::string Shortened(const std::string& line) {
@@ -15,6 +17,8 @@ std::string Shortened(const std::string& line) {
 }
 
 }  // namespace
+
+PlainPrinter::PlainPrinter(FILE* out) : out_(out), is_terminal_(isatty(fileno(out)) != 0) {}
 
 PlainPrinter::~PlainPrinter() {
   FlushWords();
@@ -28,7 +32,7 @@ void PlainPrinter::Take(DeviceEvent event) {
       break;
     case EventKind::kDaemon:
       FlushWords();
-      Print(event.who, Shortened(event.text));
+      Print(event.who, is_terminal_ ? Shortened(event.text) : event.text);
       break;
     case EventKind::kWords:
       TakeWords(event.who, event.text);

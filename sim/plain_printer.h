@@ -1,7 +1,7 @@
 // Prints what happens in the virtual device in plain lines, "WHO    | TEXT".
 //
 // What is said several times in a row is printed once, with how often; a far end that moves is
-// described twice a second.
+// described twice a second. On a terminal long lines of the daemon are cut.
 #pragma once
 
 #include <cstdio>
@@ -14,7 +14,7 @@ namespace sim {
 class PlainPrinter : public EventSink {
  public:
   // `out` must outlive the printer.
-  explicit PlainPrinter(FILE* out) : out_(out) {}
+  explicit PlainPrinter(FILE* out);
   ~PlainPrinter() override;
 
   void Take(DeviceEvent event) override;
@@ -27,6 +27,7 @@ class PlainPrinter : public EventSink {
   void Describe(const FarEnd& far_end, Clock::time_point now);
 
   FILE* out_;
+  bool is_terminal_;
   // Words that may be said again.
   const char* pending_who_ = "";
   std::string pending_words_;

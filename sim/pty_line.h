@@ -37,13 +37,15 @@ class PtyLine {
   termios Settings() const;
   void SetSettings(const termios& settings);
 
-  // Sends bytes to the daemon, waiting for room.
+  // Sends bytes to the daemon, waiting for room. Throws std::runtime_error when there is not enough
+  // within kPatience.
   void Send(std::span<const uint8_t> bytes);
 
   // Takes what the daemon wrote: exactly `count` bytes, or fewer when `limit` passes first.
   Bytes Receive(size_t count, milliseconds limit = kPatience);
 
-  // The same, cut into frames of `size` bytes with the time each was complete.
+  // The same, cut into frames of `size` bytes with the time each was complete; `limit` is that of
+  // each frame, and a last one that is short is returned too.
   std::vector<Arrival> ReceiveFrames(size_t frames, size_t size, milliseconds limit = kPatience);
 
   // Closes both ends held here: the daemon sees the line hang up.

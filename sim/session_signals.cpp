@@ -25,8 +25,11 @@ std::optional<signalfd_siginfo> SessionSignals::Take() {
 
 bool SessionSignals::TakeEnd() {
   bool end = false;
-  while (const auto info = Take())
-    end = end || info->ssi_signo != SIGCHLD;
+  while (const auto info = Take()) {
+    if (info->ssi_signo == SIGCHLD) continue;
+    end_signal_ = static_cast<int>(info->ssi_signo);
+    end = true;
+  }
   return end;
 }
 

@@ -27,12 +27,16 @@ class SessionSignals {
   // every signal that has come.
   bool TakeEnd();
 
+  // The signal that did; 0 before.
+  int EndSignal() const { return end_signal_; }
+
   // The mask before this object.
   const sigset_t& Before() const { return before_; }
 
  private:
   sigset_t before_;
   UniqueFd fd_;
+  int end_signal_ = 0;
 };
 
 }  // namespace sim

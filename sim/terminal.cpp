@@ -110,7 +110,7 @@ void Terminal::Show(const Canvas& canvas) {
       const std::array<wchar_t, 2> text = {
           static_cast<wchar_t>(utf8_ ? cell.glyph : static_cast<char32_t>(AsciiFor(cell.glyph))),
           L'\0'};
-      cchar_t glyph;
+      cchar_t glyph = {};
       setcchar(&glyph, text.data(), kLooks[look].attributes, has_colors() ? PairOf(look) : short{0},
                nullptr);
       mvadd_wch(row, col, &glyph);

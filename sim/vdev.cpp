@@ -32,8 +32,6 @@ namespace {
 using sim::GuestCommand;
 using sim::SessionOptions;
 
-constexpr int kUsageStatus = 2;
-
 constexpr char kModels[] =
     "Models: QB-210 and the like an SD module, QB-310 an HD module, QB-420 a motorized lens, all\n"
     "others a PTZ head: QB-620, QB-610, any name.";
@@ -67,9 +65,9 @@ int RunGuarded(const std::function<int()>& session) {
   });
 }
 
-std::string CheckBaudRate(const std::string& text) {
+std::string TakeBaudRate(std::string& text) {
   try {
-    tools::ParseParamChange("baud=" + text);
+    text = std::to_string(tools::ParseParamChange("baud=" + text).number);
     return "";
   } catch (const tools::Failure& failure) {
     return failure.what();
@@ -86,25 +84,27 @@ std::string CheckUdpPort(const std::string& text) {
 }
 
 void AddDeviceOptions(CLI::App* app, SessionOptions* options) {
-  constexpr size_t kModelMax = 127;
   app->add_option("MODEL", options->device.model,
                   "device model, which tells what is behind the line")
       ->required()
       ->type_name("")
       ->check([](const std::string& model) {
-        return model.size() <= kModelMax ? "" : "a model name has at most 127 characters";
+        return model.size() <= tools::PARAM_MODEL_MAX
+                   ? std::string()
+                   : "a model name has at most " + std::to_string(tools::PARAM_MODEL_MAX) +
+                         " characters";
       });
   app->add_option("--baud", options->device.baud_rate, "bits per second of the serial line")
       ->type_name("RATE")
-      ->check(CLI::Validator(CheckBaudRate, ""))
+      ->transform(CLI::Validator(TakeBaudRate, ""))
       ->capture_default_str();
   app->add_option("--ptz-port", options->device.ptz_port, "TCP port of the PTZ server")
       ->type_name("PORT")
-      ->check(tools::NumberFrom(1, INT16_MAX))
+      ->transform(tools::NumberFrom(1, INT16_MAX))
       ->capture_default_str();
   app->add_option("--udp-port", options->device.udp_port, "the daemon's own UDP port")
       ->type_name("PORT")
-      ->check(tools::NumberFrom(1, UINT16_MAX))
+      ->transform(tools::NumberFrom(1, UINT16_MAX))
       ->check(CLI::Validator(CheckUdpPort, ""))
       ->capture_default_str();
   app->add_option("--daemon", options->daemon, "the daemon to run")
@@ -140,8 +140,7 @@ int Run(const SessionOptions& options, bool plain, const std::optional<GuestComm
   }
   if (!plain && !options.once && IsOnTerminal()) {
     const int status = RunGuarded([&] { return RunScreenSession(options); });
-    constexpr int kSignalBase = 128;
-    if (status > kSignalBase) sim::LeaveScreen();
+    if (status > sim::kSignalBase) sim::LeaveScreen();
     return status;
   }
   return RunGuarded([&] { return RunPlainSession(options); });
@@ -179,7 +178,7 @@ int main(int argc, char** argv) {
       "join", "Run a command, or your shell, in the world of a virtual device that runs");
   join->add_option("--pid", pid, "process id of the vdev, where several run")
       ->type_name("PID")
-      ->check(tools::NumberFrom(1, INT_MAX));
+      ->transform(tools::NumberFrom(1, INT_MAX));
   join->footer("Example: vdev join -- rs232ctl monitor");
 
   try {
@@ -188,16 +187,16 @@ int main(int argc, char** argv) {
     return app.exit(success);
   } catch (const CLI::ParseError& error) {
     fprintf(stderr, "vdev: %s\n", tools::DescribeParseError(app, error).c_str());
-    return kUsageStatus;
+    return tools::EXIT_STATUS_USAGE;
   }
   const bool has_command = arguments.command.has_value();
   if (has_command && arguments.command->words.empty()) {
     fprintf(stderr, "vdev: there is no command behind --\n");
-    return kUsageStatus;
+    return tools::EXIT_STATUS_USAGE;
   }
   if (has_command && (shell->parsed() || options.demo)) {
     fprintf(stderr, "vdev: a command follows -- only in 'run' without --demo, and in 'join'\n");
-    return kUsageStatus;
+    return tools::EXIT_STATUS_USAGE;
   }
   const GuestCommand command = arguments.command.value_or(sim::UserShell());
   if (join->parsed()) {

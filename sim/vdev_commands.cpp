@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "sim/far_end_models.h"
+#include "sim/peers.h"
 #include "tools/parse.h"
 
 namespace sim {
@@ -33,11 +34,6 @@ struct ControlRow {
   const char* help;
 };
 
-constexpr CameraControl Control(uint16_t code, int8_t first = 0, int8_t third = 0) {
-  return {
-      .target = CAMERA_CONTROL_TARGET, .code = code, .first = first, .second = 0, .third = third};
-}
-
 constexpr std::array<ControlRow, 14> kControls = {{
     {"left", Control(CAMERA_CODE_LEFT), Arguments::kNone, "key left"},
     {"right", Control(CAMERA_CODE_RIGHT), Arguments::kNone, "key right"},
@@ -45,8 +41,8 @@ constexpr std::array<ControlRow, 14> kControls = {{
     {"down", Control(CAMERA_CODE_DOWN), Arguments::kNone, "key down"},
     {"menu", Control(CAMERA_CODE_MENU), Arguments::kNone,
      "open the menu (heads and SD modules: preset 95)"},
-    {"in", Control(CAMERA_CODE_ZOOM, 0, 1), Arguments::kNone, "zoom in until stop"},
-    {"out", Control(CAMERA_CODE_ZOOM, 0, -1), Arguments::kNone, "zoom out until stop"},
+    {"in", Control(CAMERA_CODE_ZOOM, 0, 0, 1), Arguments::kNone, "zoom in until stop"},
+    {"out", Control(CAMERA_CODE_ZOOM, 0, 0, -1), Arguments::kNone, "zoom out until stop"},
     {"near", Control(CAMERA_CODE_FOCUS, 1), Arguments::kNone, "focus near until stop"},
     {"far", Control(CAMERA_CODE_FOCUS, -1), Arguments::kNone, "focus far until stop"},
     {"search", Control(CAMERA_CODE_FOCUS_SEARCH), Arguments::kNone,

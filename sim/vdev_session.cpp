@@ -23,6 +23,7 @@
 #include "sim/terminal.h"
 #include "sim/vdev_commands.h"
 #include "sim/virtual_device.h"
+#include "sim/world.h"
 
 namespace sim {
 namespace {
@@ -31,7 +32,6 @@ namespace {
 enum class Ending { kTimeOver, kUserStops, kDaemonEnded, kReboot };
 
 constexpr milliseconds kLook{50};
-constexpr int kSignalBase = 128;
 
 bool IsReadable(int fd) {
   pollfd source = {.fd = fd, .events = POLLIN, .revents = 0};
@@ -59,10 +59,17 @@ Ending Watch(VirtualDevice* device, milliseconds time, SessionSignals* signals) 
   }
 }
 
+// Carries out a line of a script, of which none may be wrong.
+void PlayStep(const ScriptStep& step, VirtualDevice* device) {
+  device->Note(std::string("> ") + step.line);
+  if (RunCommand(step.line, device) == CommandResult::kBad) {
+    throw std::runtime_error(std::string("the script says what is no command: ") + step.line);
+  }
+}
+
 Ending RunScript(VirtualDevice* device, SessionSignals* signals) {
   for (const ScriptStep& step : DemoScript(device->Config().model)) {
-    device->Note(std::string("> ") + step.line);
-    RunCommand(step.line, device);
+    PlayStep(step, device);
     const Ending ending = Watch(device, step.watch, signals);
     if (ending != Ending::kTimeOver) return ending;
   }
@@ -133,8 +140,7 @@ class Player {
   bool Serve(VirtualDevice* device, Clock::time_point now) {
     if (now < due_) return true;
     if (script_.empty()) return false;
-    device->Note(std::string("> ") + script_.front().line);
-    RunCommand(script_.front().line, device);
+    PlayStep(script_.front(), device);
     due_ = now + script_.front().watch;
     script_ = script_.subspan(1);
     return true;
@@ -242,7 +248,9 @@ int ServeGuest(VirtualDevice* device, pid_t guest, SessionSignals* signals) {
 int RunPlainSession(const SessionOptions& options) {
   SessionSignals signals;
   PlainPrinter printer(stdout);
-  VirtualDevice device(options.device, SetupOf(options), &printer);
+  DeviceSetup setup = SetupOf(options);
+  setup.sightings = options.demo;
+  VirtualDevice device(options.device, setup, &printer);
   if (!device.Start()) {
     printer.Note(options.daemon + " did not come up");
     return EXIT_FAILURE;
@@ -280,13 +288,16 @@ int RunCommandSession(const SessionOptions& options, const GuestCommand& command
   setup.client = false;
   VirtualDevice device(options.device, setup, &printer);
   if (!device.Start()) {
-    if (log) fputs(ReadTextFile(kSessionLog).c_str(), stderr);
+    if (log) {
+      fflush(log.get());
+      fputs(ReadTextFile(kSessionLog).c_str(), stderr);
+    }
     fprintf(stderr, "vdev: %s did not come up\n", options.daemon.c_str());
     return EXIT_FAILURE;
   }
   if (!AwaitIntroduction(&device, &signals)) {
     device.Stop();
-    return kSignalBase + SIGINT;
+    return kSignalBase + signals.EndSignal();
   }
   if (log) {
     fprintf(stderr, "vdev: rs232d serves %s; vdev's own lines go to %s\n",

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <csignal>
 #include <cstring>
 #include <stdexcept>
@@ -16,9 +15,14 @@
 
 #include "ipc/cicomm.h"
 #include "ipc/csysmgr.h"
+#include "module/firmware_update.h"
+#include "module/micom_firmware.h"
 #include "relay/daemon_datagram.h"
 #include "sim/far_end_models.h"
+#include "sim/lens_micom.h"
 #include "sim/world.h"
+#include "tools/frame_output.h"
+#include "tools/frame_texts.h"
 
 namespace sim {
 namespace {
@@ -27,22 +31,9 @@ namespace {
 constexpr milliseconds kFileSettled{50};
 
 constexpr char kCameraInfoPath[] = "/var/nvt/camera.info";
-constexpr char kFirmwarePath[] = "/tmp/micom_firmware";
-constexpr size_t kFirmwareHeader = 64;
-
-std::string Text(std::span<const uint8_t> bytes) {
-  std::string text(bytes.begin(), bytes.end());
-  std::replace_if(
-      text.begin(), text.end(), [](char c) { return c < ' ' || c > '~'; }, '.');
-  return text;
-}
-
-std::string Count(size_t bytes) {
-  return std::to_string(bytes) + (bytes == 1 ? " byte" : " bytes");
-}
 
 std::string Dump(std::span<const uint8_t> bytes) {
-  return Hex(bytes) + "  \"" + Text(bytes) + "\"";
+  return Hex(bytes) + "  \"" + tools::PlainText(bytes) + "\"";
 }
 
 Bytes BytesOf(const std::string& text) {
@@ -88,8 +79,9 @@ VirtualDevice::VirtualDevice(const DeviceConfig& config, const DeviceSetup& setu
     camera_->on_words = [this](const std::string& words) { TakeWords("camera", words, {}); };
   }
   far_end_->on_noise = [this](std::span<const uint8_t> bytes) {
-    seen_.raw_to_line.append(bytes.begin(), bytes.end());
-    Note(far_end_->Name(), Count(bytes.size()) + " that are no frame: " + Dump(bytes));
+    See(bytes, &seen_.raw_to_line);
+    Note(far_end_->Name(),
+         tools::Count(bytes.size(), "byte") + " that are no frame: " + Dump(bytes));
   };
 
   int pipe_fds[2];
@@ -121,12 +113,13 @@ bool VirtualDevice::Start() {
 bool VirtualDevice::Serve(milliseconds limit, int wake_fd) {
   const auto end = Clock::now() + limit;
   while (true) {
-    std::array<pollfd, 7> sources = {{{line_.FarEnd(), POLLIN, 0},
+    std::array<pollfd, 8> sources = {{{line_.FarEnd(), POLLIN, 0},
                                       {output_.Get(), POLLIN, 0},
                                       {data_ ? data_->Fd() : -1, POLLIN, 0},
                                       {client_ ? client_->Fd() : -1, POLLIN, 0},
                                       {manager_.Fd(), POLLIN, 0},
                                       {camera_ ? camera_->Fd() : -1, POLLIN, 0},
+                                      {syslog_.Fd(), POLLIN, 0},
                                       {wake_fd, POLLIN, 0}}};
     const auto left = std::chrono::duration_cast<milliseconds>(end - Clock::now());
     const milliseconds pause = std::clamp(left, milliseconds(0), kTickEvery);
@@ -135,11 +128,12 @@ bool VirtualDevice::Serve(milliseconds limit, int wake_fd) {
     if (sources[2].revents != 0) ServeData();
     if (sources[3].revents != 0) ServeClient();
     if (sources[4].revents != 0) ServeManager();
+    if (sources[6].revents != 0) ServeSyslog();
     ServeFarEnd();
     ReportCameraInfo();
     ReportPrograms();
     if (is_rebooting_ || daemon_->WaitEnd(milliseconds(0)).has_value()) return false;
-    if (sources[6].revents != 0 || Clock::now() >= end) return true;
+    if (sources[7].revents != 0 || Clock::now() >= end) return true;
   }
 }
 
@@ -148,7 +142,7 @@ void VirtualDevice::Note(const char* who, const std::string& text) {
 }
 
 void VirtualDevice::TakeWords(const char* who, const std::string& words, Bytes frame) {
-  seen_.words.append(words).append("\n");
+  See(words + "\n", &seen_.words);
   sink_->Take({.kind = EventKind::kWords, .who = who, .text = words, .bytes = std::move(frame)});
 }
 
@@ -165,7 +159,7 @@ void VirtualDevice::TakeDaemonLines(bool all) {
   }
   size_t end = 0;
   while ((end = output_text_.find('\n')) != std::string::npos) {
-    seen_.daemon_output += output_text_.substr(0, end + 1);
+    See(output_text_.substr(0, end + 1), &seen_.daemon_output);
     take(output_text_.substr(0, end));
     output_text_.erase(0, end + 1);
   }
@@ -182,9 +176,9 @@ void VirtualDevice::ServeData() {
     Note("data", "no serial data datagram: " + Dump(*datagram));
     return;
   }
-  seen_.line_to_data.append(bytes->begin(), bytes->end());
-  Note("data", Count(bytes->size()) + " on UDP port " + std::to_string(SERIAL_DATA_PORT) + ": " +
-                   Dump(*bytes));
+  See(*bytes, &seen_.line_to_data);
+  Note("data", tools::Count(bytes->size(), "byte") + " on UDP port " +
+                   std::to_string(SERIAL_DATA_PORT) + ": " + Dump(*bytes));
 }
 
 void VirtualDevice::ServeClient() {
@@ -196,8 +190,9 @@ void VirtualDevice::ServeClient() {
     return;
   }
   const std::span<const uint8_t> received(bytes.data(), static_cast<size_t>(count));
-  seen_.line_to_client.append(received.begin(), received.end());
-  Note("client", Count(received.size()) + " on the PTZ TCP connection: " + Dump(received));
+  See(received, &seen_.line_to_client);
+  Note("client",
+       tools::Count(received.size(), "byte") + " on the PTZ TCP connection: " + Dump(received));
 }
 
 void VirtualDevice::ServeManager() {
@@ -208,10 +203,26 @@ void VirtualDevice::ServeManager() {
   Note("sysmgr", (is_reboot ? "notice of a reboot: " : "notice: ") + Dump(*datagram));
 }
 
+// Whoever writes to a system log that is full waits.
+void VirtualDevice::ServeSyslog() {
+  const Bytes message = BytesOf(syslog_.WaitFor("", milliseconds(0)));
+  if (!message.empty()) Note("syslog", tools::PlainText(message));
+}
+
 void VirtualDevice::ServeFarEnd() {
   line_server_.Step();
   if (camera_) camera_->Serve(Clock::now());
+  DropRecords();
   sink_->Observe(*far_end_);
+}
+
+// What a lens and its camera keep for whoever judges a search: nobody does here.
+void VirtualDevice::DropRecords() {
+  if (auto* lens = dynamic_cast<LensMicom*>(far_end_.get())) lens->TakeFrames();
+  if (!camera_) return;
+  camera_->TakeFocusReadings();
+  camera_->TakeExposureReadings();
+  camera_->TakeExposureOrders();
 }
 
 // Tells the camera information file once it is whole again: it is written line by line.
@@ -259,10 +270,10 @@ void VirtualDevice::SendFromFarEnd(const std::string& text) {
 }
 
 void VirtualDevice::UpdateFirmware(size_t payload) {
-  std::string image(kFirmwareHeader, 'H');
+  std::string image(MICOM_IMAGE_HEADER_SIZE, 'H');
   for (size_t i = 0; i < payload; ++i)
     image += static_cast<char>(i * i / 7);
-  WriteTextFile(kFirmwarePath, image);
+  WriteTextFile(MICOM_FIRMWARE_PATH, image);
   sender_.SendTo(RS232_COMMAND_PORT, CommandPacket(CICOMM_PCMD_MICOM_FIRMWARE_UPDATE, {}));
 }
 

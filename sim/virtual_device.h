@@ -2,7 +2,6 @@
 // processes around it. What each of them sees goes to a sink.
 #pragma once
 
-#include <functional>
 #include <memory>
 #include <string>
 
@@ -17,7 +16,8 @@
 
 namespace sim {
 
-// What was seen so far, for a demonstration that wants to know whether it worked.
+// What was seen so far, for a demonstration that wants to know whether it worked. The texts that
+// grow with every byte are empty unless DeviceSetup asks for them.
 struct Sightings {
   std::string raw_to_line;     // bytes at the far end of the line that were no frame
   std::string line_to_client;  // bytes that the PTZ client received
@@ -31,10 +31,11 @@ struct Sightings {
 
 // What a virtual device consists of besides the device.
 struct DeviceSetup {
-  std::string daemon;     // path of the daemon
-  bool trace = true;      // the daemon runs with its trace
-  bool data_port = true;  // the port of serial data datagrams is taken here
-  bool client = true;     // a PTZ client is connected
+  std::string daemon;      // path of the daemon
+  bool trace = true;       // the daemon runs with its trace
+  bool data_port = true;   // the port of serial data datagrams is taken here
+  bool client = true;      // a PTZ client is connected
+  bool sightings = false;  // all that is seen is kept
 };
 
 class VirtualDevice {
@@ -54,7 +55,6 @@ class VirtualDevice {
   const sim::FarEnd& FarEnd() const { return *far_end_; }
   // Null for a model that has none.
   const CameraDaemon* Camera() const { return camera_.get(); }
-  pid_t DaemonPid() const { return daemon_->Pid(); }
 
   // Leaves the port of serial data datagrams to whoever wants it.
   void ReleaseDataPort() { data_.reset(); }
@@ -81,10 +81,16 @@ class VirtualDevice {
  private:
   void Note(const char* who, const std::string& text);
   void TakeWords(const char* who, const std::string& words, Bytes frame);
+  // Keeps what was seen, where it is asked for: a session may last for days.
+  void See(const auto& bytes, std::string* seen) const {
+    if (setup_.sightings) seen->append(bytes.begin(), bytes.end());
+  }
   void ServeData();
   void ServeClient();
   void ServeManager();
+  void ServeSyslog();
   void ServeFarEnd();
+  void DropRecords();
   void ReportCameraInfo();
   void ReportPrograms();
   void TakeDaemonLines(bool all);

@@ -187,7 +187,6 @@ sigset_t HandledSignals() {
 }
 
 int StatusOf(int wait_status) {
-  constexpr int kSignalBase = 128;
   return WIFEXITED(wait_status) ? WEXITSTATUS(wait_status) : kSignalBase + WTERMSIG(wait_status);
 }
 
@@ -210,6 +209,8 @@ int AwaitChild(pid_t child) {
 }
 
 pid_t Fork() {
+  // Where a caller's caller ignored it the end of a child would not be told.
+  signal(SIGCHLD, SIG_DFL);
   fflush(nullptr);
   const pid_t child = fork();
   Check(child >= 0, "cannot fork");

@@ -136,7 +136,7 @@ int JoinWorld(std::optional<pid_t> pid, const GuestCommand& command) {
     return EXIT_FAILURE;
   }
   const int status = RunInChild([&] { return ExecGuest(command, tools::DeviceModel()); });
-  constexpr int kKilledStatus = 128 + SIGKILL;
+  constexpr int kKilledStatus = kSignalBase + SIGKILL;
   if (status == kKilledStatus) fprintf(stderr, "vdev: the command was ended with its world\n");
   return status;
 }

@@ -22,7 +22,7 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-// The daemon takes any image that it can load and that is longer than its header.
+// The daemon takes any image that it can load and that is no shorter than its header.
 Bytes ReadImage(const std::string& path) {
   Bytes image = ReadFile(path);
   const size_t header = MICOM_IMAGE_HEADER_SIZE;

@@ -1,5 +1,7 @@
 #include <CLI/CLI.hpp>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
@@ -35,7 +37,9 @@ class FrameReader {
         received_(protocol, Direction::kFromDevice) {}
 
   void Take(std::string_view text) {
+    if (is_in_dump_ && IsDumpEnd(text, bytes_.size())) return;
     const HexLine line = ReadHexLine(text);
+    is_in_dump_ = line.is_dump;
     has_trace_ = has_trace_ || line.is_trace;
     if (!line.problem.empty()) {
       std::string* problem = line.is_trace ? &trace_problem_ : &problem_;
@@ -47,15 +51,16 @@ class FrameReader {
     }
   }
 
-  void Finish() {
+  // Throws Failure with `wrong` when there was something that cannot be read.
+  void Finish(ExitStatus wrong) {
     if (has_trace_) {
       Print(sent_.Flush(), Direction::kToDevice);
       Print(received_.Flush(), Direction::kFromDevice);
-      if (!trace_problem_.empty()) throw Failure(EXIT_STATUS_USAGE, trace_problem_);
+      if (!trace_problem_.empty()) throw Failure(wrong, trace_problem_);
       return;
     }
-    if (!problem_.empty()) throw Failure(EXIT_STATUS_USAGE, problem_);
-    if (bytes_.empty()) throw Failure(EXIT_STATUS_USAGE, "there are no bytes to explain");
+    if (!problem_.empty()) throw Failure(wrong, problem_);
+    if (bytes_.empty()) throw Failure(wrong, "there are no bytes to explain");
     Print(ExplainBytes(bytes_, protocol_), Direction::kUnknown);
   }
 
@@ -93,6 +98,7 @@ class FrameReader {
   bool is_json_;
   FrameDecoder sent_;
   FrameDecoder received_;
+  bool is_in_dump_ = false;  // the last line was a row of a dump
   bool has_trace_ = false;
   std::string time_;  // of the last trace line
   // Of the first line that is neither bytes nor trace, and of the first damaged line of the trace.
@@ -131,6 +137,10 @@ void TakeStandardInput(FrameReader* reader) {
     reader->Take(line);
     line.clear();
   }
+  if (ferror(stdin) != 0) {
+    throw Failure(EXIT_STATUS_FAILED,
+                  std::string("cannot read standard input: ") + strerror(errno));
+  }
   reader->Take(line);
 }
 
@@ -139,10 +149,11 @@ void RunFrames(const Request& request) {
   FrameReader reader(*ProtocolByName(request.protocol), request.is_json);
   if (request.words.empty()) {
     TakeStandardInput(&reader);
+    reader.Finish(EXIT_STATUS_FAILED);
   } else {
     TakeArguments(request.words, &reader);
+    reader.Finish(EXIT_STATUS_USAGE);
   }
-  reader.Finish();
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <climits>
 
 #include "serial/serial_io.h"
 #include "tools/parse.h"
@@ -12,6 +13,7 @@ namespace tools {
 namespace {
 
 constexpr std::string_view kBlanks = " \t\r\n";
+constexpr size_t kOffsetDigits = 8;
 
 struct TagRow {
   const char* tag;
@@ -56,7 +58,6 @@ bool TakeTraceHead(std::string_view* text, HexLine* line, int* length) {
 
 // A row of a dump less its offset and its text.
 std::string_view DumpBytes(std::string_view text) {
-  constexpr size_t kOffsetDigits = 8;
   const size_t bar = text.find('|');
   if (bar == std::string_view::npos) return text;
   std::string_view bytes = text.substr(0, bar);
@@ -71,7 +72,10 @@ HexLine ReadHexLine(std::string_view text) {
   std::string_view rest = text;
   int length = 0;
   if (!TakeTraceHead(&rest, &line, &length)) {
-    line.problem = ReadHexBytes(DumpBytes(text), &line.bytes);
+    line.is_dump = text.find('|') != std::string_view::npos;
+    line.problem = Trimmed(text) == "*"
+                       ? "the dump has left rows out, for which '*' stands; hexdump -v prints all"
+                       : ReadHexBytes(DumpBytes(text), &line.bytes);
     return line;
   }
   line.problem = ReadHexBytes(rest, &line.bytes);
@@ -81,6 +85,12 @@ HexLine ReadHexLine(std::string_view text) {
                    std::to_string(line.bytes.size());
   }
   return line;
+}
+
+bool IsDumpEnd(std::string_view text, size_t count) {
+  const std::string_view offset = Trimmed(text);
+  return offset.size() == kOffsetDigits &&
+         ParseHexNumber(offset, INT_MAX) == static_cast<int>(count);
 }
 
 }  // namespace tools

@@ -110,17 +110,17 @@ void AddFitCommand(CLI::App* lens) {
                   "all points), 2 to " +
                       std::to_string(kFitEntriesMax))
       ->type_name("N")
-      ->check(NumberFrom(2, kFitEntriesMax));
+      ->transform(NumberFrom(2, kFitEntriesMax));
   fit->add_option("--spacing", arguments->options.spacing,
                   "zoom steps between two entries, " + std::to_string(kSpacingMin) + " to " +
                       std::to_string(kSpacingMax))
       ->type_name("STEPS")
-      ->check(NumberFrom(kSpacingMin, kSpacingMax))
+      ->transform(NumberFrom(kSpacingMin, kSpacingMax))
       ->capture_default_str();
   fit->add_option("--max-gap", arguments->options.max_gap,
                   "entries in a row that may be without a point")
       ->type_name("N")
-      ->check(NumberFrom(0, kFitEntriesMax))
+      ->transform(NumberFrom(0, kFitEntriesMax))
       ->capture_default_str();
   fit->footer("Example: rs232ctl lens fit trace.log --out table.h --svg fit.svg");
   fit->final_callback([arguments] { Fit(*arguments); });

@@ -33,7 +33,7 @@ int ChooseEntries(std::span<const TracePoint> points, int spacing) {
                                           " is beyond every known curve; say how many --entries "
                                           "the table has");
   }
-  return end / spacing + 1;
+  return (end + spacing - 1) / spacing + 1;
 }
 
 Fate FirstFate(const TracePoint& point, int zoom_end) {

@@ -2,10 +2,8 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <cstdarg>
 #include <cstdio>
-#include <cstdlib>
 
 #include "tools/json.h"
 #include "tools/known_curves.h"

@@ -12,7 +12,6 @@
 #include <cerrno>
 #include <chrono>
 #include <climits>
-#include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -243,9 +242,6 @@ void RunMonitor(const Request& request) {
   MonitorView view(request);
   Watch(request, &view);
   view.EndFrame();
-  if (fflush(stdout) != 0 || ferror(stdout) != 0) {
-    throw Failure(EXIT_STATUS_FAILED, "cannot write the output");
-  }
 }
 
 }  // namespace
@@ -262,7 +258,7 @@ void AddMonitorCommand(CLI::App* app) {
   monitor->add_flag("--raw", request->is_raw, "bytes only, no words");
   monitor->add_flag("--json", request->is_json, "one JSON object a line");
   monitor->add_option("--count", request->count, "end after so many datagrams")
-      ->check(NumberFrom(1, INT_MAX))
+      ->transform(NumberFrom(1, INT_MAX))
       ->type_name("N");
   monitor->add_option("--for", request->duration, "end after this time: 500ms, 5s, 2m, 1h")
       ->type_name("TIME")

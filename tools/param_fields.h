@@ -45,7 +45,8 @@ const ParamField& FindParamField(const std::string& name);
 std::string ModelIn(std::span<const uint8_t> block);
 int32_t NumberIn(std::span<const uint8_t> block, const ParamField& field);
 
-// Whether the daemon knows this value of a field; what it does not know counts as a default.
+// Whether a field may hold this value. Of a line setting the daemon takes the default in place of
+// any other.
 bool IsKnown(const ParamField& field, int32_t value);
 
 // A value as text: its word where it has one.

@@ -30,6 +30,22 @@ void AddCommands(CLI::App* app) {
   tools::AddStopCommand(app);
 }
 
+// Carries the command line out, or prints the help or version that it asks for.
+void Parse(CLI::App* app, int argc, char** argv) {
+  try {
+    app->parse(argc, argv);
+  } catch (const CLI::Success& success) {
+    app->exit(success);
+  }
+}
+
+// What was printed may wait in a buffer still, for a disk that is full.
+void FinishOutput() {
+  if (fflush(stdout) != 0 || ferror(stdout) != 0) {
+    throw tools::Failure(tools::EXIT_STATUS_FAILED, "cannot write the output");
+  }
+}
+
 int Run(int argc, char** argv) {
   CLI::App app{"Drives, watches and tunes the serial-port daemon rs232d.", "rs232ctl"};
   app.require_subcommand(1);
@@ -37,10 +53,9 @@ int Run(int argc, char** argv) {
   app.footer(kFooter);
   AddCommands(&app);
   try {
-    app.parse(argc, argv);
+    Parse(&app, argc, argv);
+    FinishOutput();
     return tools::EXIT_STATUS_DONE;
-  } catch (const CLI::Success& success) {  // help or version was asked for
-    return app.exit(success);
   } catch (const CLI::ParseError& error) {
     fprintf(stderr, "rs232ctl: %s\n", tools::DescribeParseError(app, error).c_str());
     return tools::EXIT_STATUS_USAGE;

@@ -16,21 +16,21 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Everything that another process, a terminal or a timer ends or suspends a program with, and
-// that can be held back.
-constexpr std::array kEnders = {SIGINT,  SIGTERM, SIGHUP,  SIGQUIT, SIGTSTP,
-                                SIGPIPE, SIGALRM, SIGUSR1, SIGUSR2, SIGXCPU};
+// The signals that by themselves neither end nor suspend a program.
+constexpr std::array kHarmless = {SIGCHLD, SIGCONT, SIGURG, SIGWINCH};
 
-bool IsIgnored(int signal) {
+bool IsHarmless(int signal) {
   struct sigaction action;
-  return sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+  return std::ranges::find(kHarmless, signal) != kHarmless.end() ||
+         (sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN);
 }
 
+// All that would end or suspend the program and can be held back: a fault of its own cannot.
 sigset_t HoldSignalsBack() {
   sigset_t held;
-  sigemptyset(&held);
-  for (const int signal : kEnders) {
-    if (!IsIgnored(signal)) sigaddset(&held, signal);
+  sigfillset(&held);
+  for (int signal = 1; signal <= SIGRTMAX; ++signal) {
+    if (IsHarmless(signal)) sigdelset(&held, signal);
   }
   sigprocmask(SIG_BLOCK, &held, nullptr);
   return held;

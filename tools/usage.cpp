@@ -69,10 +69,11 @@ std::string DescribeParseError(const CLI::App& app, const std::exception& error)
   const Names commands = CommandNames(inner);
   const Names left = inner.remaining();
   // An option that is not known leaves its value behind as well, in either order.
-  const auto option = std::find_if(left.begin(), left.end(),
-                                   [](const std::string& word) { return word.starts_with('-'); });
+  const auto option = std::ranges::find_if(
+      left, [](const std::string& word) { return word.starts_with('-') && word != "-"; });
   if (option != left.end()) {
-    return Place(inner) + "unknown option " + *option + DidYouMean(*option, OptionNames(inner));
+    const std::string name = option->substr(0, option->find('='));
+    return Place(inner) + "unknown option " + name + DidYouMean(name, OptionNames(inner));
   }
   if (!left.empty() && commands.empty()) return Place(inner) + "'" + left.front() + "' is too much";
   if (!left.empty()) {
@@ -87,11 +88,15 @@ std::string DescribeParseError(const CLI::App& app, const std::exception& error)
 }
 
 CLI::Validator NumberFrom(int low, int high) {
-  const auto check = [low, high](const std::string& text) -> std::string {
-    if (ParseNumber(text, low, high).has_value()) return "";
-    return text + " is no number from " + std::to_string(low) + " to " + std::to_string(high);
+  const auto take = [low, high](std::string& text) -> std::string {
+    const auto number = ParseNumber(text, low, high);
+    if (!number.has_value()) {
+      return text + " is no number from " + std::to_string(low) + " to " + std::to_string(high);
+    }
+    text = std::to_string(*number);
+    return "";
   };
-  return {check, ""};
+  return {take, ""};
 }
 
 CLI::Validator OneOf(const std::vector<std::string>& names) {

@@ -61,7 +61,6 @@ class Pace {
 };
 
 void WriteBytes(std::span<const uint8_t> bytes) {
-  if (bytes.empty()) throw Failure(EXIT_STATUS_USAGE, "there are no bytes to write");
   Pace pace(BytesPerSecond());
   while (!bytes.empty()) {
     const size_t count = std::min(bytes.size(), kPiece);
@@ -79,8 +78,12 @@ struct Request {
   std::vector<std::string> words;
 };
 
+bool IsPiped(const Request& request) {
+  return request.words == std::vector<std::string>{"-"};
+}
+
 std::string InputOf(const Request& request) {
-  if (request.words == std::vector<std::string>{"-"}) {
+  if (IsPiped(request)) {
     const Bytes input = ReadStandardInput();
     return {input.begin(), input.end()};
   }
@@ -94,14 +97,15 @@ void RunWrite(const Request& request) {
   if (request.is_hex == request.is_text) {
     throw Failure(EXIT_STATUS_USAGE, "write needs either --hex or --text");
   }
+  const ExitStatus wrong = IsPiped(request) ? EXIT_STATUS_FAILED : EXIT_STATUS_USAGE;
   const std::string input = InputOf(request);
-  if (request.is_text) {
-    WriteBytes({reinterpret_cast<const uint8_t*>(input.data()), input.size()});
-    return;
-  }
   Bytes bytes;
-  const std::string problem = ReadHexBytes(input, &bytes);
-  if (!problem.empty()) throw Failure(EXIT_STATUS_USAGE, problem);
+  if (request.is_text) {
+    bytes.assign(input.begin(), input.end());
+  } else if (const std::string problem = ReadHexBytes(input, &bytes); !problem.empty()) {
+    throw Failure(wrong, problem);
+  }
+  if (bytes.empty()) throw Failure(wrong, "there are no bytes to write");
   WriteBytes(bytes);
 }
 

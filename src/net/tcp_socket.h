@@ -3,8 +3,7 @@
 // Free functions on plain descriptors; they keep no state, any thread may call them on its own
 // descriptors. A port is given in host order, its low 16 bits count. A failure returns a
 // negative value and prints one line unless its code says otherwise; a descriptor made on the
-// way is closed. Every descriptor
-// made here is close-on-exec and belongs to the caller.
+// way is closed. Every descriptor made here is close-on-exec and belongs to the caller.
 #pragma once
 
 // Connections that may wait at a listener.

@@ -43,7 +43,6 @@ const std::vector<CallRow>& Errors() {
       {"fflush", {{ENOSPC, kAlsoLasting}, {EIO}}},
       {"fgets", {{EIO, kAlsoLasting}, {FAULT_SHORT}}},
       {"fopen", {{ENOENT, kAlsoLasting}, {EMFILE}, {ENOMEM}, {EACCES}}},
-      {"fprintf", {{ENOSPC}}},
       {"fread", {{EIO}, {FAULT_SHORT}}},
       {"fseek", {{ESPIPE}}},
       {"fstat", {{EIO}}},
@@ -165,7 +164,6 @@ const ReactionRow kReactions[] = {
     {"pthread_create", "", 0, "[CTHREAD_Start] error, reason(pthread_create failed, ",
      Course::kLimps},
     {"fopen", kTemporary, 0, "[CUTIL_SetConfValue] we can't open the file : /etc/temp.conf"},
-    {"fprintf", kTemporary, 0, "[CUTIL_SetConfValue] error, reason(rewrite /etc/mfz.conf, %s)"},
     {"fwrite", kTemporary, 0, "[CUTIL_SetConfValue] error, reason(rewrite /etc/mfz.conf, %s)"},
     {"fflush", kTemporary, 0, "[CUTIL_SetConfValue] error, reason(rewrite /etc/mfz.conf, %s)"},
     {"fsync", kTemporary, 0, "[CUTIL_SetConfValue] error, reason(rewrite /etc/mfz.conf, %s)"},
@@ -245,13 +243,6 @@ std::vector<Point> PlanMatrix(const std::vector<Call>& calls) {
       points.push_back(PointOf(way.last, FAULT_READY));
     }
   }
-  return points;
-}
-
-std::vector<Point> PlanKills(const std::vector<Call>& calls) {
-  std::vector<Point> points(calls.size());
-  std::ranges::transform(calls, points.begin(),
-                         [](const Call& call) { return PointOf(call, FAULT_KILL); });
   return points;
 }
 

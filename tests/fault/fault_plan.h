@@ -39,9 +39,6 @@ struct Point {
 // that it may have, also for good where that happens, the last one with the usual errno.
 std::vector<Point> PlanMatrix(const std::vector<Call>& calls);
 
-// SIGKILL in place of each of the calls.
-std::vector<Point> PlanKills(const std::vector<Call>& calls);
-
 // What a failure has to lead to, beyond being survived.
 enum class Course { kServes, kLimps, kMayEnd, kEnds };
 

@@ -19,7 +19,6 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
-#include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -31,7 +30,6 @@
 namespace {
 
 constexpr int64_t kNsPerS = 1'000'000'000;
-constexpr int kNoDescriptor = -1;
 
 // --- What is to happen -------------------------------------------------------------------------
 
@@ -166,9 +164,7 @@ void WriteDown(const char* mark, const char* call, long number, uint32_t path,
 constexpr int kNoFault = INT32_MIN;
 
 // The calls of one function so far.
-struct Counter {
-  std::atomic<long> calls = 0;
-};
+using Counter = std::atomic<long>;
 
 // Counts a call. Returns kNoFault or what is to happen to it.
 template <typename About_>
@@ -177,7 +173,7 @@ int Next(const char* call, Counter* counter, About_ about) {
   const bool is_chosen = strcmp(call, g_plan.call) == 0;
   if (!is_chosen && !g_plan.is_record) return kNoFault;
   const int saved = errno;
-  const long number = ++counter->calls;
+  const long number = ++*counter;
   const bool fails = is_chosen && number >= g_plan.first && number - g_plan.first < g_plan.times;
   if (g_plan.is_record || (fails && number == g_plan.first)) {
     WriteDown(fails ? "!" : "", call, number, g_plan.is_record ? PathHere() : 0, about());
@@ -307,22 +303,6 @@ size_t Fault_fwrite(const void* bytes, size_t size, size_t count, FILE* file) {
   return real(bytes, size, count, file);
 }
 
-FAULT_DECLARE(int, fprintf, (FILE * file, const char* format, ...))
-int Fault_fprintf(FILE* file, const char* format, ...) {
-  static Counter counter;
-  if (file != stdout && file != stderr) {
-    const int error = Next("fprintf", &counter, [&] { return About(file); });
-    if (error != kNoFault) {
-      STREAM_FAILS(-1);
-    }
-  }
-  va_list values;
-  va_start(values, format);
-  const int printed = vfprintf(file, format, values);
-  va_end(values);
-  return printed;
-}
-
 // --- The line ----------------------------------------------------------------------------------
 
 struct termios;
@@ -347,8 +327,6 @@ FAULT_CALL(int, connect, (int fd, const sockaddr* address, socklen_t size), (fd,
 FAULT_CALL(int, accept4, (int fd, sockaddr* address, socklen_t* size, int flags),
            (fd, address, size, flags), fd, FAILS_WITH(-1))
 FAULT_CALL(int, setsockopt, (int fd, int level, int option, const void* value, socklen_t size),
-           (fd, level, option, value, size), fd, FAILS_WITH(-1))
-FAULT_CALL(int, getsockopt, (int fd, int level, int option, void* value, socklen_t* size),
            (fd, level, option, value, size), fd, FAILS_WITH(-1))
 FAULT_CALL(int, getaddrinfo, (const char* host, const char* service, const void* hints, void* out),
            (host, service, hints, out), host, return error)
@@ -456,7 +434,7 @@ time_t Fault_time(time_t* out) {
 FAULT_CALL(void*, mmap, (void* at, size_t size, int protection, int flags, int fd, off_t offset),
            (at, size, protection, flags, fd, offset), fd,
            FAILS_WITH(static_cast<void*>(MAP_FAILED)))
-FAULT_CALL(int, munmap, (void* at, size_t size), (at, size), kNoDescriptor, FAILS_WITH(-1))
+FAULT_CALL(int, munmap, (void* at, size_t size), (at, size), "memory", FAILS_WITH(-1))
 FAULT_CALL(void*, malloc, (size_t size), (size), "memory", FAILS_WITH(nullptr))
 FAULT_CALL(int, semget, (int key, int count, int flags), (key, count, flags), "semaphore",
            FAILS_WITH(-1))
@@ -499,6 +477,7 @@ FAULT_ALIAS(void*, readdir, readdir64, (void* table))
 FAULT_ALIAS(FILE*, fopen, fopen64, (const char* path, const char* mode))
 FAULT_ALIAS(void*, mmap, mmap64,
             (void* at, size_t size, int protection, int flags, int fd, off_t offset))
+FAULT_ALIAS(int, poll, __poll_chk, (pollfd * sources, nfds_t count, int ms))
 FAULT_ALIAS(int, ppoll, __ppoll_chk,
             (pollfd * sources, nfds_t count, const timespec* limit, const sigset_t* mask))
 

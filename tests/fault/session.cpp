@@ -16,6 +16,7 @@
 
 #include "cmmap/param_block.h"
 #include "ipc/cicomm.h"
+#include "ipc/csysmgr.h"
 #include "lens/control.h"
 #include "lens/i2m.h"
 #include "lens/piris.h"
@@ -53,14 +54,6 @@ sim::Bytes BytesOf(const Frame& frame) {
   return sim::Bytes(frame.begin(), frame.end());
 }
 
-CameraControl Control(uint16_t code, int first, int third) {
-  return {.target = CAMERA_CONTROL_TARGET,
-          .code = code,
-          .first = static_cast<int8_t>(first),
-          .second = 0,
-          .third = static_cast<int8_t>(third)};
-}
-
 // Time that the threads of a process have had or wanted on a processor, milliseconds.
 double BusyMs(pid_t pid) {
   double busy_ms = 0;
@@ -94,17 +87,17 @@ bool MayLoseReboot(const Point& point) {
 }  // namespace
 
 const std::vector<Mode>& Modes() {
-  const CameraControl zoom = Control(CAMERA_CODE_ZOOM, 0, 1);
+  const CameraControl zoom = sim::Control(CAMERA_CODE_ZOOM, 0, 0, 1);
   const sim::Bytes tele =
       BytesOf(PelcoBuild({.command1 = 0, .command2 = PELCO2_ZOOM_TELE, .data1 = 0, .data2 = 0}));
   const sim::Bytes hd_tele = BytesOf(HdBuild(HD_LENS, HD_SETTING, HD_LENS_TELE));
   const sim::Bytes iris = BytesOf(I2mBuild(I2M_WRITE, I2M_ADDR_PIRIS_STEP, 0, PIRIS_STEP));
   static const std::vector<Mode> modes = {
-      {"relay", "QB-100", 10, zoom, tele, true, false},
-      {"sd", "QB-210", 10, zoom, tele, true, false},
-      {"hd", "QB-310", 10, zoom, hd_tele, true, false},
-      {"update", "QB-310", 20, zoom, hd_tele, true, true},
-      {"lens", "QB-420", 20, Control(CAMERA_CODE_IRIS_STEP, 1, 0), iris, false, false},
+      {"relay", "QB-100", 10, zoom, tele, false},
+      {"sd", "QB-210", 10, zoom, tele, false},
+      {"hd", "QB-310", 10, zoom, hd_tele, false},
+      {"update", "QB-310", 20, zoom, hd_tele, true},
+      {"lens", "QB-420", 20, sim::Control(CAMERA_CODE_IRIS_STEP, 1), iris, false},
   };
   return modes;
 }
@@ -114,7 +107,7 @@ Session::Session(const Mode& mode, std::string daemon, std::string library)
       daemon_path_(std::move(daemon)),
       library_(std::move(library)),
       data_(SERIAL_DATA_PORT),
-      manager_(4100) {
+      manager_(CSYSMGR_PORT) {
   config_.model = mode.model;
   sim::WriteTextFile("/etc/killList", "no_such_program\n");
   sim::WriteTextFile("/etc/termList", "no_such_program\n");
@@ -248,7 +241,7 @@ void Session::RoundOfClient(const std::string& mark) {
     take(client.Fd(), &received);
     return received.find(answer) != std::string::npos;
   });
-  if (!mode_.sends_data) return;
+  if (camera_ != nullptr) return;
   Step("serial data datagram", [&] {
     take(data_.Fd(), &data);
     return data.find(answer) != std::string::npos;
@@ -266,11 +259,11 @@ void Session::SendControl(const CameraControl& control) {
 void Session::RoundOfLens() {
   auto* micom = static_cast<sim::LensMicom*>(far_end_.get());
   const size_t saved = CountInOutput("--> saved");
-  SendControl(Control(CAMERA_CODE_FOCUS, 1, 0));
-  SendControl(Control(CAMERA_CODE_FOCUS, 0, 0));
+  SendControl(sim::Control(CAMERA_CODE_FOCUS, 1));
+  SendControl(sim::Control(CAMERA_CODE_FOCUS));
   Step("positions", [&] { return CountInOutput("--> saved") > saved; });
   const size_t modes = CountInOutput("g_antiflk_enable=");
-  SendControl(Control(CAMERA_CODE_AF_MODE, 0, 0));
+  SendControl(sim::Control(CAMERA_CODE_AF_MODE));
   Step("autofocus by the micom", [&] { return CountInOutput("g_antiflk_enable=") > modes; });
   camera_->TakeFocusReadings();
   camera_->TakeExposureReadings();
@@ -278,7 +271,7 @@ void Session::RoundOfLens() {
   Step("focus measure", [&] { return !camera_->TakeFocusReadings().empty(); });
   micom->RequestFocusValues(false);
   Step("exposure", [&] { return !camera_->TakeExposureReadings().empty(); });
-  SendControl(Control(CAMERA_CODE_AF_MODE, LENS_AF_MODE_DAEMON, 0));
+  SendControl(sim::Control(CAMERA_CODE_AF_MODE, LENS_AF_MODE_DAEMON));
   Step("autofocus by the daemon", [&] { return CountInOutput("g_antiflk_enable=") > modes + 1; });
 }
 
@@ -462,7 +455,7 @@ std::vector<Call> Session::Record() {
 
 std::vector<Call> Session::RecordStart() {
   Launch(nullptr, true);
-  AwaitServing();
+  if (!AwaitServing()) throw std::runtime_error("no start without a failure:\n" + Said());
   auto calls = Log();
   End();
   return calls;
@@ -510,8 +503,8 @@ std::string Session::RunKilledSave(const Point* point, std::chrono::microseconds
   }
   constexpr int kSaves = 10;
   for (int i = 0; i < kSaves && !HasEnded(); ++i) {
-    SendControl(Control(CAMERA_CODE_FOCUS, i % 2 == 0 ? 1 : -1, 0));
-    SendControl(Control(CAMERA_CODE_FOCUS, 0, 0));
+    SendControl(sim::Control(CAMERA_CODE_FOCUS, i % 2 == 0 ? 1 : -1));
+    SendControl(sim::Control(CAMERA_CODE_FOCUS));
   }
   was_hit_ = AwaitKilled(delay);
   CheckFiles();

@@ -28,11 +28,9 @@ struct Mode {
   int speed;              // how much faster the daemon's time runs
   CameraControl control;  // a command, and what it brings to the line
   sim::Bytes frame;
-  bool sends_data;  // serial bytes also go out as datagrams
-  bool reboots;     // the session orders a firmware update, which ends in a reboot
+  bool reboots;  // the session orders a firmware update, which ends in a reboot
 };
 
-// The modes; null when there is none of that name.
 const std::vector<Mode>& Modes();
 
 class Session {

@@ -15,14 +15,6 @@ constexpr int kFocusMax = 2609;
 constexpr char kOpened[] = "+PIRIS_STEP_SINGLE (open)";
 constexpr char kSearchEnded[] = "TRACE\t";
 
-CameraControl Control(uint16_t code, int first, int third) {
-  return {.target = CAMERA_CONTROL_TARGET,
-          .code = code,
-          .first = static_cast<int8_t>(first),
-          .second = 0,
-          .third = static_cast<int8_t>(third)};
-}
-
 std::string Words(int zoom, int focus) {
   return "zoom " + std::to_string(zoom) + ", focus " + std::to_string(focus);
 }
@@ -37,8 +29,8 @@ void Session::RestLens() {
   const size_t opened = CountInOutput(kOpened);
   // Moving the focus ends a search; the step of the iris comes behind all of it.
   for (const CameraControl& control :
-       {Control(CAMERA_CODE_ZOOM, 0, 0), Control(CAMERA_CODE_FOCUS, 1, 0),
-        Control(CAMERA_CODE_FOCUS, 0, 0), Control(CAMERA_CODE_IRIS_STEP, 1, 0)}) {
+       {sim::Control(CAMERA_CODE_ZOOM), sim::Control(CAMERA_CODE_FOCUS, 1),
+        sim::Control(CAMERA_CODE_FOCUS), sim::Control(CAMERA_CODE_IRIS_STEP, 1)}) {
     traffic_.SendControl(control);
   }
   if (!AwaitInOutput(kOpened, opened + 1, Patience()) ||
@@ -49,13 +41,25 @@ void Session::RestLens() {
   const sim::LensPose pose = micom->Pose();
   const auto saved = sim::ReadWholePositions();
   const bool is_within = pose.zoom >= 0 && pose.zoom <= kZoomMax && pose.focus <= kFocusMax;
-  if (!saved.has_value() || !is_within || *saved != std::pair(pose.zoom, pose.focus)) {
+  const bool is_there = saved.has_value() && *saved == std::pair(pose.zoom, pose.focus);
+  if (is_there && is_within) {
+    ++report_.Count().lens_checks;
+  } else {
     report_.Violation("lens",
                       saved.has_value() ? Words(saved->first, saved->second) : "a whole file",
                       Words(pose.zoom, pose.focus) + " of " + Words(kZoomMax, kFocusMax));
   }
-  ++report_.Count().lens_checks;
+  if (!is_there) FindLens();
   traffic_.SetFlowing(true);
+}
+
+// Has the daemon find the ends of the lens, and its focus, anew.
+void Session::FindLens() {
+  const size_t ended = CountInOutput(kSearchEnded);
+  traffic_.SendControl(sim::Control(CAMERA_CODE_ASSIST));
+  if (!AwaitInOutput(kSearchEnded, ended + 1, Patience())) {
+    report_.Violation("lens", "a search", daemon_->Output());
+  }
 }
 
 // The daemon has taken over what the one before it stored. One that was killed did not store where
@@ -67,11 +71,7 @@ void Session::CheckLensRestored(bool was_killed) {
                                  ", posFocus=" + std::to_string(saved->second);
     if (CountInOutput(restored) == 0) report_.Violation("lens", restored, daemon_->Output());
   }
-  if (!was_killed) return;
-  traffic_.SendControl(Control(CAMERA_CODE_ASSIST, 0, 0));
-  if (!AwaitInOutput(kSearchEnded, 1, Patience())) {
-    report_.Violation("lens", "a search", daemon_->Output());
-  }
+  if (was_killed) FindLens();
 }
 
 }  // namespace soak

@@ -42,8 +42,8 @@ Session::Session(const Mode& mode, uint32_t seed, std::string daemon, std::strin
     : mode_(mode),
       daemon_path_(std::move(daemon)),
       report_(mode.name, seed, counters),
-      clock_(std::move(library)),
-      traffic_(mode, seed, &report_),
+      shim_(std::move(library)),
+      traffic_(mode, seed, &report_, &shim_),
       watches_(&report_) {
   sim::InstallDevice(traffic_.Config());
   sim::InstallModelFiles(mode.model);
@@ -55,7 +55,7 @@ void Session::Tick() {
   traffic_.Pump();
   WatchStopped();
   if (Clock::now() >= next_jump_) {
-    clock_.Set(std::chrono::seconds(traffic_.Roll(-kHours12, kHours12)));
+    shim_.SetClock(std::chrono::seconds(traffic_.Roll(-kHours12, kHours12)));
     next_jump_ = Clock::now() + milliseconds(traffic_.Roll(kJumpMin, kJumpMax));
     ++report_.Count().clock_jumps;
   }
@@ -80,11 +80,7 @@ void Session::Pass(int low_ms, int high_ms) {
 }
 
 size_t Session::CountInOutput(const std::string& text) const {
-  const std::string output = daemon_->Output() + daemon_->Errors();
-  size_t count = 0;
-  for (size_t at = 0; (at = output.find(text, at)) != std::string::npos; at += text.size())
-    ++count;
-  return count;
+  return sim::CountOf(text, daemon_->Output() + daemon_->Errors());
 }
 
 bool Session::AwaitInOutput(const std::string& text, size_t count, milliseconds limit) {
@@ -104,7 +100,8 @@ bool Session::AwaitInOutput(const std::string& text, size_t count, milliseconds 
 void Session::Start() {
   line_before_ = traffic_.LineSettings();
   traffic_.SetStarting(true);
-  daemon_ = clock_.Launch(daemon_path_);
+  traffic_.ForgetUnseen();
+  daemon_ = shim_.Launch(daemon_path_);
   is_ending_ = false;
   const bool is_up = Await(
       [this] {

@@ -3,21 +3,19 @@
 
 #include <functional>
 #include <memory>
-#include <optional>
-#include <random>
 #include <string>
 
 #include "sim/daemon_process.h"
 #include "tests/soak/report.h"
+#include "tests/soak/shim.h"
 #include "tests/soak/traffic.h"
-#include "tests/soak/wall_clock.h"
 #include "tests/soak/watches.h"
 
 namespace soak {
 
 class Session {
  public:
-  // `library` is the path of libclock.so.
+  // `library` is the path of libshim.so.
   Session(const Mode& mode, uint32_t seed, std::string daemon, std::string library,
           Counters* counters);
 
@@ -60,6 +58,7 @@ class Session {
 
   // --- lens.cpp: where the lens is ---
   void RestLens();
+  void FindLens();
   void CheckLensRestored(bool was_killed);
 
   bool HasLens() const { return !mode_.feeds; }
@@ -69,7 +68,7 @@ class Session {
   const Mode& mode_;
   std::string daemon_path_;
   Report report_;
-  WallClock clock_;
+  Shim shim_;
   Traffic traffic_;
   std::unique_ptr<sim::DaemonProcess> daemon_;
   Watches watches_;

@@ -52,7 +52,7 @@ bool Parse(std::vector<std::string> arguments, Plan* plan) {
 int RunMode(const Plan& plan, size_t index, soak::Counters* counters) {
   try {
     const bench::SmallSendBuffers small;
-    soak::Session session(*plan.modes[index], plan.seed, RS232D_PATH, CLOCK_LIBRARY_PATH, counters);
+    soak::Session session(*plan.modes[index], plan.seed, RS232D_PATH, SHIM_LIBRARY_PATH, counters);
     session.Run(plan.time);
   } catch (const std::exception& error) {
     ++counters->violations;

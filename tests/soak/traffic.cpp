@@ -39,9 +39,6 @@ constexpr int kLensClientEvery = 400;
 constexpr int kDatagramEvery = 80;
 constexpr int kCommandEvery = 400;
 
-// For so long a frame on a pty may be unseen: it goes through a worker of the kernel.
-constexpr milliseconds kUnseenWay{4};
-
 constexpr int kPtyRead = 4096;
 
 // Negative where bytes came twice.
@@ -61,8 +58,8 @@ void ResetConnection(sim::PtzClient* client) {
   client->Close();
 }
 
-Traffic::Traffic(const Mode& mode, uint32_t seed, Report* report)
-    : mode_(mode), report_(report), random_(seed), data_port_(SERIAL_DATA_PORT) {
+Traffic::Traffic(const Mode& mode, uint32_t seed, Report* report, const Shim* shim)
+    : mode_(mode), report_(report), shim_(shim), random_(seed), data_port_(SERIAL_DATA_PORT) {
   config_.model = mode.model;
   config_.baud_rate = 115200;
   for (int i = 0; i < kWays; ++i)
@@ -79,7 +76,10 @@ void Traffic::MakeFarEnd() {
   far_end_->on_answer = [this](std::span<const uint8_t> bytes) { line_.Send(bytes); };
   camera_ = sim::MakeCamera(mode_.model, *far_end_);
   if (camera_ == nullptr) return;
-  static_cast<sim::LensMicom*>(far_end_.get())->traits.unseen_way = kUnseenWay;
+  // Bytes on a pty go through a worker of the kernel, which may take its time.
+  static_cast<sim::LensMicom*>(far_end_.get())->is_line_empty = [this] {
+    return taken_ >= shim_->Written();
+  };
 }
 
 // --- Sending -----------------------------------------------------------------------------------
@@ -102,7 +102,6 @@ void Traffic::Generate() {
 
 void Traffic::Feed() {
   if (fed_.sent - fed_.check.Place() > kFeedWindow) return;
-  if (fed_.sent == fed_.check.Place()) fed_.moved = Clock::now();
   const auto bytes = SequenceBytes(0, fed_.sent, At(Roll(kFeedMin, kFeedMax)));
   const ssize_t taken = write(line_.FarEnd(), bytes.data(), bytes.size());
   if (taken > 0) fed_.sent += static_cast<uint64_t>(taken);
@@ -113,7 +112,6 @@ void Traffic::SendByClient(int client, size_t size) {
   auto& sender = clients_[At(client)];
   if (!sender.has_value() || sender->is_leaving) return;
   if (way.sent - way.check.Place() > kWindow) return;
-  if (way.sent == way.check.Place()) way.moved = Clock::now();
   const auto bytes = SequenceBytes(client, way.sent, size);
   const ssize_t taken =
       send(sender->socket.Fd(), bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
@@ -123,7 +121,6 @@ void Traffic::SendByClient(int client, size_t size) {
 void Traffic::SendDatagram() {
   Way& way = ways_[kDatagrams];
   if (way.sent - way.check.Place() > kWindow) return;
-  if (way.sent == way.check.Place()) way.moved = Clock::now();
   const auto bytes = SequenceBytes(kDatagrams, way.sent, At(Roll(kDatagramMin, kDatagramMax)));
   sender_.SendTo(config_.udp_port, sim::DaemonDatagram(RS232_UDP_WRITE, bytes));
   way.sent += bytes.size();
@@ -238,7 +235,6 @@ void Traffic::TakeData() {
     }
     const uint64_t before = fed_.check.Place();
     Wrong("line to datagrams", fed_.check.Take(*bytes));
-    fed_.moved = last_data_;
     report_->Count().line_to_data += RecordsBetween(before, fed_.check.Place());
   }
 }
@@ -281,7 +277,6 @@ void Traffic::TakeByte(uint8_t byte) {
     Wrong(
         index == kDatagrams ? "datagrams to line" : "client " + std::to_string(index) + " to line",
         way.check.Take({&byte, 1}));
-    way.moved = Clock::now();
     NoteServed(index);
     Counters& count = report_->Count();
     long& records = index == kDatagrams ? count.datagrams_to_line : count.clients_to_line;
@@ -295,6 +290,7 @@ void Traffic::TakeLine() {
   std::array<uint8_t, kPtyRead> bytes;
   const ssize_t count = read(line_.FarEnd(), bytes.data(), bytes.size());
   if (count <= 0) return;
+  taken_ += count;
   const std::span<const uint8_t> came(bytes.data(), static_cast<size_t>(count));
   if (far_end_ != nullptr) far_end_->Feed(came, Clock::now());
   for (const uint8_t byte : came)

@@ -21,6 +21,7 @@
 #include "tests/soak/commands.h"
 #include "tests/soak/report.h"
 #include "tests/soak/sequence.h"
+#include "tests/soak/shim.h"
 
 namespace soak {
 
@@ -38,7 +39,8 @@ void ResetConnection(sim::PtzClient* client);
 
 class Traffic {
  public:
-  Traffic(const Mode& mode, uint32_t seed, Report* report);
+  // All are the caller's.
+  Traffic(const Mode& mode, uint32_t seed, Report* report, const Shim* shim);
 
   // Carries what there is to carry, for a millisecond or so.
   void Pump();
@@ -59,7 +61,7 @@ class Traffic {
   bool IsSettled() const;
   // Says what has not, each a violation.
   void ReportUnsettled();
-  // Whether nothing has come for `quiet` now, and what is not numbered has been answered.
+  // Whether no datagram has come for `quiet` now.
   bool IsQuiet(sim::milliseconds quiet) const { return sim::Clock::now() - last_data_ >= quiet; }
   // What is on its way is given up: the streams go on with their next records.
   void Forget();
@@ -82,10 +84,13 @@ class Traffic {
 
   // The line goes, and comes.
   void HangUp() { line_.HangUp(); }
-  void NewLine() { line_ = sim::PtyLine(); }
+  void NewLine() {
+    line_ = sim::PtyLine();
+    ForgetUnseen();
+  }
+  // Whatever the daemon has written and nobody has seen has got lost with its line or its life.
+  void ForgetUnseen() { taken_ = shim_->Written(); }
 
-  // A new device behind the line, as it is switched on.
-  void MakeFarEnd();
   sim::FarEnd* FarEnd() { return far_end_.get(); }
   termios LineSettings() const { return line_.Settings(); }
 
@@ -101,7 +106,6 @@ class Traffic {
     explicit Way(int alphabet) : check(alphabet) {}
     uint64_t sent = 0;
     SequenceCheck check;
-    Time moved;  // when something last came of it, or was first under way
   };
   struct Client {
     explicit Client(int port) : socket(port), line(0) {}
@@ -116,6 +120,7 @@ class Traffic {
   };
 
   static size_t At(int index) { return static_cast<size_t>(index); }
+  void MakeFarEnd();
   bool IsDue(Time* next, int every_ms);
   void Generate();
   void Feed();
@@ -131,6 +136,7 @@ class Traffic {
 
   const Mode& mode_;
   Report* report_;
+  const Shim* shim_;
   std::mt19937 random_;
   sim::DeviceConfig config_;
   sim::PtyLine line_;
@@ -144,8 +150,9 @@ class Traffic {
   Way fed_{0};  // its check is that of the datagrams
   sim::Bytes frame_;
   std::deque<AwaitedFrame> awaited_;
-  uint64_t hostile_until_ = 0;  // place of the datagrams behind the last large nonsense
+  uint64_t hostile_until_ = 0;  // place of the datagrams behind the last nonsense
   Time last_data_;
+  int64_t taken_ = 0;  // bytes from the line, as the shim counts them
   Time next_feed_, next_client_, next_datagram_, next_command_;
   bool is_flowing_ = false;
   bool is_burst_ = false;

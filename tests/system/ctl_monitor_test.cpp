@@ -180,7 +180,10 @@ TEST_F(CtlMonitor, FramesExplainTheTrace) {
        "\n",
        ""},
       {{"frames", "FF", "0"}, 2, "", "rs232ctl: '0' ends in half a byte\n"},
-      {{"frames", "FF", "0G"}, 2, "", "rs232ctl: '0G' is not hexadecimal\n"},
+      {{"frames", "00000000  FF 01 00 00 00 00 01  |.......|\n00000007"},
+       0,
+       "     0  FF 01 00 00 00 00 01               pelco-d      stop\n",
+       ""},
       {{"frames", "", " "}, 2, "", "rs232ctl: there are no bytes to explain\n"},
       // A damaged line costs no other.
       {{"frames", "daemon | S.03/03 09:05:07.  1234 SEND 2: 41\nx SEND 1: 42"},

@@ -38,11 +38,7 @@ class DeviceTest : public testing::Test {
   }
 
   void Control(uint16_t code, int first = 0, int second = 0, int third = 0) {
-    SendCommand(sim::CameraControlPacket({.target = CAMERA_CONTROL_TARGET,
-                                          .code = code,
-                                          .first = static_cast<int8_t>(first),
-                                          .second = static_cast<int8_t>(second),
-                                          .third = static_cast<int8_t>(third)}));
+    SendCommand(sim::CameraControlPacket(sim::Control(code, first, second, third)));
   }
 
   void SendCommand(std::span<const uint8_t> packet) { sender.SendTo(RS232_COMMAND_PORT, packet); }

@@ -43,7 +43,8 @@ TEST(VdevRun, ExitStatusIsTheCommands) {
       {"run QB-620 -- sh -c 'kill -TERM $$'", 128 + SIGTERM, ""},
       {"run QB-620 -- no-such-program -x -- y", 127, "cannot run no-such-program"},
       {"run QB-620 -- /etc", 126, "cannot run /etc"},
-      {"run QB-620 --daemon /bin/false -- true", 1, "did not come up"},
+      {"run QB-620 --no-trace --daemon /bin/uname -- true", 1,
+       "daemon | Linux\nvdev: /bin/uname did"},
       {"run QB-620 -- sh -c 'rs232ctl stop; sleep 0.3'", 0, "vdev: rs232d has ended\n"},
       {"run QB-620 --verbose -- true", 0, "vdev   | rs232d serves QB-620"},
       {"run QB-620 --", 2, "vdev: there is no command behind --\n"},
@@ -52,12 +53,13 @@ TEST(VdevRun, ExitStatusIsTheCommands) {
       {"rum", 2, "vdev: unknown command 'rum', did you mean run?\n"},
       {"run QB-620 --plian", 2, "vdev: run: unknown option --plian, did you mean --plain?\n"},
       {"run QB-620 --baud 123", 2, "vdev: run: --baud: baud cannot be '123'; allowed: 1200,"},
-      {"run QB-620 --udp-port 10017", 2, "10017 is a port of another interface of the device\n"},
+      {"run QB-620 --udp-port 010017 -- true", 2,
+       "10017 is a port of another interface of the device\n"},
       {"run QB-310 -- rs232ctl info", 0, "version     2.1\n"},
       {"join --pid 1 -- true", 1, "process 1 is no vdev"},
   };
   for (const auto& row : rows) {
-    const Result result = Shell(string("$VDEV ") + row.arguments);
+    const Result result = Shell(string("trap '' CHLD; exec $VDEV ") + row.arguments);
     EXPECT_EQ(result.status, row.status) << row.arguments << ": " << result.text;
     EXPECT_NE(result.text.find(row.said), string::npos) << row.arguments << ": " << result.text;
   }
@@ -78,6 +80,9 @@ TEST(VdevRun, CommandIsInTheWorldOfTheDevice) {
       {"grep -c :0744 /proc/net/udp", "0\n"},
       {"grep -c CONNECT /dev/.world/vdev.log", "0\n"},
       {"until grep -s VERSION /var/nvt/camera.info; do sleep 0.05; done", "VERSION=2.1"},
+      {"rs232ctl write --text $(printf %0200d 7);"
+       "until rs232ctl frames < /dev/.world/vdev.log | grep 200; do sleep 0.05; done",
+       "200 bytes of no frame"},
       {"cd /tmp && pwd && touch vdev_run_test.mark && ls", "vdev_run_test.mark"},
       {"echo out > /dev/stdout; echo typed | cat /dev/stdin", "typed"},
   };

@@ -268,7 +268,7 @@ TEST(LensFit, RefusesToGuess) {
       {"a gap", {9, 10, 11}, {}, 1350, "none at zoom 450 to 550 (3 entries, at most 2 allowed)"},
       {"a gap of its own limit", {9}, {.max_gap = 0}, 1350, "none at zoom 450 (1 entry, at most 0"},
       {"no point at the first entry", {0}, {}, 1350, "none at zoom 0 (1 entry, an end of"},
-      {"half the range", {}, {}, 700, "none at zoom 750 to 1350 (13 entries, an end of"},
+      {"half the range", {}, {.spacing = 100}, 700, "none at zoom 800 to 1400 (7 entries, an end"},
       {"beyond all curves", {}, {}, 2400, "zoom 2400 is beyond every known curve"},
   };
   for (const auto& row : rows) {

@@ -98,7 +98,12 @@ TEST(LiveKeys, EachModelAnswersItsOwnKeys) {
     keys.Press(key, {});
     EXPECT_EQ(keys.State().find("no key of this model") != string::npos, *sent == '\0') << model;
   }
-  ExpectSent("QB-620", {{'p', 0, ""}, {'4', 0, "1020 4 0 0; "}, {'4', 0, "1021 4 0 0; "}});
+  ExpectSent("QB-620", {{'p', 0, ""},
+                        {'4', 0, "1020 4 0 0; "},
+                        {'4', 0, "1021 4 0 0; "},
+                        {'p', 0, ""},
+                        {'m', 0, "2000 0 0 0; "},
+                        {'4', 0, "1021 4 0 0; "}});
   ExpectSent("QB-420",
              {{'A', 0, "8100 2 0 0; "}, {'A', 0, "8100 3 0 0; "}, {'A', 0, "8100 2 0 0; "}});
 }

@@ -34,7 +34,7 @@ ScreenState HeadState() {
 TEST(LiveView, TextsAreCutToTheirCellsWhateverTheirBytes) {
   const std::tuple<const char*, int, const char*> rows[] = {
       {"90.0°", 5, "90.0°"},   {"90.0°C", 5, "90.0…"},  {"a\tb\033[0m", 9, "a b?[0m"},
-      {"\xFF\xB0x", 9, "??x"}, {"\xE2\x97x", 9, "??x"}, {"\xC3", 9, "?"},
+      {"\xFF\xB0x", 9, "??x"}, {"\xE2\x97x", 9, "??x"}, {"\xC2\x9B\xC3", 9, "??"},
   };
   for (const auto& [text, width, drawn] : rows) {
     Canvas canvas(1, 10);

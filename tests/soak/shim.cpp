@@ -1,4 +1,4 @@
-#include "tests/soak/wall_clock.h"
+#include "tests/soak/shim.h"
 
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -14,32 +14,32 @@
 namespace soak {
 namespace {
 
-constexpr char kPath[] = "/dev/.world/clock";
+constexpr char kPath[] = "/dev/.world/shim";
 
 }  // namespace
 
-WallClock::WallClock(std::string library) : library_(std::move(library)) {
+Shim::Shim(std::string library) : library_(std::move(library)) {
   const sim::UniqueFd fd(open(kPath, O_RDWR | O_CREAT | O_CLOEXEC, 0644));
   void* memory = MAP_FAILED;
-  if (fd.IsOpen() && ftruncate(fd.Get(), sizeof(ClockOffset)) == 0) {
-    memory = mmap(nullptr, sizeof(ClockOffset), PROT_READ | PROT_WRITE, MAP_SHARED, fd.Get(), 0);
+  if (fd.IsOpen() && ftruncate(fd.Get(), sizeof(ShimMemory)) == 0) {
+    memory = mmap(nullptr, sizeof(ShimMemory), PROT_READ | PROT_WRITE, MAP_SHARED, fd.Get(), 0);
   }
-  if (memory == MAP_FAILED) throw std::runtime_error("no memory for the clock");
-  offset_ = static_cast<ClockOffset*>(memory);
+  if (memory == MAP_FAILED) throw std::runtime_error("no memory for the shim");
+  memory_ = static_cast<ShimMemory*>(memory);
 }
 
-WallClock::~WallClock() {
-  munmap(offset_, sizeof(ClockOffset));
+Shim::~Shim() {
+  munmap(memory_, sizeof(ShimMemory));
 }
 
-std::unique_ptr<sim::DaemonProcess> WallClock::Launch(const std::string& daemon) const {
+std::unique_ptr<sim::DaemonProcess> Shim::Launch(const std::string& daemon) const {
   // Without it a sanitizer's runtime insists on being the first library.
   setenv("ASAN_OPTIONS", "verify_asan_link_order=0", 1);
   setenv("LD_PRELOAD", library_.c_str(), 1);
-  setenv(SOAK_CLOCK, kPath, 1);
+  setenv(SOAK_SHIM, kPath, 1);
   auto process = std::make_unique<sim::DaemonProcess>(daemon, std::vector<std::string>{});
   unsetenv("LD_PRELOAD");
-  unsetenv(SOAK_CLOCK);
+  unsetenv(SOAK_SHIM);
   return process;
 }
 
