@@ -52,7 +52,7 @@ inline double CpuMs() {
 
 // Expects `action` to take at least `least_ms`, not `slack_ms` more, and hardly any processor.
 template <typename Action>
-void ExpectTakes(double least_ms, Action action, double slack_ms = 500) {
+void ExpectTakes(double least_ms, double slack_ms, Action action) {
   const double cpu = CpuMs();
   const auto start = sim::Clock::now();
   action();
@@ -60,6 +60,10 @@ void ExpectTakes(double least_ms, Action action, double slack_ms = 500) {
   EXPECT_GE(taken.count(), least_ms);
   EXPECT_LT(taken.count(), least_ms + slack_ms);
   EXPECT_LT(CpuMs() - cpu, 300);
+}
+template <typename Action>
+void ExpectTakes(double least_ms, Action action) {
+  ExpectTakes(least_ms, 500, action);
 }
 
 // Runs `action` while this process gets no further descriptor; returns its result.

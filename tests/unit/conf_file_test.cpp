@@ -9,36 +9,10 @@ using std::string_literals::operator""s;
 
 const string kPath = testing::TempDir() + "rs232_conf_test." + std::to_string(getpid());
 
-TEST(ConfFile, TakesOneToken) {
-  const struct {
-    const char* text;
-    const char* token;  // "~": left alone
-    const char* rest;   // null: none
-  } rows[] = {
-      {"a=b", "a", "b"},        {" \t a =b", "a", "b"},
-      {"a  =b", "a ", "b"},     {"a \t=b", "a ", "b"},
-      {"a b\n", "a b", "\n"},   {"a\r\n", "a", "\r\n"},
-      {"a", "a", ""},           {"a#b[c=", "a#b[c", ""},
-      {"=b", "", "b"},          {"  ==", "", "="},
-      {" # a=", "~", "# a="},   {"\t[a]", "~", "[a]"},
-      {"", "~", nullptr},       {" \t", "~", nullptr},
-      {"  \r\n", "~", nullptr}, {"\"a b\"=c", "a b", "c"},
-      {"\" a \" =", " a ", ""}, {"\"ab=c", "a", "c"},
-      {"\"\"", "", ""},         {"\"", "", ""},
-      {"\" \n", "", "\n"},      {"a\"b\"", "a\"b\"", ""},
-  };
-  for (const auto& row : rows) {
-    char out[64] = "~";
-    EXPECT_STREQ(CUTIL_ParseToken(out, sizeof(out), row.text), row.rest) << row.text;
-    EXPECT_STREQ(out, row.token) << row.text;
-  }
-}
-
 TEST(ConfFile, ReadsAValue) {
   const string key63(63, 'k');
   const struct {
-    string file;
-    string key;
+    string file, key;
     int result;
     string value;
   } rows[] = {
@@ -52,6 +26,12 @@ TEST(ConfFile, ReadsAValue) {
       {"  a =  1  \n", "a", 0, "1 "},
       {"\ta\t=\t1\t\n", "a", 0, "1"},
       {"a=\" 1 2 \"\n", "a", 0, " 1 2 "},
+      {"a=\"12 \n", "a", 0, "1"},  // the last character goes whatever it is
+      {"a=\"\n", "a", 0, ""},
+      {"a=1\"2\"\n", "a", 0, "1\"2\""},
+      {"\" a b \" = 1\n", " a b ", 0, "1"},
+      {"a  =1\n", "a  ", -1, "1"},  // one blank is cut off
+      {"[a=1\nb=2\n", "a", -1, "2"},
       {"a=b=c\n", "a", 0, "b"},
       {"a=\nb=2\n", "a", 0, ""},
       {"b=1\na\n", "a", 0, ""},

@@ -1,23 +1,20 @@
 #include "util/cthread.h"
 
-#include <gtest/gtest.h>
 #include <pthread.h>
 
 #include <cerrno>
-#include <chrono>
 #include <cstring>
-#include <string>
 #include <thread>
+
+#include "tests/support.h"
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-using std::chrono::milliseconds;
+using sim::milliseconds;
 
 // Polls of Start and Stop, and what a busy machine may add to all of them.
-constexpr milliseconds kOnePoll{CTHREAD_POLL_MS};
-constexpr milliseconds kAllPolls{CTHREAD_POLL_MS * CTHREAD_POLLS};
-constexpr milliseconds kSlack{1500};
+constexpr int kAllPollsMs = CTHREAD_POLL_MS * CTHREAD_POLLS;
+constexpr int kSlackMs = 1500;
 
 // What the worker did, and what its routines answer.
 struct Work {
@@ -59,64 +56,41 @@ class Cthread : public testing::Test {
 
   // The worker uses the members until it has stopped.
   void WaitFor(CthreadState state) {
-    const auto end = Clock::now() + kAllPolls;
-    while (thread_.state != state && Clock::now() < end)
-      std::this_thread::sleep_for(milliseconds(1));
-    ASSERT_EQ(thread_.state, state);
+    ASSERT_TRUE(sim::WaitUntil([&] { return thread_.state == state; }, milliseconds(kAllPollsMs)));
   }
 
-  // Calls a slot. Its time and its line are kept for the test.
-  int Call(int (*slot)(CTHREAD* self)) {
-    testing::internal::CaptureStdout();
-    const auto begin = Clock::now();
-    const int result = slot(&thread_);
-    took_ = std::chrono::duration_cast<milliseconds>(Clock::now() - begin);
-    fflush(stdout);
-    line_ = testing::internal::GetCapturedStdout();
-    return result;
-  }
-
-  void ExpectTook(milliseconds least) const {
-    EXPECT_GE(took_, least);
-    EXPECT_LT(took_, least + kSlack);
+  // Calls a slot, which takes at least this long; returns its result and its line.
+  std::string Call(int (*slot)(CTHREAD* self), int least_ms = CTHREAD_POLL_MS) {
+    std::string outcome;
+    const auto call = [&] { return slot(&thread_); };
+    support::ExpectTakes(least_ms, kSlackMs, [&] { outcome = support::OnStdout(call); });
+    return outcome;
   }
 
   CTHREAD thread_;
   Work work_;
-  milliseconds took_{0};
-  std::string line_;
 };
 
 TEST_F(Cthread, StepsUntilItIsStopped) {
-  EXPECT_EQ(Call(thread_.Start), 0);
-  ExpectTook(kOnePoll);
+  EXPECT_EQ(Call(thread_.Start), "0 ");
   EXPECT_EQ(thread_.state, CTHREAD_RUNNING);
-  EXPECT_EQ(Call(thread_.Stop), 0);
-  ExpectTook(kOnePoll);
-  EXPECT_EQ(line_, "");
+  EXPECT_EQ(Call(thread_.Stop), "0 ");
   EXPECT_EQ(thread_.state, CTHREAD_STOPPED);
   EXPECT_EQ(work_.starts, 1);
   EXPECT_GT(work_.steps, 1);
   EXPECT_EQ(work_.ends, 1);
 
   const int steps = work_.steps;
-  EXPECT_EQ(Call(thread_.Start), 0) << "a stopped object starts again";
-  EXPECT_EQ(Call(thread_.Deinit), 0);
+  EXPECT_EQ(Call(thread_.Start), "0 ") << "a stopped object starts again";
+  EXPECT_EQ(Call(thread_.Deinit), "0 ");
   EXPECT_EQ(work_.starts, 2);
   EXPECT_GT(work_.steps, steps);
   EXPECT_EQ(work_.ends, 2);
 }
 
-TEST_F(Cthread, StartAndEndRoutinesMayBeMissing) {
-  CTHREAD_Init(&thread_, &work_, nullptr, StepRoutine, nullptr);
-  EXPECT_EQ(Call(thread_.Start), 0);
-  EXPECT_EQ(Call(thread_.Stop), 0);
-  EXPECT_GT(work_.steps, 0);
-}
-
 TEST_F(Cthread, FailedStartRoutineLeavesOutTheSteps) {
   work_.start_result = -1;
-  EXPECT_EQ(Call(thread_.Start), 0);
+  EXPECT_EQ(Call(thread_.Start), "0 ");
   WaitFor(CTHREAD_STOPPED);
   EXPECT_EQ(work_.steps, 0);
   EXPECT_EQ(work_.ends, 1);
@@ -124,36 +98,31 @@ TEST_F(Cthread, FailedStartRoutineLeavesOutTheSteps) {
 
 TEST_F(Cthread, StoppingAWorkerThatEndedByItselfTimesOut) {
   work_.failing_step = 3;
-  EXPECT_EQ(Call(thread_.Start), 0);
+  EXPECT_EQ(Call(thread_.Start), "0 ");
   WaitFor(CTHREAD_STOPPED);
   EXPECT_EQ(work_.steps, 3);
   EXPECT_EQ(work_.ends, 1);
-  EXPECT_EQ(Call(thread_.Stop), -1);
-  ExpectTook(kAllPolls);
-  EXPECT_EQ(line_, "[CTHREAD_Stop] error, reason(timeout)\n");
+  EXPECT_EQ(Call(thread_.Stop, kAllPollsMs), "-1 [CTHREAD_Stop] error, reason(timeout)\n");
 }
 
+// Nor need there be a start and an end routine.
 TEST_F(Cthread, LongStepOutlivesTheStopAndEndsTheWorker) {
   work_.is_held = true;
-  CTHREAD_Init(&thread_, &work_, nullptr, StepRoutine, EndRoutine);
-  EXPECT_EQ(Call(thread_.Start), 0);
-  EXPECT_EQ(Call(thread_.Stop), -1);
-  ExpectTook(kAllPolls);
-  EXPECT_EQ(work_.ends, 0);
+  CTHREAD_Init(&thread_, &work_, nullptr, StepRoutine, nullptr);
+  EXPECT_EQ(Call(thread_.Start), "0 ");
+  EXPECT_EQ(Call(thread_.Stop, kAllPollsMs), "-1 [CTHREAD_Stop] error, reason(timeout)\n");
+  EXPECT_EQ(thread_.state, CTHREAD_STOPPING);
   work_.is_held = false;
   WaitFor(CTHREAD_STOPPED);
   EXPECT_EQ(work_.steps, 1);
-  EXPECT_EQ(work_.ends, 1);
 }
 
 TEST_F(Cthread, LongStartRoutineOutlivesTheStart) {
   work_.is_held = true;
-  EXPECT_EQ(Call(thread_.Start), -2);
-  ExpectTook(kAllPolls);
-  EXPECT_EQ(line_, "[CTHREAD_Start] error, reason(timeout)\n");
+  EXPECT_EQ(Call(thread_.Start, kAllPollsMs), "-2 [CTHREAD_Start] error, reason(timeout)\n");
   work_.is_held = false;
   WaitFor(CTHREAD_RUNNING);
-  EXPECT_EQ(Call(thread_.Stop), 0);
+  EXPECT_EQ(Call(thread_.Stop), "0 ");
 }
 
 TEST_F(Cthread, ThreadThatCannotBeCreatedIsReported) {
@@ -163,16 +132,13 @@ TEST_F(Cthread, ThreadThatCannotBeCreatedIsReported) {
   pthread_attr_init(&impossible);
   pthread_attr_setstacksize(&impossible, ~size_t{0xFFFFF});  // all that can be addressed
   ASSERT_EQ(pthread_setattr_default_np(&impossible), 0);
-  const int result = Call(thread_.Start);
+  const std::string said = Call(thread_.Start, 0);
   pthread_setattr_default_np(&attributes);
 
-  EXPECT_EQ(result, -1);
-  EXPECT_EQ(line_, "[CTHREAD_Start] error, reason(pthread_create failed, " +
-                       std::to_string(EAGAIN) + ", '" + strerror(EAGAIN) + "')\n");
+  EXPECT_EQ(said, "-1 [CTHREAD_Start] error, reason(pthread_create failed, " +
+                      std::to_string(EAGAIN) + ", '" + strerror(EAGAIN) + "')\n");
   EXPECT_EQ(thread_.state, CTHREAD_FAILED);
-  EXPECT_EQ(Call(thread_.Stop), -1);
-  EXPECT_LT(took_, kOnePoll);
-  EXPECT_EQ(line_, "[CTHREAD_Stop] error, reason(error)\n");
+  EXPECT_EQ(Call(thread_.Stop, 0), "-1 [CTHREAD_Stop] error, reason(error)\n");
   EXPECT_EQ(work_.starts, 0);
 }
 

@@ -1,29 +1,19 @@
 #include "lens/drive.h"
 
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <cstdlib>
-#include <string>
-#include <vector>
-
 #include "lens/mfz_state.h"
 #include "lens/motor.h"
 #include "lens/position.h"
 #include "lens_line.h"
+#include "tests/support.h"
 
 namespace {
 
 using Lines = std::vector<std::string>;
-using std::chrono::microseconds;
-using std::chrono::steady_clock;
 
 // First and last size of a command's value that gives an index, and the steps that go with it.
 struct SpeedRow {
-  int first;
-  int last;
-  int32_t zoom_step;
-  int32_t focus_step;
+  int first, last;
+  int32_t zoom_step, focus_step;
 };
 constexpr SpeedRow kSpeeds[] = {
     {1, 11, 5, 2},      {12, 24, 5, 2},       {25, 37, 10, 2},      {38, 50, 10, 2},
@@ -50,10 +40,7 @@ TEST(DriveSpeed, ByTheSizeOfTheValue) {
 
 TEST(DriveAmount, EndsAtTheLimits) {
   const struct {
-    int32_t position;
-    int32_t step;
-    int32_t toward_zero;
-    int32_t toward_maximum;
+    int32_t position, step, toward_zero, toward_maximum;
   } rows[] = {
       {-40, 5, 0, 5},  {0, 5, 0, 5},     {1, 5, 1, 5},    {4, 5, 4, 5},          {5, 5, 5, 5},
       {6, 5, 5, 5},    {3, 200, 3, 200}, {2595, 5, 5, 5}, {2596, 5, 5, 4},       {2598, 5, 5, 2},
@@ -68,10 +55,7 @@ TEST(DriveAmount, EndsAtTheLimits) {
 TEST(DriveChunk, SharesTheTimeOfTheLongerTravel) {
   const float normal = MotorStepDelayMs(MS_515PPS);
   const struct {
-    int32_t longest;
-    int32_t amount;
-    int32_t chunk;
-    int32_t us;
+    int32_t longest, amount, chunk, us;
   } rows[] = {
       {100, 100, 10, 19594}, {3, 3, 3, 5878},      {20, 10, 10, 39188},
       {5, 5, 5, 9797},       {200, 50, 10, 78376},
@@ -85,116 +69,84 @@ TEST(DriveChunk, SharesTheTimeOfTheLongerTravel) {
 class Drive : public testing::Test {
  protected:
   void SetUp() override {
-    testing::internal::CaptureStdout();
-    apply_lens_profile(MFZ_PROFILE_HERON);
-    set_limits();
-    testing::internal::GetCapturedStdout();
+    support::OnStdout([] {
+      apply_lens_profile(MFZ_PROFILE_HERON);
+      set_limits();
+    });
   }
 
-  // One tick; returns what it wrote. It takes `at_least`.
-  Lines Tick(microseconds at_least) {
-    const auto begin = steady_clock::now();
-    drive_step();
-    EXPECT_GE(steady_clock::now() - begin, at_least);
+  // One tick; returns what it wrote. It takes at least `us`.
+  Lines Tick(double us) {
+    support::ExpectTakes(us / 1000, drive_step);
     return line_.TakeWrites();
   }
 
   LensLine line_;
 };
 
+// Where the lens is and what is asked of it.
+struct Start {
+  uint8_t zoom_req, focus_req;
+  int8_t zoom_value;
+  int16_t zoom, focus;
+  int32_t tracking;
+};
+
 // One tick: what it writes, the microseconds that it takes at least, where the lens is then.
 struct TickRow {
   Lines writes;
-  int64_t us;
-  int zoom;
-  int focus;
+  double us;
+  int zoom, focus;
 };
 
 TEST_F(Drive, MovesTickByTick) {
+  constexpr uint8_t kIdle = DRIVE_IDLE;
   constexpr uint8_t kUp = DRIVE_TOWARD_MAXIMUM;
   constexpr uint8_t kDown = DRIVE_TOWARD_ZERO;
   Lines spread(11, "A5 40 0C FF F6 E6");
   spread[0] = "A5 40 0D FF F6 E7";
   const struct {
     const char* legend;
-    uint8_t zoom_req;
-    uint8_t focus_req;
-    int8_t zoom_value;
-    int16_t zoom;
-    int16_t focus;
-    int32_t tracking;
+    Start start;
     std::vector<TickRow> ticks;
   } rows[] = {
-      {"idle", DRIVE_IDLE, DRIVE_IDLE, 1, 0, 200, 1, {{{}, 0, 0, 200}}},
+      {"idle", {kIdle, kIdle, 1, 0, 200, 1}, {{{}, 0, 0, 200}}},
       {"zoom takes the focus along, spread over its time",
-       kUp,
-       DRIVE_IDLE,
-       -127,
-       0,
-       200,
-       1,
+       {kUp, kIdle, -127, 0, 200, 1},
        {{spread, 195'940, 100, 210}}},
       {"zoom waits for a longer focus travel",
-       kDown,
-       DRIVE_IDLE,
-       1,
-       8,
-       100,
-       1,
+       {kDown, kIdle, 1, 8, 100, 1},
        {{{"A5 40 0D FF 9C 8D", "A5 40 0C 00 05 F6"}, 195'930, 3, 200},
         {{"A5 40 0D 00 00 F2", "A5 40 0C 00 03 F4"}, 5'878, 0, 200},
         {{}, 0, 0, 200}}},
-      {"zoom ends with the curve",
-       kUp,
-       DRIVE_IDLE,
-       1,
-       1345,
-       2245,
-       1,
-       {{{"A5 40 0D FF EC DD", "A5 40 0C FF FB EB"}, 39'180, 1350, 2265}, {{}, 0, 1350, 2265}}},
       {"no curve leaves the focus alone",
-       kUp,
-       DRIVE_IDLE,
-       25,
-       0,
-       200,
-       0,
+       {kUp, kIdle, 25, 0, 200, 0},
        {{{"A5 40 0C FF F6 E6"}, 19'594, 10, 200}}},
       {"focus stops at its maximum",
-       DRIVE_IDLE,
-       kUp,
-       1,
-       0,
-       2593,
-       1,
+       {kIdle, kUp, 1, 0, 2593, 1},
        {{{"A5 40 0D FF FB EC"}, 9'797, 0, 2598},
         {{"A5 40 0D FF FE EF"}, 3'918, 0, 2600},
         {{}, 0, 0, 2600}}},
       // The focus key takes the focus off the curve; the zoom's tracking puts it back.
       {"focus goes before zoom",
-       kUp,
-       kDown,
-       1,
-       0,
-       200,
-       1,
+       {kUp, kDown, 1, 0, 200, 1},
        {{{"A5 40 0D 00 05 F7", "A5 40 0D FF FB EC", "A5 40 0C FF FB EB"}, 2 * 9'797, 5, 200}}},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.legend);
-    set_zoom_drive_step(row.zoom_value);
-    g_mfz.zoom_req = row.zoom_req;
-    g_mfz.focus_req = row.focus_req;
-    g_mfz.posZoom = row.zoom;
-    g_mfz.posFocus = row.focus;
-    g_mfz.tracking_valid = row.tracking;
+    set_zoom_drive_step(row.start.zoom_value);
+    g_mfz.zoom_req = row.start.zoom_req;
+    g_mfz.focus_req = row.start.focus_req;
+    g_mfz.posZoom = row.start.zoom;
+    g_mfz.posFocus = row.start.focus;
+    g_mfz.tracking_valid = row.start.tracking;
     for (const TickRow& tick : row.ticks) {
-      EXPECT_EQ(Tick(microseconds(tick.us)), tick.writes);
+      EXPECT_EQ(Tick(tick.us), tick.writes);
       EXPECT_EQ(g_mfz.posZoom, tick.zoom);
       EXPECT_EQ(g_mfz.posFocus, tick.focus);
     }
-    EXPECT_EQ(g_mfz.zoom_req, row.zoom_req);
-    EXPECT_EQ(g_mfz.focus_req, row.focus_req);
+    EXPECT_EQ(g_mfz.zoom_req, row.start.zoom_req);
+    EXPECT_EQ(g_mfz.focus_req, row.start.focus_req);
   }
 }
 

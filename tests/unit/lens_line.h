@@ -8,6 +8,7 @@
 
 #include "lens/i2m.h"
 #include "serial/serial_port.h"
+#include "sim/pty_line.h"
 #include "util/sleep.h"
 
 class LensLine {
@@ -35,15 +36,8 @@ class LensLine {
 
  private:
   static int Write(SerialPort* /*self*/, const void* buffer, int length) {
-    constexpr char kDigits[] = "0123456789ABCDEF";
-    const uint8_t* bytes = static_cast<const uint8_t*>(buffer);
-    std::string text;
-    for (int i = 0; i < length; ++i) {
-      if (i > 0) text += ' ';
-      text += kDigits[bytes[i] >> 4];
-      text += kDigits[bytes[i] & 0x0F];
-    }
-    current_->writes_.push_back(text);
+    current_->writes_.push_back(
+        sim::Hex({static_cast<const uint8_t*>(buffer), static_cast<size_t>(length)}));
     return length;
   }
 

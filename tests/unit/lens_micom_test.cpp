@@ -27,18 +27,10 @@ class LensMicomTest : public testing::Test {
     micom_.Feed(bytes, now_);
   }
 
-  void Frame(uint8_t kind, uint8_t address, uint16_t value) {
-    std::vector<uint8_t> frame = {0xA5, kind, address, static_cast<uint8_t>(value >> 8),
-                                  static_cast<uint8_t>(value & 0xFF)};
-    unsigned sum = 0;
-    for (const uint8_t byte : frame)
-      sum += byte;
-    frame.push_back(static_cast<uint8_t>(sum & 0xFF));
-    Feed(frame);
-  }
-
-  void Write(uint8_t address, int value) {
-    Frame(I2M_WRITE, address, static_cast<uint16_t>(value & 0xFFFF));
+  void Write(I2mAddress address, int value) {
+    const I2mFrame frame = I2mBuild(I2M_WRITE, address, static_cast<uint8_t>(value >> 8 & 0xFF),
+                                    static_cast<uint8_t>(value & 0xFF));
+    Feed({frame.begin(), frame.end()});
   }
 
   // Lets time pass, a look at the line every millisecond.
@@ -108,27 +100,14 @@ TEST_F(LensMicomTest, EndsStopTheMotors) {
   EXPECT_EQ(micom_.Pose().zoom, 1400);
 }
 
-TEST_F(LensMicomTest, JogsRunUntilTheStop) {
-  Write(I2M_ADDR_ZOOM_JOG, I2M_JOG_NEGATIVE);
-  Wait(100);
-  EXPECT_EQ(micom_.Pose().zoom, 152);
-  Write(I2M_ADDR_ZOOM_JOG, I2M_JOG_STOP);
-  Wait(100);
-  EXPECT_EQ(micom_.Pose().zoom, 152);
-  Write(I2M_ADDR_ZOOM_JOG, I2M_JOG_POSITIVE);
-  Wait(5000);
-  EXPECT_EQ(micom_.Pose().zoom, 0);
-  EXPECT_EQ(micom_.Zoom().Lost(), 0);
-}
-
 TEST_F(LensMicomTest, AnswersAfterAWhileAndNotWhenSilent) {
-  Frame(I2M_READ, I2M_ADDR_VERSION, 0);
+  Feed({0xA5, 0x41, 0x01, 0x00, 0x00, 0xE7});
   EXPECT_TRUE(answers_.empty());
   Wait(2);
   EXPECT_EQ(answers_, (std::vector<uint8_t>{0xA5, 0x41, 0x01, 0x81, 0x05, 0x6D}));
   answers_.clear();
   micom_.traits.silent = true;
-  Frame(I2M_READ, I2M_ADDR_VERSION, 0);
+  Feed({0xA5, 0x41, 0x01, 0x00, 0x00, 0xE7});
   Wait(10);
   EXPECT_TRUE(answers_.empty());
 }

@@ -24,22 +24,17 @@ struct Series {
   int count;
   PirisReading reading;
   PirisExposure exposure;
-  int32_t steps;
-  int32_t state;
-  int32_t close;
-  int32_t open;
-};
-
-struct Scenario {
-  const char* name;
-  PirisRegulator from;
-  std::vector<Series> runs;
+  int32_t steps, state, close, open;
 };
 
 TEST(PirisRegulate, Scenarios) {
   constexpr PirisExposure kRegulated = PIRIS_EXPOSURE_REGULATED;
   constexpr PirisExposure kOpen = PIRIS_EXPOSURE_OPEN;
-  const Scenario scenarios[] = {
+  const struct {
+    const char* name;
+    PirisRegulator from;
+    std::vector<Series> runs;
+  } scenarios[] = {
       {"starts on its way without a step", {}, {{1, kDark, kRegulated, 0, STM_IRIS_MOV, 0, 0}}},
       {"opens to the end, then waits there",
        {STM_IRIS_MOV, 0, 0},
@@ -81,7 +76,7 @@ TEST(PirisRegulate, Scenarios) {
         {4, kBright, kOpen, 0, STM_IRIS_MAX, 24, 0},
         {1, kBright, kOpen, 0, STM_IRIS_MOV, 0, 0}}},
   };
-  for (const Scenario& scenario : scenarios) {
+  for (const auto& scenario : scenarios) {
     SCOPED_TRACE(scenario.name);
     PirisRegulator regulator = scenario.from;
     for (const Series& run : scenario.runs) {

@@ -1,12 +1,8 @@
 #include "daemon/model_family.h"
 
-#include <gtest/gtest.h>
-
-#include <cstdio>
-#include <string>
-
 #include "module/hd_mode.h"
 #include "module/sd_mode.h"
+#include "tests/support.h"
 
 namespace {
 
@@ -21,30 +17,22 @@ std::string FamiliesOf(const char* model) {
 }
 
 TEST(ModelFamily, ClaimsWholeNamesOnly) {
-  const struct {
-    const char* model;
-    const char* families;
-  } rows[] = {
+  const std::pair<const char*, const char*> rows[] = {
       {"QB-710", "7"},  {"QB-210", "S"},  {"QB-220", "S"}, {"QB-310", "H"}, {"QB-350", "H"},
       {"QB-410", "L"},  {"QB-480", "L"},  {"QB-610", "-"}, {"QB-620", "-"}, {"", "-"},
       {"QB-230", "-"},  {"QB-360", "-"},  {"QB-490", "-"}, {"qb-210", "-"}, {"QB-210 ", "-"},
       {"QB-2100", "-"}, {" QB-310", "-"}, {"QB-41", "-"},  {"QB-711", "-"},
   };
-  for (const auto& row : rows)
-    EXPECT_EQ(FamiliesOf(row.model), row.families) << row.model;
+  for (const auto& [model, families] : rows)
+    EXPECT_EQ(FamiliesOf(model), families) << model;
 }
 
 TEST(ModelFamily, ModesRefuseAMissingContextWithALine) {
-  const struct {
-    const char* name;
-    int (*run)(Rs232Context* p_param);
-  } rows[] = {{"camd_cmod_sd", camd_cmod_sd}, {"camd_cmod_hd", camd_cmod_hd}};
+  const std::pair<std::string, int (*)(Rs232Context * p_param)> rows[] = {
+      {"camd_cmod_sd", camd_cmod_sd}, {"camd_cmod_hd", camd_cmod_hd}};
   for (const auto& row : rows) {
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(row.run(nullptr), -1);
-    fflush(stdout);
-    const std::string line = testing::internal::GetCapturedStdout();
-    EXPECT_EQ(line.rfind(std::string("[") + row.name + "] Error line[", 0), 0U) << line;
+    const std::string line = support::OnStdout([&] { return row.second(nullptr); });
+    EXPECT_EQ(line.find("-1 [" + row.first + "] Error line["), 0U) << line;
     EXPECT_NE(line.find("], reason('p_param' is NULL)\n"), std::string::npos) << line;
   }
 }

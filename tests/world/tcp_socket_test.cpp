@@ -150,19 +150,14 @@ TEST(TcpListener, SaysWhatFailed) {
 }
 
 TEST(TcpDottedQuad, LooksAtTheFormOnly) {
-  const struct {
-    const char* text;
-    int is_quad;
-  } rows[] = {
+  const std::pair<const char*, int> rows[] = {
       {"192.168.0.1", 1}, {"1..2.3", 1},     {"999.1.1.1", 1},   {"...", 1},
       {"1.2.3.", 1},      {"1.2.3", 0},      {"1.2.3.4.5", 0},   {"1.2.3.4.", 0},
       {"1234.1.1.1", 0},  {"1.1.1.0001", 0}, {"host.local", 0},  {"a.b.c.d", 0},
       {" 1.2.3.4", 0},    {"1.2.-3.4", 0},   {"1.2.3.4\xB2", 0}, {"", 0},
   };
-  for (const auto& row : rows) {
-    EXPECT_EQ(ZSK_IsDottedQuad(row.text, static_cast<int>(strlen(row.text))), row.is_quad)
-        << row.text;
-  }
+  for (const auto& [text, is_quad] : rows)
+    EXPECT_EQ(ZSK_IsDottedQuad(text, static_cast<int>(strlen(text))), is_quad) << text;
   EXPECT_EQ(ZSK_IsDottedQuad("1.2.3.4x", 7), 1);
   EXPECT_EQ(ZSK_IsDottedQuad("1.2.3.4", 5), 0);
   EXPECT_EQ(ZSK_IsDottedQuad("1.2.3.4", -7), 0);
@@ -220,15 +215,14 @@ TEST_F(TcpSendStream, SendsAllHoweverLongThePeerTakes) {
     EXPECT_EQ(recv(receiver_.Get(), received.data(), received.size(), MSG_WAITALL),
               static_cast<ssize_t>(received.size()));
   });
-  support::ExpectTakes(
-      1000, [&] { EXPECT_EQ(Send(bytes_.size(), 0), 32 << 20); }, 9000);
+  support::ExpectTakes(1000, 9000, [&] { EXPECT_EQ(Send(bytes_.size(), 0), 32 << 20); });
   reader.join();
   EXPECT_TRUE(received == bytes_);
 }
 
 TEST_F(TcpSendStream, GivesUpAfterItsDeadline) {
-  support::ExpectTakes(
-      1000, [&] { EXPECT_EQ(OnStdout([&] { return Send(bytes_.size(), 1); }), "-1 "); }, 1300);
+  const auto send = [this] { return Send(bytes_.size(), 1); };
+  support::ExpectTakes(1000, 1300, [&] { EXPECT_EQ(OnStdout(send), "-1 "); });
 }
 
 TEST_F(TcpSendStream, SurvivesAPeerThatIsGone) {
