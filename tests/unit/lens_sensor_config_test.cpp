@@ -69,7 +69,6 @@ TEST_F(ConfigFile, LongValueIsCutAndMissingArgumentsAreRefused) {
   EXPECT_EQ(conf_get_value("/nonexistent/file", value, 1, "Long"), -1);
 }
 
-// What is no such file at all is for the system tests.
 TEST_F(ConfigFile, TextIsLoadedWholeOrNotAtAll) {
   using Text = std::unique_ptr<char, decltype(&free)>;
   Write("");
@@ -78,6 +77,7 @@ TEST_F(ConfigFile, TextIsLoadedWholeOrNotAtAll) {
   EXPECT_NE(Text(json_load_text(file_.Path()), free), nullptr);
   ASSERT_EQ(truncate(file_.Path(), ISP_FILE_MAX + 1), 0);
   EXPECT_EQ(json_load_text(file_.Path()), nullptr);
+  EXPECT_EQ(json_load_text("/tmp"), nullptr);
 }
 
 TEST(JsonPath, FindsWhatIsThere) {

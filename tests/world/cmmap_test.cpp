@@ -89,7 +89,7 @@ class Map : public testing::Test {
   CMMAP map_ = {};
 };
 
-// And a semaphore for everyone; whose is removed at the end shows in the system tests.
+// And a semaphore for everyone.
 TEST_F(Map, CreatesAFileOfZeros) {
   const mode_t mask = umask(0);
   for (const bool existing : {true, false}) {
@@ -106,6 +106,16 @@ TEST_F(Map, CreatesAFileOfZeros) {
   struct stat file;
   ASSERT_EQ(stat(kPath, &file), 0);
   EXPECT_EQ(file.st_mode & 07777, 0644U);
+}
+
+TEST_F(Map, RemovesOnlyASemaphoreOfItsOwn) {
+  EXPECT_EQ(Init(), "0 ");
+  EXPECT_EQ(Deinit(), "0 ");
+  EXPECT_EQ(SemaphoreSet(), -1);
+  MakeSemaphore(5);
+  EXPECT_EQ(Init(), "0 ");
+  EXPECT_EQ(Deinit(), "0 ");
+  EXPECT_EQ(SemaphoreValue(), 5);
 }
 
 TEST_F(Map, SaysWhyItCannotOpen) {
