@@ -1,8 +1,9 @@
-// What users type: numbers, durations, bytes, parameters.
+// What users type: numbers, durations, bytes, names that are nearly right.
 #include <gtest/gtest.h>
 
 #include "sim/pty_line.h"
 #include "tools/failure.h"
+#include "tools/nearest_name.h"
 #include "tools/param_fields.h"
 #include "tools/parse.h"
 
@@ -64,6 +65,20 @@ TEST(CtlParse, HexBytes) {
   }
 }
 
+TEST(CtlParse, NearestName) {
+  const std::vector<std::string> names = {"pan-left", "pan-right", "panorama",
+                                          "stop",     "write",     "preset"};
+  const std::pair<const char*, std::optional<std::string>> rows[] = {
+      {"pan-lfet", "pan-left"}, {"panright", "pan-right"}, {"stpo", "stop"},
+      {"wrtie", "write"},       {"presets", "preset"},     {"STOP", std::nullopt},
+      {"xy", std::nullopt},     {"zoom", std::nullopt},    {"", std::nullopt},
+  };
+  for (const auto& [typed, nearest] : rows)
+    EXPECT_EQ(tools::NearestName(typed, names), nearest) << typed;
+  EXPECT_EQ(tools::DidYouMean("pan", names), ", did you mean pan-left or pan-right?");
+  EXPECT_EQ(tools::DidYouMean("pon", names), "");
+}
+
 // --- Parameters -------------------------------------------------------------------------------
 
 TEST(CtlParse, ParameterChangesStoreTheirBytesAndNoOthers) {
@@ -87,6 +102,7 @@ TEST(CtlParse, ParameterChangesStoreTheirBytesAndNoOthers) {
 TEST(CtlParse, ParameterChangesThatAreNone) {
   const std::pair<std::string, const char*> rows[] = {
       {"baud", "baud is not of the form NAME=VALUE"},
+      {"buad=9600", "there is no parameter buad, did you mean baud?"},
       {"baud=14400",
        "baud cannot be '14400'; allowed: 1200, 2400, 4800, 9600, 19200, 38400, "
        "57600, 115200"},

@@ -21,6 +21,14 @@ namespace {
 using tools::PtzVerb;
 using Words = std::set<std::string>;
 
+TEST(CtlVerbs, ModesHaveNames) {
+  EXPECT_EQ(tools::ModesText(tools::MODES_RELAYED | tools::MODE_LENS), "relay, lens");
+  EXPECT_EQ(tools::ModesText(tools::MODE_RELAY | tools::MODE_QB620 | tools::MODE_SD),
+            "relay (not QB-610), SD");
+}
+
+// --- Completion and manual --------------------------------------------------------------------
+
 // What bash offers for the last word of a line, whose words are divided by blanks.
 Words Completions(const std::string& line) {
   const std::string script =
