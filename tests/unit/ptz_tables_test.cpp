@@ -3,9 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
 #include <string>
 #include <vector>
 
+#include "module/hd_mode.h"
+#include "module/sd_mode.h"
 #include "sim/pty_line.h"
 #include "tools/frame_texts.h"
 
@@ -13,14 +16,22 @@ namespace {
 
 using std::string;
 
-constexpr const char* kModels[] = {"QB-610", "QB-620", "QB-100"};
+CameraControl Control(int code, int first, int second, int third) {
+  return {.target = CAMERA_CONTROL_TARGET,
+          .code = static_cast<uint16_t>(code),
+          .first = static_cast<int8_t>(first),
+          .second = static_cast<int8_t>(second),
+          .third = static_cast<int8_t>(third)};
+}
 
 PtzSequence Translate(const char* model, int code, int first = 0, int second = 0, int third = 0) {
-  return PtzTranslate(PtzTableForModel(model), {.target = CAMERA_CONTROL_TARGET,
-                                                .code = static_cast<uint16_t>(code),
-                                                .first = static_cast<int8_t>(first),
-                                                .second = static_cast<int8_t>(second),
-                                                .third = static_cast<int8_t>(third)});
+  return PtzTranslate(PtzTableForModel(model), Control(code, first, second, third));
+}
+
+auto IsRelayed(const char* model) {
+  return [model](const CameraControl& control) {
+    return PtzTranslate(PtzTableForModel(model), control).count > 0;
+  };
 }
 
 // Each frame with the wait before it, e.g. "0: FF 01 00 00 00 00 01 / 250: ...".
@@ -63,24 +74,37 @@ TEST(PtzTables, TakesParametersByTheirSizeAndSign) {
   }
 }
 
-// Whatever the parameters.
+// Whatever the parameters. The camera modules' tables as well.
 TEST(PtzTables, AnswersOnlyTheCodesOfTheModel) {
-  const std::vector<int> codes[] = {
-      {0x2000, 0x2005, 0x2007, 0x2008, 0x2009, 0x200A},
-      {0x1005, 0x1006, 0x1009, 0x1012, 0x1020, 0x1021, 0x1022, 0x1060, 0x1061,
-       0x1072, 0x1073, 0x1091, 0x1092, 0x2000, 0x2001, 0x2002, 0x2005, 0x2007,
-       0x2008, 0x2009, 0x200A, 0x4001, 0x4002, 0x4003, 0x4004, 0xFFFF},
-      {0x1012, 0x2000, 0x2001, 0x2002, 0x2005, 0x2007, 0x2008, 0x2009, 0x200A},
+  const struct {
+    const char* model;
+    std::function<bool(const CameraControl& control)> answers;
+    std::vector<int> codes;
+  } rows[] = {
+      {"QB-610", IsRelayed("QB-610"), {0x2000, 0x2005, 0x2007, 0x2008, 0x2009, 0x200A}},
+      {"QB-620", IsRelayed("QB-620"), {0x1005, 0x1006, 0x1009, 0x1012, 0x1020, 0x1021, 0x1022,
+                                       0x1060, 0x1061, 0x1072, 0x1073, 0x1091, 0x1092, 0x2000,
+                                       0x2001, 0x2002, 0x2005, 0x2007, 0x2008, 0x2009, 0x200A,
+                                       0x4001, 0x4002, 0x4003, 0x4004, 0xFFFF}},
+      {"QB-100",
+       IsRelayed("QB-100"),
+       {0x1012, 0x2000, 0x2001, 0x2002, 0x2005, 0x2007, 0x2008, 0x2009, 0x200A}},
+      {"QB-210",
+       [](const CameraControl& control) { return SdTranslate(control).count > 0; },
+       {0x2000, 0x2002, 0x2005, 0x2007, 0x2008, 0x2009, 0x200A}},
+      {"QB-310",
+       [](const CameraControl& control) {
+         HdSetting setting;
+         return HdTranslate(control, &setting);
+       },
+       {0x1093, 0x1202, 0x2000, 0x2001, 0x2002, 0x2005, 0x2007, 0x2008, 0x2009, 0x200A}},
   };
-  for (size_t model = 0; model < std::size(kModels); ++model) {
+  for (const auto& row : rows) {
     for (int code = 0; code <= 0xFFFF; ++code) {
-      const bool known =
-          std::find(codes[model].begin(), codes[model].end(), code) != codes[model].end();
-      for (const int parameter : {0, 1, 127, -128}) {
-        const PtzSequence sequence =
-            Translate(kModels[model], code, parameter, parameter, parameter);
-        ASSERT_EQ(sequence.count > 0, known) << kModels[model] << ' ' << std::hex << code;
-      }
+      const bool known = std::find(row.codes.begin(), row.codes.end(), code) != row.codes.end();
+      for (const int value : {0, 1, 127, -128})
+        ASSERT_EQ(row.answers(Control(code, value, value, value)), known)
+            << row.model << ' ' << std::hex << code;
     }
   }
 }
