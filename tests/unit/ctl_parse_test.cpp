@@ -66,12 +66,13 @@ TEST(CtlParse, HexBytes) {
 }
 
 TEST(CtlParse, NearestName) {
-  const std::vector<std::string> names = {"pan-left", "pan-right", "panorama",
-                                          "stop",     "write",     "preset"};
+  const std::vector<std::string> names = {"pan-left", "pan-right", "panorama", "stop",
+                                          "step",     "write",     "preset"};
   const std::pair<const char*, std::optional<std::string>> rows[] = {
       {"pan-lfet", "pan-left"}, {"panright", "pan-right"}, {"stpo", "stop"},
       {"wrtie", "write"},       {"presets", "preset"},     {"STOP", std::nullopt},
       {"xy", std::nullopt},     {"zoom", std::nullopt},    {"", std::nullopt},
+      {"st", "stop"},
   };
   for (const auto& [typed, nearest] : rows)
     EXPECT_EQ(tools::NearestName(typed, names), nearest) << typed;
