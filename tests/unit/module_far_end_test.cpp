@@ -134,7 +134,7 @@ TEST(MicomLoader, HearsTheLineAtItsSpeedOnly) {
   for (const auto& [speed, frame] : {std::pair(B9600, CS8), {B115200, CS8 | PARENB}}) {
     MicomBench test;
     test.bench.Feed(kEnter);
-    test.SetLine(speed, static_cast<tcflag_t>(frame));
+    test.SetLine(static_cast<speed_t>(speed), static_cast<tcflag_t>(frame));
     test.bench.Run(milliseconds(10'000));
     EXPECT_EQ(test.Send(MicomHeaderPacket(0)), "");
     EXPECT_EQ(test.bench.noise, 8U);
