@@ -149,7 +149,10 @@ TEST(VdevScreen, TerminalIsGivenBackHoweverItEnds) {
              " kill -9 ${p##*/}; done");
        },
        1},
-      {"the screen's process dies", [](Screen* screen) { screen->Join("kill -9 2"); },
+      {"the screen's process dies",
+       [](Screen* screen) {
+         screen->Join("read -r screen others </proc/1/task/1/children; kill -9 $screen");
+       },
        128 + SIGKILL},
   };
   for (const auto& row : rows) {
