@@ -312,8 +312,8 @@ test_sd() {
   start_device QB-210
   rs232ctl ptz zoom-tele
   check "SD: command to frame" saw "module: .*zoom"
-  rs232ctl info
   check "SD: camera information" holds /var/nvt/camera.info "RESOLUTION=sd"
+  rs232ctl info
   check "SD: readable for all" file_is %a:%U /var/nvt/camera.info 644:root
   stop_device QB-210 5
 }
