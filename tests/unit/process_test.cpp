@@ -3,8 +3,9 @@
 // shows in who was woken.
 #include "util/process.h"
 
-#include <spawn.h>
+#include <fcntl.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <csignal>
 
@@ -15,10 +16,19 @@ namespace {
 // A stopped process whose command line begins with a path of its own.
 class StoppedProcess {
  public:
-  explicit StoppedProcess(std::string path) {
-    char seconds[] = "600";
-    char* const arguments[] = {path.data(), seconds, nullptr};
-    is_ready_ = posix_spawn(&pid_, "/bin/sleep", nullptr, nullptr, arguments, environ) == 0;
+  // Forked by hand: an emulator's posix_spawn may be back before the program runs.
+  explicit StoppedProcess(const std::string& path) {
+    int until_exec[2];
+    if (pipe2(until_exec, O_CLOEXEC) != 0) return;
+    pid_ = fork();
+    if (pid_ == 0) {
+      execl("/bin/sleep", path.c_str(), "600", nullptr);
+      _exit(127);
+    }
+    close(until_exec[1]);
+    char none;
+    is_ready_ = pid_ > 0 && read(until_exec[0], &none, 1) == 0;
+    close(until_exec[0]);
     Stop();
   }
   StoppedProcess(const StoppedProcess&) = delete;
