@@ -102,9 +102,10 @@ TEST(PtzTables, AnswersOnlyTheCodesOfTheModel) {
   for (const auto& row : rows) {
     for (int code = 0; code <= 0xFFFF; ++code) {
       const bool known = std::find(row.codes.begin(), row.codes.end(), code) != row.codes.end();
-      for (const int value : {0, 1, 127, -128})
+      for (const int value : {0, 1, 127, -128}) {
         ASSERT_EQ(row.answers(Control(code, value, value, value)), known)
             << row.model << ' ' << std::hex << code;
+      }
     }
   }
 }

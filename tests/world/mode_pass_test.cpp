@@ -83,7 +83,7 @@ class ModePassTest : public testing::Test {
 // next bytes.
 TEST_F(ModePassTest, WhatComesWhileTheLineIsBusyIsNotPassedOver) {
   sim::PtzClient client(kPtzPort);
-  client.Send(Bytes(2 * CPTZSVR_RECV_MAX, 'c'));
+  client.Send(Bytes(size_t{2} * CPTZSVR_RECV_MAX, 'c'));
   sim::UdpPeer peer;
   g_during_first = [&] { peer.SendTo(kUdpPort, sim::DaemonDatagram(RS232_UDP_WRITE, Bytes{'u'})); };
   support::OnStderr([this] {
