@@ -16,8 +16,6 @@ struct Plan {
   double line_seconds;  // line at its full rate, each number of clients, all rounds together
   double stop_seconds;  // with a client that does not read
   double idle_seconds;  // each number of clients
-  int searches;         // of the lens mode
-  int lens_idle_seconds;
 };
 
 // Probes of 7 bytes each way, one at a time, the contender asleep before each.

@@ -1,5 +1,5 @@
 // serial_bench: compares the daemon in relay mode with general serial-to-TCP relays on the same
-// bench, and adds what the lens mode and the in-process paths cost.
+// bench, and adds what the in-process paths cost.
 //
 // Measuring happens in a private world, in rounds: scene by scene, every contender in turn. What
 // was found comes out as JSON; all reports are made from that, of this run or of an earlier one.
@@ -21,7 +21,6 @@
 
 #include "bench/machine.h"
 #include "bench/measure.h"
-#include "bench/measure_lens.h"
 #include "bench/micro_results.h"
 #include "bench/report.h"
 #include "relay/daemon_datagram.h"
@@ -35,10 +34,10 @@ const Seat kOnlySeat = {.serial_path = "/dev/ttyS1", .port = 4001};
 
 namespace {
 
-// rounds, probes, bulk_share, line_seconds, stop_seconds, idle_seconds, searches, lens_idle_seconds
-constexpr Plan kOrdinary = {5, 200, 1, 5, 15, 5, 40, 5};
-constexpr Plan kLong = {9, 1000, 4, 20, 60, 10, 200, 10};
-constexpr Plan kQuick = {1, 20, 0.05, 0.2, 0.3, 0.3, 0, 0};
+// rounds, probes, bulk_share, line_seconds, stop_seconds, idle_seconds
+constexpr Plan kOrdinary = {5, 200, 1, 5, 15, 5};
+constexpr Plan kLong = {9, 1000, 4, 20, 60, 10};
+constexpr Plan kQuick = {1, 20, 0.05, 0.2, 0.3, 0.3};
 
 struct Options {
   bool quick = false;
@@ -69,7 +68,6 @@ constexpr std::array<Scene, 4> kScenes = {{
 }};
 constexpr char kIdle[] = "idle";
 constexpr char kSizes[] = "sizes";
-constexpr char kLens[] = "lens";
 
 bool IsAmong(const std::vector<std::string>& names, const std::string& name) {
   return names.empty() || std::find(names.begin(), names.end(), name) != names.end();
@@ -203,10 +201,6 @@ Results Measure(const Options& options) {
   const std::vector<std::string> method = Method(plan);
   results.method.insert(results.method.end(), method.begin(), method.end());
   const char* subject = Contenders().front().id;
-  if (plan.searches > 0 && IsWanted(options, kLens)) {
-    Progress(kLens);
-    MeasureLens(subject, plan.searches, plan.lens_idle_seconds, &results);
-  }
   if (!options.micro.empty()) AddMicroResults(options.micro, subject, &results);
   return results;
 }
@@ -249,7 +243,7 @@ int main(int argc, char** argv) {
   app.add_option("--micro", options.micro, "JSON output of micro_bench, to be added");
   app.add_option("--from", options.from, "reports on these results and measures nothing");
   app.add_option("--scene", options.scenes,
-                 "only these: latency, bulk, line, stopped, idle, sizes, lens");
+                 "only these: latency, bulk, line, stopped, idle, sizes");
   app.add_option("--contender", options.contenders, "only these, by their column");
   CLI11_PARSE(app, argc, argv);
   try {
