@@ -74,23 +74,6 @@ constexpr std::array<Contender, 6> kContenders = {{
      MINIMAL_RELAY_PATH, nullptr, kManyClients, nullptr, kNoRule, PrepareMinimal64},
 }};
 
-// The first version number in what a command prints.
-std::string VersionIn(const std::string& command) {
-  FILE* output = popen((command + " 2>&1").c_str(), "r");
-  if (output == nullptr) return "";
-  std::string version;
-  std::array<char, 256> line;
-  while (fgets(line.data(), line.size(), output) != nullptr) {
-    const std::string text = line.data();
-    if (!version.empty() || text.find("version") == std::string::npos) continue;
-    const size_t begin = text.find_first_of("0123456789", text.find("version"));
-    if (begin == std::string::npos) continue;
-    version = text.substr(begin, text.find_first_not_of("0123456789.", begin) - begin);
-  }
-  pclose(output);
-  return version;
-}
-
 }  // namespace
 
 std::span<const Contender> Contenders() {
@@ -101,12 +84,20 @@ bool IsInstalled(const Contender& contender) {
   return access(contender.program, X_OK) == 0;
 }
 
-Entrant Describe(const Contender& contender) {
-  const std::string version =
-      contender.version_option == nullptr
-          ? "this build"
-          : VersionIn(std::string(contender.program) + " " + contender.version_option);
-  return {.id = contender.id, .what = contender.what, .version = version, .role = contender.role};
+std::string VersionOf(const Contender& contender) {
+  if (contender.version_option == nullptr) return "this build";
+  const std::string command =
+      std::string(contender.program) + " " + contender.version_option + " 2>&1";
+  FILE* output = popen(command.c_str(), "r");
+  if (output == nullptr) return "";
+  // The first number behind the word.
+  constexpr char kDigits[] = "0123456789";
+  std::string text(4096, '\0');
+  text.resize(fread(text.data(), 1, text.size(), output));
+  pclose(output);
+  const size_t begin = text.find_first_of(kDigits, text.find("version"));
+  if (begin == std::string::npos) return "";
+  return text.substr(begin, text.find_first_not_of("0123456789.", begin) - begin);
 }
 
 double StrippedKib(const Contender& contender) {

@@ -5,8 +5,6 @@
 #include <string>
 #include <vector>
 
-#include "bench/results.h"
-
 namespace bench {
 
 // Most clients of any measurement.
@@ -20,6 +18,8 @@ struct Seat {
   std::string serial_path;
   int port;
 };
+
+enum class Role { kSubject, kPeer, kLimit };
 
 struct Contender {
   const char* id;
@@ -40,8 +40,8 @@ std::span<const Contender> Contenders();
 
 bool IsInstalled(const Contender& contender);
 
-// How the report names it; runs the program for its version.
-Entrant Describe(const Contender& contender);
+// Runs the program for its version.
+std::string VersionOf(const Contender& contender);
 
 // Size of the program without its symbols, in KiB, shared libraries not counted. Throws
 // std::runtime_error where it cannot be stripped.

@@ -2,11 +2,11 @@
 // at every client.
 #pragma once
 
-#include <deque>
 #include <functional>
 #include <vector>
 
 #include "bench/running.h"
+#include "bench/stream.h"
 
 namespace bench {
 
@@ -16,14 +16,16 @@ constexpr std::chrono::milliseconds kChunkEvery{2};
 class LineFeed {
  public:
   // Feeds the line of `running`, whose clients are connected, and reads its clients.
-  explicit LineFeed(Running* running);
+  explicit LineFeed(const Running& running);
+  LineFeed(const LineFeed&) = delete;
+  LineFeed& operator=(const LineFeed&) = delete;
 
   // Feeds for `seconds`, then waits until what was fed has arrived, or nothing has for a while.
   // Calls `watch`, if there is one, ten times a second.
   void Run(double seconds, const std::function<void()>& watch = nullptr);
 
   // The client `index` is read no more.
-  void StopReading(size_t index);
+  void StopReading(size_t index) { receivers_.StopReading(index); }
 
   // Microseconds from feeding a chunk to its arrival, every chunk at every client that reads,
   // since the last call. One that has not arrived counts with the time it has been on its way.
@@ -38,23 +40,15 @@ class LineFeed {
     uint64_t end;  // place in the stream behind it
     sim::Clock::time_point fed;
   };
-  struct Receiver {
-    int fd;
-    bool reads = true;
-    uint64_t received = 0;
-    uint64_t chunks = 0;  // that arrived, since the start
-  };
 
-  void Feed(sim::Clock::duration since_start, uint64_t fed_before);
+  void Feed(sim::Clock::duration since_start, uint64_t done_before);
   bool ReadUntil(sim::Clock::time_point end);
-  void Take(Receiver* receiver);
-  bool HasAll() const;
-  void ForgetArrived();
+  void TimeArrivals(size_t index, sim::Clock::time_point when);
 
-  Running* running_;
-  std::vector<Receiver> receivers_;
-  std::deque<Chunk> chunks_;  // those that a client that reads still waits for
-  uint64_t chunks_forgotten_ = 0;
+  int line_;
+  Receivers receivers_;
+  std::vector<Chunk> chunks_;
+  std::vector<size_t> arrived_;  // chunks at each client
   uint64_t fed_ = 0;
   uint64_t refused_ = 0;
   std::vector<double> times_;

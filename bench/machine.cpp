@@ -2,6 +2,7 @@
 
 #include <sched.h>
 #include <sys/utsname.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <ctime>
@@ -39,28 +40,13 @@ std::string Compiler() {
 #endif
 }
 
-struct Ticks {
+// Seconds that all processors together have been idle since the start of the machine.
+double IdleSeconds() {
+  std::ifstream file("/proc/uptime");
+  double up = 0;
   double idle = 0;
-  double all = 0;
-};
-
-// Time of all processors since the start of the machine.
-Ticks TicksNow() {
-  std::ifstream file("/proc/stat");
-  std::string name;
-  file >> name;
-  // user, nice, system, idle, waiting for I/O, interrupts (two kinds), stolen by the host
-  constexpr int kFields = 8;
-  constexpr int kIdle = 3;
-  constexpr int kWaiting = 4;
-  Ticks ticks;
-  for (int i = 0; i < kFields; ++i) {
-    double field = 0;
-    file >> field;
-    ticks.all += field;
-    if (i == kIdle || i == kWaiting) ticks.idle += field;
-  }
-  return ticks;
+  file >> up >> idle;
+  return idle;
 }
 
 std::string Today() {
@@ -75,21 +61,17 @@ std::string Today() {
 }  // namespace
 
 double BusyProcessors() {
-  const Ticks before = TicksNow();
+  const double before = IdleSeconds();
   std::this_thread::sleep_for(std::chrono::seconds(1));
-  const Ticks after = TicksNow();
-  const double all = after.all - before.all;
-  if (all <= 0) return 0;
-  return ProcessorCount() * (1 - (after.idle - before.idle) / all);
+  return static_cast<double>(sysconf(_SC_NPROCESSORS_ONLN)) - (IdleSeconds() - before);
 }
 
-std::vector<std::pair<std::string, std::string>> DescribeMachine() {
+std::string DescribeMachine() {
   utsname kernel = {};
   uname(&kernel);
-  return {{"processors", std::to_string(ProcessorCount()) + " x " + ProcessorName()},
-          {"kernel", std::string(kernel.sysname) + " " + kernel.release + " " + kernel.machine},
-          {"compiler", Compiler()},
-          {"date", Today()}};
+  return "processors: " + std::to_string(ProcessorCount()) + " x " + ProcessorName() +
+         "; kernel: " + kernel.sysname + " " + kernel.release + " " + kernel.machine +
+         "; compiler: " + Compiler() + "; date: " + Today() + ".";
 }
 
 }  // namespace bench

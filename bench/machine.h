@@ -2,13 +2,11 @@
 #pragma once
 
 #include <string>
-#include <utility>
-#include <vector>
 
 namespace bench {
 
-// Processors, kernel, compiler and date, as name and value.
-std::vector<std::pair<std::string, std::string>> DescribeMachine();
+// Processors, kernel, compiler and date, in one line.
+std::string DescribeMachine();
 
 // How many processors others keep busy, watched for a second.
 double BusyProcessors();

@@ -1,4 +1,4 @@
-// The scenes of the comparison: each lets one contender work for a while and adds its figures.
+// The scenes of the comparison, each of which adds its figures, and the paths within the daemon.
 #pragma once
 
 #include <random>
@@ -16,6 +16,7 @@ struct Plan {
   double line_seconds;  // line at its full rate, each number of clients, all rounds together
   double stop_seconds;  // with a client that does not read
   double idle_seconds;  // each number of clients
+  double path_seconds;  // each path within the daemon, at least
 };
 
 // Probes of 7 bytes each way, one at a time, the contender asleep before each.
@@ -31,13 +32,9 @@ void MeasureLine(const Plan& plan, Session* session);
 void MeasureStoppedClient(const Plan& plan, Session* session);
 
 // All contenders at rest, side by side: the idle do not disturb each other.
-void MeasureIdle(const Plan& plan, const std::vector<const Contender*>& contenders,
-                 Results* results);
+void MeasureIdle(const Plan& plan, Results* results);
 
-// Sizes of the programs.
-void MeasureSizes(const std::vector<const Contender*>& contenders, Results* results);
-
-// The seat of the contender that works alone.
-extern const Seat kOnlySeat;
+// The paths inside the daemon that every byte or command takes, each alone.
+void MeasurePaths(const Plan& plan, Results* results);
 
 }  // namespace bench

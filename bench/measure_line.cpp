@@ -1,6 +1,5 @@
 // The line at its full rate, 11 520 bytes a second in chunks of about 23 bytes every 2 ms: what it
 // costs, and what becomes of it when one of ten clients stops reading.
-#include <algorithm>
 #include <cmath>
 #include <optional>
 
@@ -8,7 +7,6 @@
 #include "bench/measure.h"
 #include "bench/statistics.h"
 #include "bench/stopped_client.h"
-#include "sim/device.h"
 
 namespace bench {
 namespace {
@@ -22,15 +20,14 @@ constexpr double kPercent = 100;
 
 std::vector<Figure> LineFigures(int clients) {
   const std::string id = "line." + std::to_string(clients);
-  const std::string with =
-      clients == 1 ? ", 1 client" : ", " + std::to_string(clients) + " clients";
-  return {{id + ".cpu", kSection, "processor" + with, "%", Better::kLess},
-          {id + ".p99", kSection, "latency of a chunk" + with + ", p99", "us", Better::kLess}};
+  const std::string with = ", " + std::to_string(clients) + (clients == 1 ? " client" : " clients");
+  return {{id + ".cpu", kSection, "processor" + with, "%"},
+          {id + ".p99", kSection, "latency of a chunk" + with + ", p99", "us"}};
 }
 
 std::vector<double> FeedAndCount(int clients, double seconds, Running* running) {
   running->Connect(clients);
-  LineFeed feed(running);
+  LineFeed feed(*running);
   const double before = running->Cpu();
   const auto begin = Clock::now();
   feed.Run(seconds);
@@ -48,12 +45,11 @@ constexpr double kBeforeSeconds = 2;
 constexpr size_t kStopped = 0;
 
 const std::vector<Figure> kStoppedFigures = {
-    {"stopped.missing", kStoppedSection, "bytes that the other nine miss", "bytes", Better::kLess},
-    {"stopped.before.p99", kStoppedSection, "latency of a chunk before, p99", "ms", Better::kLess},
-    {"stopped.during.p99", kStoppedSection, "latency of a chunk at the other nine, p99", "ms",
-     Better::kLess}};
+    {"stopped.missing", kStoppedSection, "bytes that the other nine miss", "bytes"},
+    {"stopped.before.p99", kStoppedSection, "latency of a chunk before, p99", "ms"},
+    {"stopped.during.p99", kStoppedSection, "latency of a chunk at the other nine, p99", "ms"}};
 const Figure kDropFigure = {"stopped.drop", kStoppedSection,
-                            "dropped after its connection last took a byte", "s", Better::kLess};
+                            "dropped after its connection last took a byte", "s"};
 
 struct Stop {
   std::vector<double> values;  // of kStoppedFigures
@@ -62,10 +58,10 @@ struct Stop {
 
 Stop StopOne(double seconds, Running* running) {
   running->Connect(kManyClients, kSmallReceiveBuffer);
-  LineFeed feed(running);
+  LineFeed feed(*running);
   feed.Run(kBeforeSeconds);
   const double before = Percentile(feed.TakeTimes(), kTail);
-  StoppedClient stopped(running->Place().port, running->Clients()[kStopped]->Fd());
+  StoppedClient stopped(running->Port(), running->Clients()[kStopped]);
   feed.StopReading(kStopped);
   feed.Run(seconds, [&stopped] { stopped.Look(); });
   const double during = Percentile(feed.TakeTimes(), kTail);
@@ -93,11 +89,11 @@ void MeasureStoppedClient(const Plan& plan, Session* session) {
   }
   const SmallSendBuffers small;
   std::optional<Stop> stop;
-  session->Record(kStoppedFigures, [&](Running& running) {
+  session->Record(kManyClients, kStoppedFigures, [&](Running& running) {
     stop = StopOne(plan.stop_seconds, &running);
     return stop->values;
   });
-  session->Record({kDropFigure}, [&](const Running&) -> std::vector<double> {
+  session->Record(kManyClients, {kDropFigure}, [&](const Running&) -> std::vector<double> {
     if (!stop.has_value()) throw Unmeasured("its run failed");
     if (stop->dropped_after >= 0) return {stop->dropped_after};
     throw Unmeasured("not within " + std::to_string(std::lround(plan.stop_seconds)) + " s");

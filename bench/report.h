@@ -1,4 +1,5 @@
-// Results as people read them: a table for the terminal, the same in Markdown, bar charts in SVG.
+// Results as people read them: tables in Markdown, padded so that a terminal shows them as well;
+// bar charts in SVG.
 #pragma once
 
 #include <string>
@@ -10,21 +11,14 @@ namespace bench {
 // A number as the tables show it: three significant digits, no exponent.
 std::string Number(double value);
 
-// The table with everything around it, aligned.
-std::string TextReport(const Results& results);
-
-// The same as Markdown.
-std::string MarkdownReport(const Results& results);
+// The tables with everything around them.
+std::string TableReport(const Results& results);
 
 // Small multiples of the figures that matter most.
 std::string SvgReport(const Results& results);
 
-// The lines between which a document's copy of the report stands.
-constexpr char kReportBegin[] = "<!-- bench: begin, written by ./bench.sh --readme -->";
-constexpr char kReportEnd[] = "<!-- bench: end -->";
-
-// `document` with what is between the two lines replaced by `report`. Throws std::runtime_error
-// when they are not there.
+// `document` with what is between its two lines "bench: begin" and "bench: end" replaced by
+// `report`. Throws std::runtime_error when they are not there.
 std::string WithReport(const std::string& document, const std::string& report);
 
 }  // namespace bench

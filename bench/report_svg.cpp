@@ -75,10 +75,10 @@ double AxisEnd(const Results& results, const Panel& panel) {
   std::vector<double> values;
   double longest = 0;
   for (const Entrant& entrant : results.entrants) {
-    const auto value = results.Value(panel.figure, entrant.id);
+    const auto value = results.Value(panel.figure, *entrant.kind);
     if (!value.has_value()) continue;
     values.push_back(*value);
-    const auto paler = panel.paler == nullptr ? value : results.Value(panel.paler, entrant.id);
+    const auto paler = panel.paler == nullptr ? value : results.Value(panel.paler, *entrant.kind);
     longest = std::max({longest, *value, paler.value_or(0)});
   }
   if (values.empty() || longest == 0) return 1;
@@ -100,12 +100,12 @@ void AppendBar(double x, double y, double value, double axis_end, const char* co
 
 void AppendRow(const Results& results, const Panel& panel, const Entrant& entrant, double axis_end,
                double x, double y, std::string* svg) {
-  const bool is_subject = entrant.role == Role::kSubject;
-  const Shade& shade = kShades[static_cast<size_t>(entrant.role)];
+  const bool is_subject = entrant.kind->role == Role::kSubject;
+  const Shade& shade = kShades[static_cast<size_t>(entrant.kind->role)];
   const double base = y + kBarHeight - 2.5;
   Append(svg, "<text x=\"%.1f\" y=\"%.1f\" text-anchor=\"end\"%s>%s</text>\n", x + kNameWidth - 6,
-         base, is_subject ? " font-weight=\"bold\"" : "", entrant.id.c_str());
-  const auto value = results.Value(panel.figure, entrant.id);
+         base, is_subject ? " font-weight=\"bold\"" : "", entrant.kind->id);
+  const auto value = results.Value(panel.figure, *entrant.kind);
   if (!value.has_value()) {
     Append(svg, "<text x=\"%.1f\" y=\"%.1f\" fill=\"#94a3b8\">n/a</text>\n", x + kNameWidth, base);
     return;
@@ -113,7 +113,7 @@ void AppendRow(const Results& results, const Panel& panel, const Entrant& entran
   std::string label = Number(*value);
   double longest = *value;
   if (panel.paler != nullptr) {
-    const double paler = results.Value(panel.paler, entrant.id).value_or(0);
+    const double paler = results.Value(panel.paler, *entrant.kind).value_or(0);
     AppendBar(x + kNameWidth, y, paler, axis_end, shade.paler, svg);
     label.append(", ").append(Number(paler));
     longest = std::max(longest, paler);

@@ -1,8 +1,9 @@
-// The table: one section a kind of figure, one column a contender, then the ratios.
+// The tables: one a section of figures, one column a contender, then the ratios.
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdio>
+#include <optional>
 #include <stdexcept>
 
 #include "bench/report.h"
@@ -11,16 +12,18 @@ namespace bench {
 namespace {
 
 using Row = std::vector<std::string>;
+using Table = std::vector<Row>;  // the head first
 
 constexpr char kNothing[] = "-";
-constexpr char kNotAvailable[] = "n/a";
+constexpr char kReportBegin[] = "<!-- bench: begin, written by ./bench.sh --readme -->";
+constexpr char kReportEnd[] = "<!-- bench: end -->";
 
-// A section's rows under its head, and the reasons of its empty cells.
-struct Table {
-  std::string title;
-  Row head;
-  std::vector<Row> rows;
-};
+// The label and the unit stand to the left, everything else to the right.
+constexpr size_t kLeftColumns = 2;
+
+std::string NoteMark(size_t index) {
+  return std::string("[").append(std::to_string(index + 1)).append("]");
+}
 
 // Reasons are numbered over the whole report, each once.
 class Footnotes {
@@ -28,7 +31,7 @@ class Footnotes {
   std::string Mark(const std::string& reason) {
     auto found = std::find(notes_.begin(), notes_.end(), reason);
     if (found == notes_.end()) found = notes_.insert(found, reason);
-    return std::string(kNotAvailable) + " [" + std::to_string(found - notes_.begin() + 1) + "]";
+    return "n/a " + NoteMark(static_cast<size_t>(found - notes_.begin()));
   }
   const std::vector<std::string>& Notes() const { return notes_; }
 
@@ -46,103 +49,105 @@ std::vector<std::string> Sections(const Results& results) {
   return sections;
 }
 
-std::string CellText(const Results& results, const Figure& figure, const Entrant& entrant,
+// True for a section in which more than the subject takes part.
+bool IsComparison(const Results& results, const std::string& section) {
+  return std::any_of(results.Figures().begin(), results.Figures().end(), [&](const Figure& figure) {
+    return figure.section == section &&
+           std::any_of(results.entrants.begin() + 1, results.entrants.end(),
+                       [&](const Entrant& entrant) {
+                         return results.Find(figure.id, *entrant.kind) != nullptr;
+                       });
+  });
+}
+
+std::string CellText(const Results& results, const Figure& figure, const Contender& entrant,
                      Footnotes* notes) {
-  const auto value = results.Value(figure.id, entrant.id);
+  const auto value = results.Value(figure.id, entrant);
   if (value.has_value()) return Number(*value);
-  const Cell* cell = results.Find(figure.id, entrant.id);
+  const Cell* cell = results.Find(figure.id, entrant);
   return cell == nullptr ? kNothing : notes->Mark(cell->reason);
 }
 
-std::string RatioText(const Results& results, const Figure& figure, const Entrant* entrant) {
-  const auto ratio = results.Ratio(figure, entrant);
-  return ratio.has_value() ? Number(*ratio) : kNothing;
+std::optional<double> BestPeer(const Results& results, const Figure& figure) {
+  std::optional<double> best;
+  for (const Entrant& entrant : results.entrants) {
+    const auto value = results.Value(figure.id, *entrant.kind);
+    if (entrant.kind->role != Role::kPeer || !value.has_value()) continue;
+    const bool is_better = figure.more_is_better ? *value > best : *value < best;
+    if (!best.has_value() || is_better) best = value;
+  }
+  return best;
 }
 
-std::string UnitText(const Figure& figure) {
-  return figure.unit + (figure.better == Better::kMore ? " (more is better)" : "");
+std::optional<double> Minimal(const Results& results, const Figure& figure) {
+  const auto found =
+      std::find_if(results.entrants.begin(), results.entrants.end(),
+                   [](const Entrant& entrant) { return entrant.kind->role == Role::kLimit; });
+  return results.Value(figure.id, *found->kind);
+}
+
+// Only of two values above 0.
+std::string RatioText(std::optional<double> own, std::optional<double> other) {
+  return own > 0.0 && other > 0.0 ? Number(*own / *other) : kNothing;
+}
+
+Row RowOf(const Results& results, const Figure& figure, bool compares, Footnotes* notes) {
+  Row row = {figure.label, figure.unit + (figure.more_is_better ? " (more is better)" : "")};
+  const Contender& subject = *results.entrants.front().kind;
+  if (!compares) {
+    row.push_back(CellText(results, figure, subject, notes));
+    return row;
+  }
+  for (const Entrant& entrant : results.entrants)
+    row.push_back(CellText(results, figure, *entrant.kind, notes));
+  const auto own = results.Value(figure.id, subject);
+  row.push_back(RatioText(own, BestPeer(results, figure)));
+  row.push_back(RatioText(own, Minimal(results, figure)));
+  return row;
 }
 
 Table TableOf(const Results& results, const std::string& section, Footnotes* notes) {
-  const bool compares = results.IsComparison(section);
-  Table table = {.title = section, .head = {"", "unit"}, .rows = {}};
+  const bool compares = IsComparison(results, section);
+  Row head = {"", "unit"};
   for (const Entrant& entrant : results.entrants) {
-    if (compares || entrant.role == Role::kSubject) table.head.push_back(entrant.id);
+    if (compares || entrant.kind->role == Role::kSubject) head.emplace_back(entrant.kind->id);
   }
-  if (compares) table.head.insert(table.head.end(), {"/ best peer", "/ minimal"});
+  if (compares) head.insert(head.end(), {"/ best peer", "/ minimal"});
+  Table table = {head};
   for (const Figure& figure : results.Figures()) {
-    if (figure.section != section) continue;
-    Row row = {figure.label, UnitText(figure)};
-    for (const Entrant& entrant : results.entrants) {
-      if (!compares && entrant.role != Role::kSubject) continue;
-      row.push_back(CellText(results, figure, entrant, notes));
-    }
-    if (compares) {
-      row.push_back(RatioText(results, figure, results.BestPeer(figure)));
-      row.push_back(RatioText(results, figure, results.First(Role::kLimit)));
-    }
-    table.rows.push_back(row);
+    if (figure.section == section) table.push_back(RowOf(results, figure, compares, notes));
   }
   return table;
 }
 
-// --- Plain text --------------------------------------------------------------------------------
-
-std::vector<size_t> Widths(const std::vector<Table>& tables) {
-  std::vector<size_t> widths;
-  const auto take = [&widths](const Row& row) {
-    widths.resize(std::max(widths.size(), row.size()));
-    for (size_t i = 0; i < row.size(); ++i)
-      widths[i] = std::max(widths[i], row[i].size());
-  };
-  for (const Table& table : tables) {
-    take(table.head);
-    std::for_each(table.rows.begin(), table.rows.end(), take);
-  }
-  return widths;
-}
-
-// The label and the unit to the left, everything else to the right.
-std::string Aligned(const Row& row, const std::vector<size_t>& widths) {
-  constexpr size_t kLeft = 2;
-  std::string line;
-  for (size_t i = 0; i < row.size(); ++i) {
-    const std::string padding(widths[i] - row[i].size(), ' ');
-    line += i < kLeft ? row[i] + padding : padding + row[i];
-    line += "  ";
-  }
-  return line.substr(0, line.find_last_not_of(' ') + 1) + "\n";
-}
-
 // --- Markdown ----------------------------------------------------------------------------------
 
-std::string Piped(const Row& row) {
+std::string Line(const Row& row, const std::vector<size_t>& widths) {
   std::string line = "|";
-  for (const std::string& cell : row)
-    line.append(" ").append(cell).append(" |");
+  for (size_t i = 0; i < row.size(); ++i) {
+    const std::string padding(widths[i] - row[i].size(), ' ');
+    line.append(" ").append(i < kLeftColumns ? row[i] + padding : padding + row[i]).append(" |");
+  }
   return line + "\n";
 }
 
-std::string MarkdownTable(const Table& table) {
-  std::string text = "**" + table.title + "**\n\n" + Piped(table.head);
-  Row rule(table.head.size(), "---:");
-  rule[0] = rule[1] = "---";
-  text += Piped(rule);
-  for (const Row& row : table.rows)
-    text += Piped(row);
-  return text + "\n";
+std::string ListItem(const std::string& text) {
+  return std::string("- ").append(text).append("\n");
 }
 
-std::string NoteLine(size_t index, const Footnotes& notes) {
-  std::string line = "[";
-  return line.append(std::to_string(index + 1))
-      .append("] ")
-      .append(notes.Notes()[index])
-      .append("\n");
-}
-
-std::string EntrantLine(const Entrant& entrant) {
-  return entrant.id + " (" + entrant.version + "): " + entrant.what;
+std::string Markdown(const Table& table) {
+  std::vector<size_t> widths(table.front().size());
+  for (const Row& row : table) {
+    for (size_t i = 0; i < row.size(); ++i)
+      widths[i] = std::max(widths[i], row[i].size());
+  }
+  Row rule;
+  for (size_t i = 0; i < widths.size(); ++i)
+    rule.push_back(std::string(widths[i] - 1, '-') + (i < kLeftColumns ? '-' : ':'));
+  std::string text = Line(table.front(), widths) + Line(rule, widths);
+  for (size_t i = 1; i < table.size(); ++i)
+    text += Line(table[i], widths);
+  return text;
 }
 
 }  // namespace
@@ -160,46 +165,21 @@ std::string Number(double value) {
   return text.data();
 }
 
-std::string TextReport(const Results& results) {
+std::string TableReport(const Results& results) {
   Footnotes notes;
-  std::vector<Table> tables;
-  for (const std::string& section : Sections(results))
-    tables.push_back(TableOf(results, section, &notes));
-  const std::vector<size_t> widths = Widths(tables);
-  std::string text;
-  for (const auto& [name, value] : results.machine)
-    text += name + ": " + value + "\n";
-  for (const Entrant& entrant : results.entrants)
-    text += EntrantLine(entrant) + "\n";
-  for (const Table& table : tables) {
-    text.append("\n").append(table.title).append("\n").append(Aligned(table.head, widths));
-    for (const Row& row : table.rows)
-      text += Aligned(row, widths);
+  std::string text = results.machine + "\n\n";
+  for (const auto& [kind, version] : results.entrants)
+    text += ListItem(std::string(kind->id).append(" (").append(version).append("): ") + kind->what);
+  for (const std::string& section : Sections(results)) {
+    text.append("\n**").append(section).append("**\n\n");
+    text += Markdown(TableOf(results, section, &notes));
   }
   text += "\n";
   for (size_t i = 0; i < notes.Notes().size(); ++i)
-    text += NoteLine(i, notes);
-  for (const std::string& line : results.method)
-    text.append("- ").append(line).append("\n");
-  return text;
-}
-
-std::string MarkdownReport(const Results& results) {
-  Footnotes notes;
-  std::string text;
-  for (const auto& [name, value] : results.machine)
-    text.append(text.empty() ? "" : "; ").append(name).append(": ").append(value);
-  text += ".\n\n";
-  for (const Entrant& entrant : results.entrants)
-    text.append("- ").append(EntrantLine(entrant)).append("\n");
-  text += "\n";
-  for (const std::string& section : Sections(results))
-    text += MarkdownTable(TableOf(results, section, &notes));
-  for (size_t i = 0; i < notes.Notes().size(); ++i)
-    text.append("- ").append(NoteLine(i, notes));
+    text += ListItem(NoteMark(i) + " " + notes.Notes()[i]);
   text += "\nHow it is measured:\n\n";
   for (const std::string& line : results.method)
-    text.append("- ").append(line).append("\n");
+    text += ListItem(line);
   return text;
 }
 
@@ -210,8 +190,7 @@ std::string WithReport(const std::string& document, const std::string& report) {
     throw std::runtime_error(std::string("no lines \"") + kReportBegin + "\" and \"" + kReportEnd +
                              "\" in the document");
   }
-  const std::string head = document.substr(0, begin) + kReportBegin;
-  return head + "\n\n" + report + "\n" + document.substr(end);
+  return document.substr(0, begin) + kReportBegin + "\n\n" + report + "\n" + document.substr(end);
 }
 
 }  // namespace bench

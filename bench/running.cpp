@@ -1,10 +1,13 @@
 #include "bench/running.h"
 
+#include <fcntl.h>
 #include <sched.h>
 
 #include <algorithm>
 #include <chrono>
 #include <thread>
+
+#include "bench/stream.h"
 
 namespace bench {
 namespace {
@@ -49,15 +52,14 @@ class OnContendersProcessor {
   OnContendersProcessor& operator=(const OnContendersProcessor&) = delete;
 };
 
-bool IsSame(const sim::Bytes& bytes, const Probe& probe) {
+bool IsSame(const sim::Bytes& bytes, std::span<const uint8_t> probe) {
   return std::equal(bytes.begin(), bytes.end(), probe.begin(), probe.end());
 }
 
 }  // namespace
 
-Probe NumberedProbe(int number) {
-  return {0xFF, 0x01, 0x00, 0x02, static_cast<uint8_t>(number >> 8), static_cast<uint8_t>(number),
-          0x20};
+std::span<const uint8_t> NumberedProbe(uint64_t number) {
+  return StreamBytes(number * kProbeSize, kProbeSize);
 }
 
 std::string TakeProcessor() {
@@ -70,7 +72,7 @@ std::string TakeProcessor() {
 }
 
 Running::Running(const Contender& contender, const Seat& seat)
-    : contender_(contender), seat_(seat), line_(seat.serial_path) {
+    : port_(seat.port), line_(seat.serial_path) {
   const std::vector<std::string> arguments = contender.prepare(seat);
   const auto begin = [&] {
     const OnContendersProcessor there;
@@ -78,7 +80,7 @@ Running::Running(const Contender& contender, const Seat& seat)
     process_ = std::make_unique<sim::DaemonProcess>(contender.program, arguments);
     return now;
   }();
-  while (!IsListening(seat.port)) {
+  while (!sim::IsPortBound("tcp", seat.port)) {
     const bool has_ended = process_->WaitEnd(sim::milliseconds(0)).has_value();
     if (has_ended || Clock::now() - begin > sim::kPatience) throw Unmeasured("does not start");
     std::this_thread::sleep_for(kListenLook);
@@ -91,24 +93,30 @@ Running::~Running() {
   process_->Stop(kStopLimit);
 }
 
-void Running::CheckServed(sim::PtzClient* client) {
-  const Probe probe = NumberedProbe(static_cast<int>(clients_.size()));
-  client->Send(probe);
+void Running::AddClient(int receive_buffer) {
+  const auto probe = NumberedProbe(clients_.size());
+  clients_.push_back(std::make_unique<sim::PtzClient>(port_, receive_buffer));
+  clients_.back()->Send(probe);
   if (!IsSame(line_.Receive(probe.size()), probe)) throw Unmeasured("a client is not served");
+  fcntl(clients_.back()->Fd(), F_SETFL, O_NONBLOCK);
 }
 
 void Running::Connect(int count, int first_buffer) {
-  while (static_cast<int>(clients_.size()) < count) {
-    const int buffer = clients_.empty() ? first_buffer : 0;
-    clients_.push_back(std::make_unique<sim::PtzClient>(seat_.port, buffer));
-    CheckServed(clients_.back().get());
-  }
+  while (static_cast<int>(clients_.size()) < count)
+    AddClient(clients_.empty() ? first_buffer : 0);
   clients_.resize(static_cast<size_t>(count));
-  const Probe probe = NumberedProbe(count);
+  const auto probe = NumberedProbe(clients_.size());
   if (count > 0) line_.Send(probe);
   for (const auto& client : clients_) {
     if (!IsSame(client->Receive(probe.size()), probe)) throw Unmeasured("a client gets no bytes");
   }
+}
+
+std::vector<int> Running::Clients() const {
+  std::vector<int> fds;
+  for (const auto& client : clients_)
+    fds.push_back(client->Fd());
+  return fds;
 }
 
 }  // namespace bench

@@ -4,13 +4,11 @@
 // on the second, so that neither takes the other's time.
 #pragma once
 
-#include <array>
 #include <memory>
 #include <stdexcept>
 #include <vector>
 
 #include "bench/contender.h"
-#include "bench/process_stats.h"
 #include "sim/daemon_process.h"
 #include "sim/peers.h"
 #include "sim/pty_line.h"
@@ -24,9 +22,8 @@ struct Unmeasured : std::runtime_error {
 
 // Bytes of a probe: a Pelco-D frame's worth.
 constexpr size_t kProbeSize = 7;
-using Probe = std::array<uint8_t, kProbeSize>;
-// A probe with its number in it, so that none is taken for another.
-Probe NumberedProbe(int number);
+// A piece of the stream, so that none is taken for another.
+std::span<const uint8_t> NumberedProbe(uint64_t number);
 
 // Puts the bench on its processor. Returns in words who runs where.
 std::string TakeProcessor();
@@ -40,25 +37,25 @@ class Running {
   // Closes the clients, then ends the program.
   ~Running();
 
-  const Contender& Kind() const { return contender_; }
-  const Seat& Place() const { return seat_; }
+  int Port() const { return port_; }
   pid_t Pid() const { return process_->Pid(); }
-  sim::PtyLine& Line() { return line_; }
   // Seconds from its start until it listened.
   double StartSeconds() const { return start_seconds_; }
 
   // Sees to it that exactly `count` clients are connected and served, of which the first has
   // about `first_buffer` bytes to receive into when that is not 0. Throws Unmeasured.
   void Connect(int count, int first_buffer = 0);
-  std::vector<std::unique_ptr<sim::PtzClient>>& Clients() { return clients_; }
 
-  double Cpu() const { return CpuSeconds(Pid()); }
+  // The descriptors of the line's far end and of the clients, all non-blocking.
+  int Line() const { return line_.FarEnd(); }
+  std::vector<int> Clients() const;
+
+  double Cpu() const { return sim::CpuSeconds(Pid()); }
 
  private:
-  void CheckServed(sim::PtzClient* client);
+  void AddClient(int receive_buffer);
 
-  const Contender& contender_;
-  Seat seat_;
+  int port_;
   sim::PtyLine line_;
   std::unique_ptr<sim::DaemonProcess> process_;
   std::vector<std::unique_ptr<sim::PtzClient>> clients_;

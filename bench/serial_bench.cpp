@@ -1,27 +1,23 @@
 // serial_bench: compares the daemon in relay mode with general serial-to-TCP relays on the same
 // bench, and adds what the in-process paths cost.
 //
-// Measuring happens in a private world, in rounds: scene by scene, every contender in turn. What
-// was found comes out as JSON; all reports are made from that, of this run or of an earlier one.
+// Everything happens in a private world, in rounds: scene by scene, every contender in turn.
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <net/if.h>
 #include <sys/ioctl.h>
-#include <sys/mman.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
 #include <array>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
-#include <filesystem>
 
 #include "bench/machine.h"
 #include "bench/measure.h"
-#include "bench/micro_results.h"
 #include "bench/report.h"
 #include "relay/daemon_datagram.h"
 #include "sim/device.h"
@@ -29,29 +25,16 @@
 #include "sim/world.h"
 
 namespace bench {
-
-const Seat kOnlySeat = {.serial_path = "/dev/ttyS1", .port = 4001};
-
 namespace {
 
-// rounds, probes, bulk_share, line_seconds, stop_seconds, idle_seconds
-constexpr Plan kOrdinary = {5, 200, 1, 5, 15, 5};
-constexpr Plan kLong = {9, 1000, 4, 20, 60, 10};
-constexpr Plan kQuick = {1, 20, 0.05, 0.2, 0.3, 0.3};
+const Seat kOnlySeat = {.serial_path = "/dev/ttyS1", .port = 4001};
+constexpr char kReadmePath[] = "README.md";
+constexpr char kChartPath[] = "docs/pictures/bench.svg";
 
-struct Options {
-  bool quick = false;
-  bool is_long = false;
-  std::string json = "build/bench.json";
-  std::string svg = "build/bench.svg";
-  std::string readme;
-  std::string micro;
-  std::string from;
-  std::vector<std::string> scenes;
-  std::vector<std::string> contenders;
-};
-
-// --- Scenes ------------------------------------------------------------------------------------
+// rounds, probes, bulk_share, line_seconds, stop_seconds, idle_seconds, path_seconds
+constexpr Plan kOrdinary = {5, 200, 1, 5, 15, 5, 0.1};
+constexpr Plan kLong = {9, 1000, 4, 20, 60, 10, 0.1};
+constexpr Plan kQuick = {1, 20, 0.05, 0.2, 0.3, 0.3, 0.01};
 
 struct Scene {
   const char* name;
@@ -59,51 +42,38 @@ struct Scene {
   void (*measure)(const Plan& plan, int round, Session* session);
 };
 
-constexpr std::array<Scene, 4> kScenes = {{
+constexpr std::array<Scene, 5> kScenes = {{
     {"latency", true, MeasureLatency},
     {"bulk", true, [](const Plan& plan, int, Session* session) { MeasureBulk(plan, session); }},
     {"line", true, [](const Plan& plan, int, Session* session) { MeasureLine(plan, session); }},
-    {"stopped", false,
+    {"stopped client", false,
      [](const Plan& plan, int, Session* session) { MeasureStoppedClient(plan, session); }},
+    {"sizes", false, [](const Plan&, int, Session* session) { session->RecordSize(); }},
 }};
-constexpr char kIdle[] = "idle";
-constexpr char kSizes[] = "sizes";
-
-bool IsAmong(const std::vector<std::string>& names, const std::string& name) {
-  return names.empty() || std::find(names.begin(), names.end(), name) != names.end();
-}
-
-bool IsWanted(const Options& options, const std::string& scene) {
-  return IsAmong(options.scenes, scene);
-}
 
 void Progress(const std::string& text) {
   fprintf(stderr, "serial_bench: %s\n", text.c_str());
 }
 
-std::vector<const Contender*> TakePart(const Options& options, Results* results) {
-  std::vector<const Contender*> contenders;
+std::vector<Entrant> TakePart() {
+  std::vector<Entrant> entrants;
   for (const Contender& contender : Contenders()) {
-    if (!IsAmong(options.contenders, contender.id)) continue;
-    if (!IsInstalled(contender)) {
+    if (IsInstalled(contender)) {
+      entrants.push_back({&contender, VersionOf(contender)});
+    } else {
       Progress(std::string(contender.id) + " is missing: no " + contender.program);
-      continue;
     }
-    contenders.push_back(&contender);
-    results->entrants.push_back(Describe(contender));
   }
-  return contenders;
+  return entrants;
 }
 
-void RunRound(const Options& options, const Plan& plan, int round,
-              const std::vector<const Contender*>& contenders, Results* results) {
+void RunRound(const Plan& plan, int round, Results* results) {
   for (const Scene& scene : kScenes) {
-    const bool is_due = scene.every_round || round == 0;
-    if (!is_due || !IsWanted(options, scene.name)) continue;
+    if (!scene.every_round && round > 0) continue;
     Progress("round " + std::to_string(round + 1) + " of " + std::to_string(plan.rounds) + ": " +
              scene.name);
-    for (const Contender* contender : contenders) {
-      Session session(*contender, kOnlySeat, results);
+    for (const Entrant& entrant : results->entrants) {
+      Session session(*entrant.kind, kOnlySeat, results);
       scene.measure(plan, round, &session);
     }
   }
@@ -119,49 +89,6 @@ void AddressLoopback() {
   address->sin_family = AF_INET;
   inet_pton(AF_INET, "192.0.2.1", &address->sin_addr);
   ioctl(fd.Get(), SIOCSIFADDR, &request);
-}
-
-// Everything that is compared, within a world.
-Results Compare(const Options& options, const Plan& plan) {
-  Results results;
-  const std::vector<const Contender*> contenders = TakePart(options, &results);
-  results.method.push_back(TakeProcessor());
-  AddressLoopback();
-  // Somebody listens where serial data datagrams go, as on the device; none is read here.
-  const sim::UdpPeer data(SERIAL_DATA_PORT);
-  for (int round = 0; round < plan.rounds; ++round)
-    RunRound(options, plan, round, contenders, &results);
-  if (IsWanted(options, kIdle)) {
-    Progress(kIdle);
-    MeasureIdle(plan, contenders, &results);
-  }
-  if (IsWanted(options, kSizes)) MeasureSizes(contenders, &results);
-  return results;
-}
-
-// --- Between the world and the reports ---------------------------------------------------------
-
-void WriteAll(int fd, const std::string& text) {
-  for (size_t at = 0; at < text.size();) {
-    const ssize_t written = write(fd, text.data() + at, text.size() - at);
-    if (written < 0) throw std::runtime_error("cannot hand the results over");
-    at += static_cast<size_t>(written);
-  }
-}
-
-Results CompareInWorld(const Options& options, const Plan& plan) {
-  const sim::UniqueFd found(memfd_create("serial_bench", MFD_CLOEXEC));
-  const int status = sim::RunInWorld([&] {
-    try {
-      WriteAll(found.Get(), ToJson(Compare(options, plan)));
-      return EXIT_SUCCESS;
-    } catch (const std::exception& error) {
-      Progress(error.what());
-      return EXIT_FAILURE;
-    }
-  });
-  if (status != EXIT_SUCCESS) throw std::runtime_error("the comparison did not come to its end");
-  return FromJson(sim::ReadTextFile("/proc/self/fd/" + std::to_string(found.Get())));
 }
 
 // Processors that others keep busy, beyond which the figures say little.
@@ -190,66 +117,90 @@ std::vector<std::string> Method(const Plan& plan) {
       "memory with a client or ten connected after the bulk run; sizes without shared libraries"};
 }
 
-Results Measure(const Options& options) {
-  const Plan& plan = options.quick ? kQuick : options.is_long ? kLong : kOrdinary;
-  const auto machine = DescribeMachine();
+Results Measure(const Plan& plan) {
+  // A connection that a contender closes must not end the bench. What it starts has the default.
+  signal(SIGPIPE, [](int) {});
+  Results results;
+  results.machine = DescribeMachine();
   const bool is_busy = BusyProcessors() > kMostBusy;
   if (is_busy) Progress(kBusy);
-  Results results = CompareInWorld(options, plan);
-  results.machine = machine;
+  results.entrants = TakePart();
+  results.method = Method(plan);
+  results.method.insert(results.method.begin(), TakeProcessor());
   if (is_busy) results.method.emplace_back(kBusy);
-  const std::vector<std::string> method = Method(plan);
-  results.method.insert(results.method.end(), method.begin(), method.end());
-  const char* subject = Contenders().front().id;
-  if (!options.micro.empty()) AddMicroResults(options.micro, subject, &results);
+  AddressLoopback();
+  // Somebody listens where serial data datagrams go, as on the device; none is read here.
+  const sim::UdpPeer data(SERIAL_DATA_PORT);
+  for (int round = 0; round < plan.rounds; ++round)
+    RunRound(plan, round, &results);
+  Progress("idle");
+  MeasureIdle(plan, &results);
+  Progress("in-process paths");
+  MeasurePaths(plan, &results);
   return results;
 }
 
 // --- Reports -----------------------------------------------------------------------------------
 
-void WriteFile(const std::string& path, const std::string& text) {
-  if (path.empty()) return;
-  const auto directory = std::filesystem::path(path).parent_path();
-  if (!directory.empty()) std::filesystem::create_directories(directory);
-  sim::WriteTextFile(path, text);
+// A file that is opened outside the world, which may have another one in its place, and written
+// within.
+class Outside {
+ public:
+  explicit Outside(const char* path) : fd_(open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0644)) {
+    if (!fd_.IsOpen()) throw std::runtime_error(std::string("cannot open ") + path);
+  }
+  std::string Path() const { return "/proc/self/fd/" + std::to_string(fd_.Get()); }
+
+ private:
+  sim::UniqueFd fd_;
+};
+
+void RenewReadme(const Results& results, const Outside& readme, const Outside& chart) {
+  const std::string link = std::string("![The daemon beside other relays](") + kChartPath + ")\n\n";
+  const std::string before = sim::ReadTextFile(readme.Path());
+  sim::WriteTextFile(readme.Path(), WithReport(before, link + TableReport(results)));
+  sim::WriteTextFile(chart.Path(), SvgReport(results));
 }
 
-int Run(const Options& options) {
-  const Results results =
-      options.from.empty() ? Measure(options) : FromJson(sim::ReadTextFile(options.from));
-  fputs(TextReport(results).c_str(), stdout);
-  if (options.from.empty()) WriteFile(options.json, ToJson(results));
-  WriteFile(options.svg, SvgReport(results));
-  if (!options.readme.empty()) {
-    const std::string chart = "![The daemon beside other relays](" + options.svg + ")\n\n";
-    WriteFile(options.readme,
-              WithReport(sim::ReadTextFile(options.readme), chart + MarkdownReport(results)));
+int Run(const Plan& plan, bool renews_readme) {
+  std::optional<Outside> readme;
+  std::optional<Outside> chart;
+  if (renews_readme) {
+    readme.emplace(kReadmePath);
+    chart.emplace(kChartPath);
   }
-  return EXIT_SUCCESS;
+  return sim::RunInWorld([&] {
+    try {
+      const Results results = Measure(plan);
+      fputs(TableReport(results).c_str(), stdout);
+      if (renews_readme) RenewReadme(results, *readme, *chart);
+      return EXIT_SUCCESS;
+    } catch (const std::exception& error) {
+      Progress(error.what());
+      return EXIT_FAILURE;
+    }
+  });
 }
 
 }  // namespace
 }  // namespace bench
 
 int main(int argc, char** argv) {
-  bench::Options options;
+  bool quick = false;
+  bool is_long = false;
+  bool renews_readme = false;
   CLI::App app{"Compares the daemon in relay mode with general serial-to-TCP relays."};
-  app.add_flag("--quick", options.quick,
-               "a few seconds, to see that it works; no figures to quote");
-  app.add_flag("--long", options.is_long, "more rounds, and a client stopped for 60 s");
-  app.add_option("--json", options.json, "where the results go")->capture_default_str();
-  app.add_option("--svg", options.svg, "where the charts go")->capture_default_str();
-  app.add_option("--readme", options.readme, "document whose copy of the table is replaced");
-  app.add_option("--micro", options.micro, "JSON output of micro_bench, to be added");
-  app.add_option("--from", options.from, "reports on these results and measures nothing");
-  app.add_option("--scene", options.scenes,
-                 "only these: latency, bulk, line, stopped, idle, sizes");
-  app.add_option("--contender", options.contenders, "only these, by their column");
+  app.add_flag("--quick", quick, "a few seconds, to see that it works; no figures to quote");
+  app.add_flag("--long", is_long, "more rounds, and a client stopped for 60 s");
+  app.add_flag("--readme", renews_readme, "renews the table and the chart of README.md");
   CLI11_PARSE(app, argc, argv);
   try {
-    return bench::Run(options);
+    return bench::Run(quick     ? bench::kQuick
+                      : is_long ? bench::kLong
+                                : bench::kOrdinary,
+                      renews_readme);
   } catch (const std::exception& error) {
-    fprintf(stderr, "serial_bench: %s\n", error.what());
+    bench::Progress(error.what());
     return EXIT_FAILURE;
   }
 }

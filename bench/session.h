@@ -19,23 +19,24 @@ class Session {
 
   const Contender& Kind() const { return contender_; }
 
-  // The contender, started if need be; every start is a sample of the start-up time. Throws
-  // Unmeasured when it does not start, and at once when it did not before.
-  Running& Get();
+  // Calls `action` with the contender. More clients than it serves, or an exception, is the reason
+  // why it has none of these figures.
+  void Try(int clients, const std::vector<Figure>& figures,
+           const std::function<void(Running&)>& action);
 
-  // Calls `measure` with the contender and adds what it returns, one value a figure; where it
-  // throws, the reason instead.
-  void Record(const std::vector<Figure>& figures,
-              const std::function<std::vector<double>(Running&)>& measure);
-
-  // The same for a measurement with `clients` clients: more than the contender serves is a reason.
+  // The same, and adds what `measure` returns, one value a figure.
   void Record(int clients, const std::vector<Figure>& figures,
               const std::function<std::vector<double>(Running&)>& measure);
 
   // Adds the same reason to several figures.
   void Refuse(const std::vector<Figure>& figures, const std::string& reason);
 
+  // Adds the size of the program.
+  void RecordSize();
+
  private:
+  Running& Get();
+
   const Contender& contender_;
   Seat seat_;
   Results* results_;

@@ -20,12 +20,4 @@ double Percentile(std::vector<double> samples, double percent) {
   return samples[std::min(index, samples.size() - 1)];
 }
 
-double Spread(const std::vector<double>& samples) {
-  constexpr double kFirstQuarter = 25;
-  constexpr double kThirdQuarter = 75;
-  const double median = Median(samples);
-  if (median == 0) return 0;
-  return (Percentile(samples, kThirdQuarter) - Percentile(samples, kFirstQuarter)) / 2 / median;
-}
-
 }  // namespace bench

@@ -13,8 +13,4 @@ double Median(std::vector<double> samples);
 // The samples must not be empty.
 double Percentile(std::vector<double> samples, double percent);
 
-// Half the distance between the first and the third quarter, as a share of the median: how far
-// the rounds lie apart. 0 for a single sample or a median of 0.
-double Spread(const std::vector<double>& samples);
-
 }  // namespace bench

@@ -5,8 +5,9 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <cstdio>
+#include <fstream>
 
-#include "bench/process_stats.h"
 #include "sim/device.h"
 
 namespace bench {
@@ -16,6 +17,24 @@ using sim::Clock;
 
 constexpr char kSendBufferPath[] = "/proc/sys/net/ipv4/tcp_wmem";
 constexpr char kSmallSendBuffers[] = "4096 16384 16384";
+
+// Bytes that a server has given to the kernel for a client on loopback and that the client's end
+// has not taken yet; -1 once the server has closed the connection.
+long UnsentBytes(unsigned server_port, unsigned client_port) {
+  constexpr unsigned kEstablished = 0x01;
+  constexpr unsigned kCloseWait = 0x08;
+  std::ifstream table("/proc/net/tcp");
+  for (std::string line; std::getline(table, line);) {
+    unsigned local = 0;
+    unsigned remote = 0;
+    unsigned state = 0;
+    unsigned long queued = 0;
+    sscanf(line.c_str(), " %*d: %*8x:%4x %*8x:%4x %2x %8lx:", &local, &remote, &state, &queued);
+    if (local != server_port || remote != client_port) continue;
+    return state == kEstablished || state == kCloseWait ? static_cast<long>(queued) : -1;
+  }
+  return -1;
+}
 
 }  // namespace
 
@@ -27,7 +46,8 @@ SmallSendBuffers::~SmallSendBuffers() {
   sim::WriteTextFile(kSendBufferPath, before_);
 }
 
-StoppedClient::StoppedClient(int server_port, int fd) : server_port_(server_port), fd_(fd) {
+StoppedClient::StoppedClient(int server_port, int fd)
+    : server_port_(static_cast<unsigned>(server_port)), fd_(fd) {
   sockaddr_in own = {};
   socklen_t length = sizeof(own);
   getsockname(fd, reinterpret_cast<sockaddr*>(&own), &length);
@@ -37,17 +57,16 @@ StoppedClient::StoppedClient(int server_port, int fd) : server_port_(server_port
 void StoppedClient::Look() {
   if (dropped_after_ >= 0) return;
   const auto now = Clock::now();
-  const ServerEnd end = LookUpServerEnd(server_port_, port_);
+  const long unsent = UnsentBytes(server_port_, port_);
   int unread = 0;
   ioctl(fd_, FIONREAD, &unread);
-  if (!end.is_open) {
+  if (unsent < 0) {
     dropped_after_ = std::chrono::duration<double>(now - last_taken_).count();
     return;
   }
   // Bytes in both buffers only grow while nobody reads.
-  const long held = end.unsent_bytes + unread;
-  if (held > held_) last_taken_ = now;
-  held_ = std::max(held_, held);
+  if (unsent + unread > held_) last_taken_ = now;
+  held_ = std::max(held_, unsent + unread);
 }
 
 double StoppedClient::TakesNothingFor() const {

@@ -36,9 +36,9 @@ class StoppedClient {
   double DroppedAfter() const { return dropped_after_; }
 
  private:
-  int server_port_;
+  unsigned server_port_;
   int fd_;
-  int port_ = 0;
+  unsigned port_ = 0;
   long held_ = 0;
   sim::Clock::time_point last_taken_ = sim::Clock::now();
   double dropped_after_ = -1;

@@ -9,8 +9,9 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
+#include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <stdexcept>
 
 #include "ipc/cicomm.h"
@@ -22,6 +23,28 @@ namespace {
 std::string NewOutputPath(const char* kind) {
   static int count = 0;
   return std::string(kWorldDirectory) + "/daemon." + std::to_string(count++) + "." + kind;
+}
+
+// A process and all that descend from it.
+std::vector<pid_t> Family(pid_t pid) {
+  std::vector<pid_t> family = {pid};
+  for (size_t i = 0; i < family.size(); ++i) {
+    const std::string id = std::to_string(family[i]);
+    std::ifstream children("/proc/" + id + "/task/" + id + "/children");
+    for (pid_t child = 0; children >> child;)
+      family.push_back(child);
+  }
+  return family;
+}
+
+// Sum of the numbers that stand behind `key` in the lines of a file.
+double SumOf(const std::string& key, const std::string& path) {
+  double sum = 0;
+  std::ifstream file(path);
+  for (std::string line; std::getline(file, line);) {
+    if (line.rfind(key, 0) == 0) sum += strtod(line.c_str() + key.size(), nullptr);
+  }
+  return sum;
 }
 
 // How the daemon is started: with a process group of its own and no signal blocked.
@@ -124,24 +147,36 @@ std::string DaemonProcess::Errors() const {
   return ReadTextFile(error_path_);
 }
 
-double DaemonProcess::CpuSeconds() const {
-  // Fields 14 and 15 of the process's stat line; the name in field 2 may hold blanks.
-  std::string text = ReadTextFile("/proc/" + std::to_string(pid_) + "/stat");
-  std::istringstream fields(text.substr(text.rfind(')') + 2));
-  constexpr int kFieldsBetween = 11;
-  std::string skipped;
-  for (int i = 0; i < kFieldsBetween; ++i)
-    fields >> skipped;
-  double user = 0;
-  double system = 0;
-  fields >> user >> system;
-  return (user + system) / static_cast<double>(sysconf(_SC_CLK_TCK));
+double CpuSeconds(pid_t pid) {
+  std::chrono::duration<double> used{};
+  for (const pid_t member : Family(pid)) {
+    clockid_t clock = 0;
+    timespec time = {};
+    if (clock_getcpuclockid(member, &clock) != 0 || clock_gettime(clock, &time) != 0) continue;
+    used += std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+  }
+  return used.count();
 }
 
-long DaemonProcess::Sleeps() const {
-  const std::string status = ReadTextFile("/proc/" + std::to_string(pid_) + "/status");
-  const std::string name = "\nvoluntary_ctxt_switches:";
-  return std::stol(status.substr(status.find(name) + name.size()));
+double WakeUps(pid_t pid) {
+  double sleeps = 0;
+  std::error_code ended;
+  for (const pid_t member : Family(pid)) {
+    for (const auto& thread :
+         std::filesystem::directory_iterator("/proc/" + std::to_string(member) + "/task", ended))
+      sleeps += SumOf("voluntary_ctxt_switches:", thread.path() / "status");
+  }
+  return sleeps;
+}
+
+Memory MemoryOf(pid_t pid) {
+  Memory memory;
+  for (const pid_t member : Family(pid)) {
+    const std::string path = "/proc/" + std::to_string(member) + "/smaps_rollup";
+    memory.resident_kib += SumOf("Rss:", path);
+    memory.anonymous_kib += SumOf("Anonymous:", path);
+  }
+  return memory;
 }
 
 bool IsPortBound(const std::string& table, int port) {

@@ -1,4 +1,4 @@
-// The daemon as a child process: started, watched, stopped.
+// The daemon as a child process: started, watched, stopped; and what the kernel counts of it.
 #pragma once
 
 #include <sys/types.h>
@@ -11,6 +11,21 @@
 #include "sim/wait.h"
 
 namespace sim {
+
+// What the kernel counts of a process. Its descendants count with it: some servers fork one for
+// each client.
+
+// Processor time of all threads so far, user and system, in seconds, to the nanosecond.
+double CpuSeconds(pid_t pid);
+
+// How often the threads have gone to sleep of their own accord so far.
+double WakeUps(pid_t pid);
+
+struct Memory {
+  double resident_kib = 0;
+  double anonymous_kib = 0;  // not backed by a file: heap, stacks, written data
+};
+Memory MemoryOf(pid_t pid);
 
 class DaemonProcess {
  public:
@@ -43,11 +58,9 @@ class DaemonProcess {
   std::string Output() const;
   std::string Errors() const;
 
-  // Processor time used so far, user and system, in seconds.
-  double CpuSeconds() const;
+  double CpuSeconds() const { return sim::CpuSeconds(pid_); }
 
-  // How often its main thread has gone to sleep so far.
-  long Sleeps() const;
+  long Sleeps() const { return static_cast<long>(WakeUps(pid_)); }
 
  private:
   std::string output_path_;

@@ -9,8 +9,8 @@
 #include <filesystem>
 #include <string>
 
-#include "bench/process_stats.h"
 #include "cmmap/param_block.h"
+#include "sim/daemon_process.h"
 #include "sim/device.h"
 #include "sim/leftovers.h"
 
@@ -58,7 +58,7 @@ void Watches::Begin(pid_t pid, sim::milliseconds warm_after, size_t descriptors)
 
 void Watches::Look(bool is_warm) {
   Counters& count = report_->Count();
-  const long memory_kib = static_cast<long>(bench::MemoryOf(pid_).anonymous_kib);
+  const long memory_kib = static_cast<long>(sim::MemoryOf(pid_).anonymous_kib);
   count.descriptors_end = static_cast<long>(sim::DescriptorCount(pid_));
   if (memory_kib_ == 0 && is_warm && Clock::now() >= warm_) memory_kib_ = memory_kib;
   const long growth = memory_kib_ == 0 ? 0 : memory_kib - memory_kib_;
@@ -83,13 +83,13 @@ void Watches::Look(bool is_warm) {
 }
 
 void Watches::BeginIdle() {
-  idle_cpu_ = bench::CpuSeconds(pid_);
+  idle_cpu_ = sim::CpuSeconds(pid_);
   idle_since_ = Clock::now();
 }
 
 void Watches::EndIdle() {
   const std::chrono::duration<double> passed = Clock::now() - idle_since_;
-  const double share = (bench::CpuSeconds(pid_) - idle_cpu_) / passed.count();
+  const double share = (sim::CpuSeconds(pid_) - idle_cpu_) / passed.count();
   if (share > kMostIdleCpu) {
     report_->Violation("processor of an idle daemon", std::to_string(kMostIdleCpu),
                        std::to_string(share));
