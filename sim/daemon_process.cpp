@@ -30,7 +30,7 @@ std::vector<pid_t> Family(pid_t pid) {
   std::vector<pid_t> family = {pid};
   for (size_t i = 0; i < family.size(); ++i) {
     const std::string id = std::to_string(family[i]);
-    std::ifstream children("/proc/" + id + "/task/" + id + "/children");
+    std::ifstream children(std::filesystem::path("/proc") / id / "task" / id / "children");
     for (pid_t child = 0; children >> child;)
       family.push_back(child);
   }
