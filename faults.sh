@@ -1,6 +1,6 @@
 #!/bin/sh
 # Builds the project and makes every call of the daemon fail, one after the other; then ends it
-# suddenly at every call and at 500 random moments of a start and of a save. Takes some minutes.
+# suddenly at every call and at 500 random moments of a start and of a save.
 #   ./faults.sh [PRESET]     PRESET: release (default), asan, ...
 set -eu
 cd "$(dirname "$0")"

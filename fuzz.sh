@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Builds the fuzz targets with clang and libFuzzer and runs each for a time, two at once.
-#   ./fuzz.sh SECONDS [TARGET...]     TARGET: a file of fuzz/ without .cpp; all without one
+#   ./fuzz.sh SECONDS [TARGET...]     TARGET: a directory of fuzz/corpus; all without one
 # Prints a table. Status 1 when a target found something; the input that shows it is left in
 # build-fuzz/findings/TARGET, and `build-fuzz/targets/TARGET FILE` runs it again. What the targets
 # learn is kept in build-fuzz/corpus/TARGET and used the next time.
@@ -22,7 +22,7 @@ shift
 ./packaging/build-deps.sh clang
 cmake --preset fuzz >/dev/null
 cmake --build --preset fuzz
-[ $# -gt 0 ] || set -- $(ls build-fuzz/targets)
+[ $# -gt 0 ] || set -- $(ls fuzz/corpus)
 
 # Paths relative to here go on working in the private world, which hides /tmp and /var.
 run_target() {

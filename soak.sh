@@ -1,22 +1,49 @@
 #!/bin/sh
-# Builds the project and runs the daemon under random mixed traffic, each mode in a private world of
-# its own, all at once. Prints a line for whatever is wrong, then a table; status 1 when something was.
-#   ./soak.sh [--seed SEED] [SECONDS] [MODE...]     SECONDS: 300 without; MODE: relay, sd, hd, lens
+# Builds the project and runs the daemon through a long random life (tests/system/long_life_test.cpp),
+# each mode in a private world of its own, all at once. Prints one line of figures for each mode,
+# and what was wrong with its seed and moment; status 1 when something was.
+#   ./soak.sh [--seed SEED] [SECONDS] [MODE...]
+# SECONDS: real time, 300 without. A round of three lives, which takes up to a minute, is finished.
+# MODE: relay, sd, hd, lens; all without one
 set -eu
 cd "$(dirname "$0")"
 
-seed=""
-if [ "${1:-}" = --seed ]; then
-  seed="--seed $2"
+usage() { sed -n '2,7s/^# \{0,1\}//p' "$0"; }
+
+RS232_LIFE_SEED="$(od -An -N4 -tu4 /dev/urandom | tr -d ' ')"
+if [ "${1:-}" = --seed ] && [ $# -ge 2 ]; then
+  RS232_LIFE_SEED="$2"
   shift 2
 fi
 case "${1:-}" in
-  -h | --help) sed -n '2,4s/^# \{0,1\}//p' "$0"; exit 0 ;;
+  -h | --help) usage; exit 0 ;;
 esac
-seconds="${1:-300}"
+RS232_LIFE_SECONDS="${1:-300}"
 [ $# -eq 0 ] || shift
+[ $# -gt 0 ] || set -- relay sd hd lens
+for word in "$RS232_LIFE_SEED" "$RS232_LIFE_SECONDS"; do
+  case "$word" in
+    '' | *[!0-9]*) usage >&2; exit 2 ;;
+  esac
+done
+for mode in "$@"; do
+  case "$mode" in
+    relay | sd | hd | lens) ;;
+    *) usage >&2; exit 2 ;;
+  esac
+done
+export RS232_LIFE_SEED RS232_LIFE_SECONDS
 
 ./packaging/build-deps.sh
 cmake --preset release >/dev/null
-cmake --build --preset release --target soaks
-build/tests/soaks $seed "$seconds" "$@"
+cmake --build --preset release --target system_tests
+lives=""
+for mode in "$@"; do
+  build/tests/system_tests --gtest_brief=1 --gtest_filter="Modes/LongLife.*/$mode" &
+  lives="$lives $!"
+done
+status=0
+for life in $lives; do
+  wait "$life" || status=1
+done
+exit "$status"

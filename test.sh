@@ -22,8 +22,6 @@ together=""
 if [ "$preset" = tsan ] && setarch -R true 2>/dev/null; then together="setarch -R"; fi
 # shellcheck disable=SC2086  # none or two words; the build asks the tests for their names
 $together cmake --build --preset "$preset"
-# Most tests wait for something to happen: twice as many at once as there are processors. The
-# simulated motors run in real time: on a machine that stalls for some milliseconds they lose steps
-# that a real lens would not, so a test that fails is run once more.
+# Some tests wait for real processes: twice as many at once as there are processors.
 # shellcheck disable=SC2086
-$together ctest --preset "$preset" --parallel "$((2 * $(nproc)))" --repeat until-pass:2
+$together ctest --preset "$preset" --parallel "$((2 * $(nproc)))"

@@ -1,68 +1,51 @@
-// Runs a fuzz target over files, without libFuzzer: TARGET FILE-OR-DIRECTORY... Ends with status 0
-// when every property held.
-#include <unistd.h>
-
-#include <algorithm>
+// Runs a fuzz target over the files of directories, without libFuzzer: TARGET DIRECTORY... Ends
+// with status 0 when every property held.
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <map>
+#include <span>
 #include <string>
 #include <vector>
 
+#include "fuzz/check.h"
 #include "fuzz/target.h"
 #include "sim/device.h"
 #include "sim/world.h"
 
 namespace {
 
-namespace fs = std::filesystem;
-
-std::vector<fs::path> FilesOf(int count, char** arguments) {
-  std::vector<fs::path> files;
-  for (int i = 0; i < count; ++i) {
-    if (!fs::is_directory(arguments[i])) {
-      files.emplace_back(arguments[i]);
-      continue;
-    }
-    for (const fs::directory_entry& entry : fs::directory_iterator(arguments[i]))
-      files.push_back(entry.path());
-  }
-  std::sort(files.begin(), files.end());
-  return files;
-}
-
-struct Seed {
-  std::string path;
-  std::string bytes;
-};
+// By their paths.
+using Seeds = std::map<std::string, std::string>;
 
 // Read before the world hides some of the machine's directories.
-std::vector<Seed> ReadSeeds(const std::vector<fs::path>& files) {
-  std::vector<Seed> seeds;
-  seeds.reserve(files.size());
-  for (const fs::path& file : files)
-    seeds.push_back({file.string(), sim::ReadTextFile(file.string())});
+Seeds ReadSeeds(std::span<char* const> paths) {
+  Seeds seeds;
+  for (const std::string path : paths) {
+    for (const auto& entry : std::filesystem::directory_iterator(path))
+      seeds[entry.path()] = sim::ReadTextFile(entry.path());
+  }
   return seeds;
 }
 
 // The daemon's own messages go nowhere.
-int Replay(const std::vector<Seed>& seeds) {
-  const int report = dup(STDERR_FILENO);
+int Replay(const Seeds& seeds) {
   if (freopen("/dev/null", "w", stdout) == nullptr) return EXIT_FAILURE;
   if (freopen("/dev/null", "w", stderr) == nullptr) return EXIT_FAILURE;
-  for (const Seed& seed : seeds) {
-    dprintf(report, "%s\n", seed.path.c_str());
-    const std::vector<uint8_t> bytes(seed.bytes.begin(), seed.bytes.end());
-    LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
+  for (const auto& [path, bytes] : seeds) {
+    dprintf(fuzz::g_report_fd, "%s\n", path.c_str());
+    // Of its exact size, so that a look behind the end is noticed.
+    const std::vector<uint8_t> data(bytes.begin(), bytes.end());
+    LLVMFuzzerTestOneInput(data.data(), data.size());
   }
-  dprintf(report, "%zu inputs replayed\n", seeds.size());
+  dprintf(fuzz::g_report_fd, "%zu inputs replayed\n", seeds.size());
   return EXIT_SUCCESS;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  const std::vector<Seed> seeds = ReadSeeds(FilesOf(argc - 1, argv + 1));
+  const Seeds seeds = ReadSeeds(std::span(argv, static_cast<size_t>(argc)).subspan(1));
   if (seeds.empty()) {
     fprintf(stderr, "%s: no inputs\n", argv[0]);
     return EXIT_FAILURE;

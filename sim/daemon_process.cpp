@@ -5,7 +5,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -15,6 +14,7 @@
 #include <stdexcept>
 
 #include "ipc/cicomm.h"
+#include "sim/virtual_time.h"
 #include "sim/world.h"
 
 namespace sim {
@@ -75,32 +75,60 @@ class SpawnPlan {
   posix_spawnattr_t attributes;
 };
 
+std::vector<char*> Pointers(std::vector<std::string>* strings) {
+  std::vector<char*> pointers;
+  for (std::string& string : *strings)
+    pointers.push_back(string.data());
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
+// The whole environment of a process that is started like this. The clock comes behind: what others
+// do to a call is done to the daemon's own.
+std::vector<std::string> EnvironmentOf(const LaunchOptions& options) {
+  std::vector<std::string> variables = options.variables;
+  std::string preload = options.preload;
+  if (IsTimeVirtual()) {
+    preload += (preload.empty() ? "" : ":") + std::string(kClockLibrary);
+    variables.push_back(std::string(VTIME_FILE) + "=" + kClockFile);
+  }
+  if (!preload.empty()) variables.push_back("LD_PRELOAD=" + preload);
+  for (char** variable = environ; *variable != nullptr; ++variable)
+    variables.emplace_back(*variable);
+  return variables;
+}
+
 }  // namespace
 
 // Spawned rather than forked: a copy of a process with threads may find its locks taken.
-DaemonProcess::DaemonProcess(std::string program, std::vector<std::string> arguments, int output_fd)
+DaemonProcess::DaemonProcess(std::string program, std::vector<std::string> arguments,
+                             const LaunchOptions& options)
     : output_path_(NewOutputPath("out")), error_path_(NewOutputPath("err")) {
   SpawnPlan plan;
-  if (output_fd >= 0) {
-    plan.SendTo(STDOUT_FILENO, output_fd);
-    plan.SendTo(STDERR_FILENO, output_fd);
+  if (options.output_fd >= 0) {
+    plan.SendTo(STDOUT_FILENO, options.output_fd);
+    plan.SendTo(STDERR_FILENO, options.output_fd);
   } else {
     plan.SendTo(STDOUT_FILENO, output_path_);
     plan.SendTo(STDERR_FILENO, error_path_);
   }
-  std::vector<char*> argv = {program.data()};
-  std::transform(arguments.begin(), arguments.end(), std::back_inserter(argv),
-                 [](std::string& argument) { return argument.data(); });
-  argv.push_back(nullptr);
-  const int error =
-      posix_spawn(&pid_, program.c_str(), &plan.files, &plan.attributes, argv.data(), environ);
+  arguments.insert(arguments.begin(), program);
+  std::vector<std::string> environment = EnvironmentOf(options);
+  const VtimeControl* clock = IsTimeVirtual() ? VirtualTime() : nullptr;
+  if (clock != nullptr) clock->begin_spawn();
+  const int error = posix_spawn(&pid_, program.c_str(), &plan.files, &plan.attributes,
+                                Pointers(&arguments).data(), Pointers(&environment).data());
+  if (clock != nullptr) clock->end_spawn(error == 0 ? pid_ : -1);
   if (error != 0) throw std::runtime_error("cannot start " + program + ": " + strerror(error));
 }
 
 DaemonProcess::~DaemonProcess() {
-  if (status_.has_value()) return;
-  kill(pid_, SIGKILL);
-  waitpid(pid_, nullptr, 0);
+  if (!status_.has_value()) {
+    kill(pid_, SIGKILL);
+    waitpid(pid_, nullptr, 0);
+  }
+  unlink(output_path_.c_str());
+  unlink(error_path_.c_str());
 }
 
 bool DaemonProcess::WaitServing(const DeviceConfig& config, milliseconds limit) {

@@ -12,6 +12,13 @@
 
 namespace sim {
 
+// How a process is started.
+struct LaunchOptions {
+  int output_fd = -1;   // of both output streams; -1: each goes to a file of the world
+  std::string preload;  // a library; "": none
+  std::vector<std::string> variables;  // NAME=VALUE, besides those of this process
+};
+
 // What the kernel counts of a process. Its descendants count with it: some servers fork one for
 // each client.
 
@@ -29,13 +36,13 @@ Memory MemoryOf(pid_t pid);
 
 class DaemonProcess {
  public:
-  // Starts `program` with `arguments`. Both its output streams go to `output_fd`, or where that
-  // is -1 each to a file of the world. It has a process group of its own, so that the keys of a
-  // terminal do not reach it.
-  DaemonProcess(std::string program, std::vector<std::string> arguments, int output_fd = -1);
+  // Starts `program` with `arguments`, on the virtual clock if that runs. It has a process group of
+  // its own, so that the keys of a terminal do not reach it. Throws std::runtime_error.
+  DaemonProcess(std::string program, std::vector<std::string> arguments,
+                const LaunchOptions& options = {});
   DaemonProcess(const DaemonProcess&) = delete;
   DaemonProcess& operator=(const DaemonProcess&) = delete;
-  // Ends the daemon if it still runs.
+  // Ends the daemon if it still runs. What it printed is gone.
   ~DaemonProcess();
 
   pid_t Pid() const { return pid_; }
@@ -59,8 +66,6 @@ class DaemonProcess {
   std::string Errors() const;
 
   double CpuSeconds() const { return sim::CpuSeconds(pid_); }
-
-  long Sleeps() const { return static_cast<long>(WakeUps(pid_)); }
 
  private:
   std::string output_path_;

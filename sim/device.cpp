@@ -59,17 +59,6 @@ void InstallDevice(const DeviceConfig& config) {
   WriteTextFile(PARAM_BLOCK_PATH, std::string(block.begin(), block.end()));
 }
 
-std::string TuningPath(const std::string& sensor) {
-  std::string name = sensor;
-  std::transform(name.begin(), name.end(), name.begin(),
-                 [](unsigned char c) { return static_cast<char>(tolower(c)); });
-  return "/etc/isp/isp_" + name + "_M12_2812.json";
-}
-
-std::string TuningText(const std::string& antiflicker) {
-  return R"({"All": {"AE": {"Antiflicker": {"Enable": {"VALUE": )" + antiflicker + "}}}}}";
-}
-
 std::string PositionsText(int zoom, int focus) {
   return std::string(MFZ_CONF_ZOOM_KEY) + "=" + std::to_string(zoom) + "\n" + MFZ_CONF_FOCUS_KEY +
          "=" + std::to_string(focus) + "\n";
@@ -82,7 +71,12 @@ void InstallLens(const LensConfig& config) {
   WriteTextFile(LENS_CAPABILITIES_PATH, ReadTextFile(LENS_CAPABILITIES_PATH) + LENS_MODEL_KEY +
                                             "=2812\n" + LENS_NAME_KEY + "=M12\n");
   std::filesystem::create_directories("/etc/isp");
-  WriteTextFile(TuningPath(config.sensor), TuningText(config.antiflicker));
+  std::string sensor = config.sensor;  // in lower case
+  std::ranges::transform(sensor, sensor.begin(),
+                         [](unsigned char c) { return static_cast<char>(tolower(c)); });
+  WriteTextFile(
+      "/etc/isp/isp_" + sensor + "_M12_2812.json",
+      R"({"All": {"AE": {"Antiflicker": {"Enable": {"VALUE": )" + config.antiflicker + "}}}}}");
 }
 
 }  // namespace sim

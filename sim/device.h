@@ -39,12 +39,6 @@ struct LensConfig {
 // what InstallDevice wrote. Throws std::runtime_error when a file cannot be written.
 void InstallLens(const LensConfig& config);
 
-// Where the tuning file of a sensor is; its name is in lower case.
-std::string TuningPath(const std::string& sensor);
-
-// A tuning file with this JSON value for anti-flicker.
-std::string TuningText(const std::string& antiflicker);
-
 // The text of a positions file.
 std::string PositionsText(int zoom, int focus);
 

@@ -1,10 +1,8 @@
 #include "sim/far_end_models.h"
 
-#include <algorithm>
-#include <array>
-#include <string_view>
 #include <utility>
 
+#include "daemon/model_family.h"
 #include "sim/device.h"
 #include "sim/hd_micom.h"
 #include "sim/lens_micom.h"
@@ -13,29 +11,6 @@
 
 namespace sim {
 namespace {
-
-struct ModelRow {
-  std::string_view model;
-  FarEndKind kind;
-};
-
-constexpr std::array<ModelRow, 15> kModels = {{
-    {"QB-210", FarEndKind::kSdModule},
-    {"QB-220", FarEndKind::kSdModule},
-    {"QB-310", FarEndKind::kHdModule},
-    {"QB-320", FarEndKind::kHdModule},
-    {"QB-330", FarEndKind::kHdModule},
-    {"QB-340", FarEndKind::kHdModule},
-    {"QB-350", FarEndKind::kHdModule},
-    {"QB-410", FarEndKind::kLens},
-    {"QB-420", FarEndKind::kLens},
-    {"QB-430", FarEndKind::kLens},
-    {"QB-440", FarEndKind::kLens},
-    {"QB-450", FarEndKind::kLens},
-    {"QB-460", FarEndKind::kLens},
-    {"QB-470", FarEndKind::kLens},
-    {"QB-480", FarEndKind::kLens},
-}};
 
 // The model code of the SD module.
 constexpr uint8_t kSdModelCode = 0x12;
@@ -49,8 +24,9 @@ constexpr LensPose kLensAtStart = {.zoom = 700, .focus = 590, .iris = 40};
 }  // namespace
 
 FarEndKind KindOfModel(const std::string& model) {
-  const auto* row = std::ranges::find(kModels, model, &ModelRow::model);
-  return row == kModels.end() ? FarEndKind::kPtzHead : row->kind;
+  if (IsSdModuleModel(model.c_str()) != 0) return FarEndKind::kSdModule;
+  if (IsHdModuleModel(model.c_str()) != 0) return FarEndKind::kHdModule;
+  return IsMotorizedLensModel(model.c_str()) != 0 ? FarEndKind::kLens : FarEndKind::kPtzHead;
 }
 
 std::unique_ptr<FarEnd> MakeFarEnd(const std::string& model, const PtyLine& line,

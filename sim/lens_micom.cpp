@@ -18,6 +18,10 @@ struct RateRow {
 constexpr std::array<RateRow, 5> kRates = {
     {{0x00, 1082}, {0x10, 793}, {0x20, 625}, {0x30, 515}, {0x40, 438}}};
 constexpr int kRateAtPowerOn = 438;
+constexpr int kIrisRate = 400;  // steps a second
+// Of the step timer.
+constexpr uint8_t kPrescalerSign = 0;
+constexpr uint8_t kPrescalerSize = 5;
 
 uint8_t Sum(std::span<const uint8_t> bytes) {
   const unsigned sum = std::accumulate(bytes.begin(), bytes.end(), 0U);
@@ -35,33 +39,29 @@ std::string Steps(int count) {
 }  // namespace
 
 LensMicom::LensMicom(Clock::time_point now, const LensPose& pose, const LensBuild& build)
-    : build_(build),
-      zoom_(build.zoom_travel, pose.zoom, kRateAtPowerOn),
+    : zoom_(build.zoom_travel, pose.zoom, kRateAtPowerOn),
       focus_(build.focus_travel, pose.focus, kRateAtPowerOn),
-      iris_(build.iris_travel, pose.iris, build.iris_rate),
+      iris_(build.iris_travel, pose.iris, kIrisRate),
       now_(now),
       line_empty_(now),
       move_start_(now),
       last_byte_(now),
       last_turn_(now - kRestAfter) {}
 
-// A motor is judged by the latest moment at which a frame may have come, and starts at the
-// earliest: whoever looks at the line too rarely must not make steps disappear.
+// A motor starts when the line was last seen empty, the earliest moment at which a frame may have
+// come: whoever looks at the line too rarely must not make steps disappear.
 void LensMicom::Feed(std::span<const uint8_t> bytes, Clock::time_point now) {
-  const auto line_empty = line_empty_;
+  move_start_ = line_empty_ - traits.head_start;
   Tick(now);
-  line_empty_ = line_empty;
-  move_start_ = line_empty - traits.unseen_way;
   last_byte_ = now;
   for (const uint8_t byte : bytes)
     TakeByte(byte);
-  if (is_line_empty()) line_empty_ = now;
   TurnMotors();
 }
 
 void LensMicom::Tick(Clock::time_point now) {
   now_ = now;
-  if (is_line_empty()) line_empty_ = now;
+  line_empty_ = now;
   TurnMotors();
   if (now - last_byte_ >= kQuietAfter) {
     noise_.insert(noise_.end(), partial_.begin(), partial_.end());
@@ -150,7 +150,7 @@ void LensMicom::DropNoise() {
 }
 
 void LensMicom::TakeFrame() {
-  LensFrame frame = {.earliest = line_empty_, .time = now_, .bytes = {}};
+  LensFrame frame = {.time = now_, .bytes = {}};
   std::copy_n(partial_.begin(), I2M_FRAME_SIZE, frame.bytes.begin());
   frames_.push_back(frame);
   on_frame(frame.bytes);
@@ -172,7 +172,7 @@ void LensMicom::TakeRead(uint8_t address) {
       break;
     case I2M_ADDR_MOTOR_SPEED:
       on_words("asked for its step timer");
-      Send(I2M_READ, address, traits.prescaler_sign, traits.prescaler_size);
+      Send(I2M_READ, address, kPrescalerSign, kPrescalerSize);
       break;
     default:
       on_words("asked for register " + tools::HexNumber(address, 2) + ", which it has not");
@@ -186,14 +186,14 @@ void LensMicom::TakeWrite(uint8_t address, uint16_t value) {
       SetRate(value);
       break;
     case I2M_ADDR_ZOOM_MOVE:
-      // A positive zoom command zooms in, and drives toward 0.
-      MoveMotor(&zoom_, build_.zoom_inverted, value, "zoom", "wide", "tele");
+      // A positive command drives zoom and focus toward 0; the zoom so zooms in.
+      MoveMotor(&zoom_, -Signed(value), "zoom", "wide", "tele");
       break;
     case I2M_ADDR_FOCUS_MOVE:
-      MoveMotor(&focus_, build_.focus_inverted, value, "focus", "up", "down");
+      MoveMotor(&focus_, -Signed(value), "focus", "up", "down");
       break;
     case I2M_ADDR_PIRIS_STEP:
-      MoveMotor(&iris_, false, value, "iris", "open", "closed");
+      MoveMotor(&iris_, Signed(value), "iris", "open", "closed");
       break;
     case I2M_ADDR_ZOOM_JOG:
       JogMotor(&zoom_, value, "zoom");
@@ -229,9 +229,8 @@ void LensMicom::SetRate(uint16_t code) {
   on_words("step rate code " + tools::HexNumber(code, 4) + ", which it has not");
 }
 
-void LensMicom::MoveMotor(Stepper* motor, bool inverted, uint16_t value, const char* name,
-                          const char* positive, const char* negative) {
-  const int steps = inverted ? -Signed(value) : Signed(value);
+void LensMicom::MoveMotor(Stepper* motor, int steps, const char* name, const char* positive,
+                          const char* negative) {
   const long lost = motor->Lost();
   motor->Advance(now_);  // the frame before this one may have come with it, and long before it
   motor->Move(steps, move_start_);

@@ -6,7 +6,6 @@
 
 #include <cstdint>
 #include <deque>
-#include <functional>
 #include <map>
 #include <span>
 #include <string>
@@ -24,10 +23,6 @@ struct LensBuild {
   // Somewhat more than the daemon counts on: a search's last step may pass its upper limit.
   int focus_travel = 2609;
   int iris_travel = 96;
-  // A positive step count on the wire turns the motor toward its zero end.
-  bool zoom_inverted = true;
-  bool focus_inverted = true;
-  int iris_rate = 400;  // steps a second
 };
 
 // Where a lens stands, in steps from the zero ends (the iris: from closed).
@@ -41,21 +36,17 @@ struct LensPose {
 struct MicomTraits {
   uint8_t major = 0x81;  // bit 7 is the variant
   uint8_t minor = 0x05;
-  uint8_t prescaler_sign = 0;
-  uint8_t prescaler_size = 5;
   milliseconds answer_after{2};
   bool silent = false;  // answers nothing
-  // For how long a frame may have been on its way before it could be seen: a pty hands bytes on
-  // when the machine finds the time. Motors start by so much earlier.
-  milliseconds unseen_way{0};
+  // By how much motors start before a frame is seen.
+  milliseconds head_start{0};
 };
 
 // Between the small moves of a drive the lens counts as moving.
 constexpr milliseconds kRestAfter{100};
 
-// A whole frame that came, and the first and the last moment at which it may have come.
+// A whole frame that came.
 struct LensFrame {
-  Clock::time_point earliest;
   Clock::time_point time;
   I2mFrame bytes;
 };
@@ -89,10 +80,6 @@ class LensMicom : public FarEnd {
 
   MicomTraits traits;
 
-  // Whether no byte is on its way along the line. Whoever knows may say so: motors then start when
-  // the line was last empty, however long a frame was on its way.
-  std::function<bool()> is_line_empty = [] { return true; };
-
  private:
   struct Answer {
     Clock::time_point due;
@@ -106,12 +93,11 @@ class LensMicom : public FarEnd {
   void TakeRead(uint8_t address);
   void DropNoise();
   void SetRate(uint16_t code);
-  void MoveMotor(Stepper* motor, bool inverted, uint16_t value, const char* name,
-                 const char* positive, const char* negative);
+  void MoveMotor(Stepper* motor, int steps, const char* name, const char* positive,
+                 const char* negative);
   void JogMotor(Stepper* motor, uint16_t value, const char* name);
   void Send(uint8_t kind, uint8_t address, uint8_t high, uint8_t low);
 
-  LensBuild build_;
   Stepper zoom_;
   Stepper focus_;
   Stepper iris_;

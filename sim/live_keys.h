@@ -1,89 +1,55 @@
-// The keys of the live screen: which of them a model answers, and what they send to the daemon.
+// The keys of the live screen: which of them a model answers, and the typed commands that they
+// stand for (vdev_commands.h).
 //
-// A terminal says when a key is pressed and repeated, not when it is let go. A motion therefore
-// lasts as long as repeats come, and is stopped when none has come for a while.
+// A terminal reports that a key is pressed and repeated, not that it is released. A motion
+// therefore lasts as long as repeats arrive, and is stopped when none has come for a while.
 #pragma once
 
-#include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
-#include "ipc/camera_control.h"
-#include "sim/pty_line.h"
 #include "sim/wait.h"
+#include "tools/device_mode.h"
 
 namespace sim {
 
-// Keys that are no character.
-enum SpecialKey : int {
-  kKeyUp = 0x100,
-  kKeyDown,
-  kKeyLeft,
-  kKeyRight,
-  kKeyPageUp,
-  kKeyPageDown,
-  kKeyBackspace,
-  kKeyEnter,
-  kKeyEscape,
-  kKeyResize,
+// A line of a help text: what to press or type, and what it does.
+struct HelpLine {
+  std::string keys;
+  std::string does;
 };
 
-// No repeat within this time: the key was let go.
-constexpr milliseconds kKeyHeld{300};
-// A daemon that stops a motion by itself takes this long for one: a held key says no more often.
-constexpr milliseconds kKeyTap{250};
-
-// What is to be sent to the daemon.
-struct KeyAction {
-  std::string words;                     // for the user
-  std::optional<CameraControl> control;  // on the command channel
-  Bytes line;                            // else: bytes for the line, to the daemon's UDP port
-};
-
-// An entry of the footer, and its line in the help.
-struct KeyHelp {
-  const char* keys;
-  const char* does;
-};
-
-// The keys that a model answers, in the order of the footer.
-std::vector<KeyHelp> KeysOfModel(const std::string& model);
-
-// What stops all motion of a model.
-std::vector<KeyAction> StopOfModel(const std::string& model);
+struct KeyRow;
 
 class KeyDriver {
  public:
-  explicit KeyDriver(const std::string& model);
+  explicit KeyDriver(const std::string& model) : mode_(tools::ModeOfModel(model)) {}
 
-  // What a key that came `now` asks for: nothing for a key that the model does not answer, and
-  // for the repeat of a motion.
-  std::vector<KeyAction> Press(int key, Clock::time_point now);
+  // The keys that the model answers, in the order of the footer.
+  std::vector<HelpLine> Help() const;
 
-  // Stops a motion whose key was let go.
-  std::vector<KeyAction> Tick(Clock::time_point now);
+  // The commands for a key that was pressed `now`: none for a key that the model does not answer,
+  // and for the repeat of a motion.
+  std::vector<std::string> Press(int key, Clock::time_point now);
 
-  // What is held or awaited, or that the last key is none, in words; "" when there is nothing.
+  // Stops a motion whose key was released.
+  std::vector<std::string> Tick(Clock::time_point now);
+
+  // The motion that is held, what is expected next, or that the last key means nothing; else "".
   std::string State() const;
 
  private:
-  struct Motion {
-    size_t row;
-    Clock::time_point last_press;
-  };
+  std::vector<std::string> StartMotion(const KeyRow& row, Clock::time_point now);
 
-  std::vector<KeyAction> StartMotion(size_t row, Clock::time_point now);
-  std::vector<KeyAction> Tap(size_t row, Clock::time_point now);
-  std::vector<KeyAction> Toggle(size_t row);
-  std::vector<KeyAction> TakeDigit(size_t row, int key);
-  std::vector<KeyAction> StopAll();
-
-  unsigned group_;  // of models with the same keys
-  std::optional<Motion> motion_;
-  std::optional<Motion> tap_;
-  std::vector<bool> toggled_;  // by row
+  tools::DeviceMode mode_;
+  const KeyRow* motion_ = nullptr;  // the one that is held
+  const KeyRow* tap_ = nullptr;     // the last one
+  Clock::time_point motion_at_;     // the last press of each
+  Clock::time_point tap_at_;
+  std::set<int> toggled_;
   bool next_digit_sets_ = false;
-  int not_answered_ = 0;  // the last key, if the model does not answer it
+  int unknown_key_ = 0;  // the last key, if the model does not answer it
 };
 
 }  // namespace sim

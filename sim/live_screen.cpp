@@ -7,34 +7,23 @@
 
 #include "ipc/cicomm.h"
 #include "sim/far_end_models.h"
+#include "sim/instruments.h"
 #include "sim/vdev_commands.h"
 
 namespace sim {
 namespace {
 
+constexpr int kHeaderRows = 2;
+constexpr int kBorderRows = 2;
+constexpr int kWhoCols = 8;
+
 // Lines that are kept.
 constexpr size_t kFramesKept = 100;
 constexpr size_t kLogKept = 2000;
 
-std::string TitleOf(const std::string& model) {
-  switch (KindOfModel(model)) {
-    case FarEndKind::kSdModule:
-      return model + " · SD camera module";
-    case FarEndKind::kHdModule:
-      return model + " · HD camera module";
-    case FarEndKind::kLens:
-      return model + " · motorized lens";
-    case FarEndKind::kPtzHead:
-      break;
-  }
-  return model + " · PTZ head";
-}
-
-std::string PortsOf(const DeviceConfig& config) {
-  return "TCP " + std::to_string(config.ptz_port) + " · UDP " + std::to_string(config.udp_port) +
-         " · channel " + std::to_string(RS232_COMMAND_PORT) + " · " +
-         std::to_string(config.baud_rate) + " baud · second terminal: vdev join";
-}
+// In the order of FarEndKind.
+constexpr std::array kKinds = {"PTZ head", "SD camera module", "HD camera module",
+                               "motorized lens"};
 
 std::string Since(Clock::time_point start, const char* format) {
   std::array<char, 32> text;
@@ -43,131 +32,249 @@ std::string Since(Clock::time_point start, const char* format) {
   return text.data();
 }
 
+// The keys in as many rows as they need.
+std::vector<std::vector<HelpLine>> FooterRows(const std::vector<HelpLine>& keys, int cols) {
+  std::vector<std::vector<HelpLine>> rows(1);
+  int col = 1;
+  for (const HelpLine& key : keys) {
+    const int length = Length(key.keys) + 1 + Length(key.does);
+    if (col + length >= cols) {
+      rows.emplace_back();
+      col = 1;
+    }
+    rows.back().push_back(key);
+    col += length + 2;
+  }
+  return rows;
+}
+
 }  // namespace
 
-LiveScreen::LiveScreen(Terminal* terminal, const DeviceConfig& config)
-    : terminal_(terminal), keys_(config.model), start_(Clock::now()) {
-  state_.title = "vdev " + TitleOf(config.model);
-  state_.ports = PortsOf(config);
-  state_.keys = KeysOfModel(config.model);
-}
+// --- The device --------------------------------------------------------------------------------
 
 void LiveScreen::Take(DeviceEvent event) {
   if (event.kind == EventKind::kWords) {
-    AddFrame(event);
+    const std::string bytes = Hex(event.bytes);
+    if (!frames_.empty() && frames_.back().words.who == event.who &&
+        frames_.back().words.text == event.text && frames_.back().bytes == bytes) {
+      ++frames_.back().times;
+      return;
+    }
+    frames_.push_back({.time = Since(start_, "%8.3f"),
+                       .words = {.who = event.who, .text = event.text},
+                       .bytes = bytes});
+    if (frames_.size() > kFramesKept) frames_.pop_front();
     return;
   }
   if (event.text.empty()) return;
-  state_.log.push_back({.who = event.who, .text = std::move(event.text)});
-  if (state_.log.size() > kLogKept) state_.log.pop_front();
-  // Who looks at earlier lines keeps them before his eyes, as long as they are kept.
-  if (state_.scrolled_back == 0) return;
-  ++state_.scrolled_back;
+  log_.push_back({.who = event.who, .text = std::move(event.text)});
+  if (log_.size() > kLogKept) log_.pop_front();
+  // The lines that a user has scrolled back to stay in view, as long as they are kept.
+  if (scrolled_back_ == 0) return;
+  ++scrolled_back_;
   Scroll(0);
 }
 
-void LiveScreen::Observe(const FarEnd& far_end) {
-  state_.far_end = far_end.Name();
+void LiveScreen::PrintLastLines() const {
+  constexpr size_t kMost = 3;
+  for (size_t i = log_.size() - std::min(kMost, log_.size()); i < log_.size(); ++i)
+    printf("%-6s | %s\n", log_[i].who.c_str(), log_[i].text.c_str());
 }
 
-void LiveScreen::AddFrame(const DeviceEvent& event) {
-  const std::string bytes = Hex(event.bytes);
-  if (!state_.frames.empty()) {
-    FrameLine& last = state_.frames.back();
-    if (last.who == event.who && last.words == event.text && last.bytes == bytes) {
-      ++last.times;
-      return;
-    }
-  }
-  state_.frames.push_back(
-      {.time = Since(start_, "%8.3f"), .who = event.who, .words = event.text, .bytes = bytes});
-  if (state_.frames.size() > kFramesKept) state_.frames.pop_front();
-}
+// --- Keys --------------------------------------------------------------------------------------
 
 bool LiveScreen::ServeKeys(VirtualDevice* device) {
-  while (const auto key = terminal_->ReadKey()) {
-    if (!TakeKey(*key, device)) return false;
+  for (int key = 0; (key = getch()) != ERR;) {
+    if (!TakeKey(key, device)) return false;
   }
-  Act(keys_.Tick(Clock::now()), device);
-  return true;
-}
-
-void LiveScreen::Draw(const VirtualDevice& device) {
-  state_.instruments = ReadInstruments(device.Config().model, device.FarEnd(), device.Camera());
-  state_.status = "rs232d serves · up " + Since(start_, "%.0f s");
-  state_.message = keys_.State();
-  terminal_->Show(DrawScreen(state_, terminal_->Rows(), terminal_->Cols()));
-}
-
-std::vector<LogLine> LiveScreen::LastLines() const {
-  constexpr size_t kMost = 3;
-  const size_t count = std::min(kMost, state_.log.size());
-  return {state_.log.end() - static_cast<std::ptrdiff_t>(count), state_.log.end()};
+  return Run(keys_.Tick(Clock::now()), device);
 }
 
 bool LiveScreen::TakeKey(int key, VirtualDevice* device) {
-  if (key == kKeyResize) return true;
-  if (state_.prompt.has_value()) return TakePromptKey(key, device);
-  if (std::exchange(state_.help, false)) return true;
-  if (!std::exchange(state_.commands, {}).empty()) return true;
+  if (key == KEY_RESIZE) return true;
+  if (prompt_.has_value()) return TakePromptKey(key, device);
+  if (!std::exchange(overlay_, {}).empty()) return true;
   switch (key) {
     case 'q':
       return false;
     case '?':
-      state_.help = true;
-      break;
+      overlay_title_ = "help";
+      overlay_ = keys_.Help();
+      overlay_.insert(overlay_.end(),
+                      {{"", ""},
+                       {"", "A motion lasts while its key is held, and stops by itself."},
+                       {":WORD ...", "a typed command, e.g. :move 40 -20 0 or :tcp hello"},
+                       {":help", "lists the typed commands; PgUp and PgDn scroll the trace"},
+                       {"vdev join", "in a second terminal: a shell beside the device"},
+                       {"", "vdev join -- COMMAND: a command beside the device"}});
+      return true;
     case ':':
-      state_.prompt = "";
-      break;
-    case kKeyPageUp:
+      prompt_ = "";
+      return true;
+    case KEY_PPAGE:
       Scroll(1);
-      break;
-    case kKeyPageDown:
+      return true;
+    case KEY_NPAGE:
       Scroll(-1);
-      break;
+      return true;
     default:
-      Act(keys_.Press(key, Clock::now()), device);
-      break;
+      return Run(keys_.Press(key, Clock::now()), device);
   }
-  return true;
 }
 
 bool LiveScreen::TakePromptKey(int key, VirtualDevice* device) {
   constexpr size_t kMost = 200;
-  std::string& text = *state_.prompt;
-  if (key == kKeyEnter) return RunPrompt(device);
-  if (key == kKeyEscape || (key == kKeyBackspace && text.empty())) {
-    state_.prompt.reset();
-  } else if (key == kKeyBackspace) {
-    text.pop_back();
-  } else if (key >= ' ' && key <= '~' && text.size() < kMost) {
-    text += static_cast<char>(key);
+  constexpr int kEscape = 0x1B;
+  constexpr int kDelete = 0x7F;
+  const bool is_backspace = key == KEY_BACKSPACE || key == kDelete || key == '\b';
+  if (key == '\r' || key == '\n') {
+    const std::string line = *std::exchange(prompt_, std::nullopt);
+    if (line == "help") {
+      overlay_title_ = "typed commands";
+      overlay_ = CommandHelp();
+      return true;
+    }
+    return line.empty() || Run({line}, device);
+  }
+  if (key == kEscape || (is_backspace && prompt_->empty())) {
+    prompt_.reset();
+  } else if (is_backspace) {
+    prompt_->pop_back();
+  } else if (key >= ' ' && key <= '~' && prompt_->size() < kMost) {
+    *prompt_ += static_cast<char>(key);
   }
   return true;
 }
 
-bool LiveScreen::RunPrompt(VirtualDevice* device) {
-  const std::string line = std::exchange(state_.prompt, std::nullopt).value_or("");
-  if (line == "help") {
-    state_.commands = CommandHelp();
-    return true;
-  }
-  if (!line.empty()) Note("> " + line);
-  return RunCommand(line, device) != CommandResult::kQuit;
+bool LiveScreen::Run(const std::vector<std::string>& commands, VirtualDevice* device) {
+  return std::ranges::all_of(commands, [&](const std::string& command) {
+    device->Note("> " + command);
+    return RunCommand(command, device);
+  });
 }
 
 void LiveScreen::Scroll(int pages) {
-  const int rows = LogRows(state_, terminal_->Rows(), terminal_->Cols());
-  const int most = std::max(0, static_cast<int>(state_.log.size()) - rows);
-  const int wanted = static_cast<int>(state_.scrolled_back) + pages * rows;
-  state_.scrolled_back = static_cast<size_t>(std::clamp(wanted, 0, most));
+  const int most = std::max(0, static_cast<int>(log_.size()) - log_rows_);
+  const int wanted = static_cast<int>(scrolled_back_) + pages * log_rows_;
+  scrolled_back_ = static_cast<size_t>(std::clamp(wanted, 0, most));
 }
 
-void LiveScreen::Act(const std::vector<KeyAction>& actions, VirtualDevice* device) {
-  for (const KeyAction& action : actions) {
-    Note("> " + action.words);
-    SendAction(action, device);
+// --- Drawing -----------------------------------------------------------------------------------
+
+void LiveScreen::Draw(const VirtualDevice& device) {
+  constexpr int kTopMin = 10;
+  constexpr int kTopMax = 16;
+  const int rows = getmaxy(stdscr);
+  const int cols = getmaxx(stdscr);
+  erase();
+  if (rows < kScreenRowsMin || cols < kScreenColsMin) {
+    attrset(A_BOLD);
+    mvprintw(0, 0, "The screen needs %d by %d characters.", kScreenColsMin, kScreenRowsMin);
+    mvprintw(1, 0, "It has %d by %d: enlarge it, or press q.", cols, rows);
+    refresh();
+    return;
   }
+  const auto footer = FooterRows(keys_.Help(), cols);
+  const int message_row = rows - static_cast<int>(footer.size()) - 1;
+  const int top = std::clamp(rows * 2 / 5, kTopMin, kTopMax);
+  const int frames_row = kHeaderRows + top;
+  const int log_row = frames_row + (message_row - frames_row) / 2;
+  const int left = cols / 2;
+  log_rows_ = message_row - log_row - kBorderRows;
+  DrawHeader(device.rig.config);
+  DrawInstruments(*terminal_, {kHeaderRows, 0, top, left}, {kHeaderRows, left, top, cols - left},
+                  *device.rig.far_end, device.rig.camera.get());
+  DrawFrames({frames_row, 0, log_row - frames_row, cols});
+  DrawLog({log_row, 0, message_row - log_row, cols});
+  DrawMessage(message_row);
+  DrawFooter(message_row + 1, footer);
+  DrawOverlay();
+  refresh();
+}
+
+void LiveScreen::DrawHeader(const DeviceConfig& config) const {
+  const int cols = getmaxx(stdscr);
+  const std::string status = "rs232d serves · up " + Since(start_, "%.0f s");
+  const std::string ports = "TCP " + std::to_string(config.ptz_port) + " · UDP " +
+                            std::to_string(config.udp_port) + " · channel " +
+                            std::to_string(RS232_COMMAND_PORT) + " · " +
+                            std::to_string(config.baud_rate) + " baud · second terminal: vdev join";
+  terminal_->Write(0, 0, std::string(static_cast<size_t>(cols), ' '), kTitle);
+  terminal_->Write(
+      0, 1, "vdev " + config.model + " · " + kKinds[static_cast<size_t>(KindOfModel(config.model))],
+      kTitle);
+  terminal_->Write(0, cols - 1 - Length(status), status, kTitle);
+  terminal_->Write(1, 1, ports, kDim, cols - 2);
+}
+
+void LiveScreen::DrawFrames(const Area& pane) const {
+  constexpr int kTimeCols = 10;
+  constexpr int kBytesCols = 30;
+  terminal_->Frame(pane, "frames understood");
+  const Area area = pane.Inner();
+  const int words = area.col + kTimeCols + kWhoCols;
+  const int bytes = area.col + area.cols - kBytesCols;
+  const size_t shown = std::min(frames_.size(), static_cast<size_t>(area.rows));
+  int row = area.row;
+  for (auto line = frames_.end() - static_cast<std::ptrdiff_t>(shown); line != frames_.end();
+       ++line, ++row) {
+    const std::string times = line->times > 1 ? " (" + std::to_string(line->times) + "×)" : "";
+    terminal_->Write(row, area.col, line->time, kDim, kTimeCols);
+    terminal_->Write(row, area.col + kTimeCols, line->words.who, kHead, kWhoCols);
+    terminal_->Write(row, words, line->words.text + times, kPlain, bytes - words - 1);
+    terminal_->Write(row, bytes, line->bytes, kDim, kBytesCols);
+  }
+}
+
+void LiveScreen::DrawLog(const Area& pane) const {
+  terminal_->Frame(pane, scrolled_back_ == 0 ? "trace" : "trace, earlier (PgDn)");
+  const Area area = pane.Inner();
+  const size_t end = log_.size() - std::min(scrolled_back_, log_.size());
+  int row = area.row;
+  for (size_t i = end - std::min(end, static_cast<size_t>(area.rows)); i < end; ++i, ++row) {
+    const Style& style = log_[i].who == "daemon" ? kDim : kHead;
+    terminal_->Write(row, area.col, log_[i].who, style, kWhoCols);
+    terminal_->Write(row, area.col + kWhoCols, log_[i].text, kPlain, area.cols - kWhoCols);
+  }
+}
+
+void LiveScreen::DrawMessage(int row) const {
+  terminal_->Write(row, 1, prompt_.has_value() ? ": " + *prompt_ + "█" : keys_.State(), kValue);
+}
+
+// The keys stand out from what they do.
+void LiveScreen::DrawFooter(int row, const std::vector<std::vector<HelpLine>>& footer) const {
+  for (const std::vector<HelpLine>& keys : footer) {
+    int col = 1;
+    for (const HelpLine& key : keys) {
+      terminal_->Write(row, col, key.keys, kValue);
+      col += Length(key.keys) + 1;
+      terminal_->Write(row, col, key.does, kDim);
+      col += Length(key.does) + 2;
+    }
+    ++row;
+  }
+}
+
+void LiveScreen::DrawOverlay() const {
+  constexpr int kCols = 78;
+  if (overlay_.empty()) return;
+  int keys_cols = 0;
+  for (const HelpLine& line : overlay_)
+    keys_cols = std::max(keys_cols, Length(line.keys) + 2);
+  const int rows = static_cast<int>(overlay_.size()) + 1 + kBorderRows;
+  const Area pane = {.row = std::max(0, (getmaxy(stdscr) - rows) / 2),
+                     .col = (getmaxx(stdscr) - kCols) / 2,
+                     .rows = std::min(rows, getmaxy(stdscr)),
+                     .cols = kCols};
+  terminal_->Frame(pane, overlay_title_);
+  const Area area = pane.Inner();
+  int row = area.row;
+  for (const HelpLine& line : overlay_) {
+    terminal_->Write(row, area.col, line.keys, kValue);
+    terminal_->Write(row++, area.col + keys_cols, line.does, kPlain, area.cols - keys_cols);
+  }
+  terminal_->Write(row, area.col, "Any key closes this help.", kDim, area.cols);
 }
 
 }  // namespace sim

@@ -1,45 +1,73 @@
 // Shows a virtual device on a terminal and drives it by keys, all through the daemon's own ports.
 #pragma once
 
+#include <deque>
+#include <optional>
 #include <string>
+#include <vector>
 
-#include "sim/event_sink.h"
 #include "sim/live_keys.h"
-#include "sim/live_view.h"
 #include "sim/terminal.h"
 #include "sim/virtual_device.h"
 
 namespace sim {
 
+// The smallest terminal that the screen fits into.
+constexpr int kScreenRowsMin = 24;
+constexpr int kScreenColsMin = 80;
+
 class LiveScreen : public EventSink {
  public:
-  // Takes the terminal. `terminal` must outlive the screen.
-  LiveScreen(Terminal* terminal, const DeviceConfig& config);
+  // `terminal` must outlive the screen.
+  LiveScreen(const Terminal* terminal, const std::string& model)
+      : terminal_(terminal), keys_(model) {}
 
   void Take(DeviceEvent event) override;
-  void Observe(const FarEnd& far_end) override;
 
-  // Acts on the keys that were pressed. Returns false once the user wants an end.
+  // Acts on the keys that were pressed. Returns false once the user wants to end.
   bool ServeKeys(VirtualDevice* device);
-
-  // The last lines of the log, to be left behind when the screen is gone.
-  std::vector<LogLine> LastLines() const;
 
   // Draws the device as it is.
   void Draw(const VirtualDevice& device);
 
+  // Prints the last lines of the log, to be left behind when the screen is gone.
+  void PrintLastLines() const;
+
  private:
+  struct LogLine {
+    std::string who;
+    std::string text;
+  };
+
+  // A frame that was understood, as often as it came in a row.
+  struct FrameLine {
+    std::string time;  // since the start
+    LogLine words;
+    std::string bytes;
+    int times = 1;
+  };
+
   bool TakeKey(int key, VirtualDevice* device);
   bool TakePromptKey(int key, VirtualDevice* device);
-  bool RunPrompt(VirtualDevice* device);
+  bool Run(const std::vector<std::string>& commands, VirtualDevice* device);
   void Scroll(int pages);
-  void Act(const std::vector<KeyAction>& actions, VirtualDevice* device);
-  void AddFrame(const DeviceEvent& event);
+  void DrawHeader(const DeviceConfig& config) const;
+  void DrawFrames(const Area& pane) const;
+  void DrawLog(const Area& pane) const;
+  void DrawMessage(int row) const;
+  void DrawFooter(int row, const std::vector<std::vector<HelpLine>>& footer) const;
+  void DrawOverlay() const;
 
-  Terminal* terminal_;
-  ScreenState state_;
+  const Terminal* terminal_;
   KeyDriver keys_;
-  Clock::time_point start_;
+  Clock::time_point start_ = Clock::now();
+  std::deque<FrameLine> frames_;       // oldest first
+  std::deque<LogLine> log_;            // oldest first
+  size_t scrolled_back_ = 0;           // lines of the log that are hidden below
+  int log_rows_ = 0;                   // lines of the log that are shown
+  std::optional<std::string> prompt_;  // a command that is being typed
+  const char* overlay_title_ = "";
+  std::vector<HelpLine> overlay_;  // a help text that lies over the screen until a key is pressed
 };
 
 }  // namespace sim

@@ -35,21 +35,11 @@ sockaddr_in Loopback(int port) {
   throw std::runtime_error(what + ": " + strerror(errno));
 }
 
-bool WaitReadable(int fd, milliseconds limit) {
-  pollfd source = {.fd = fd, .events = POLLIN, .revents = 0};
-  return poll(&source, 1, static_cast<int>(limit.count())) > 0;
-}
-
 Bytes Joined(std::span<const uint8_t> head, std::span<const uint8_t> rest) {
   Bytes bytes(head.size() + rest.size());
   std::copy(head.begin(), head.end(), bytes.begin());
   std::copy(rest.begin(), rest.end(), bytes.begin() + static_cast<std::ptrdiff_t>(head.size()));
   return bytes;
-}
-
-// What is left of a limit that ends at `end`, not negative.
-milliseconds Left(Clock::time_point end) {
-  return std::max(milliseconds(0), std::chrono::duration_cast<milliseconds>(end - Clock::now()));
 }
 
 }  // namespace
@@ -69,9 +59,12 @@ PtzClient::PtzClient(int port, int receive_buffer)
 
 void PtzClient::Send(std::span<const uint8_t> bytes) {
   while (!bytes.empty()) {
-    const ssize_t sent = send(fd_.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
-    if (sent < 0) Fail("a PTZ client cannot send");
-    bytes = bytes.subspan(static_cast<size_t>(sent));
+    const ssize_t sent = send(fd_.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    if (sent > 0) bytes = bytes.subspan(static_cast<size_t>(sent));
+    const bool is_full = sent < 0 && errno == EAGAIN;
+    if (sent < 0 && !(is_full && WaitReady(fd_.Get(), POLLOUT, Clock::now() + kPatience))) {
+      Fail("a PTZ client cannot send");
+    }
   }
 }
 
@@ -79,7 +72,7 @@ Bytes PtzClient::Receive(size_t count, milliseconds limit) {
   const auto end = Clock::now() + limit;
   Bytes bytes(count);
   size_t received = 0;
-  while (received < count && WaitReadable(fd_.Get(), Left(end))) {
+  while (received < count && WaitReady(fd_.Get(), POLLIN, end)) {
     const ssize_t got = recv(fd_.Get(), bytes.data() + received, count - received, 0);
     if (got <= 0) break;
     received += static_cast<size_t>(got);
@@ -91,7 +84,7 @@ Bytes PtzClient::Receive(size_t count, milliseconds limit) {
 bool PtzClient::WaitClosed(milliseconds limit) {
   const auto end = Clock::now() + limit;
   uint8_t dropped[256];
-  while (WaitReadable(fd_.Get(), Left(end))) {
+  while (WaitReady(fd_.Get(), POLLIN, end)) {
     if (recv(fd_.Get(), dropped, sizeof(dropped), 0) <= 0) return true;
   }
   return false;
@@ -120,7 +113,7 @@ void UdpPeer::SendTo(int port, std::span<const uint8_t> bytes) {
 }
 
 std::optional<Bytes> UdpPeer::Receive(milliseconds limit) {
-  if (!WaitReadable(fd_.Get(), limit)) return std::nullopt;
+  if (!WaitReady(fd_.Get(), POLLIN, Clock::now() + limit)) return std::nullopt;
   Bytes datagram(kDatagramMax);
   const ssize_t length = recv(fd_.Get(), datagram.data(), datagram.size(), 0);
   if (length < 0) return std::nullopt;
@@ -178,7 +171,7 @@ SyslogRecorder::SyslogRecorder() : fd_(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC
 std::string SyslogRecorder::WaitFor(const std::string& text, milliseconds limit) {
   const auto end = Clock::now() + limit;
   char message[2048];
-  while (WaitReadable(fd_.Get(), Left(end))) {
+  while (WaitReady(fd_.Get(), POLLIN, end)) {
     const ssize_t length = recv(fd_.Get(), message, sizeof(message), 0);
     if (length <= 0) break;
     std::string whole(message, static_cast<size_t>(length));

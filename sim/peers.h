@@ -8,7 +8,6 @@
 #include <optional>
 #include <span>
 #include <string>
-#include <vector>
 
 #include "ipc/camera_control.h"
 #include "sim/pty_line.h"

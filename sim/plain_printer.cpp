@@ -2,6 +2,8 @@
 
 #include <unistd.h>
 
+#include <utility>
+
 namespace sim {
 namespace {
 
@@ -11,10 +13,6 @@ constexpr milliseconds kReportEvery{500};
 constexpr milliseconds kSaidAgainWithin{200};
 // Most of a line of the daemon's that is printed on a terminal.
 constexpr size_t kLineShown = 120;
-
-std::string Shortened(const std::string& line) {
-  return line.size() <= kLineShown ? line : line.substr(0, kLineShown) + "...";
-}
 
 }  // namespace
 
@@ -26,58 +24,48 @@ PlainPrinter::~PlainPrinter() {
 }
 
 void PlainPrinter::Take(DeviceEvent event) {
-  switch (event.kind) {
-    case EventKind::kNote:
-      Print(event.who, event.text);
-      break;
-    case EventKind::kDaemon:
-      FlushWords();
-      Print(event.who, is_terminal_ ? Shortened(event.text) : event.text);
-      break;
-    case EventKind::kWords:
-      TakeWords(event.who, event.text);
-      break;
+  if (event.kind == EventKind::kWords) {
+    if (event.text != pending_.text) FlushWords();
+    if (pending_count_++ == 0) pending_since_ = Clock::now();
+    pending_ = std::move(event);
+    return;
   }
+  if (event.kind == EventKind::kDaemon) {
+    FlushWords();
+    if (is_terminal_ && event.text.size() > kLineShown) {
+      event.text.replace(kLineShown, std::string::npos, "...");
+    }
+  }
+  Print(event.who, event.text);
 }
 
 void PlainPrinter::Observe(const FarEnd& far_end) {
   const auto now = Clock::now();
   if (now - pending_since_ >= kSaidAgainWithin) FlushWords();
-  Describe(far_end, now);
-  fflush(out_);
-}
-
-void PlainPrinter::Describe(const FarEnd& far_end, Clock::time_point now) {
-  const bool is_moving = far_end.IsMoving();
-  if (!was_observed_) last_description_ = far_end.Describe();
-  was_observed_ = true;
-  if (!was_moving_ && is_moving) last_report_ = now;
-  was_moving_ = is_moving;
-  if (is_moving && now - last_report_ < kReportEvery) return;
   const std::string description = far_end.Describe();
-  if (description == last_description_) return;
-  FlushWords();
-  Print(far_end.Name(), description);
-  last_description_ = description;
-  last_report_ = now;
+  const bool is_moving = far_end.IsMoving();
+  if (last_description_.empty()) last_description_ = description;
+  if (is_moving && !std::exchange(was_moving_, is_moving)) last_report_ = now;
+  was_moving_ = is_moving;
+  const bool is_due = !is_moving || now - last_report_ >= kReportEvery;
+  if (is_due && description != last_description_) {
+    FlushWords();
+    Print(far_end.Name(), description);
+    last_description_ = description;
+    last_report_ = now;
+  }
+  fflush(out_);
 }
 
 void PlainPrinter::Print(const char* who, const std::string& text) {
   fprintf(out_, "%-6s | %s\n", who, text.c_str());
 }
 
-void PlainPrinter::TakeWords(const char* who, const std::string& words) {
-  if (words != pending_words_) FlushWords();
-  if (pending_count_++ == 0) pending_since_ = Clock::now();
-  pending_who_ = who;
-  pending_words_ = words;
-}
-
 void PlainPrinter::FlushWords() {
   if (pending_count_ == 0) return;
   const std::string times =
       pending_count_ > 1 ? " (" + std::to_string(pending_count_) + " times)" : "";
-  Print(pending_who_, pending_words_ + times);
+  Print(pending_.who, pending_.text + times);
   pending_count_ = 0;
 }
 

@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <string>
 
-#include "sim/event_sink.h"
+#include "sim/virtual_device.h"
 
 namespace sim {
 
@@ -22,19 +22,15 @@ class PlainPrinter : public EventSink {
 
  private:
   void Print(const char* who, const std::string& text);
-  void TakeWords(const char* who, const std::string& words);
   void FlushWords();
-  void Describe(const FarEnd& far_end, Clock::time_point now);
 
   FILE* out_;
   bool is_terminal_;
   // Words that may be said again.
-  const char* pending_who_ = "";
-  std::string pending_words_;
+  DeviceEvent pending_ = {};
   int pending_count_ = 0;
   Clock::time_point pending_since_;
-  // What was last seen of the far end.
-  bool was_observed_ = false;
+  // What was last printed of the far end.
   bool was_moving_ = false;
   Clock::time_point last_report_;
   std::string last_description_;

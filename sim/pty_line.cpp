@@ -10,17 +10,6 @@
 #include <stdexcept>
 
 namespace sim {
-namespace {
-
-// Waits until `fd` is ready for `events`. Returns false when `end` passes first.
-bool WaitReady(int fd, short events, Clock::time_point end) {
-  const auto left = std::chrono::duration_cast<milliseconds>(end - Clock::now());
-  if (left.count() < 0) return false;
-  pollfd source = {.fd = fd, .events = events, .revents = 0};
-  return poll(&source, 1, static_cast<int>(left.count())) > 0;
-}
-
-}  // namespace
 
 PtyLine::PtyLine(const std::string& path)
     : far_(posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC)) {

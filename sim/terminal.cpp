@@ -1,69 +1,42 @@
 #include "sim/terminal.h"
 
-// Its macros would take names like "move" and "timeout" from everyone.
-#define NCURSES_NOMACROS 1
-#define NCURSES_WIDECHAR 1
-#include <curses.h>
 #include <langinfo.h>
 #include <term.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <clocale>
 #include <cstring>
-
-#include "sim/live_keys.h"
+#include <cwchar>
+#include <locale>
 
 namespace sim {
 namespace {
 
-struct Look {
-  Style style;
-  short color;  // of the text; -1 is the terminal's own
-  attr_t attributes;
-};
+// What stands for the characters of the screen in ASCII, one below the other.
+constexpr std::wstring_view kDrawn = L"─━●▼▸·…←↑↓→°×█";
+constexpr std::wstring_view kAscii = L"-=Ov>.~<^v> x_";
+static_assert(kDrawn.size() == kAscii.size());
 
-constexpr short kOwnColor = -1;
-
-constexpr std::array<Look, 8> kLooks = {{
-    {Style::kPlain, kOwnColor, A_NORMAL},
-    {Style::kDim, kOwnColor, A_DIM},
-    {Style::kTitle, kOwnColor, A_REVERSE},
-    {Style::kHead, COLOR_CYAN, A_NORMAL},
-    {Style::kValue, kOwnColor, A_BOLD},
-    {Style::kBar, COLOR_GREEN, A_NORMAL},
-    {Style::kMark, COLOR_YELLOW, A_BOLD},
-    {Style::kWarn, COLOR_RED, A_BOLD},
-}};
-
-struct KeyRow {
-  int code;  // of the terminal library
-  int key;
-};
-
-constexpr std::array<KeyRow, 12> kKeys = {{
-    {KEY_UP, kKeyUp},
-    {KEY_DOWN, kKeyDown},
-    {KEY_LEFT, kKeyLeft},
-    {KEY_RIGHT, kKeyRight},
-    {KEY_PPAGE, kKeyPageUp},
-    {KEY_NPAGE, kKeyPageDown},
-    {KEY_BACKSPACE, kKeyBackspace},
-    {0x7F, kKeyBackspace},
-    {'\b', kKeyBackspace},
-    {'\n', kKeyEnter},
-    {'\r', kKeyEnter},
-    {0x1B, kKeyEscape},
-}};
-
-// Colors are numbered from 1 in the order of the looks.
-short PairOf(size_t look) {
-  return static_cast<short>(look + 1);
+wchar_t AsciiFor(wchar_t character) {
+  constexpr wchar_t kAsciiEnd = 0x80;
+  // Patterns of dots.
+  constexpr wchar_t kBraille = 0x2800;
+  constexpr wchar_t kBrailleEnd = 0x2900;
+  if (character < kAsciiEnd) return character;
+  if (character >= kBraille && character < kBrailleEnd) return L'.';
+  const size_t at = kDrawn.find(character);
+  return at == std::wstring_view::npos ? L'?' : kAscii[at];
 }
 
-// How long an escape sequence may take to come, milliseconds.
-constexpr int kEscapeDelayMs = 25;
+// The number of a color's pair: those from 1 on are free.
+short PairOf(short color) {
+  return static_cast<short>(color + 2);
+}
+
+void SetStyle(WINDOW* window, const Style& style) {
+  wattr_set(window, style.attributes, has_colors() ? PairOf(style.color) : short{0}, nullptr);
+}
 
 }  // namespace
 
@@ -74,6 +47,7 @@ std::unique_ptr<Terminal> Terminal::Open() {
 }
 
 Terminal::Terminal(bool utf8) : utf8_(utf8) {
+  constexpr int kEscapeDelayMs = 25;  // how long an escape sequence may take to come
   cbreak();
   noecho();
   nonl();
@@ -84,47 +58,61 @@ Terminal::Terminal(bool utf8) : utf8_(utf8) {
   if (!has_colors()) return;
   start_color();
   use_default_colors();
-  for (size_t i = 0; i < kLooks.size(); ++i)
-    init_pair(PairOf(i), kLooks[i].color, kOwnColor);
+  for (short color = -1; color <= COLOR_WHITE; ++color)
+    init_pair(PairOf(color), color, -1);
 }
 
 Terminal::~Terminal() {
   endwin();
 }
 
-int Terminal::Rows() const {
-  return getmaxy(stdscr);
-}
-
-int Terminal::Cols() const {
-  return getmaxx(stdscr);
-}
-
-void Terminal::Show(const Canvas& canvas) {
-  const int rows = std::min(canvas.Rows(), Rows());
-  const int cols = std::min(canvas.Cols(), Cols());
-  for (int row = 0; row < rows; ++row) {
-    for (int col = 0; col < cols; ++col) {
-      const Cell& cell = canvas.At(row, col);
-      const auto look = static_cast<size_t>(cell.style);
-      const std::array<wchar_t, 2> text = {
-          static_cast<wchar_t>(utf8_ ? cell.glyph : static_cast<char32_t>(AsciiFor(cell.glyph))),
-          L'\0'};
-      cchar_t glyph = {};
-      setcchar(&glyph, text.data(), kLooks[look].attributes, has_colors() ? PairOf(look) : short{0},
-               nullptr);
-      mvadd_wch(row, col, &glyph);
-    }
+void Terminal::Write(int row, int col, std::string_view text, const Style& style, int width) const {
+  std::wstring characters = Characters(text);
+  width = std::max(0, std::min(width, getmaxx(stdscr) - col));
+  if (characters.size() > static_cast<size_t>(width)) {
+    characters.resize(static_cast<size_t>(std::max(0, width - 1)));
+    if (width > 0) characters += Characters("…");
   }
-  refresh();
+  SetStyle(stdscr, style);
+  mvaddwstr(row, col, characters.c_str());
 }
 
-std::optional<int> Terminal::ReadKey() {
-  const int code = getch();
-  if (code == ERR) return std::nullopt;
-  if (code == KEY_RESIZE) return kKeyResize;
-  const auto* row = std::ranges::find(kKeys, code, &KeyRow::code);
-  return row == kKeys.end() ? code : row->key;
+void Terminal::Frame(const Area& area, const std::string& heading) const {
+  WINDOW* pane = derwin(stdscr, area.rows, area.cols, area.row, area.col);
+  if (pane == nullptr) return;
+  werase(pane);
+  SetStyle(pane, kDim);
+  utf8_ ? box_set(pane, nullptr, nullptr) : wborder(pane, '|', '|', '-', '-', '+', '+', '+', '+');
+  wsyncup(pane);
+  delwin(pane);
+  Write(area.row, area.col + 2, " " + heading + " ", kHead, area.cols - 4);
+}
+
+// A byte that belongs to no character, and a character that is not one cell wide, becomes a
+// question mark.
+std::wstring Terminal::Characters(std::string_view text) const {
+  std::wstring characters;
+  const auto& utf8 =
+      std::use_facet<std::codecvt<char32_t, char8_t, std::mbstate_t>>(std::locale::classic());
+  const auto* from = reinterpret_cast<const char8_t*>(text.data());
+  const char8_t* end = from + text.size();
+  while (from < end) {
+    std::mbstate_t state = {};
+    const char8_t* next = from;
+    char32_t character = 0;
+    char32_t* taken = nullptr;
+    utf8.in(state, from, end, next, &character, &character + 1, taken);
+    from = std::max(next, from + 1);
+    const auto wide = static_cast<wchar_t>(character == U'\t' ? U' ' : character);
+    const wchar_t shown = utf8_ ? wide : AsciiFor(wide);
+    characters += wcwidth(shown) == 1 ? shown : L'?';
+  }
+  return characters;
+}
+
+int Length(std::string_view text) {
+  return static_cast<int>(std::ranges::count_if(
+      text, [](char byte) { return (static_cast<unsigned char>(byte) & 0xC0) != 0x80; }));
 }
 
 void LeaveScreen() {

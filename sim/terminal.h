@@ -1,12 +1,45 @@
-// The terminal that a live screen is shown on. One at a time.
+// The terminal that a live screen is drawn on, by ncurses. One at a time.
+//
+// Texts are UTF-8; each character takes one cell. On a terminal without UTF-8 everything is drawn
+// in ASCII.
 #pragma once
 
-#include <memory>
-#include <optional>
+// Its macros would take names like "move" and "timeout" from everyone.
+#define NCURSES_NOMACROS 1
+#define NCURSES_WIDECHAR 1
+#include <curses.h>
 
-#include "sim/canvas.h"
+#include <climits>
+#include <memory>
+#include <string>
+#include <string_view>
 
 namespace sim {
+
+// How text looks.
+struct Style {
+  short color;  // -1 is the terminal's own
+  attr_t attributes;
+};
+
+constexpr Style kPlain = {-1, A_NORMAL};
+constexpr Style kDim = {-1, A_DIM};              // frames, what is of little interest
+constexpr Style kTitle = {-1, A_REVERSE};        // the bar at the top
+constexpr Style kHead = {COLOR_CYAN, A_NORMAL};  // headings
+constexpr Style kValue = {-1, A_BOLD};           // figures
+constexpr Style kBar = {COLOR_GREEN, A_NORMAL};  // the filled part of a gauge
+constexpr Style kMark = {COLOR_YELLOW, A_BOLD};  // the target of a gauge
+
+// A rectangle of cells.
+struct Area {
+  int row;
+  int col;
+  int rows;
+  int cols;
+
+  // The part of it within a frame.
+  Area Inner() const { return {row + 1, col + 2, rows - 2, cols - 4}; }
+};
 
 class Terminal {
  public:
@@ -14,22 +47,25 @@ class Terminal {
   static std::unique_ptr<Terminal> Open();
   Terminal(const Terminal&) = delete;
   Terminal& operator=(const Terminal&) = delete;
-  // Gives it back as it was.
+  // Restores the terminal.
   ~Terminal();
 
-  int Rows() const;
-  int Cols() const;
+  // Writes a text, at most `width` cells of it; a text that is cut ends in an ellipsis.
+  void Write(int row, int col, std::string_view text, const Style& style = kPlain,
+             int width = INT_MAX) const;
 
-  void Show(const Canvas& canvas);
-
-  // The next key that was pressed: a character or a SpecialKey. Does not wait.
-  std::optional<int> ReadKey();
+  // Clears an area and draws a frame with a heading around it.
+  void Frame(const Area& area, const std::string& heading) const;
 
  private:
   explicit Terminal(bool utf8);
+  std::wstring Characters(std::string_view text) const;
 
   bool utf8_;
 };
+
+// The number of characters of a UTF-8 text.
+int Length(std::string_view text);
 
 // Leaves the screen of a process that has ended without doing so.
 void LeaveScreen();

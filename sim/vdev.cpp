@@ -18,7 +18,6 @@
 #include "ipc/cicomm.h"
 #include "ipc/csysmgr.h"
 #include "relay/daemon_datagram.h"
-#include "sim/guest_command.h"
 #include "sim/terminal.h"
 #include "sim/vdev_session.h"
 #include "sim/world.h"
@@ -52,9 +51,8 @@ bool IsOnTerminal() {
          *kind != '\0' && strcmp(kind, "dumb") != 0;
 }
 
-// Runs a session in a world, and gives the terminal back however it ended.
+// Runs a session in a world.
 int RunGuarded(const std::function<int()>& session) {
-  const sim::TerminalKeeper keeper;
   return sim::RunInWorld([&session] {
     try {
       return session();
@@ -134,16 +132,16 @@ Arguments Split(int argc, char** argv) {
   return arguments;
 }
 
-int Run(const SessionOptions& options, bool plain, const std::optional<GuestCommand>& command) {
+int Run(const SessionOptions& options, const std::optional<GuestCommand>& command) {
   if (command.has_value()) {
     return RunGuarded([&] { return RunCommandSession(options, *command); });
   }
-  if (!plain && !options.once && IsOnTerminal()) {
-    const int status = RunGuarded([&] { return RunScreenSession(options); });
-    if (status > sim::kSignalBase) sim::LeaveScreen();
-    return status;
+  if (options.plain || options.once || !IsOnTerminal()) {
+    return RunGuarded([&] { return RunPlainSession(options); });
   }
-  return RunGuarded([&] { return RunPlainSession(options); });
+  const int status = RunGuarded([&] { return RunScreenSession(options); });
+  if (status > sim::kSignalBase) sim::LeaveScreen();
+  return status;
 }
 
 }  // namespace
@@ -152,7 +150,6 @@ int main(int argc, char** argv) {
   const Arguments arguments = Split(argc, argv);
   SessionOptions options;
   options.daemon = DefaultDaemon();
-  bool plain = false;
   std::optional<pid_t> pid;
 
   CLI::App app{"Runs rs232d on a virtual device, in a private world of namespaces.", "vdev"};
@@ -162,7 +159,7 @@ int main(int argc, char** argv) {
   CLI::App* run = app.add_subcommand(
       "run", "Start the daemon for MODEL with what that model has behind its serial line");
   AddDeviceOptions(run, &options);
-  run->add_flag("--plain", plain, "print plain lines also on a terminal");
+  run->add_flag("--plain", options.plain, "print plain lines also on a terminal");
   run->add_flag("--demo", options.demo, "show a short scripted sequence first");
   run->add_flag("--once", options.once, "end after the demonstration, status 0 if all was seen")
       ->needs("--demo");
@@ -198,11 +195,7 @@ int main(int argc, char** argv) {
     fprintf(stderr, "vdev: a command follows -- only in 'run' without --demo, and in 'join'\n");
     return tools::EXIT_STATUS_USAGE;
   }
-  const GuestCommand command = arguments.command.value_or(sim::UserShell());
-  if (join->parsed()) {
-    const sim::TerminalKeeper keeper;
-    return sim::JoinWorld(pid, command);
-  }
-  if (shell->parsed()) return Run(options, plain, command);
-  return Run(options, plain, arguments.command);
+  const sim::TerminalKeeper keeper;
+  if (join->parsed()) return sim::JoinWorld(pid, arguments.command.value_or(sim::UserShell()));
+  return Run(options, shell->parsed() ? sim::UserShell() : arguments.command);
 }

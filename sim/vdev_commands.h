@@ -1,8 +1,7 @@
-// The words by which the virtual device is driven, typed or scripted.
+// The commands that drive the virtual device, typed or scripted: the verbs of `rs232ctl ptz`, and
+// a few words of vdev's own.
 #pragma once
 
-#include <chrono>
-#include <span>
 #include <string>
 #include <vector>
 
@@ -11,29 +10,23 @@
 
 namespace sim {
 
-enum class CommandResult { kDone, kQuit, kBad };
+// Carries out one line. An empty line does nothing; bad input makes the device note one line that
+// says what is wrong. Returns false when the line says quit.
+bool RunCommand(const std::string& line, VirtualDevice* device);
 
-// Sends what a key or a word asks for.
-void SendAction(const KeyAction& action, VirtualDevice* device);
-
-// Carries one line out: a word of the table and its arguments. An empty line does nothing. Bad
-// input makes the device note one line that says what is wrong.
-CommandResult RunCommand(const std::string& line, VirtualDevice* device);
-
-// The words, a line each with what it does.
-std::vector<std::string> CommandHelp();
+// The commands, a line each with what it does.
+std::vector<HelpLine> CommandHelp();
 
 // One line of a script and how long to watch afterwards.
 struct ScriptStep {
-  const char* line;
-  std::chrono::milliseconds watch;
+  std::string line;
+  milliseconds watch;
 };
 
 // The demonstration of a model.
-std::span<const ScriptStep> DemoScript(const std::string& model);
+std::vector<ScriptStep> DemoScript(const std::string& model);
 
-// Whether a device of a model has shown everything that its demonstration should; notes what it
-// has not.
-bool DemoShowedAll(const std::string& model, const Sightings& seen, EventSink* sink);
+// Whether the device has shown everything that its demonstration should; notes what is missing.
+bool DemoShowedAll(VirtualDevice* device);
 
 }  // namespace sim

@@ -1,17 +1,17 @@
 #include "sim/vdev_session.h"
 
-#include <poll.h>
 #include <sys/ioctl.h>
+#include <sys/signalfd.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
 #include <memory>
 #include <optional>
-#include <span>
 #include <stdexcept>
 #include <utility>
 #include <vector>
@@ -19,8 +19,8 @@
 #include "sim/far_end_models.h"
 #include "sim/live_screen.h"
 #include "sim/plain_printer.h"
-#include "sim/session_signals.h"
 #include "sim/terminal.h"
+#include "sim/unique_fd.h"
 #include "sim/vdev_commands.h"
 #include "sim/virtual_device.h"
 #include "sim/world.h"
@@ -28,14 +28,62 @@
 namespace sim {
 namespace {
 
-// How a stretch of serving ended.
-enum class Ending { kTimeOver, kUserStops, kDaemonEnded, kReboot };
-
 constexpr milliseconds kLook{50};
 
-bool IsReadable(int fd) {
-  pollfd source = {.fd = fd, .events = POLLIN, .revents = 0};
-  return poll(&source, 1, 0) > 0;
+// The signals that concern a session, readable from a descriptor while this object lives.
+class SessionSignals {
+ public:
+  SessionSignals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGCHLD})
+      sigaddset(&signals, signal);
+    sigprocmask(SIG_BLOCK, &signals, &before_);
+    fd_.Reset(signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
+  }
+  ~SessionSignals() { Restore(); }
+
+  // Restores the signal mask.
+  void Restore() const { sigprocmask(SIG_SETMASK, &before_, nullptr); }
+
+  int Fd() const { return fd_.Get(); }
+
+  // Takes the next signal that has come.
+  std::optional<signalfd_siginfo> Take() const {
+    signalfd_siginfo info = {};
+    if (read(fd_.Get(), &info, sizeof(info)) != sizeof(info)) return std::nullopt;
+    return info;
+  }
+
+  // Takes every signal that has come. Returns one by which the user ends the session, or 0.
+  int TakeEnd() const {
+    int end = 0;
+    while (const auto info = Take()) {
+      if (info->ssi_signo != SIGCHLD) end = static_cast<int>(info->ssi_signo);
+    }
+    return end;
+  }
+
+ private:
+  sigset_t before_;
+  UniqueFd fd_;
+};
+
+// How a session ended.
+struct Ending {
+  bool by_user;  // else the daemon ended, or rebooted the device
+  int signal;    // by which the user did; 0 for none
+};
+
+// Serves the device and, every `pace`, the user, until the daemon ends, a signal comes, or
+// `serve_user` returns false.
+Ending Serve(VirtualDevice* device, const SessionSignals& signals, milliseconds pace,
+             const std::function<bool()>& serve_user) {
+  while (device->Serve(pace, signals.Fd())) {
+    if (const int signal = signals.TakeEnd()) return {.by_user = true, .signal = signal};
+    if (!serve_user()) return {.by_user = true, .signal = 0};
+  }
+  return {.by_user = false, .signal = 0};
 }
 
 DeviceSetup SetupOf(const SessionOptions& options) {
@@ -47,78 +95,70 @@ DeviceSetup SetupOf(const SessionOptions& options) {
   return setup;
 }
 
-Ending Watch(VirtualDevice* device, milliseconds time, SessionSignals* signals) {
-  const auto end = Clock::now() + time;
-  while (true) {
-    const auto left = std::chrono::duration_cast<milliseconds>(end - Clock::now());
-    if (!device->Serve(std::max(left, milliseconds(0)), signals->Fd())) {
-      return device->IsRebooting() ? Ending::kReboot : Ending::kDaemonEnded;
-    }
-    if (signals->TakeEnd()) return Ending::kUserStops;
-    if (Clock::now() >= end) return Ending::kTimeOver;
-  }
+// Stops the device. Returns the exit status of vdev.
+int Stop(VirtualDevice* device, const Ending& ending) {
+  const bool good = device->Stop() && (ending.by_user || device->IsRebooting());
+  return good ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
-// Carries out a line of a script, of which none may be wrong.
-void PlayStep(const ScriptStep& step, VirtualDevice* device) {
-  device->Note(std::string("> ") + step.line);
-  if (RunCommand(step.line, device) == CommandResult::kBad) {
-    throw std::runtime_error(std::string("the script says what is no command: ") + step.line);
-  }
-}
-
-Ending RunScript(VirtualDevice* device, SessionSignals* signals) {
-  for (const ScriptStep& step : DemoScript(device->Config().model)) {
-    PlayStep(step, device);
-    const Ending ending = Watch(device, step.watch, signals);
-    if (ending != Ending::kTimeOver) return ending;
-  }
-  return Ending::kTimeOver;
-}
-
-// Lines typed by the user; ends at the end of the input.
-class Input {
+// The script of a demonstration, played while the device is served.
+class Player {
  public:
-  int Fd() const { return ended_ ? -1 : STDIN_FILENO; }
+  explicit Player(const SessionOptions& options) {
+    if (options.demo) script_ = DemoScript(options.device.model);
+  }
 
-  // Takes what is there and carries out its whole lines. Returns false when one says quit.
+  // Plays the steps that are due. Returns false once the script is over.
   bool Serve(VirtualDevice* device) {
-    std::array<char, 512> bytes;
-    const ssize_t count = read(STDIN_FILENO, bytes.data(), bytes.size());
-    if (count <= 0) {
-      ended_ = true;
-      return true;
-    }
-    text_.append(bytes.data(), static_cast<size_t>(count));
-    size_t end = 0;
-    while ((end = text_.find('\n')) != std::string::npos) {
-      const std::string line = text_.substr(0, end);
-      text_.erase(0, end + 1);
-      if (RunCommand(line, device) == CommandResult::kQuit) return false;
-    }
+    if (Clock::now() < due_) return true;
+    if (next_ == script_.size()) return false;
+    const ScriptStep& step = script_[next_++];
+    if (!step.line.empty()) device->Note("> " + step.line);
+    RunCommand(step.line, device);
+    due_ = Clock::now() + step.watch;
     return true;
   }
 
  private:
-  std::string text_;
-  bool ended_ = false;
+  std::vector<ScriptStep> script_;
+  size_t next_ = 0;
+  Clock::time_point due_;
 };
 
-// Serves until the user has had enough.
-Ending Play(VirtualDevice* device, SessionSignals* signals) {
-  device->Note(
-      "drive the device by typing: right, in, stop, tcp TEXT, ... (help lists all); Ctrl-C ends");
-  Input input;
-  while (true) {
-    const Ending ending = Watch(device, kLook, signals);
-    if (ending != Ending::kTimeOver) return ending;
-    if (input.Fd() >= 0 && IsReadable(input.Fd()) && !input.Serve(device)) {
-      return Ending::kUserStops;
-    }
-  }
-}
+// Lines typed by the user; ends at the end of the input.
+class Input {
+ public:
+  explicit Input(VirtualDevice* device) : device_(device) {}
 
-// --- The live screen ---------------------------------------------------------------------------
+  // Takes lines from now on.
+  void Open() {
+    if (std::exchange(is_open_, true)) return;
+    device_->Note(
+        "drive the device by typing: right, in, stop, tcp TEXT, ... (help lists all); Ctrl-C ends");
+    device_->rig.Watch(STDIN_FILENO, [this] { Take(); });
+  }
+
+  // Whether a line has said quit.
+  bool HasQuit() const { return has_quit_; }
+
+ private:
+  void Take() {
+    std::array<char, 512> bytes;
+    const ssize_t count = read(STDIN_FILENO, bytes.data(), bytes.size());
+    if (count <= 0) {
+      device_->rig.Unwatch(STDIN_FILENO);
+      return;
+    }
+    text_.append(bytes.data(), static_cast<size_t>(count));
+    for (const std::string& line : TakeLines(&text_))
+      has_quit_ = has_quit_ || !RunCommand(line, device_);
+  }
+
+  VirtualDevice* device_;
+  std::string text_;
+  bool is_open_ = false;
+  bool has_quit_ = false;
+};
 
 bool FitsScreen() {
   winsize size = {};
@@ -131,61 +171,24 @@ bool FitsScreen() {
   return false;
 }
 
-// The script of a demonstration, played while the screen is served.
-class Player {
- public:
-  Player(std::span<const ScriptStep> script, Clock::time_point now) : script_(script), due_(now) {}
-
-  // Plays the steps that are due. Returns false once the script is over.
-  bool Serve(VirtualDevice* device, Clock::time_point now) {
-    if (now < due_) return true;
-    if (script_.empty()) return false;
-    PlayStep(script_.front(), device);
-    due_ = now + script_.front().watch;
-    script_ = script_.subspan(1);
-    return true;
-  }
-
- private:
-  std::span<const ScriptStep> script_;
-  Clock::time_point due_;
-};
-
-// Serves the device and its screen until the user, or the daemon, ends it.
-Ending ServeScreen(VirtualDevice* device, LiveScreen* screen, SessionSignals* signals, bool demo) {
+int ShowScreen(const SessionOptions& options, LiveScreen* screen) {
   constexpr milliseconds kDrawEvery{40};
-  std::optional<Player> player;
-  if (demo) player.emplace(DemoScript(device->Config().model), Clock::now());
-  while (true) {
-    const Ending ending = Watch(device, kDrawEvery, signals);
-    if (ending != Ending::kTimeOver) return ending;
-    if (player.has_value() && !player->Serve(device, Clock::now())) {
-      player.reset();
-      device->ReleaseDataPort();
-    }
-    if (!screen->ServeKeys(device)) return Ending::kUserStops;
-    screen->Draw(*device);
-  }
-}
-
-struct ScreenEnd {
-  int status;
-  std::vector<LogLine> last_lines;
-};
-
-ScreenEnd ShowScreen(const SessionOptions& options, Terminal* terminal, SessionSignals* signals) {
-  LiveScreen screen(terminal, options.device);
+  const SessionSignals signals;
   DeviceSetup setup = SetupOf(options);
-  setup.data_port = options.demo;  // who joins the world wants it
-  VirtualDevice device(options.device, setup, &screen);
+  setup.data_port = options.demo;  // whoever joins the world wants it
+  VirtualDevice device(options.device, setup, screen);
   if (!device.Start()) {
-    screen.Note(options.daemon + " did not come up");
-    return {.status = EXIT_FAILURE, .last_lines = screen.LastLines()};
+    device.Note(options.daemon + " did not come up");
+    return EXIT_FAILURE;
   }
-  const Ending ending = ServeScreen(&device, &screen, signals, options.demo);
-  const bool stopped = device.Stop();
-  const bool good = stopped && ending != Ending::kDaemonEnded;
-  return {.status = good ? EXIT_SUCCESS : EXIT_FAILURE, .last_lines = screen.LastLines()};
+  Player player(options);
+  const Ending ending = Serve(&device, signals, kDrawEvery, [&] {
+    if (!player.Serve(&device)) device.ReleaseDataPort();
+    if (!screen->ServeKeys(&device)) return false;
+    screen->Draw(device);
+    return true;
+  });
+  return Stop(&device, ending);
 }
 
 // --- A command beside the device ---------------------------------------------------------------
@@ -201,26 +204,21 @@ pid_t StartGuest(const GuestCommand& command, const std::string& model,
   const pid_t pid = fork();
   if (pid < 0) throw std::runtime_error("cannot fork");
   if (pid > 0) return pid;
-  sigprocmask(SIG_SETMASK, &signals.Before(), nullptr);
+  signals.Restore();
   _exit(ExecGuest(command, model));
 }
 
-// A module or a lens tells about itself soon after the start, and a command may count on that.
-// Returns false when the user stops it.
-bool AwaitIntroduction(VirtualDevice* device, SessionSignals* signals) {
-  constexpr milliseconds kMost{5000};
-  const auto end = Clock::now() + kMost;
-  while (KindOfModel(device->Config().model) != FarEndKind::kPtzHead &&
-         device->Seen().camera_info.empty() && Clock::now() < end) {
-    const Ending ending = Watch(device, kLook, signals);
-    if (ending != Ending::kTimeOver) return ending != Ending::kUserStops;
-  }
-  return true;
+// A module or a lens reports its version soon after the start, and a command may rely on that.
+Ending AwaitIntroduction(VirtualDevice* device, const SessionSignals& signals) {
+  const auto end = Clock::now() + kPatience;
+  const bool is_silent = KindOfModel(device->rig.config.model) == FarEndKind::kPtzHead;
+  return Serve(device, signals, is_silent ? milliseconds(0) : kLook,
+               [&] { return !is_silent && device->CameraInfo().empty() && Clock::now() < end; });
 }
 
 // Passes signals on to the command: those of the terminal reach it by themselves.
-void PassSignals(SessionSignals* signals, pid_t guest) {
-  while (const auto info = signals->Take()) {
+void PassSignals(const SessionSignals& signals, pid_t guest) {
+  while (const auto info = signals.Take()) {
     if (info->ssi_signo != SIGCHLD && info->ssi_code != SI_KERNEL) {
       kill(guest, static_cast<int>(info->ssi_signo));
     }
@@ -229,10 +227,10 @@ void PassSignals(SessionSignals* signals, pid_t guest) {
 
 // Serves the device, also one whose daemon has ended, until the command ends. Returns its exit
 // status.
-int ServeGuest(VirtualDevice* device, pid_t guest, SessionSignals* signals) {
+int ServeGuest(VirtualDevice* device, pid_t guest, const SessionSignals& signals) {
   bool is_serving = true;
   while (true) {
-    if (!device->Serve(kLook, signals->Fd()) && std::exchange(is_serving, false)) {
+    if (!device->Serve(kLook, signals.Fd()) && std::exchange(is_serving, false)) {
       fprintf(stderr, "vdev: rs232d %s\n",
               device->IsRebooting() ? "has rebooted the device and serves no longer" : "has ended");
     }
@@ -246,41 +244,47 @@ int ServeGuest(VirtualDevice* device, pid_t guest, SessionSignals* signals) {
 }  // namespace
 
 int RunPlainSession(const SessionOptions& options) {
-  SessionSignals signals;
+  const SessionSignals signals;
   PlainPrinter printer(stdout);
   DeviceSetup setup = SetupOf(options);
-  setup.sightings = options.demo;
+  setup.record = options.demo;
   VirtualDevice device(options.device, setup, &printer);
   if (!device.Start()) {
-    printer.Note(options.daemon + " did not come up");
+    device.Note(options.daemon + " did not come up");
     return EXIT_FAILURE;
   }
-  Ending ending = Ending::kTimeOver;
-  bool shown = true;
-  if (options.demo) {
-    ending = RunScript(&device, &signals);
-    shown = ending == Ending::kUserStops ||
-            DemoShowedAll(options.device.model, device.Seen(), &printer);
-  }
-  if (ending == Ending::kTimeOver && !options.once) ending = Play(&device, &signals);
-  const bool stopped = device.Stop();
-  return shown && stopped && ending != Ending::kDaemonEnded ? EXIT_SUCCESS : EXIT_FAILURE;
+  Player player(options);
+  Input input(&device);
+  bool is_playing = options.demo;
+  bool showed_all = true;
+  const auto end_demo = [&] {
+    if (std::exchange(is_playing, false)) showed_all = DemoShowedAll(&device);
+  };
+  const Ending ending = Serve(&device, signals, kLook, [&] {
+    if (player.Serve(&device)) return true;
+    end_demo();
+    if (options.once) return false;
+    input.Open();
+    return !input.HasQuit();
+  });
+  if (!ending.by_user) end_demo();
+  const int status = Stop(&device, ending);
+  return showed_all ? status : EXIT_FAILURE;
 }
 
 int RunScreenSession(const SessionOptions& options) {
   if (!FitsScreen()) return RunPlainSession(options);
   std::unique_ptr<Terminal> terminal = Terminal::Open();
   if (terminal == nullptr) return RunPlainSession(options);
-  SessionSignals signals;
-  const ScreenEnd end = ShowScreen(options, terminal.get(), &signals);
+  LiveScreen screen(terminal.get(), options.device.model);
+  const int status = ShowScreen(options, &screen);
   terminal.reset();
-  for (const LogLine& line : end.last_lines)
-    printf("%-6s | %s\n", line.who.c_str(), line.text.c_str());
-  return end.status;
+  screen.PrintLastLines();
+  return status;
 }
 
 int RunCommandSession(const SessionOptions& options, const GuestCommand& command) {
-  SessionSignals signals;
+  const SessionSignals signals;
   const File log(options.verbose ? nullptr : fopen(kSessionLog, "we"));
   PlainPrinter printer(log ? log.get() : stderr);
   DeviceSetup setup = SetupOf(options);
@@ -295,16 +299,17 @@ int RunCommandSession(const SessionOptions& options, const GuestCommand& command
     fprintf(stderr, "vdev: %s did not come up\n", options.daemon.c_str());
     return EXIT_FAILURE;
   }
-  if (!AwaitIntroduction(&device, &signals)) {
+  const Ending introduction = AwaitIntroduction(&device, signals);
+  if (introduction.signal != 0) {
     device.Stop();
-    return kSignalBase + signals.EndSignal();
+    return kSignalBase + introduction.signal;
   }
   if (log) {
     fprintf(stderr, "vdev: rs232d serves %s; vdev's own lines go to %s\n",
             options.device.model.c_str(), kSessionLog);
   }
   const pid_t guest = StartGuest(command, options.device.model, signals);
-  const int status = ServeGuest(&device, guest, &signals);
+  const int status = ServeGuest(&device, guest, signals);
   device.Stop();
   return status;
 }

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "sim/device.h"
-#include "sim/guest_command.h"
+#include "sim/world_door.h"
 
 namespace sim {
 
@@ -15,6 +15,7 @@ struct SessionOptions {
   DeviceConfig device;
   std::string daemon;
   std::optional<bool> trace;
+  bool plain = false;    // no live screen, on a terminal either
   bool demo = false;     // show the model's script first
   bool once = false;     // end after the script
   bool verbose = false;  // a command: lines go to standard error

@@ -27,25 +27,13 @@
 namespace sim {
 namespace {
 
-// A file that has not changed for this long is whole.
+// A file that has not changed for this long is complete.
 constexpr milliseconds kFileSettled{50};
 
 constexpr char kCameraInfoPath[] = "/var/nvt/camera.info";
 
 std::string Dump(std::span<const uint8_t> bytes) {
   return Hex(bytes) + "  \"" + tools::PlainText(bytes) + "\"";
-}
-
-Bytes BytesOf(const std::string& text) {
-  return Bytes(text.begin(), text.end());
-}
-
-// The lines of a text beyond its first `seen` characters.
-std::vector<std::string> NewLines(const std::string& text, size_t seen) {
-  std::vector<std::string> lines;
-  for (size_t end = 0; (end = text.find('\n', seen)) != std::string::npos; seen = end + 1)
-    lines.push_back(text.substr(seen, end - seen));
-  return lines;
 }
 
 bool IsRebootNotice(std::span<const uint8_t> datagram) {
@@ -57,216 +45,193 @@ bool IsRebootNotice(std::span<const uint8_t> datagram) {
 
 }  // namespace
 
-VirtualDevice::VirtualDevice(const DeviceConfig& config, const DeviceSetup& setup, EventSink* sink)
-    : config_(config),
-      setup_(setup),
-      sink_(sink),
-      line_(config.serial_path),
-      far_end_(MakeFarEnd(config.model, line_, Clock::now())),
-      line_server_(&line_, far_end_.get()),
-      camera_(MakeCamera(config.model, *far_end_)),
-      data_(setup.data_port ? std::make_unique<UdpPeer>(SERIAL_DATA_PORT) : nullptr),
-      manager_(CSYSMGR_PORT) {
-  InstallDevice(config);
-  InstallModelFiles(config.model);
-  far_end_->on_frame = [this](std::span<const uint8_t> frame) {
+std::vector<std::string> TakeLines(std::string* text) {
+  std::vector<std::string> lines;
+  for (size_t end = 0; (end = text->find('\n')) != std::string::npos; text->erase(0, end + 1))
+    lines.push_back(text->substr(0, end));
+  return lines;
+}
+
+VirtualDevice::VirtualDevice(const DeviceConfig& config, DeviceSetup setup, EventSink* sink)
+    : rig(config), setup_(std::move(setup)), sink_(sink), manager_(CSYSMGR_PORT) {
+  rig.Install();
+  rig.AttachModel();
+  ListenToFarEnd();
+  if (setup_.data_port) {
+    data_ = std::make_unique<UdpPeer>(SERIAL_DATA_PORT);
+    rig.Watch(data_->Fd(), [this] { ServeData(); });
+  }
+  rig.Watch(manager_.Fd(), [this] {
+    const auto notice = manager_.Receive(milliseconds(0));
+    if (!notice.has_value()) return;
+    Tell(EventKind::kNote, "sysmgr",
+         (IsRebootNotice(*notice) ? "notice of a reboot: " : "notice: ") + Dump(*notice));
+  });
+  // A process that writes to a full system log waits, so the log is emptied.
+  rig.Watch(syslog_.Fd(), [this] {
+    const std::string message = syslog_.WaitFor("", milliseconds(0));
+    if (!message.empty()) Tell(EventKind::kNote, "syslog", tools::PlainText(BytesOf(message)));
+  });
+  LaunchDaemon();
+}
+
+void VirtualDevice::ListenToFarEnd() {
+  rig.far_end->on_frame = [this](std::span<const uint8_t> frame) {
     last_frame_.assign(frame.begin(), frame.end());
   };
-  far_end_->on_words = [this](const std::string& words) {
-    TakeWords(far_end_->Name(), words, std::exchange(last_frame_, {}));
+  rig.far_end->on_words = [this](const std::string& words) {
+    Tell(EventKind::kWords, rig.far_end->Name(), words, std::exchange(last_frame_, {}));
   };
-  if (camera_) {
-    camera_->on_words = [this](const std::string& words) { TakeWords("camera", words, {}); };
-  }
-  far_end_->on_noise = [this](std::span<const uint8_t> bytes) {
-    See(bytes, &seen_.raw_to_line);
-    Note(far_end_->Name(),
-         tools::Count(bytes.size(), "byte") + " that are no frame: " + Dump(bytes));
+  rig.far_end->on_noise = [this](std::span<const uint8_t> bytes) {
+    TellBytes(rig.far_end->Name(), " outside any frame: ", bytes, kToLine);
   };
+  if (!rig.camera) return;
+  rig.camera->on_words = [this](const std::string& words) {
+    Tell(EventKind::kWords, "camera", words);
+  };
+}
 
+void VirtualDevice::LaunchDaemon() {
   int pipe_fds[2];
   if (pipe2(pipe_fds, O_CLOEXEC | O_NONBLOCK) != 0) throw std::runtime_error("cannot make a pipe");
   output_.Reset(pipe_fds[0]);
   const UniqueFd write_end(pipe_fds[1]);
   // The daemon's end blocks: it must not lose lines while they are being printed here.
   fcntl(write_end.Get(), F_SETFL, 0);
-  daemon_ = std::make_unique<DaemonProcess>(
-      setup.daemon, setup.trace ? std::vector<std::string>{"1"} : std::vector<std::string>{},
-      write_end.Get());
+  rig.Launch(setup_.daemon,
+             setup_.trace ? std::vector<std::string>{"1"} : std::vector<std::string>{},
+             {.output_fd = write_end.Get(), .preload = "", .variables = {}});
+  rig.Watch(output_.Get(), [this] { TakeDaemonLines(); });
 }
 
 bool VirtualDevice::Start() {
-  if (!daemon_->WaitServing(config_)) {
-    TakeDaemonLines(true);
+  if (!rig.WaitServing()) {
+    TakeDaemonLines();
     return false;
   }
-  Note("vdev", "rs232d serves " + config_.model + ": PTZ TCP port " +
-                   std::to_string(config_.ptz_port) + ", UDP port " +
-                   std::to_string(config_.udp_port) + ", command channel " +
-                   std::to_string(RS232_COMMAND_PORT) + ", serial line at " +
-                   std::to_string(config_.baud_rate) + " baud");
-  if (setup_.client && config_.ptz_enable == 1)
-    client_ = std::make_unique<PtzClient>(config_.ptz_port);
+  const DeviceConfig& config = rig.config;
+  Note("rs232d serves " + config.model + ": PTZ TCP port " + std::to_string(config.ptz_port) +
+       ", UDP port " + std::to_string(config.udp_port) + ", command channel " +
+       std::to_string(RS232_COMMAND_PORT) + ", serial line at " + std::to_string(config.baud_rate) +
+       " baud");
+  if (setup_.client && config.ptz_enable == 1) {
+    client_ = std::make_unique<PtzClient>(config.ptz_port);
+    rig.Watch(client_->Fd(), [this] { ServeClient(); });
+  }
   return true;
 }
 
+void VirtualDevice::ReleaseDataPort() {
+  if (data_) rig.Unwatch(data_->Fd());
+  data_.reset();
+}
+
 bool VirtualDevice::Serve(milliseconds limit, int wake_fd) {
+  constexpr milliseconds kLookEvery{2};
   const auto end = Clock::now() + limit;
   while (true) {
-    std::array<pollfd, 8> sources = {{{line_.FarEnd(), POLLIN, 0},
-                                      {output_.Get(), POLLIN, 0},
-                                      {data_ ? data_->Fd() : -1, POLLIN, 0},
-                                      {client_ ? client_->Fd() : -1, POLLIN, 0},
-                                      {manager_.Fd(), POLLIN, 0},
-                                      {camera_ ? camera_->Fd() : -1, POLLIN, 0},
-                                      {syslog_.Fd(), POLLIN, 0},
-                                      {wake_fd, POLLIN, 0}}};
-    const auto left = std::chrono::duration_cast<milliseconds>(end - Clock::now());
-    const milliseconds pause = std::clamp(left, milliseconds(0), kTickEvery);
-    poll(sources.data(), sources.size(), static_cast<int>(pause.count()));
-    if (sources[1].revents != 0) TakeDaemonLines(false);
-    if (sources[2].revents != 0) ServeData();
-    if (sources[3].revents != 0) ServeClient();
-    if (sources[4].revents != 0) ServeManager();
-    if (sources[6].revents != 0) ServeSyslog();
-    ServeFarEnd();
+    const bool is_awake = rig.Serve(std::min(end, Clock::now() + kLookEvery), wake_fd, POLLIN);
+    DropRecords();
+    sink_->Observe(*rig.far_end);
     ReportCameraInfo();
     ReportPrograms();
-    if (is_rebooting_ || daemon_->WaitEnd(milliseconds(0)).has_value()) return false;
-    if (sources[7].revents != 0 || Clock::now() >= end) return true;
+    if (is_rebooting_ || rig.HasEnded()) return false;
+    if (is_awake || Clock::now() >= end) return true;
   }
 }
 
-void VirtualDevice::Note(const char* who, const std::string& text) {
-  sink_->Take({.kind = EventKind::kNote, .who = who, .text = text, .bytes = {}});
+void VirtualDevice::Tell(EventKind kind, const char* who, std::string text, Bytes frame) {
+  if (setup_.record) seen_[kind == EventKind::kWords ? kUnderstood : who] += text + "\n";
+  sink_->Take({.kind = kind, .who = who, .text = std::move(text), .bytes = std::move(frame)});
 }
 
-void VirtualDevice::TakeWords(const char* who, const std::string& words, Bytes frame) {
-  See(words + "\n", &seen_.words);
-  sink_->Take({.kind = EventKind::kWords, .who = who, .text = words, .bytes = std::move(frame)});
+void VirtualDevice::TellBytes(const char* who, const std::string& what,
+                              std::span<const uint8_t> bytes, const char* stream) {
+  if (setup_.record) seen_[stream].append(bytes.begin(), bytes.end());
+  Tell(EventKind::kNote, who, tools::Count(bytes.size(), "byte") + what + Dump(bytes));
 }
 
-// Takes what the daemon printed: whole lines, and at the end (`all`) the rest.
-void VirtualDevice::TakeDaemonLines(bool all) {
-  const auto take = [this](std::string line) {
-    sink_->Take(
-        {.kind = EventKind::kDaemon, .who = "daemon", .text = std::move(line), .bytes = {}});
-  };
+void VirtualDevice::TakeDaemonLines() {
   std::array<char, 4096> bytes;
   ssize_t count = 0;
-  while ((count = read(output_.Get(), bytes.data(), bytes.size())) > 0) {
+  while ((count = read(output_.Get(), bytes.data(), bytes.size())) > 0)
     output_text_.append(bytes.data(), static_cast<size_t>(count));
+  // No writer is left: the last line may lack its line feed, and a closed pipe would be readable
+  // for ever.
+  if (count == 0) {
+    if (!output_text_.empty() && output_text_.back() != '\n') output_text_ += '\n';
+    rig.Unwatch(output_.Get());
+    output_.Reset();
   }
-  size_t end = 0;
-  while ((end = output_text_.find('\n')) != std::string::npos) {
-    See(output_text_.substr(0, end + 1), &seen_.daemon_output);
-    take(output_text_.substr(0, end));
-    output_text_.erase(0, end + 1);
-  }
-  if (all && !output_text_.empty()) take(std::exchange(output_text_, {}));
-  // No writer is left: a closed pipe would be readable for ever.
-  if (count == 0) output_.Reset();
+  for (std::string& line : TakeLines(&output_text_))
+    Tell(EventKind::kDaemon, "daemon", std::move(line));
 }
 
 void VirtualDevice::ServeData() {
   const auto datagram = data_->Receive(milliseconds(0));
   if (!datagram.has_value()) return;
   const auto bytes = DecodeSerialData(*datagram);
-  if (!bytes.has_value()) {
-    Note("data", "no serial data datagram: " + Dump(*datagram));
-    return;
+  if (bytes.has_value()) {
+    TellBytes("data", " on UDP port " + std::to_string(SERIAL_DATA_PORT) + ": ", *bytes,
+              kToDataPort);
+  } else {
+    Tell(EventKind::kNote, "data", "not a serial data datagram: " + Dump(*datagram));
   }
-  See(*bytes, &seen_.line_to_data);
-  Note("data", tools::Count(bytes->size(), "byte") + " on UDP port " +
-                   std::to_string(SERIAL_DATA_PORT) + ": " + Dump(*bytes));
 }
 
 void VirtualDevice::ServeClient() {
   std::array<uint8_t, 4096> bytes;
   const ssize_t count = read(client_->Fd(), bytes.data(), bytes.size());
-  if (count <= 0) {
-    Note("client", "disconnected");
-    client_.reset();
+  if (count > 0) {
+    TellBytes("client",
+              " on the PTZ TCP connection: ", std::span(bytes).first(static_cast<size_t>(count)),
+              kToClient);
     return;
   }
-  const std::span<const uint8_t> received(bytes.data(), static_cast<size_t>(count));
-  See(received, &seen_.line_to_client);
-  Note("client",
-       tools::Count(received.size(), "byte") + " on the PTZ TCP connection: " + Dump(received));
+  Tell(EventKind::kNote, "client", "disconnected");
+  rig.Unwatch(client_->Fd());
+  client_.reset();
 }
 
-void VirtualDevice::ServeManager() {
-  const auto datagram = manager_.Receive(milliseconds(0));
-  if (!datagram.has_value()) return;
-  const bool is_reboot = IsRebootNotice(*datagram);
-  if (is_reboot) ++seen_.reboot_notices;
-  Note("sysmgr", (is_reboot ? "notice of a reboot: " : "notice: ") + Dump(*datagram));
-}
-
-// Whoever writes to a system log that is full waits.
-void VirtualDevice::ServeSyslog() {
-  const Bytes message = BytesOf(syslog_.WaitFor("", milliseconds(0)));
-  if (!message.empty()) Note("syslog", tools::PlainText(message));
-}
-
-void VirtualDevice::ServeFarEnd() {
-  line_server_.Step();
-  if (camera_) camera_->Serve(Clock::now());
-  DropRecords();
-  sink_->Observe(*far_end_);
-}
-
-// What a lens and its camera keep for whoever judges a search: nobody does here.
+// Lens and camera keep records for tests that judge a search; nobody reads them here.
 void VirtualDevice::DropRecords() {
-  if (auto* lens = dynamic_cast<LensMicom*>(far_end_.get())) lens->TakeFrames();
-  if (!camera_) return;
-  camera_->TakeFocusReadings();
-  camera_->TakeExposureReadings();
-  camera_->TakeExposureOrders();
+  if (auto* lens = dynamic_cast<LensMicom*>(rig.far_end.get())) lens->TakeFrames();
+  if (!rig.camera) return;
+  rig.camera->TakeFocusReadings();
+  rig.camera->TakeExposureReadings();
+  rig.camera->TakeExposureOrders();
 }
 
-// Tells the camera information file once it is whole again: it is written line by line.
+// Reports the camera information file once it is complete: it is written line by line.
 void VirtualDevice::ReportCameraInfo() {
   const auto now = Clock::now();
-  const std::string info = ReadTextFile(kCameraInfoPath);
+  std::string info = ReadTextFile(kCameraInfoPath);
   if (info != new_camera_info_) {
     new_camera_info_ = info;
     new_camera_info_since_ = now;
   }
-  if (info == seen_.camera_info || now - new_camera_info_since_ < kFileSettled) return;
-  seen_.camera_info = info;
-  for (const std::string& line : NewLines(info, 0))
-    Note("info", line);
+  if (info == camera_info_ || now - new_camera_info_since_ < kFileSettled) return;
+  camera_info_ = info;
+  for (std::string& line : TakeLines(&info))
+    Tell(EventKind::kNote, "info", std::move(line));
 }
 
 void VirtualDevice::ReportPrograms() {
-  const std::string log = ReadTextFile(kProgramLog);
-  for (const std::string& line : NewLines(log, seen_.programs.size())) {
-    Note("system", "runs, at uptime " + line);
+  std::string log = ReadTextFile(kProgramLog);
+  log.erase(0, std::min(programs_seen_, log.size()));
+  for (const std::string& line : TakeLines(&log)) {
+    programs_seen_ += line.size() + 1;
+    Tell(EventKind::kNote, "system", "runs, at uptime " + line);
     is_rebooting_ = is_rebooting_ || line.find(" reboot") != std::string::npos;
   }
-  seen_.programs = log.substr(0, log.rfind('\n') + 1);
 }
 
-void VirtualDevice::SendControl(const CameraControl& control) {
-  const Bytes packet = CameraControlPacket(control);
-  sender_.SendTo(RS232_COMMAND_PORT, packet);
-}
-
-void VirtualDevice::SendRawByUdp(const std::string& text) {
-  sender_.SendTo(config_.udp_port, DaemonDatagram(RS232_UDP_WRITE, BytesOf(text)));
-}
-
-void VirtualDevice::SendRawByClient(const std::string& text) {
+void VirtualDevice::SendByClient(const std::string& text) {
   if (client_ == nullptr) {
-    Note("client", "not connected");
-    return;
+    Tell(EventKind::kNote, "client", "not connected");
+  } else {
+    client_->Send(BytesOf(text));
   }
-  client_->Send(BytesOf(text));
-}
-
-void VirtualDevice::SendFromFarEnd(const std::string& text) {
-  line_.Send(BytesOf(text));
 }
 
 void VirtualDevice::UpdateFirmware(size_t payload) {
@@ -274,29 +239,28 @@ void VirtualDevice::UpdateFirmware(size_t payload) {
   for (size_t i = 0; i < payload; ++i)
     image += static_cast<char>(i * i / 7);
   WriteTextFile(MICOM_FIRMWARE_PATH, image);
-  sender_.SendTo(RS232_COMMAND_PORT, CommandPacket(CICOMM_PCMD_MICOM_FIRMWARE_UPDATE, {}));
+  rig.SendCommand(CommandPacket(CICOMM_PCMD_MICOM_FIRMWARE_UPDATE, {}));
 }
 
 bool VirtualDevice::Stop() {
+  if (client_) rig.Unwatch(client_->Fd());
   client_.reset();
   if (is_rebooting_) {
-    Note("vdev", "rs232d has rebooted the device and waits for the system to end it: ended");
-    daemon_->Signal(SIGKILL);
-    return daemon_->WaitEnd() == -SIGKILL;
+    Note("rs232d has rebooted the device and waits for the system to end it: ended");
+    rig.daemon->Signal(SIGKILL);
+    return rig.daemon->WaitEnd() == -SIGKILL;
   }
-  daemon_->Signal(SIGTERM);
+  rig.daemon->Signal(SIGTERM);
   // A daemon that awaits an answer ends once it has it.
-  const auto end = Clock::now() + kPatience;
-  while (Clock::now() < end && Serve(kTickEvery, -1)) {
-  }
-  const auto status = daemon_->WaitEnd(milliseconds(0));
-  TakeDaemonLines(true);
+  Serve(kPatience, -1);
+  const auto status = rig.daemon->WaitEnd(milliseconds(0));
+  TakeDaemonLines();
   if (!status.has_value()) {
-    Note("vdev", "rs232d does not end");
+    Note("rs232d does not end");
   } else if (*status < 0) {
-    Note("vdev", std::string("rs232d was ended by signal ") + strsignal(-*status));
+    Note(std::string("rs232d was ended by signal ") + strsignal(-*status));
   } else {
-    Note("vdev", "rs232d ended with status " + std::to_string(*status));
+    Note("rs232d ended with status " + std::to_string(*status));
   }
   return status == 0;
 }

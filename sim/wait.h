@@ -1,8 +1,10 @@
 // Waiting for something to become true, for tests and peers.
 #pragma once
 
+#include <poll.h>
+
+#include <algorithm>
 #include <chrono>
-#include <thread>
 
 namespace sim {
 
@@ -12,14 +14,49 @@ using std::chrono::milliseconds;
 // Longest that a test waits for what should happen at once.
 constexpr milliseconds kPatience{5000};
 
+// What has to go on while this process waits: what is behind the daemon's line, its peers.
+class Pump {
+ public:
+  Pump() = default;
+  Pump(const Pump&) = delete;
+  Pump& operator=(const Pump&) = delete;
+  virtual ~Pump() = default;
+
+  // Serves until `fd` (-1: none) is ready for `events` of poll, or `end` has passed. Returns
+  // whether it is ready.
+  virtual bool Serve(Clock::time_point end, int fd, short events) = 0;
+};
+
+// The pump of this process, null without one.
+inline Pump* g_pump = nullptr;
+
+// What is left until `end`, rounded up; not negative.
+inline milliseconds Left(Clock::time_point end) {
+  return std::max(milliseconds(0), std::chrono::ceil<milliseconds>(end - Clock::now()));
+}
+
+// Waits until `fd` (-1: none) is ready for `events` of poll, or `end` has passed. Returns whether
+// it is ready.
+inline bool WaitReady(int fd, short events, Clock::time_point end) {
+  if (g_pump != nullptr) return g_pump->Serve(end, fd, events);
+  pollfd source = {.fd = fd, .events = events, .revents = 0};
+  return poll(&source, 1, static_cast<int>(Left(end).count())) > 0;
+}
+
 // Asks `condition` again and again until it is true or `limit` has passed. Returns its last
 // answer.
 template <typename Condition>
 bool WaitUntil(Condition condition, milliseconds limit = kPatience) {
-  const auto end = Clock::now() + limit;
+  const auto begin = Clock::now();
+  const auto end = begin + limit;
   while (!condition()) {
-    if (Clock::now() >= end) return false;
-    std::this_thread::sleep_for(milliseconds(1));
+    const auto now = Clock::now();
+    if (now >= end) return false;
+    // Ever less often: what takes long need not be seen at once.
+    constexpr int kShare = 16;
+    const Clock::duration pause =
+        std::clamp<Clock::duration>((now - begin) / kShare, milliseconds(1), milliseconds(20));
+    WaitReady(-1, 0, std::min(end, now + pause));
   }
   return true;
 }

@@ -268,21 +268,4 @@ int RunInChild(const std::function<int()>& body) {
   return status;
 }
 
-int RunInWorlds(int count, const std::function<int(int)>& body) {
-  std::vector<pid_t> children;
-  for (int i = 0; i < count; ++i) {
-    const pid_t child = Fork();
-    if (child == 0) _exit(RunInWorld([&body, i] { return body(i); }));
-    children.push_back(child);
-  }
-  int failed = 0;
-  for (const pid_t child : children) {
-    int status = 0;
-    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
-    }
-    if (StatusOf(status) != 0) ++failed;
-  }
-  return failed;
-}
-
 }  // namespace sim

@@ -34,8 +34,4 @@ int RunInWorld(const std::function<int()>& body);
 // does. The same holds for the calling process and its signals.
 int RunInChild(const std::function<int()>& body);
 
-// Runs `body` in `count` worlds at once, each with its number from 0, and waits for all. Returns
-// how many did not end with status 0. The calling process must have one thread.
-int RunInWorlds(int count, const std::function<int(int)>& body);
-
 }  // namespace sim

@@ -1,11 +1,10 @@
 #include "sim/world_door.h"
 
-#include <fcntl.h>
 #include <sched.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -23,46 +22,57 @@
 namespace sim {
 namespace {
 
-constexpr char kProgramName[] = "vdev";
+// Exit statuses of a command that could not be started, as a shell has them.
+constexpr int kNotFoundStatus = 127;
+constexpr int kNotRunStatus = 126;
+
+// --- Worlds that run ---------------------------------------------------------------------------
+
+struct RunningWorld {
+  pid_t first;   // its first process, as seen from here
+  pid_t door;    // the process outside that made it
+  pid_t parent;  // the vdev that the user started
+};
 
 std::string ProcPath(pid_t pid, const std::string& name) {
   return "/proc/" + std::to_string(pid) + "/" + name;
 }
 
 // "net:[4026531840]", or "" where it may not be read.
-std::string NamespaceOf(pid_t pid, const char* kind) {
+std::string NamespaceOf(const std::string& process, const std::string& kind) {
   std::error_code error;
-  return std::filesystem::read_symlink(ProcPath(pid, std::string("ns/") + kind), error).string();
+  return std::filesystem::read_symlink("/proc/" + process + "/ns/" + kind, error).string();
+}
+
+// A line of /proc/PID/status, without its name.
+std::string StatusOf(pid_t pid, const std::string& name) {
+  const std::string status = "\n" + ReadTextFile(ProcPath(pid, "status"));
+  const size_t at = status.find("\n" + name + ":\t");
+  if (at == std::string::npos) return "";
+  const size_t begin = at + name.size() + 3;
+  return status.substr(begin, status.find('\n', begin) - begin);
 }
 
 pid_t ParentOf(pid_t pid) {
-  const std::string status = ReadTextFile(ProcPath(pid, "status"));
-  const size_t at = status.find("\nPPid:");
-  return at == std::string::npos ? 0 : atoi(status.c_str() + at + strlen("\nPPid:"));
+  return atoi(StatusOf(pid, "PPid").c_str());
 }
 
-std::vector<std::string> CommandLineOf(pid_t pid) {
-  const std::string text = ReadTextFile(ProcPath(pid, "cmdline"));
-  std::vector<std::string> words;
-  for (size_t at = 0; at < text.size(); at = text.find('\0', at) + 1)
-    words.emplace_back(text.c_str() + at);
-  return words;
+// A vdev that is process 1 of a process namespace below this one.
+bool IsFirstProcess(pid_t pid) {
+  if (StatusOf(pid, "Name") != "vdev" || !StatusOf(pid, "NSpid").ends_with("\t1")) return false;
+  const std::string net = NamespaceOf(std::to_string(pid), "net");
+  return !net.empty() && net != NamespaceOf("self", "net");
 }
 
-// A door has made a world for its children and stays outside itself.
-bool IsDoor(pid_t pid) {
-  if (ReadTextFile(ProcPath(pid, "comm")) != std::string(kProgramName) + "\n") return false;
-  const std::string inside = NamespaceOf(pid, "pid_for_children");
-  return !inside.empty() && inside != NamespaceOf(pid, "pid") &&
-         NamespaceOf(pid, "net") != NamespaceOf(getpid(), "net");
-}
-
-RunningWorld Describe(pid_t door) {
-  RunningWorld world = {.door = door, .parent = ParentOf(door), .command_line = ""};
-  const std::vector<std::string> words = CommandLineOf(door);
-  for (const std::string& word : words)
-    world.command_line.append(world.command_line.empty() ? "" : " ").append(word);
-  return world;
+std::vector<RunningWorld> FindWorlds() {
+  std::vector<RunningWorld> worlds;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+    const pid_t pid = atoi(entry.path().filename().c_str());
+    if (pid <= 0 || !IsFirstProcess(pid)) continue;
+    const pid_t door = ParentOf(pid);
+    worlds.push_back({.first = pid, .door = door, .parent = ParentOf(door)});
+  }
+  return worlds;
 }
 
 [[noreturn]] void Fail(const std::string& what) {
@@ -80,57 +90,85 @@ RunningWorld ChooseWorld(std::optional<pid_t> pid) {
   if (worlds.empty()) Fail("no virtual device of yours is running; start one: vdev run MODEL");
   if (worlds.size() == 1) return worlds.front();
   std::string choice = "several virtual devices are running, choose one by --pid:";
-  for (const RunningWorld& world : worlds)
-    choice.append("\n  ").append(std::to_string(world.parent)).append("  " + world.command_line);
+  for (const RunningWorld& world : worlds) {
+    std::string command = ReadTextFile(ProcPath(world.parent, "cmdline"));
+    std::ranges::replace(command, '\0', ' ');
+    choice += "\n  " + std::to_string(world.parent) + "  " + command;
+  }
   Fail(choice);
 }
 
-// Enters the namespaces of a door; children of this process are then in the world.
-void Enter(pid_t door) {
-  struct Room {
-    const char* name;
-    int kind;
-  };
-  // The user namespace comes first: it brings the right to enter the others.
-  constexpr std::array<Room, 5> kRooms = {{{"user", CLONE_NEWUSER},
-                                           {"ipc", CLONE_NEWIPC},
-                                           {"net", CLONE_NEWNET},
-                                           {"pid_for_children", CLONE_NEWPID},
-                                           {"mnt", CLONE_NEWNS}}};
-  std::array<UniqueFd, kRooms.size()> fds;
-  for (size_t i = 0; i < kRooms.size(); ++i) {
-    if (NamespaceOf(door, kRooms[i].name) == NamespaceOf(getpid(), kRooms[i].name)) continue;
-    const std::string path = ProcPath(door, std::string("ns/") + kRooms[i].name);
-    fds[i].Reset(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    if (!fds[i].IsOpen()) Fail("cannot open " + path + ": " + strerror(errno));
-  }
+// Enters the namespaces of a process; children of this process are then in its world.
+void Enter(pid_t pid) {
+  int kinds = CLONE_NEWIPC | CLONE_NEWNET | CLONE_NEWPID | CLONE_NEWNS;
+  const bool is_own_user = NamespaceOf(std::to_string(pid), "user") == NamespaceOf("self", "user");
+  if (!is_own_user) kinds |= CLONE_NEWUSER;
   std::error_code error;
   const std::filesystem::path here = std::filesystem::current_path(error);
-  for (size_t i = 0; i < kRooms.size(); ++i) {
-    if (fds[i].IsOpen() && setns(fds[i].Get(), kRooms[i].kind) != 0) {
-      Fail(std::string("cannot enter the ") + kRooms[i].name + " namespace: " + strerror(errno));
-    }
+  const UniqueFd process(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
+  if (setns(process.Get(), kinds) != 0) {
+    Fail("cannot enter the world of process " + std::to_string(pid) + ": " + strerror(errno));
   }
   // Entering a mount namespace leads to its root.
   std::filesystem::current_path(here, error);
 }
 
+// --- A command ---------------------------------------------------------------------------------
+
+// Puts a process group into the terminal's foreground; SIGTTOU would stop one in the background
+// that does so.
+void TakeForeground(pid_t group) {
+  signal(SIGTTOU, SIG_IGN);
+  tcsetpgrp(STDIN_FILENO, group);
+  signal(SIGTTOU, SIG_DFL);
+}
+
+void SetEnvironment(const GuestCommand& command, const std::string& model) {
+  const char* path = getenv("PATH");
+  const std::string rest = path != nullptr ? path : "/usr/local/bin:/usr/bin:/bin:/usr/sbin:/sbin";
+  setenv("PATH", (ProgramDirectory() + ":" + rest).c_str(), 1);
+  setenv("VDEV_MODEL", model.c_str(), 1);
+  if (!command.is_shell) return;
+  // Prompts of Debian's and Ubuntu's shells begin with the first; plain shells take the second.
+  setenv("debian_chroot", ("vdev " + model).c_str(), 1);
+  setenv("PS1", ("(vdev " + model + ") $ ").c_str(), 1);
+}
+
 }  // namespace
 
-std::vector<RunningWorld> FindWorlds() {
-  std::vector<RunningWorld> worlds;
-  for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
-    const pid_t pid = atoi(entry.path().filename().c_str());
-    if (pid > 0 && IsDoor(pid)) worlds.push_back(Describe(pid));
+GuestCommand UserShell() {
+  const char* shell = getenv("SHELL");
+  return {.words = {shell != nullptr && *shell != '\0' ? shell : "/bin/sh"}, .is_shell = true};
+}
+
+std::string ProgramDirectory() {
+  return std::filesystem::read_symlink("/proc/self/exe").parent_path().string();
+}
+
+int ExecGuest(const GuestCommand& command, const std::string& model) {
+  SetEnvironment(command, model);
+  // The same directory by its path: a working directory from before the world leads out of it.
+  std::error_code ignored;
+  const std::filesystem::path here = std::filesystem::current_path(ignored);
+  if (!ignored) std::filesystem::current_path(here, ignored);
+  if (command.is_shell && isatty(STDIN_FILENO) != 0) {
+    setpgid(0, 0);
+    TakeForeground(getpid());
   }
-  return worlds;
+  std::vector<std::string> words = command.words;
+  std::vector<char*> argv;
+  for (std::string& word : words)
+    argv.push_back(word.data());
+  argv.push_back(nullptr);
+  execvp(argv[0], argv.data());
+  const int error = errno;
+  fprintf(stderr, "vdev: cannot run %s: %s\n", argv[0], strerror(error));
+  return error == ENOENT ? kNotFoundStatus : kNotRunStatus;
 }
 
 int JoinWorld(std::optional<pid_t> pid, const GuestCommand& command) {
-  RunningWorld world;
   try {
-    world = ChooseWorld(pid);
-    Enter(world.door);
+    Enter(ChooseWorld(pid).first);
   } catch (const std::exception& error) {
     fprintf(stderr, "vdev: %s\n", error.what());
     return EXIT_FAILURE;
@@ -139,6 +177,18 @@ int JoinWorld(std::optional<pid_t> pid, const GuestCommand& command) {
   constexpr int kKilledStatus = kSignalBase + SIGKILL;
   if (status == kKilledStatus) fprintf(stderr, "vdev: the command was ended with its world\n");
   return status;
+}
+
+TerminalKeeper::TerminalKeeper() {
+  if (tcgetattr(STDIN_FILENO, &settings_) == 0 && tcgetpgrp(STDIN_FILENO) == getpgrp()) {
+    group_ = getpgrp();
+  }
+}
+
+TerminalKeeper::~TerminalKeeper() {
+  if (group_ < 0) return;
+  TakeForeground(group_);
+  tcsetattr(STDIN_FILENO, TCSADRAIN, &settings_);
 }
 
 }  // namespace sim

@@ -1,8 +1,6 @@
 // Which calls of the daemon are to fail, how, and what it has to make of it.
 #pragma once
 
-#include <cstdint>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -12,22 +10,22 @@ namespace fault {
 
 // A call that the daemon made, as the library wrote it down.
 struct Call {
-  bool failed = false;
-  std::string name;
-  long number = 0;
-  std::string path;
-  std::string subject;
+  std::string name = "-";
+  long number = 0;  // among the calls of this name; 0 for no call
+  std::string path = "0";
+  std::string subject = {};
+  long nth = 0;  // among those of this name on this path
 };
 
-std::vector<Call> ParseLog(const std::string& text);
+std::vector<Call> ReadLog();
 
 // One failure to be tried.
 struct Point {
-  Call call;
+  Call call = {};
   int error = 0;
-  long times = 1;
+  bool is_lasting = false;
 
-  bool IsLasting() const { return times == FAULT_LASTING; }
+  bool IsNone() const { return call.number == 0; }
   // In words, e.g. "read 3 (/dev/pts/0) EIO".
   std::string Name() const;
   // For the library.
@@ -39,19 +37,15 @@ struct Point {
 // that it may have, also for good where that happens, the last one with the usual errno.
 std::vector<Point> PlanMatrix(const std::vector<Call>& calls);
 
-// What a failure has to lead to, beyond being survived.
-enum class Course { kServes, kLimps, kMayEnd, kEnds };
+// What a failure may lead to; running on lame, the daemon does without something.
+enum class Course { kServes, kRunsLame, kMayEnd, kEnds };
 
 struct Reaction {
-  std::string text;                 // printed or logged; "" for nothing
-  Course course = Course::kServes;  // limping, it runs without something
-  int status = 0;                   // when it ends by itself
+  Course course = Course::kServes;
+  int status = 0;  // when it ends by itself
 };
 
-std::optional<Reaction> ReactionTo(const Point& point);
-
-// Whether the daemon may end with this status while a call fails for good: one that comes later
-// may be one that it cannot do without.
-bool MayEndLater(const Point& point, int status);
+// Where a call fails for good, one that comes later may be one that the daemon cannot do without.
+Reaction ReactionTo(const Point& point);
 
 }  // namespace fault

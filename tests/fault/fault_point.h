@@ -1,24 +1,22 @@
-// How the preloaded library is told what is to fail.
+// How the preloaded library is told what is to fail, and what it writes down.
 #pragma once
 
-// Variables of its environment.
-constexpr char FAULT_POINT[] = "RS232_FAULT";          // what fails, see the format
-constexpr char FAULT_LOG[] = "RS232_FAULT_LOG";        // file of the calls, a line each
-constexpr char FAULT_RECORD[] = "RS232_FAULT_RECORD";  // there: write every call down
-constexpr char FAULT_SPEED[] = "RS232_FAULT_SPEED";    // how much faster time runs
+// Variable of its environment: "CALL PATH NTH ERROR LASTING". The NTH call of CALL on this way
+// through the program ends with ERROR, and where LASTING is 1 so does every later call of CALL.
+// "* 0 0 0 0" lets none fail, and all be written down.
+constexpr char FAULT_POINT[] = "RS232_FAULT";
 
-// "CALL FIRST ERROR TIMES": from the FIRST call of CALL on, TIMES calls end with ERROR.
-#define FAULT_POINT_FORMAT "%31s %ld %d %ld"
-
-// A line of the log is "CALL NUMBER PATH SUBJECT", with '!' before the call that failed first.
-// PATH tells ways through the program apart; SUBJECT is a file, a socket ("udp:10017") or a word.
+// A line each for the call that failed first, or for all: "CALL NUMBER PATH SUBJECT". NUMBER counts
+// the calls of CALL; PATH tells ways through the program apart; SUBJECT is a file, "udp", "tcp", a
+// port or a word.
+constexpr char FAULT_LOG[] = "/dev/.world/calls.log";
 
 // Errors that are no errno.
 enum FaultError : int {
-  FAULT_SHORT = 0,   // a transfer of nothing, or of half of what was asked for
-  FAULT_READY = -1,  // a wait that says that everything is ready
-  FAULT_KILL = -2,   // SIGKILL in place of the call
+  FAULT_SHORT = 1000,  // a transfer of nothing, or of half of what was asked for
+  FAULT_READY,         // a wait that says that everything is ready
+  FAULT_KILL,          // SIGKILL in place of the call
 };
 
-// For TIMES: from then on every one.
-constexpr long FAULT_LASTING = 1'000'000'000;
+// Added to an error in the table of calls: also for good.
+constexpr int FAULT_LASTS = 0x1000;

@@ -1,201 +1,86 @@
 // faults: makes every call of the daemon fail, one after the other.
 //
-//   faults matrix [MODE...]   every failure of every mode, or of those named
-//   faults sample MODE        a few of them
-//   faults kills [COUNT]      SIGKILL at every call of a start and of a save, then at COUNT random
-//                             moments of each (default: 500)
+//   faults matrix [MODE]   every failure of every mode, or of this one
+//   faults sample MODE     a few of them
+//   faults kills [COUNT]   SIGKILL at every call of a start and of a save, then at COUNT random
+//                          moments of each (default: 500)
+//
+// Each mode, and each kind of kills, has a world of its own, in which this program runs again, on
+// the virtual clock, as "faults VERB MODE COUNT".
 #include <linux/close_range.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <array>
-#include <chrono>
-#include <cstdio>
 #include <cstdlib>
-#include <functional>
-#include <memory>
 #include <random>
-#include <string>
-#include <string_view>
-#include <vector>
 
-#include "sim/world.h"
-#include "tests/fault/fault_plan.h"
 #include "tests/fault/session.h"
 
 namespace {
 
-constexpr int kWorlds = 2;
-// Points of a sample.
-constexpr size_t kSampleSize = 16;
-constexpr int kUsageStatus = 2;
-
-using std::chrono::microseconds;
-
-double SecondsSince(sim::Clock::time_point start) {
-  return std::chrono::duration<double>(sim::Clock::now() - start).count();
-}
-
-struct Tally {
-  int tried = 0;
-  int missed = 0;
-  int wrong = 0;
+constexpr CameraControl kZoom = sim::Control(CAMERA_CODE_ZOOM, 0, 0, 1);
+const std::vector<fault::Mode> kModes = {
+    {"relay", "QB-100", kZoom, "FF 01 00 20 00 00 21"},
+    {"sd", "QB-210", kZoom, "FF 01 00 20 00 00 21"},
+    {"hd", "QB-310", kZoom, "FF 41 02 00 00 00 01 00 00 43"},
+    {"update", "QB-310", kZoom, "FF 41 02 00 00 00 01 00 00 43", true},
+    {"lens", "QB-420", sim::Control(CAMERA_CODE_IRIS_STEP, 1), "A5 40 0B 00 04 F4"},
 };
 
-void Report(const std::string& name, const std::string& wrong) {
-  printf("%s\n%s", name.c_str(), wrong.c_str());
-  fflush(stdout);
+int RunMatrix(fault::Session* session, bool is_sample) {
+  const auto points = fault::PlanMatrix(session->Record(false));
+  const size_t stride = is_sample ? std::max<size_t>(points.size() / 32, 1) : 1;
+  for (size_t i = 0; i < points.size(); i += stride)
+    session->Run(points[i]);
+  return session->Report("failures");
 }
 
-// Runs one session for a point. One that went wrong, or in which the call did not come again, is
-// tried once more: the machine may have stalled, and two threads do not always call in the same
-// order.
-void Try(fault::Session* session, const std::string& name, const std::function<std::string()>& run,
-         Tally* tally) {
-  ++tally->tried;
-  std::string wrong;
-  bool was_hit = false;
-  for (int attempt = 0; attempt < 2; ++attempt) {
-    wrong = run();
-    was_hit = session->WasHit();
-    if (wrong.empty() && was_hit) return;
+// Kills at every call of a start, or of a save, then at `count` moments.
+int RunKills(fault::Session* session, bool is_start, int count) {
+  for (const fault::Call& call : session->Record(is_start)) {
+    const bool is_of_save = call.subject.find("temp.conf") != std::string::npos ||
+                            call.subject.find("mfz.conf") != std::string::npos;
+    const fault::Point point = {.call = call, .error = FAULT_KILL};
+    if (is_start || is_of_save) session->RunKilled(point, 0);
   }
-  if (!was_hit) {
-    ++tally->missed;
-    Report(name, "  did not come about\n");
-  }
-  if (wrong.empty()) return;
-  ++tally->wrong;
-  Report(name, wrong);
+  std::mt19937 random(0);
+  for (int i = 0; i < count; ++i)
+    session->RunKilled({}, 1 + static_cast<long>(random() % (is_start ? 10'000 : 60'000)));
+  return session->Report("kills");
 }
 
-const fault::Mode& ModeNamed(std::string_view name) {
-  return *std::ranges::find(fault::Modes(), name,
-                            [](const fault::Mode& mode) { return std::string_view(mode.name); });
-}
-
-// A run in which hardly a failure came about proves nothing.
-int StatusOf(const Tally& tally) {
-  const bool is_sound = tally.tried > 0 && tally.missed * 2 <= tally.tried;
-  if (!is_sound) printf("%d of %d did not come about\n", tally.missed, tally.tried);
-  return is_sound && tally.wrong == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
-}
-
-// --- The matrix --------------------------------------------------------------------------------
-
-int RunMatrix(const fault::Mode& mode, bool is_sample) {
-  const auto start = sim::Clock::now();
-  const int failed = sim::RunInWorlds(kWorlds, [&](int world) {
-    fault::Session session(mode, RS232D_PATH, FAULT_LIBRARY_PATH);
-    const auto calls = session.Record();
-    const auto points = fault::PlanMatrix(calls);
-    if (const std::string wrong = session.Run(nullptr); !wrong.empty()) {
-      Report("without a failure", wrong);
-      return EXIT_FAILURE;
-    }
-    const size_t stride = is_sample ? std::max<size_t>(points.size() / kSampleSize, 1) : 1;
-    Tally tally;
-    for (size_t i = 0; i < points.size(); i += stride) {
-      if (i / stride % kWorlds != static_cast<size_t>(world)) continue;
-      Try(
-          &session, points[i].Name(), [&] { return session.Run(&points[i]); }, &tally);
-    }
-    printf(
-        "%s, world %d: %zu calls, %zu failures, %d tried here, %d did not come about, %d wrong\n",
-        mode.name, world, calls.size(), points.size(), tally.tried, tally.missed, tally.wrong);
-    fflush(stdout);
-    return StatusOf(tally);
-  });
-  printf("%s: %.0f s\n", mode.name, SecondsSince(start));
-  fflush(stdout);
-  return failed;
-}
-
-int RunModes(const std::vector<std::string>& arguments) {
-  const bool is_sample = arguments[0] == "sample";
-  size_t chosen = 0;
-  int failed = 0;
-  for (const fault::Mode& mode : fault::Modes()) {
-    const bool is_chosen = arguments.size() < 2 || std::find(arguments.begin() + 1, arguments.end(),
-                                                             mode.name) != arguments.end();
-    if (!is_chosen) continue;
-    ++chosen;
-    failed += RunMatrix(mode, is_sample);
-  }
-  if (arguments.size() > 1 && chosen + 1 < arguments.size()) {
-    fprintf(stderr, "faults: a mode that there is not\n");
-    return 1;
-  }
-  return failed;
-}
-
-// --- Sudden ends -------------------------------------------------------------------------------
-
-using KilledRun = std::string (fault::Session::*)(const fault::Point*, microseconds);
-
-// Kills at every point, then at `count` moments of up to `longest` after the beginning.
-int RunKills(const char* what, const char* mode, KilledRun run,
-             bool (*is_wanted)(const fault::Call&), int count, microseconds longest) {
-  const auto start = sim::Clock::now();
-  const int failed = sim::RunInWorlds(kWorlds, [&](int world) {
-    fault::Session session(ModeNamed(mode), RS232D_PATH, FAULT_LIBRARY_PATH);
-    auto calls = is_wanted != nullptr ? session.Record() : session.RecordStart();
-    if (is_wanted != nullptr) std::erase_if(calls, std::not_fn(is_wanted));
-    Tally tally;
-    for (size_t i = static_cast<size_t>(world); i < calls.size(); i += kWorlds) {
-      const fault::Point point = {.call = calls[i], .error = FAULT_KILL};
-      Try(
-          &session, point.Name(), [&] { return (session.*run)(&point, microseconds(0)); }, &tally);
-    }
-    std::mt19937 random(static_cast<uint32_t>(world));
-    for (int i = world; i < count; i += kWorlds) {
-      const microseconds delay(1 + random() % static_cast<unsigned>(longest.count()));
-      Try(
-          &session, "SIGKILL after " + std::to_string(delay.count()) + " us",
-          [&] { return (session.*run)(nullptr, delay); }, &tally);
-    }
-    printf("%s, world %d: %zu calls, %d kills here, %d wrong\n", what, world, calls.size(),
-           tally.tried, tally.wrong);
-    fflush(stdout);
-    return StatusOf(tally);
-  });
-  printf("%s: %.0f s\n", what, SecondsSince(start));
-  return failed;
-}
-
-bool IsOfSave(const fault::Call& call) {
-  return call.subject.find("temp.conf") != std::string::npos ||
-         call.subject.find("mfz.conf") != std::string::npos;
-}
-
-int RunAllKills(int count) {
-  return RunKills("start", "relay", &fault::Session::RunKilledStart, nullptr, count,
-                  microseconds(10'000)) +
-         RunKills("save", "lens", &fault::Session::RunKilledSave, IsOfSave, count,
-                  microseconds(60'000));
-}
-
-int Usage() {
-  fprintf(stderr, "usage: faults matrix [MODE...] | sample MODE | kills [COUNT]\n");
-  return kUsageStatus;
+// In a world of its own.
+int RunMode(const std::string& verb, const std::string& name, int count) {
+  if (!sim::VirtualTime()->start("/dev/.world/vtime")) return EXIT_FAILURE;
+  fault::Session session(*std::ranges::find(kModes, name, &fault::Mode::name));
+  if (verb == "kills") return RunKills(&session, name == "relay", count);
+  return RunMatrix(&session, verb == "sample");
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  const std::vector<std::string> arguments(argv + 1, argv + argc);
-  if (arguments.empty()) return Usage();
-  // What this process was started with must not reach the device programs.
-  constexpr unsigned kFirst = 3;
-  close_range(kFirst, ~0U, CLOSE_RANGE_CLOEXEC);
-  int failed = 0;
-  if (arguments[0] == "matrix" || arguments[0] == "sample") {
-    failed = RunModes(arguments);
-  } else if (arguments[0] == "kills") {
-    constexpr int kKills = 500;
-    failed = RunAllKills(arguments.size() > 1 ? atoi(argv[2]) : kKills);
-  } else {
-    return Usage();
+  const std::string verb = argc > 1 ? argv[1] : "";
+  const std::string choice = argc > 2 ? argv[2] : "";
+  if (sim::VirtualTime() != nullptr) return RunMode(verb, choice, atoi(argv[3]));
+  const bool is_kills = verb == "kills";
+  std::string count = is_kills && argc > 2 ? choice : "500";
+  std::vector<std::string> modes;
+  for (const auto& [name, model, control, frame, reboots] : kModes) {
+    const bool is_killed = name == "relay" || name == "lens";
+    if (is_kills ? is_killed : choice.empty() || choice == name) modes.push_back(name);
   }
-  return failed == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
+  if (modes.empty() || (!is_kills && verb != "matrix" && verb != "sample")) {
+    fprintf(stderr, "usage: faults matrix [MODE] | sample MODE | kills [COUNT]\n");
+    return EXIT_FAILURE;
+  }
+  // What this process was started with must not reach the device programs.
+  close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
+  int status = EXIT_SUCCESS;
+  for (std::string& mode : modes) {
+    std::vector<char*> again = {argv[0], argv[1], mode.data(), count.data(), nullptr};
+    status |= sim::RunInWorld([&] {
+      sim::PreloadVirtualTime(again.data());
+      return EXIT_FAILURE;  // there is no virtual time
+    });
+  }
+  return status;
 }

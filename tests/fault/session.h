@@ -1,109 +1,367 @@
-// A short life of the daemon in a private world, with one call in it failing.
+// Short lives of the daemon in a private world, on the virtual clock, with one call failing.
 //
-// Start, then rounds: a PTZ client comes, sends and receives; a datagram, a command and bytes
-// from the line are served; in the lens mode positions are saved, focus and exposure are asked
-// for. Then idleness, SIGTERM and the end. After a failure that passes, a second round must
-// find everything in order.
+// Start, then rounds: a datagram and a command are served; a PTZ client comes, sends and receives;
+// in the lens mode positions are saved, focus and exposure are asked for. Then idleness, SIGTERM
+// and the end. After a failure that passes, a second round must find everything in order.
 #pragma once
 
-#include <chrono>
-#include <functional>
-#include <memory>
-#include <string>
-#include <vector>
+#include <sys/sem.h>
+#include <sys/syscall.h>
+#include <sys/time.h>
+#include <unistd.h>
 
-#include "sim/camera_daemon.h"
-#include "sim/daemon_process.h"
-#include "sim/device.h"
-#include "sim/far_end.h"
-#include "sim/peers.h"
-#include "sim/pty_line.h"
+#include <algorithm>
+#include <csignal>
+#include <filesystem>
+
+#include "cmmap/param_block.h"
+#include "ipc/csysmgr.h"
+#include "lens/control.h"
+#include "relay/daemon_datagram.h"
+#include "sim/device_rig.h"
+#include "sim/leftovers.h"
+#include "sim/lens_micom.h"
+#include "sim/virtual_time.h"
+#include "sim/world.h"
 #include "tests/fault/fault_plan.h"
+#include "util/conf_file.h"
 
 namespace fault {
 
 struct Mode {
-  const char* name;
-  const char* model;
-  int speed;              // how much faster the daemon's time runs
+  std::string name;
+  std::string model;
   CameraControl control;  // a command, and what it brings to the line
-  sim::Bytes frame;
-  bool reboots;  // the session orders a firmware update, which ends in a reboot
+  std::string frame;
+  bool reboots = false;  // the session orders a firmware update, which ends in a reboot
 };
 
-const std::vector<Mode>& Modes();
+// Kills a process after so much real time, in place of an earlier order.
+inline volatile pid_t g_victim;
+inline volatile sig_atomic_t g_was_killed;
+inline void KillAfter(long delay_us, pid_t pid) {
+  constexpr long kUsPerS = 1'000'000;
+  g_victim = pid;
+  g_was_killed = 0;
+  signal(SIGALRM, [](int) {
+    g_was_killed = 1;
+    syscall(SYS_kill, g_victim, SIGKILL);
+  });
+  const itimerval timer = {{}, {delay_us / kUsPerS, delay_us % kUsPerS}};
+  setitimer(ITIMER_REAL, &timer, nullptr);
+}
 
-class Session {
+class Session : private sim::DeviceRig {
  public:
-  Session(const Mode& mode, std::string daemon, std::string library);
+  explicit Session(const Mode& mode)
+      : DeviceRig({.model = mode.model}), mode_(mode), data_(SERIAL_DATA_PORT) {
+    std::filesystem::create_symlink(FAULT_LIBRARY_PATH, kLibrary);
+    sim::WriteTextFile("/etc/killList", "no_such_program\n");
+    sim::WriteTextFile("/etc/termList", "no_such_program\n");
+    sim::WriteTextFile("/tmp/micom_firmware", std::string(600, 'F'));
+    sim::WriteTextFile("/usr/bin/micom_reset",
+                       std::string("#!/bin/sh\nls /proc/self/fd > ") + kProgramDescriptors + "\n");
+    Collect(syslog_.Fd(), &logged_);
+    Collect(data_.Fd(), &datagrams_);
+  }
 
-  // Lives through a session. `point` is what fails, or null. Returns what was wrong, a line each:
-  // "" when nothing was.
-  std::string Run(const Point* point);
+  // What a session without a failure calls; only before it serves, or from an update on, as far as
+  // these are what it is about.
+  std::vector<Call> Record(bool is_start) {
+    Live({.call = {.name = "*"}});
+    CheckEnd({});
+    Note("without a failure", true);
+    auto calls = ReadLog();
+    if (is_start) calls.resize(until_serving_);
+    if (mode_.reboots) calls = std::vector(calls.begin() + until_update_, calls.end());
+    return calls;
+  }
 
-  // What a session without a failure calls.
-  std::vector<Call> Record();
-  // The same, up to where it serves.
-  std::vector<Call> RecordStart();
+  // Lives through a session in which `point` fails.
+  void Run(const Point& point) {
+    Live(point);
+    CheckEnd(ReadLog().empty() ? Point() : point);
+    Note(point.Name(), !ReadLog().empty());
+  }
 
-  // Whether the last session's failure came about: a call may not come again as it was recorded.
-  bool WasHit() const { return was_hit_; }
+  // Starts, in the lens mode saves positions over and over, and is killed in the middle: at
+  // `point`, or, where `after_us` is not 0, after so much real time. Then starts again, which has
+  // to go well whatever was left behind.
+  void RunKilled(const Point& point, long after_us) {
+    Start(point);
+    if (camera) AwaitServing();
+    if (after_us != 0) KillAfter(after_us, daemon->Pid());
+    const auto save = [this, step = 1]() mutable {
+      if (camera) Control(CAMERA_CODE_FOCUS, step = -step);
+      if (camera) Control(CAMERA_CODE_FOCUS);
+      return false;
+    };
+    Await(save, 60 * kPatience);
+    const bool was_hit = daemon->WaitEnd({}) == -SIGKILL;
+    CheckFiles();
+    std::filesystem::remove(CUTIL_TEMP_CONF_PATH);
+    Spawn({});
+    if (!AwaitServing()) Wrong("does not start again");
+    must_serve_ = true;
+    Round("1");
+    CheckEnd({});
+    Note(point.Name() + " after " + std::to_string(after_us) + " us", was_hit);
+  }
 
-  // Starts and is killed: at `point`, or where that is null after `delay`. Then starts again, which
-  // has to go well whatever was left behind. Returns what was wrong.
-  std::string RunKilledStart(const Point* point, std::chrono::microseconds delay);
-
-  // Saves positions over and over, and is killed in the middle likewise. Lens mode only.
-  std::string RunKilledSave(const Point* point, std::chrono::microseconds delay);
+  // Prints what came of all that was run. Returns the exit status: a failure that did not come
+  // about proves nothing, nor does the session without one.
+  int Report(const char* what) const {
+    printf("%s %s: %d tried, %d did not come about, %d wrong\n", mode_.name.c_str(), what, tried_,
+           missed_, failed_);
+    return tried_ > 1 && missed_ == 0 && failed_ == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
+  }
 
  private:
-  void Launch(const Point* point, bool record);
-  void Spawn(const Point* point, bool record);
-  size_t CountInOutput(const std::string& text) const;
-  void SendControl(const CameraControl& control);
-  std::vector<Call> Log() const;
-  void Pump();
-  bool Await(const std::function<bool()>& condition, sim::milliseconds limit);
-  bool HasEnded();
-  bool Seen(std::span<const uint8_t> bytes) const;
-  bool AwaitServing();
-  void Step(const char* what, const std::function<bool()>& condition);
-  void Round(int number, sim::milliseconds limit);
-  void RoundOfClient(const std::string& mark);
-  void RoundOfLens();
-  void OrderUpdate(const Point* point);
-  void Judge(const Point& point);
-  void CheckIdle();
-  void CheckDescriptors(const Point* point);
-  void CheckLeftovers();
-  void CheckFiles();
-  void StartAgain();
-  bool AwaitKilled(std::chrono::microseconds delay);
+  using milliseconds = sim::milliseconds;
+
+  static constexpr char kLibrary[] = "/dev/.world/libfault.so";
+  // Descriptors of a device program that the daemon runs.
+  static constexpr char kProgramDescriptors[] = "/dev/.world/descriptors";
+  // What a step may take, and what it may once another was not done.
+  static constexpr milliseconds kPatience{10'000};
+  static constexpr milliseconds kShortPatience{500};
+  static constexpr auto kNever = [] { return false; };
+
+  // --- The daemon and what is around it --------------------------------------------------------
+
+  // Adds all that comes to `text`.
+  void Collect(int fd, std::string* text) {
+    Watch(fd, [this, fd, text] {
+      char bytes[1024];
+      const ssize_t count = read(fd, bytes, sizeof(bytes));
+      if (count > 0) text->append(bytes, static_cast<size_t>(count)).append("\n");
+      if (count == 0) Unwatch(fd);
+    });
+  }
+
+  bool Await(const std::function<bool()>& condition, milliseconds limit = kPatience) {
+    bool is_true = false;
+    sim::WaitUntil([&] { return (is_true = condition()) || HasEnded(); }, limit);
+    return is_true;
+  }
+
+  // A PTZ server that could not be had has said so.
+  bool AwaitServing() {
+    return Await([this] {
+      return sim::IsPortBound("udp", RS232_COMMAND_PORT) &&
+             (sim::IsPortBound("tcp", config.ptz_port) || Said("PTZ TCP CONNECTION ERR") > 0);
+    });
+  }
+
+  std::string Said() const { return daemon->Output() + daemon->Errors() + logged_; }
+  size_t Said(const char* text) const { return sim::CountOf(text, Said()); }
+
+  void Spawn(const Point& point) {
+    // In real time: a daemon that neither waits nor ends stops the virtual clock.
+    constexpr long kLongestRunUs = 30'000'000;
+    Launch(RS232D_PATH, {},
+           {.preload = kLibrary, .variables = {FAULT_POINT + ("=" + point.Text())}});
+    KillAfter(kLongestRunUs, daemon->Pid());
+  }
+
+  // Starts the daemon on a new device.
+  void Start(const Point& point) {
+    wrong_.clear();
+    logged_.clear();
+    for (const char* path : {FAULT_LOG, sim::kProgramLog, CUTIL_TEMP_CONF_PATH})
+      std::filesystem::remove(path);
+    Install();
+    AttachModel();
+    if (camera)
+      sim::InstallLens({.zoom = 700, .focus = 590, .sensor = "IMX123", .antiflicker = "true"});
+    far_end->on_noise = [this](std::span<const uint8_t> bytes) { seen_ += sim::Hex(bytes) + " "; };
+    far_end->on_frame = far_end->on_noise;
+    Spawn(point);
+  }
+
+  // --- Rounds ----------------------------------------------------------------------------------
+
+  void Step(const char* what, const std::function<bool()>& condition) {
+    if (Await(condition, patience_)) return;
+    if (must_serve_) Wrong(std::string("not served: ") + what);
+    patience_ = kShortPatience;
+  }
+
+  void StepLine(const char* what, const std::string& hex) {
+    Step(what, [&] { return sim::CountOf(hex, seen_) > 0; });
+  }
+
+  void Round(const std::string& mark) {
+    patience_ = kPatience;
+    seen_.clear();
+    datagrams_.clear();
+    const sim::Bytes datagram = BytesOf("<U" + mark + ">");
+    if (sim::IsPortBound("udp", config.udp_port)) {
+      SendUdp(sim::DaemonDatagram(RS232_UDP_WRITE, datagram));
+      StepLine("datagram", sim::Hex(datagram));
+    }
+    SendCommand(sim::CameraControlPacket(mode_.control));
+    StepLine("command", mode_.frame);
+    if (sim::IsPortBound("tcp", config.ptz_port)) RoundOfClient(mark);
+    if (camera) RoundOfLens();
+  }
+
+  void RoundOfClient(const std::string& mark) {
+    const sim::Bytes sent = BytesOf("<C" + mark + ">");
+    const std::string answer = "<S" + mark + ">";
+    std::string received;
+    sim::PtzClient client(config.ptz_port);
+    Collect(client.Fd(), &received);
+    client.Send(sent);
+    StepLine("bytes of a client", sim::Hex(sent));
+    line.Send(BytesOf(answer));
+    Step("bytes for a client", [&] { return sim::CountOf(answer, received) > 0; });
+    if (!camera) Step("serial data", [&] { return sim::CountOf(answer, datagrams_) > 0; });
+    Unwatch(client.Fd());
+  }
+
+  void StepControl(const char* text, uint16_t code, int first) {
+    const size_t before = Said(text);
+    Control(code, first);
+    Step(text, [&] { return Said(text) > before; });
+  }
+
+  void RoundOfLens() {
+    Control(CAMERA_CODE_FOCUS, 1);
+    StepControl("--> saved", CAMERA_CODE_FOCUS, 0);
+    StepControl("g_antiflk_enable=", CAMERA_CODE_AF_MODE, 0);
+    auto* micom = static_cast<sim::LensMicom*>(far_end.get());
+    camera->TakeFocusReadings();
+    camera->TakeExposureReadings();
+    micom->RequestFocusValues(true);
+    Step("focus measure", [this] { return !camera->TakeFocusReadings().empty(); });
+    micom->RequestFocusValues(false);
+    Step("exposure", [this] { return !camera->TakeExposureReadings().empty(); });
+    StepControl("g_antiflk_enable=", CAMERA_CODE_AF_MODE, LENS_AF_MODE_DAEMON);
+  }
+
+  void OrderUpdate(bool may_be_lost) {
+    SendCommand(sim::CommandPacket(CICOMM_PCMD_MICOM_FIRMWARE_UPDATE, {}));
+    const auto reboots = [] {
+      return sim::CountOf(" reboot", sim::ReadTextFile(sim::kProgramLog)) > 0;
+    };
+    // Packets may be sent again and again, and the reboot has its pauses.
+    if (!Await(reboots, 6 * kPatience) && !may_be_lost) Wrong("no reboot");
+    // Its standard streams, and the directory that it reads.
+    const std::string descriptors = sim::ReadTextFile(kProgramDescriptors);
+    if (descriptors != "0\n1\n2\n3\n" && !may_be_lost)
+      Wrong("programs inherit descriptors: " + descriptors);
+  }
+
+  // After a failure that passes, one more must go well; that a wait was interrupted nobody may
+  // notice at all. Rounds differ by a call or two: the failure may come only in the second.
+  void Rounds(const Point& point) {
+    const bool waits = point.call.name != "write" && point.call.name != "sendto";
+    must_serve_ = point.IsNone() || (point.error == EINTR && waits);
+    Round("1");
+    bool was_hit = point.IsNone() || point.is_lasting || mode_.reboots;
+    for (int round = 2; !was_hit && round <= 3; ++round) {
+      Await([this] { return Said("line lost") == Said("line is back"); });
+      was_hit = !ReadLog().empty();
+      must_serve_ = was_hit && ReactionTo(point).course == Course::kServes;
+      Round(std::to_string(round));
+    }
+  }
+
+  void Live(const Point& point) {
+    Start(point);
+    if (!AwaitServing()) {
+      if (!HasEnded()) Wrong("does not serve");
+      return;
+    }
+    until_serving_ = ReadLog().size();
+    Rounds(point);
+    CheckIdle();
+    until_update_ = std::ssize(ReadLog());
+    // The order may not arrive, or the device program not run.
+    if (mode_.reboots) OrderUpdate(point.is_lasting || point.call.subject == "/sbin/reboot");
+    if (!HasEnded()) CheckDescriptors(point);
+  }
+
+  // --- What has to hold ------------------------------------------------------------------------
+
+  void CheckIdle() {
+    const uint64_t waits = sim::VirtualTime()->waits(daemon->Pid());
+    const double cpu_seconds = daemon->CpuSeconds();
+    Await(kNever, milliseconds(1000));
+    if (HasEnded()) return;
+    if (sim::VirtualTime()->waits(daemon->Pid()) - waits > 5000) Wrong("wakes all the time");
+    if (daemon->CpuSeconds() - cpu_seconds > 0.2) Wrong("spins");
+  }
+
+  // The fewest over some time count: the worker's questions come and go. While waits fail for good
+  // a client that has left is not noticed.
+  void CheckDescriptors(const Point& point) {
+    size_t fewest = SIZE_MAX;
+    const size_t most = point.IsNone() ? 0 : descriptors_ + (point.is_lasting ? 1 : 0);
+    const auto are_few = [&] {
+      fewest = std::min(fewest, sim::DescriptorCount(daemon->Pid()));
+      return fewest <= most;
+    };
+    Await(are_few, kShortPatience);
+    if (point.IsNone()) descriptors_ = fewest;
+    if (!point.IsNone() && fewest > most) Wrong("leaks a descriptor");
+  }
+
+  void CheckFiles() {
+    if (sim::IsParamFileLocked()) Wrong("the parameter file is left locked");
+    if (camera && !sim::ReadWholePositions().has_value()) Wrong("the positions file is not whole");
+  }
+
+  // Ends the daemon where it has not ended by itself, and judges how it came to that.
+  void CheckEnd(const Point& point) {
+    const Reaction reaction = ReactionTo(point);
+    const bool has_ended = HasEnded();
+    daemon->Signal(mode_.reboots ? SIGKILL : SIGTERM);
+    Await(kNever);
+    const auto status = daemon->WaitEnd({});
+    const int usual = has_ended ? reaction.status : mode_.reboots ? -SIGKILL : 0;
+    if (!has_ended && reaction.course == Course::kEnds) Wrong("goes on");
+    if (g_was_killed != 0) Wrong("hangs");
+    if (has_ended && reaction.course < Course::kMayEnd) Wrong("ends by itself");
+    if (!status.has_value()) Wrong("does not end at SIGTERM");
+    if (status.value_or(usual) != usual) Wrong("ends with status " + std::to_string(*status));
+    if (Said("Sanitizer") + Said("runtime error:") > 0) Wrong("a sanitizer complains");
+    const int set = semget(PARAM_BLOCK_KEY, 1, 0);
+    if (set >= 0 && semctl(set, 0, GETVAL) != 1) Wrong("the semaphore is left taken");
+    semctl(set, 0, IPC_RMID);
+    CheckFiles();
+  }
+
+  static sim::Bytes BytesOf(const std::string& text) { return {text.begin(), text.end()}; }
   void Wrong(const std::string& what) { wrong_ += "  " + what + "\n"; }
-  std::string Said();
-  void StartAndServe(const Point* point, bool record);
-  void End();
+
+  void Note(const std::string& name, bool was_hit) {
+    ++tried_;
+    if (!was_hit) ++missed_;
+    if (!wrong_.empty()) ++failed_;
+    if (was_hit && wrong_.empty()) return;
+    printf("%s\n%s%s  it said:\n%s\n", name.c_str(), was_hit ? "" : "  did not come about\n",
+           wrong_.c_str(), Said().c_str());
+    fflush(stdout);
+  }
 
   const Mode& mode_;
-  std::string daemon_path_;
-  std::string library_;
-  sim::DeviceConfig config_;
-  sim::PtyLine line_;
   sim::SyslogRecorder syslog_;
   sim::UdpPeer data_;
-  sim::UdpPeer manager_;
-  sim::UdpPeer sender_;
-  std::unique_ptr<sim::FarEnd> far_end_;
-  std::unique_ptr<sim::CameraDaemon> camera_;
-  std::unique_ptr<sim::DaemonProcess> daemon_;
-  sim::Bytes seen_;            // what came along the line
-  std::string logged_;         // to syslog
-  sim::milliseconds limit_{};  // of a step
-  bool must_serve_ = false;    // a step that is not done is wrong
-  size_t healthy_descriptors_ = 0;
-  size_t calls_before_update_ = 0;
-  bool was_hit_ = false;
-  std::string wrong_;
+  sim::UdpPeer manager_{CSYSMGR_PORT};
+  std::string seen_;          // what came along the line, in hexadecimal
+  std::string logged_;        // to syslog
+  std::string datagrams_;     // of serial data
+  std::string wrong_;         // with the present session, a line each
+  bool must_serve_ = true;    // a step that is not done is wrong
+  milliseconds patience_{};   // with a step
+  size_t descriptors_ = 0;    // of a session without a failure
+  size_t until_serving_ = 0;  // its calls before it served, and before an update
+  std::ptrdiff_t until_update_ = 0;
+  int tried_ = 0;
+  int missed_ = 0;
+  int failed_ = 0;
 };
 
 }  // namespace fault

@@ -3,25 +3,19 @@
 
 #include <gtest/gtest.h>
 
-#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "daemon/model_family.h"
-#include "ipc/cicomm.h"
 #include "relay/daemon_datagram.h"
-#include "sim/daemon_process.h"
-#include "sim/device.h"
-#include "sim/peers.h"
-#include "sim/pty_line.h"
-#include "sim/wait.h"
+#include "sim/device_rig.h"
 
-class DeviceTest : public testing::Test {
+class DeviceTest : public testing::Test, protected sim::DeviceRig {
  protected:
   // Whatever has come, SIGTERM ends a daemon that still runs as it should.
   void TearDown() override {
-    if (daemon == nullptr || daemon->WaitEnd(sim::milliseconds(0)).has_value()) return;
+    if (daemon == nullptr || HasEnded()) return;
     EXPECT_EQ(daemon->Stop(), 0) << daemon->Errors();
   }
 
@@ -29,15 +23,15 @@ class DeviceTest : public testing::Test {
   void Install() { sim::InstallDevice(config); }
 
   // Starts the daemon without waiting for anything.
-  void Launch(std::vector<std::string> arguments = {}) {
-    daemon = std::make_unique<sim::DaemonProcess>(RS232D_PATH, std::move(arguments));
+  void Launch(std::vector<std::string> arguments = {}, sim::LaunchOptions options = {}) {
+    DeviceRig::Launch(RS232D_PATH, std::move(arguments), std::move(options));
   }
 
   // Lays the files out, starts the daemon and waits until it serves.
   void Start(std::vector<std::string> arguments = {}) {
     Install();
     Launch(std::move(arguments));
-    ASSERT_TRUE(daemon->WaitServing(config)) << daemon->Output() << daemon->Errors();
+    ASSERT_TRUE(WaitServing()) << daemon->Output() << daemon->Errors();
   }
 
   // The same for a device of this model, past what it asks a camera module first. An HD module
@@ -55,14 +49,6 @@ class DeviceTest : public testing::Test {
       line.Send(sim::Bytes{0xFF, command, 1, 0, 0, 0, 0, 0, 0, checksum});
     }
   }
-
-  void Control(uint16_t code, int first = 0, int second = 0, int third = 0) {
-    SendCommand(sim::CameraControlPacket(sim::Control(code, first, second, third)));
-  }
-
-  void SendCommand(std::span<const uint8_t> packet) { sender.SendTo(RS232_COMMAND_PORT, packet); }
-
-  void SendUdp(std::span<const uint8_t> datagram) { sender.SendTo(config.udp_port, datagram); }
 
   // The next `count` bytes on the line in hexadecimal.
   std::string Line(size_t count) { return sim::Hex(line.Receive(count)); }
@@ -86,9 +72,5 @@ class DeviceTest : public testing::Test {
 
   void ExpectEnd(int status) { EXPECT_EQ(daemon->WaitEnd(), status) << daemon->Errors(); }
 
-  sim::DeviceConfig config;
   sim::SyslogRecorder syslog;
-  sim::PtyLine line;
-  sim::UdpPeer sender;
-  std::unique_ptr<sim::DaemonProcess> daemon;
 };

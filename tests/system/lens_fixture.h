@@ -2,7 +2,6 @@
 // at work around it.
 #pragma once
 
-#include <algorithm>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -11,7 +10,7 @@
 #include "lens/control.h"
 #include "lens/position.h"
 #include "sim/leftovers.h"
-#include "sim/lens_rig.h"
+#include "sim/lens_micom.h"
 #include "tests/system/device_fixture.h"
 
 // Where other processes read the micom's version.
@@ -32,59 +31,54 @@ class LensTest : public DeviceTest {
  protected:
   using Lines = std::vector<std::string>;
 
-  // Lays the files of a lens device out, with the positions file `conf`.
-  void InstallLens(const std::string& conf, const std::string& sensor = "AR0230",
+  // Lays the files of a lens device out, and puts a micom whose lens stands at `positions`, and a
+  // camera daemon, around the daemon. The daemon waits for all steps of a move but the last, as if
+  // a frame were on its way for as long as a step takes.
+  void InstallLens(const Positions& positions, const std::string& sensor = "AR0230",
                    const std::string& antiflicker = "false") {
+    const auto [zoom, focus] = positions;
     config.model = "QB-420";
     Install();
-    sim::InstallLens({.zoom = 0, .focus = 0, .sensor = sensor, .antiflicker = antiflicker});
-    sim::WriteTextFile(MFZ_CONF_PATH, conf);
+    sim::InstallLens({.zoom = zoom, .focus = focus, .sensor = sensor, .antiflicker = antiflicker});
     std::filesystem::remove(CAMERA_INFO_PATH);
+    auto lens = std::make_unique<sim::LensMicom>(
+        sim::Clock::now(), sim::LensPose{.zoom = zoom, .focus = focus, .iris = 40});
+    micom = lens.get();
+    micom->traits.head_start = sim::milliseconds(4);
+    Attach(std::move(lens), micom);
   }
 
-  // Puts a micom whose lens stands at `positions`, and a camera daemon, around the daemon.
-  void AttachLens(const Positions& positions) {
-    rig.reset();
-    rig = std::make_unique<sim::LensRig>(
-        &line, sim::LensPose{.zoom = positions.zoom, .focus = positions.focus, .iris = 40});
-  }
-
-  // The whole of it, with a daemon that knows where the lens stands. Returns once the mode's loop
-  // runs and nothing of the start-up is left in Frames.
+  // Starts a daemon that knows where the lens stands. Returns once the mode's loop runs and nothing
+  // of the start-up is left in Frames.
   void StartLens(const Positions& positions, const std::string& sensor = "AR0230") {
-    InstallLens(sim::PositionsText(positions.zoom, positions.focus), sensor);
-    AttachLens(positions);
+    InstallLens(positions, sensor);
     Launch();
     AwaitLoop();
   }
 
-  void AwaitLoop(sim::milliseconds limit = sim::milliseconds(15000)) {
-    ASSERT_TRUE(daemon->WaitServing(config)) << daemon->Output() << daemon->Errors();
-    ASSERT_TRUE(Sync(limit)) << daemon->Output() << daemon->Errors();
+  void AwaitLoop() {
+    ASSERT_TRUE(WaitServing()) << daemon->Output() << daemon->Errors();
+    ASSERT_TRUE(Sync()) << daemon->Output() << daemon->Errors();
     TakeFrames();
   }
 
   // Waits until everything that was sent before has been served: a mark comes out at the far end,
   // twice, since one pass serves datagrams before commands.
-  bool Sync(sim::milliseconds limit = sim::milliseconds(8000)) {
-    return Mark(limit) && Mark(limit);
-  }
+  bool Sync() { return Mark() && Mark(); }
 
   // Waits until every command that was sent before has been carried out. Opens the iris a step.
-  bool Drain(sim::milliseconds limit = sim::milliseconds(20000)) {
+  bool Drain() {
     static const std::string kOpened = "+PIRIS_STEP_SINGLE (open)\n";
     const size_t opened = CountInOutput(kOpened);
     Control(CAMERA_CODE_IRIS_STEP, 1);
-    return WaitOutput(kOpened, opened + 1, limit) && Sync(limit);
+    return WaitOutput(kOpened, opened + 1, kLongest) && Sync();
   }
 
   // Every frame since the last call in hexadecimal, marks left out.
   Lines TakeFrames() {
-    Collect();
     Lines lines;
-    for (const sim::LensFrame& frame : pending_)
+    for (const sim::LensFrame& frame : TakeTimedFrames())
       lines.push_back(sim::Hex(frame.bytes));
-    pending_.clear();
     return lines;
   }
 
@@ -93,19 +87,10 @@ class LensTest : public DeviceTest {
     return std::exchange(pending_, {});
   }
 
-  // Runs `use` on the lens, or on the camera daemon, while both are held.
-  template <typename Use>
-  auto WithMicom(Use use) {
-    return rig->With([&](sim::LensMicom& micom, sim::CameraDaemon&) { return use(micom); });
-  }
-  template <typename Use>
-  auto WithCamera(Use use) {
-    return rig->With([&](sim::LensMicom&, sim::CameraDaemon& camera) { return use(camera); });
-  }
-
   // Where the lens really is.
   sim::LensPose Pose() {
-    return WithMicom([](const sim::LensMicom& micom) { return micom.Pose(); });
+    Serve(sim::Clock::now());
+    return micom->Pose();
   }
 
   Positions RealPositions() {
@@ -114,14 +99,7 @@ class LensTest : public DeviceTest {
   }
 
   // Steps lost by interrupted moves of zoom and focus.
-  long LostSteps() {
-    return WithMicom(
-        [](const sim::LensMicom& micom) { return micom.Zoom().Lost() + micom.Focus().Lost(); });
-  }
-
-  bool IsMoving() {
-    return WithMicom([](const sim::LensMicom& micom) { return micom.IsMoving(); });
-  }
+  long LostSteps() const { return micom->Zoom().Lost() + micom->Focus().Lost(); }
 
   // What the positions file holds.
   static Positions SavedPositions() {
@@ -138,26 +116,23 @@ class LensTest : public DeviceTest {
   void Zoom(int value) { Control(CAMERA_CODE_ZOOM, 0, 0, value); }
   void Focus(int value) { Control(CAMERA_CODE_FOCUS, value); }
 
-  std::unique_ptr<sim::LensRig> rig;
+  sim::LensMicom* micom = nullptr;
 
  private:
+  // Longer than any command takes.
+  static constexpr sim::milliseconds kLongest{20'000};
   // A read of a register that no lens has.
   static constexpr I2mFrame kMark = {0xA5, 0x41, 0x7E, 0x00, 0x00, 0x64};
 
-  bool Mark(sim::milliseconds limit) {
-    SendUdp(sim::DaemonDatagram(RS232_UDP_WRITE, kMark));
+  bool Mark() {
     const int wanted = marks_ + 1;
-    return sim::WaitUntil(
-        [&] {
-          Collect();
-          return marks_ >= wanted;
-        },
-        limit);
+    SendUdp(sim::DaemonDatagram(RS232_UDP_WRITE, kMark));
+    return sim::WaitUntil([&] { return Collect(), marks_ == wanted; }, kLongest);
   }
 
   void Collect() {
-    const auto frames = WithMicom([](sim::LensMicom& micom) { return micom.TakeFrames(); });
-    for (const sim::LensFrame& frame : frames) {
+    Serve(sim::Clock::now());
+    for (const sim::LensFrame& frame : micom->TakeFrames()) {
       if (frame.bytes == kMark) {
         ++marks_;
       } else {

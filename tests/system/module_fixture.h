@@ -1,15 +1,16 @@
-// A device with a camera module behind its line.
+// A device with a camera module behind its line, and new firmware for an HD module.
 #pragma once
 
 #include <unistd.h>
 
 #include <memory>
+#include <optional>
+#include <random>
 #include <string>
 #include <utility>
-#include <vector>
 
-#include "sim/far_end.h"
-#include "sim/line_server.h"
+#include "ipc/csysmgr.h"
+#include "sim/hd_micom.h"
 #include "tests/system/device_fixture.h"
 
 class ModuleTest : public DeviceTest {
@@ -18,36 +19,65 @@ class ModuleTest : public DeviceTest {
 
   void SetUp() override { unlink(kInfoPath); }
 
-  // Puts a far end behind the line and starts the daemon for a model.
-  void StartWith(const char* model, std::unique_ptr<sim::FarEnd> end,
-                 std::vector<std::string> arguments = {}) {
-    PutBehindLine(std::move(end));
+  // Starts a new daemon in front of an HD module, and waits until it is past its queries.
+  void StartMicom(sim::LoaderSetup loader, const sim::HdIdentity& identity = {},
+                  const std::string& model = "QB-310") {
+    auto end = std::make_unique<sim::HdMicom>(
+        identity, std::move(loader), [this] { return line.Settings(); }, sim::Clock::now());
+    micom = end.get();
+    daemon.reset();
+    Attach(std::move(end));
+    std::string words;
+    far_end->on_words = [&](const std::string& word) { words += word + "\n"; };
     config.model = model;
-    Start(std::move(arguments));
-  }
-
-  void PutBehindLine(std::unique_ptr<sim::FarEnd> end) {
-    DropLineBytes();
-    far_end = std::move(end);
-    words.clear();
-    far_end->on_words = [this](const std::string& word) { words += word + "\n"; };
-    server = std::make_unique<sim::LineServer>(&line, far_end.get());
-  }
-
-  // Serves the line until the far end has understood this.
-  bool ServeUntilWords(const std::string& text, sim::milliseconds limit = sim::kPatience) {
-    return server->ServeUntil([&] { return words.find(text) != std::string::npos; }, limit);
-  }
-
-  // What a daemon that was ended has left on the line.
-  void DropLineBytes() {
-    constexpr size_t kMost = 1 << 16;
-    line.Receive(kMost, sim::milliseconds(0));
+    Start();
+    Control(CAMERA_CODE_UP);
+    EXPECT_TRUE(sim::WaitUntil([&] { return words.ends_with("up key\n"); })) << words;
+    EXPECT_NE(words.find("asked for its sensor\n"), std::string::npos) << words;
+    far_end->on_words = [](const std::string&) {};
   }
 
   std::string Info() { return sim::ReadTextFile(kInfoPath); }
 
-  std::string words;
-  std::unique_ptr<sim::FarEnd> far_end;
-  std::unique_ptr<sim::LineServer> server;
+  sim::HdMicom* micom = nullptr;
+};
+
+class UpdateTest : public ModuleTest {
+ protected:
+  static constexpr char kImagePath[] = "/tmp/micom_firmware";
+
+  void SetUp() override { unlink(kImagePath); }
+
+  // What follows an update is no end by SIGTERM.
+  void TearDown() override { daemon.reset(); }
+
+  // Bytes without a pattern, every value among them.
+  static sim::Bytes Payload(size_t size) {
+    sim::Bytes payload(size);
+    std::mt19937 random;
+    std::ranges::generate(payload, [&] { return static_cast<uint8_t>(random()); });
+    return payload;
+  }
+
+  // Puts an image there: a header that belongs to nobody, then the payload.
+  static void WriteImage(std::span<const uint8_t> payload) {
+    std::string image(64, '\xA0');
+    image.append(payload.begin(), payload.end());
+    sim::WriteTextFile(kImagePath, image);
+  }
+
+  // Orders the update. Returns the system manager's notice, which ends an update whatever came of
+  // it; nothing when none comes within `limit`.
+  std::optional<sim::Bytes> OrderUpdate(sim::milliseconds limit) {
+    SendCommand(sim::CommandPacket(CICOMM_PCMD_MICOM_FIRMWARE_UPDATE, {}));
+    return manager.Receive(limit);
+  }
+
+  void ExpectStored(size_t payload) {
+    ASSERT_NE(micom->Loader(), nullptr);
+    EXPECT_TRUE(micom->Loader()->IsComplete()) << micom->Loader()->Describe();
+    EXPECT_TRUE(micom->Loader()->Firmware() == Payload(payload));
+  }
+
+  sim::UdpPeer manager{CSYSMGR_PORT};
 };

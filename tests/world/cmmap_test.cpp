@@ -1,7 +1,6 @@
 #include "cmmap/cmmap.h"
 
 #include <fcntl.h>
-#include <sys/mman.h>
 #include <sys/sem.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -9,10 +8,18 @@
 #include <csignal>
 #include <cstring>
 #include <functional>
+#include <tuple>
 #include <utility>
-#include <vector>
 
 #include "tests/support.h"
+#include "tests/world/failing_call.h"
+
+static std::function<void()> g_on_semop;
+
+extern "C" int semop(int set, sembuf* operations, size_t count) noexcept {
+  if (g_on_semop) g_on_semop();
+  return CallNext<int>("semop", set, operations, count);
+}
 
 namespace {
 
@@ -36,37 +43,30 @@ void MakeSemaphore(int value) {
   ASSERT_EQ(semctl(semget(kKey, 1, IPC_CREAT | IPC_EXCL | 0666), 0, SETVAL, value), 0);
 }
 
-// A process of its own that runs `body` on an open map. `stage` is shared with it.
-class Other {
- public:
-  explicit Other(const std::function<void(CMMAP*, volatile int* stage)>& body) {
-    *stage = 0;
-    pid = fork();
-    if (pid != 0) return;
-    CMMAP map;
-    if (CMMAP_Init(&map, kPath, kKey, CMMAP_OPEN, kSize) == 0) body(&map, stage);
-    map.Deinit(&map);
-    _exit(0);
-  }
-  ~Other() {
-    int status = -1;
-    waitpid(pid, &status, 0);
-    EXPECT_TRUE(status == 0 || WIFSIGNALED(status)) << status;
-  }
-  Other(const Other&) = delete;
-  Other& operator=(const Other&) = delete;
-  bool Reaches(int wanted, int ms = 5000) const {
-    return sim::WaitUntil([&] { return *stage == wanted; }, sim::milliseconds(ms));
-  }
+// A process that takes the locks and keeps them as long as it lives.
+pid_t TakeLocks() {
+  const pid_t pid = fork();
+  if (pid != 0) return pid;
+  CMMAP map;
+  CMMAP_Init(&map, kPath, kKey, CMMAP_OPEN, kSize);
+  map.Lock(&map);
+  pause();
+  _exit(0);
+}
 
-  volatile int* const stage = static_cast<volatile int*>(
-      mmap(nullptr, sizeof(int), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
-  pid_t pid;
-};
+bool HasLocks(pid_t pid) {
+  return sim::WaitUntil([&] { return semctl(SemaphoreSet(), 0, GETPID) == pid; });
+}
+
+void End(pid_t pid) {
+  kill(pid, SIGKILL);
+  waitpid(pid, nullptr, 0);
+}
 
 class Map : public testing::Test {
  protected:
-  Map() { sim::WriteTextFile(kPath, string(kSize, 'a')); }
+  // The file is longer than the map.
+  Map() { sim::WriteTextFile(kPath, string(kSize, 'a') + "behind"); }
   ~Map() override {
     if (map_.Deinit != nullptr) map_.Deinit(&map_);
     if (SemaphoreSet() >= 0) semctl(SemaphoreSet(), 0, IPC_RMID);
@@ -101,17 +101,13 @@ TEST_F(Map, CreatesAFileOfZeros) {
     semctl(map_.sem, 0, IPC_STAT, &set);
     EXPECT_EQ(set.sem_perm.mode & 0777, 0666);
     EXPECT_EQ(Deinit(), "0 ");
+    EXPECT_EQ(SemaphoreSet(), -1);
   }
   umask(mask);
-  struct stat file;
-  ASSERT_EQ(stat(kPath, &file), 0);
-  EXPECT_EQ(file.st_mode & 07777, 0644U);
+  EXPECT_EQ(std::filesystem::status(kPath).permissions(), std::filesystem::perms{0644});
 }
 
-TEST_F(Map, RemovesOnlyASemaphoreOfItsOwn) {
-  EXPECT_EQ(Init(), "0 ");
-  EXPECT_EQ(Deinit(), "0 ");
-  EXPECT_EQ(SemaphoreSet(), -1);
+TEST_F(Map, LeavesASemaphoreThatItFound) {
   MakeSemaphore(5);
   EXPECT_EQ(Init(), "0 ");
   EXPECT_EQ(Deinit(), "0 ");
@@ -119,42 +115,35 @@ TEST_F(Map, RemovesOnlyASemaphoreOfItsOwn) {
 }
 
 TEST_F(Map, SaysWhyItCannotOpen) {
-  const struct {
-    const char* path;
-    int mode, size;
-    string said;  // a beginning
-    const char* deinit;
-  } rows[] = {
+  const std::tuple<const char*, int, int, string, const char*> rows[] = {
       {"/var/none/x.dat", CMMAP_CREATE, kSize, "open, reason(No such file or directory)\n", "-1 "},
       {"/var/nvt", CMMAP_OPEN, kSize, "open, reason(Is a directory)\n", "-1 "},
-      {kPath, CMMAP_OPEN, kSize + 1, "open, reason(", "0 "},
+      {kPath, CMMAP_OPEN, kSize + 7, "open, reason(file shorter than 10007 bytes)\n", "0 "},
       {kPath, CMMAP_CREATE, 0, "mmap, reason(Invalid argument)\n", "0 "},
   };
   const auto descriptors = support::OpenDescriptors();
-  for (const auto& row : rows) {
-    const string said = Init(row.mode, row.size, row.path);
-    EXPECT_EQ(said.find("-1 [CMMAP_Init] error " + row.said), 0U) << said;
-    EXPECT_EQ(said.find('\n'), said.size() - 1);
+  for (const auto& [path, mode, size, said, deinit] : rows) {
+    EXPECT_EQ(Init(mode, size, path), "-1 [CMMAP_Init] error " + said);
     char byte = 'x';
     EXPECT_EQ(Read(&byte, 1), "-1 ");
     EXPECT_EQ(Write(&byte, 1), "-1 ");
-    EXPECT_EQ(Deinit(), row.deinit);
+    EXPECT_EQ(Deinit(), deinit);
     EXPECT_EQ(SemaphoreSet(), -1);
   }
   EXPECT_EQ(support::OpenDescriptors(), descriptors);
 }
 
 TEST_F(Map, CopiesWithinItsBounds) {
-  sim::WriteTextFile(kPath, string(kSize, 'a') + "behind");  // longer than the map
   ASSERT_EQ(Init(), "0 ");
   for (const int length : {0, 1, 17, kSize, kSize + 1, -1}) {
     memset(map_.map, 'a', kSize);
     const bool fits = length >= 0 && length <= kSize;
+    const char* const result = fits ? "0 " : "-1 ";
     const size_t copied = fits ? static_cast<size_t>(length) : 0;
     string buffer(kSize + 1, 'b');
-    EXPECT_EQ(Read(buffer.data(), length), fits ? "0 " : "-1 ");
+    EXPECT_EQ(Read(buffer.data(), length), result);
     EXPECT_EQ(buffer, string(copied, 'a') + string(kSize + 1 - copied, 'b')) << length;
-    EXPECT_EQ(Write(string(kSize + 1, 'c').data(), length), fits ? "0 " : "-1 ");
+    EXPECT_EQ(Write(string(kSize + 1, 'c').data(), length), result);
     EXPECT_EQ(sim::ReadTextFile(kPath),
               string(copied, 'c') + string(kSize - copied, 'a') + "behind")
         << length;
@@ -162,59 +151,40 @@ TEST_F(Map, CopiesWithinItsBounds) {
   }
 }
 
-TEST_F(Map, TakesTheFileThenTheSemaphore) {
-  MakeSemaphore(1);
-  const auto lock_once = [](CMMAP* map, volatile int* stage) {
-    *stage = 1;
-    map->Lock(map);
-    *stage = 2;
-    map->Unlock(map);
-  };
+// Of the file its first byte.
+TEST_F(Map, HoldsTheFileWheneverItChangesTheSemaphore) {
+  ASSERT_EQ(Init(), "0 ");
   const sim::UniqueFd file(open(kPath, O_RDWR | O_CLOEXEC));
-  struct flock lock = {};
-  lock.l_type = F_WRLCK;
-  lock.l_len = 1;
-  ASSERT_EQ(fcntl(file.Get(), F_SETLK, &lock), 0);
-  {
-    const Other other(lock_once);
-    EXPECT_TRUE(other.Reaches(1));
-    EXPECT_FALSE(other.Reaches(2, 150));
-    EXPECT_EQ(SemaphoreValue(), 1);  // not taken before the file
-    lock.l_type = F_UNLCK;
-    ASSERT_EQ(fcntl(file.Get(), F_SETLK, &lock), 0);
-    EXPECT_TRUE(other.Reaches(2));
-  }
-  semctl(SemaphoreSet(), 0, SETVAL, 0);
-  {
-    const Other other(lock_once);
-    EXPECT_TRUE(sim::WaitUntil([] { return semctl(SemaphoreSet(), 0, GETNCNT) == 1; }));
-    lock = {};
+  int changes = 0;
+  g_on_semop = [&] {
+    struct flock lock = {};
     lock.l_type = F_WRLCK;
-    ASSERT_EQ(fcntl(file.Get(), F_GETLK, &lock), 0);
-    EXPECT_EQ(lock.l_pid, other.pid);  // has the file while it waits
-    EXPECT_EQ(std::pair(lock.l_start, lock.l_len), std::pair(off_t(0), off_t(1)));
-    EXPECT_EQ(*other.stage, 1);
-    semctl(SemaphoreSet(), 0, SETVAL, 1);
-    EXPECT_TRUE(other.Reaches(2));
-  }
-  EXPECT_EQ(SemaphoreValue(), 1);
+    EXPECT_EQ(fcntl(file.Get(), F_OFD_GETLK, &lock), 0);
+    EXPECT_EQ(std::tuple(lock.l_type, lock.l_start, lock.l_len), std::tuple(F_WRLCK, 0, 1));
+    ++changes;
+  };
+  char byte = 0;
+  EXPECT_EQ(Read(&byte, 1), "0 ");
+  g_on_semop = nullptr;
+  EXPECT_EQ(changes, 2);
 }
 
-TEST_F(Map, GetsTheLocksBackFromADeadHolder) {
-  MakeSemaphore(1);
-  ASSERT_EQ(Init(), "0 ");
-  const Other holder([](CMMAP* map, volatile int* stage) {
-    map->Lock(map);
-    *stage = 1;
-    pause();
-  });
-  ASSERT_TRUE(holder.Reaches(1));
+class RealTimeMap : public Map {};
+
+// Who dies with the locks gives them back.
+TEST_F(RealTimeMap, WaitsForTheFileAndThenForTheSemaphore) {
+  MakeSemaphore(0);
+  const auto waits = [] { return semctl(SemaphoreSet(), 0, GETNCNT); };
+  const pid_t holder = TakeLocks();
+  EXPECT_TRUE(sim::WaitUntil([&] { return waits() == 1; }));
+  const pid_t waiting = TakeLocks();
+  EXPECT_FALSE(sim::WaitUntil([&] { return waits() == 2; }, sim::milliseconds(150)));
+  semctl(SemaphoreSet(), 0, SETVAL, 1);
+  EXPECT_TRUE(HasLocks(holder));
   EXPECT_EQ(SemaphoreValue(), 0);
-  kill(holder.pid, SIGKILL);
-  char byte = 0;
-  support::ExpectTakes(0, 2000, [&] { EXPECT_EQ(Read(&byte, 1), "0 "); });
-  EXPECT_EQ(byte, 'a');
-  EXPECT_EQ(SemaphoreValue(), 1);
+  End(holder);
+  EXPECT_TRUE(HasLocks(waiting));
+  End(waiting);
 }
 
 TEST_F(Map, CopiesWithoutItsLocks) {
@@ -229,16 +199,16 @@ TEST_F(Map, CopiesWithoutItsLocks) {
   EXPECT_EQ(Read(&byte, 1), failed(id));
   EXPECT_EQ(byte, 'a');
   EXPECT_EQ(Deinit(), "0 [CMMAP_DeinitLock] error semctl, reason(Invalid argument)\n");
-  // No semaphore to be had at all.
-  std::vector<int> sets;
-  for (int set; (set = semget(IPC_PRIVATE, 1, 0600)) >= 0;)
-    sets.push_back(set);
-  EXPECT_EQ(Init(), "0 [CMMAP_InitLock] error, reason(No space left on device,-1,0)\n");
-  for (const int set : sets)
-    semctl(set, 0, IPC_RMID);
-  EXPECT_EQ(Write("z", 1), failed("-1"));
-  EXPECT_EQ(sim::ReadTextFile(kPath)[0], 'z');
-  EXPECT_EQ(Deinit(), "0 ");
+  // No semaphore to be had at all, or none that could be freed.
+  for (const char* const call : {"semget", "semctl"}) {
+    {
+      const FailingCall failing(call);
+      EXPECT_TRUE(Init().starts_with("0 [CMMAP_InitLock] error, reason(Operation not permitted,"));
+    }
+    EXPECT_EQ(Write("z", 1), failed("-1"));
+    EXPECT_EQ(Deinit(), "0 ");
+  }
+  semctl(SemaphoreSet(), 0, IPC_RMID);
   // No file to lock.
   ASSERT_EQ(Init(), "0 ");
   close(std::exchange(map_.fd, -1));

@@ -2,6 +2,7 @@
 #include "relay/mode_pass.h"
 
 #include <fcntl.h>
+#include <sys/eventfd.h>
 
 #include <functional>
 #include <string>
@@ -22,6 +23,7 @@ using sim::Bytes;
 
 constexpr int kPtzPort = 4001;
 constexpr int kUdpPort = 10020;
+constexpr int kCommandPort = 10017;
 
 // What the line was given, each write as "COUNT FIRST-BYTE", and what comes during the first one.
 std::vector<std::string> g_writes;
@@ -37,14 +39,22 @@ class ModePassTest : public testing::Test {
  protected:
   ModePassTest() {
     CFDEVENT_Init(&events_);
-    CICOMM_Init(&command_, 0);
+    CICOMM_Init(&command_, kCommandPort);
     support::OnStderr([this] { EXPECT_EQ(CPTZSVR_Init(&server_, kPtzPort), 0); });
-    context_.serial = near_end_.Get();
-    context_.udp_socket = ZSK_OpenLocalUDPSSocket(kUdpPort);
+    context_ = {.trace_level = 0,
+                .stop = &stop_,
+                .settings = &settings_,
+                .events = &events_,
+                .ptz_server = &server_,
+                .command = &command_,
+                .serial = near_end_.Get(),
+                .udp_socket = ZSK_OpenLocalUDPSSocket(kUdpPort)};
     for (const int fd : {command_.GetSocket(&command_), context_.serial, context_.udp_socket})
       events_.Add(&events_, fd);
+    port_.Write = Write;
     g_serial_port = &port_;
     g_writes.clear();
+    stop_ = 0;
     ModePassInit(&pass_, &context_, &hooks_, nullptr);
   }
   ~ModePassTest() override {
@@ -56,25 +66,13 @@ class ModePassTest : public testing::Test {
 
   sim::PtyLine line_;
   const sim::UniqueFd near_end_{open(ptsname(line_.FarEnd()), O_RDWR | O_NOCTTY | O_NONBLOCK)};
-  SerialPort port_ = {.fd = -1,
-                      .saved = {},
-                      .Close = nullptr,
-                      .Write = Write,
-                      .Read = nullptr,
-                      .tells_transmitter = false};
-  volatile std::sig_atomic_t stop_ = 0;
+  SerialPort port_{};
+  inline static volatile std::sig_atomic_t stop_ = 0;
   CFDEVENT events_;
   CICOMM command_;
   CPTZSVR server_;
   Rs232Settings settings_ = {};
-  Rs232Context context_ = {.trace_level = 0,
-                           .stop = &stop_,
-                           .settings = &settings_,
-                           .events = &events_,
-                           .ptz_server = &server_,
-                           .command = &command_,
-                           .serial = -1,
-                           .udp_socket = -1};
+  Rs232Context context_ = {};
   ModeHooks hooks_ = {};
   ModePass pass_;
 };
@@ -91,6 +89,32 @@ TEST_F(ModePassTest, WhatComesWhileTheLineIsBusyIsNotPassedOver) {
       pass_.RunOnce(&pass_);
   });
   EXPECT_EQ(g_writes, (std::vector<std::string>{"256 c", "1 u", "256 c"}));
+}
+
+// As a signal asks for it between the pass's own look at the flag and its sleep.
+TEST_F(ModePassTest, DoesNotSleepOnceItIsToldToEnd) {
+  hooks_.periodic = [](void* /*mode*/) {
+    stop_ = 1;
+    return int64_t{20'000'000};
+  };
+  support::ExpectTakes(0, [this] { pass_.RunOnce(&pass_); });
+  EXPECT_EQ(pass_.RunOnce(&pass_), 1);
+}
+
+// A source that stays ready and cannot be read must not keep the processor busy.
+TEST_F(ModePassTest, PausesAfterAReceiveThatFailed) {
+  constexpr int kPasses = 20;
+  const auto pass = [this] {
+    for (int i = 0; i < kPasses; ++i)
+      pass_.RunOnce(&pass_);
+  };
+  for (int i = 0; i < kPasses; ++i)
+    sim::UdpPeer().SendTo(kCommandPort, {});
+  support::ExpectTakes(kPasses, [&] { support::OnStderr(pass); });
+  const sim::UniqueFd udp_socket(context_.udp_socket);
+  context_.udp_socket = eventfd(1, EFD_CLOEXEC);  // readable, but no socket
+  events_.Add(&events_, context_.udp_socket);
+  support::ExpectTakes(kPasses, pass);
 }
 
 TEST_F(ModePassTest, SlowClientGetsWhatWaits) {

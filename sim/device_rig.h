@@ -1,0 +1,80 @@
+// The device around the daemon: its files, the line with what is behind it, the processes that talk
+// to the daemon, and the daemon itself. Whatever runs the daemon on this machine builds on it.
+//
+// A rig belongs to one thread, which serves everything while it waits (wait.h): far end and camera
+// daemon have no thread of their own.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "ipc/cicomm.h"
+#include "sim/camera_daemon.h"
+#include "sim/daemon_process.h"
+#include "sim/device.h"
+#include "sim/far_end.h"
+#include "sim/peers.h"
+#include "sim/pty_line.h"
+#include "sim/wait.h"
+
+namespace sim {
+
+class DeviceRig : public Pump {
+ public:
+  // Opens the line. While it lives it is the pump of this process.
+  explicit DeviceRig(DeviceConfig device = {});
+  ~DeviceRig() override;
+
+  // Writes the files of the device, and those that its model has besides.
+  void Install() const;
+
+  // Puts a far end behind the line, in place of one that is there; bytes that nobody has taken are
+  // dropped. `measured` is the lens that the camera daemon looks through; null for no camera
+  // daemon.
+  void Attach(std::unique_ptr<FarEnd> end, const LensMicom* measured = nullptr, uint32_t seed = 1);
+  // The far end of the device's model, and its camera daemon if it has one.
+  void AttachModel();
+
+  // Calls `handler` whenever `fd` is readable or has hung up. -1 is never.
+  void Watch(int fd, std::function<void()> handler);
+  void Unwatch(int fd);
+
+  // Starts the daemon in place of an earlier one, which is ended.
+  void Launch(const std::string& program, std::vector<std::string> arguments = {},
+              const LaunchOptions& options = {});
+  // Waits until it serves.
+  bool WaitServing() { return daemon->WaitServing(config); }
+  bool HasEnded() { return daemon->WaitEnd(milliseconds(0)).has_value(); }
+
+  void SendCommand(std::span<const uint8_t> packet) { sender.SendTo(RS232_COMMAND_PORT, packet); }
+  void Control(uint16_t code, int first = 0, int second = 0, int third = 0) {
+    SendCommand(CameraControlPacket(sim::Control(code, first, second, third)));
+  }
+  void SendUdp(std::span<const uint8_t> datagram) { sender.SendTo(config.udp_port, datagram); }
+
+  bool Serve(Clock::time_point end, int fd = -1, short events = 0) override;
+
+  DeviceConfig config;
+  PtyLine line;
+  UdpPeer sender;
+  std::unique_ptr<FarEnd> far_end;       // null: the line is the caller's
+  std::unique_ptr<CameraDaemon> camera;  // null: none
+  std::unique_ptr<DaemonProcess> daemon;
+  // How often time passes for the far end while no byte comes: its answers are late by so much.
+  milliseconds tick_every{2};
+
+ private:
+  struct Watcher {
+    int fd;
+    std::function<void()> handler;
+  };
+
+  void ServeFarEnd();
+  void ServeReady(std::span<const pollfd> sources);
+
+  std::vector<Watcher> watchers_;
+};
+
+}  // namespace sim

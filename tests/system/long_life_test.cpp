@@ -1,0 +1,571 @@
+// A long and eventful life of the real daemon, in each mode: numbered bytes go through it both ways
+// and commands between them, while clients come and go, packets make no sense, the line is lost,
+// the wall clock jumps, and the daemon is ended, killed and started again. What comes out is
+// compared with what went in, and what the daemon holds with what it held.
+//
+// A seed decides what happens. The tests run three lives; ./soak.sh runs more, by these variables:
+// RS232_LIFE_SEED, and RS232_LIFE_SECONDS of real time.
+#include <sys/ipc.h>
+#include <sys/sem.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <random>
+#include <set>
+
+#include "cmmap/param_block.h"
+#include "sim/leftovers.h"
+#include "sim/lens_micom.h"
+#include "sim/virtual_time.h"
+#include "tests/system/device_fixture.h"
+#include "util/conf_file.h"
+
+namespace {
+
+using sim::Bytes;
+using sim::Clock;
+using sim::milliseconds;
+
+constexpr size_t kClients = 4;           // that are there between the events
+constexpr size_t kDatagrams = kClients;  // the source behind those of the clients
+constexpr size_t kMostClients = 10;
+// Each source has an alphabet. None of its bytes begins a frame of any mode.
+constexpr size_t kAlphabetSize = 32;
+constexpr size_t kPeriod = 31;
+// Bytes that may be on their way: all of them together fit the buffers of the kernel.
+constexpr size_t kWindow = 1024;
+constexpr size_t kSomeFrames = 120;  // in hexadecimal
+constexpr double kMostGrowthKib = 12;
+// The daemon has some 300. With more it is a sanitizer's, which keeps what was freed for a while.
+constexpr double kMostKib = 1024;
+constexpr int kReceiveBuffer = 32'000;  // of a fixed size: else it grows while a client reads
+constexpr char kSendBuffers[] = "/proc/sys/net/ipv4/tcp_wmem";
+
+struct Command {
+  std::string mode;
+  uint16_t code;
+  std::array<int, 3> parameters;
+  const char* frames;  // written out: they must not come from the daemon's tables
+};
+
+const Command kCommands[] = {
+    {"relay", 0x1021, {5, 0, 0}, "FF 01 00 00 00 00 01 FF 01 00 07 00 05 0D "},
+    {"relay", 0x2001, {0, 0, 0}, "FF 01 00 00 00 00 01 FF 01 00 00 00 00 01 "},
+    {"sd", 0x2000, {0, 0, 0}, "FF 01 00 03 00 5F 63 FF 01 00 00 00 00 01 "},
+    {"hd", 0x2002, {0, 0, 9}, "FF 41 02 00 00 00 01 00 00 43 "},
+    {"hd", 0x2008, {0, 0, 0}, "FF 4B 02 00 00 00 02 00 00 4E "},
+    // Of a lens no frame is foretold: the lens itself is looked at.
+    {"lens", 0x2001, {20, 0, 0}, ""},
+    {"lens", 0x2001, {0, 0, 0}, ""},
+    {"lens", 0x2002, {0, 0, -60}, ""},
+    {"lens", 0x2002, {0, 0, 0}, ""},
+    {"lens", 0x1202, {0, 0, 0}, ""},
+    {"lens", 0x100A, {-1, 0, 0}, ""},
+};
+
+struct Mode {
+  const char* name;
+  const char* model;
+  uint64_t idle_waits;  // in a second; a lens is regulated all the time
+};
+
+constexpr Mode kModes[] = {
+    {"relay", "QB-620", 10}, {"sd", "QB-210", 10}, {"hd", "QB-310", 10}, {"lens", "QB-420", 300}};
+
+// Of bytes for the line.
+struct Source {
+  std::optional<sim::PtzClient> client = {};  // none: by datagrams
+  bool is_leaving = false;
+  size_t sent = 0;
+  size_t arrived = 0;
+  size_t next = 0;  // byte from the line that the client gets
+};
+
+double Variable(const char* name, double otherwise) {
+  const char* text = getenv(name);
+  return text != nullptr ? strtod(text, nullptr) : otherwise;
+}
+
+double RealSeconds() {
+  timespec now = {};
+  syscall(SYS_clock_gettime, CLOCK_MONOTONIC, &now);
+  return static_cast<double>(now.tv_sec);
+}
+
+// Files that a daemon may leave behind, and processes.
+std::set<std::string> Present() {
+  std::set<std::string> names;
+  for (const char* directory : {"/etc", "/var/nvt", "/proc"}) {
+    for (const auto& entry : std::filesystem::directory_iterator(directory))
+      names.insert(entry.path());
+  }
+  return names;
+}
+
+class LongLife : public DeviceTest, public testing::WithParamInterface<Mode> {
+ protected:
+  void SetUp() override {
+    if (!sim::IsTimeVirtual()) GTEST_SKIP() << "takes for ever in real time";
+    // As on a board with little memory: else it takes megabytes to see that a client does not read.
+    sim::WriteTextFile(kSendBuffers, "4096 16384 16384");
+    config.model = mode_.model;
+    config.baud_rate = 115200;
+    DeviceRig::Install();
+    sim::WriteTextFile("/var/nvt/camera.info", "");
+    AttachModel();
+    tick_every = milliseconds(20);
+    const auto answer = far_end->on_answer;
+    // A head would answer into the numbered bytes.
+    far_end->on_answer = [this, answer](auto bytes) {
+      if (is_lens_ || !is_serving_) answer(bytes);
+    };
+    far_end->on_frame = [this](auto frame) { TakeFrame(sim::Hex(frame) + " "); };
+    far_end->on_noise = [this](auto bytes) { TakeUp(bytes); };
+    Watch(data_.Fd(), [this] { TakeData(); });
+    Watch(syslog.Fd(), [this] { syslog.WaitFor("", milliseconds(0)); });
+    present_ = Present();
+  }
+
+  void TearDown() override {
+    DeviceTest::TearDown();
+    sim::WriteTextFile(kSendBuffers, send_buffers_);
+  }
+
+  size_t Roll(size_t low, size_t high) {
+    return std::uniform_int_distribution<size_t>(low, high)(random_);
+  }
+
+  void Expect(bool is_so, const std::string& what) {
+    if (is_so) return;
+    ADD_FAILURE() << mode_.name << ", seed " << seed_ << ", life " << counts_["lives"] << ", after "
+                  << (Clock::now() - start_) / milliseconds(1) << " ms: " << what;
+  }
+  template <typename Condition>
+  void Await(Condition condition, const std::string& what) {
+    // A lens that looks for its ends serves nobody meanwhile.
+    constexpr milliseconds kLimit{60'000};
+    Expect(HasFailure() || sim::WaitUntil(condition, kLimit), what);
+  }
+
+  // --- What comes out ---
+
+  void TakeFrame(const std::string& frame) {
+    if (!is_serving_ || is_lens_) return;
+    Expect(awaited_.starts_with(frame), "frame " + frame + "in place of " + awaited_);
+    awaited_.erase(0, frame.size());
+    ++counts_["frames"];
+  }
+
+  static Bytes NextBytes(size_t source, size_t* place, size_t size) {
+    Bytes bytes(size);
+    for (uint8_t& byte : bytes)
+      byte = static_cast<uint8_t>(source * kAlphabetSize + (*place)++ % kPeriod);
+    return bytes;
+  }
+
+  void Take(std::span<const uint8_t> bytes, size_t source, size_t* place, size_t sent) {
+    const bool are_next = std::ranges::equal(bytes, NextBytes(source, place, bytes.size()));
+    counts_["bytes"] += std::ssize(bytes);
+    if (are_next && *place <= sent) return;
+    Expect(false, "wrong before byte " + std::to_string(*place) + ": " + sim::Hex(bytes));
+  }
+
+  void TakeUp(std::span<const uint8_t> bytes) {
+    for (const uint8_t byte : bytes) {
+      const size_t source = std::min(byte / kAlphabetSize, kDatagrams);
+      Take({&byte, 1}, source, &sources_[source].arrived, sources_[source].sent);
+    }
+  }
+
+  void TakeData() {
+    const auto bytes = sim::DecodeSerialData(data_.Receive(milliseconds(0)).value_or(Bytes()));
+    Expect(bytes.has_value(), "a datagram holds no bytes of the line");
+    if (is_serving_ && bytes.has_value()) Take(*bytes, 0, &down_arrived_, down_sent_);
+  }
+
+  void TakeClient(Source* source) {
+    std::array<uint8_t, 4096> bytes;
+    const ssize_t count = recv(source->client->Fd(), bytes.data(), bytes.size(), MSG_DONTWAIT);
+    if (count < 0 && errno == EAGAIN) return;
+    if (count <= 0) {
+      Expect(source->is_leaving, "a client was dropped");
+      Drop(source);
+    } else if (!is_lens_) {
+      Take(std::span(bytes).first(static_cast<size_t>(count)), 0, &source->next, down_sent_);
+    }
+  }
+
+  // --- What goes in ---
+
+  void SendUp(size_t index, size_t size) {
+    Source& source = sources_[index];
+    if (source.sent - source.arrived > kWindow || source.is_leaving) return;
+    const Bytes bytes = NextBytes(index, &source.sent, size);
+    if (source.client.has_value()) {
+      source.client->Send(bytes);
+    } else {
+      SendUdp(sim::DaemonDatagram(RS232_UDP_WRITE, bytes));
+    }
+  }
+
+  void SendDown(size_t size) {
+    if (is_lens_ || down_sent_ - down_arrived_ > 2 * kWindow) return;
+    line.Send(NextBytes(0, &down_sent_, size));
+  }
+
+  // Not more than the receive buffers hold, even while a lens is busy.
+  bool IsServed() const { return sources_[kDatagrams].sent == sources_[kDatagrams].arrived; }
+
+  void SendCommand(size_t roll) {
+    if (!IsServed() || awaited_.size() > kSomeFrames) return;
+    const Command& command = commands_[roll % commands_.size()];
+    awaited_ += command.frames;
+    const auto [first, second, third] = command.parameters;
+    Control(command.code, first, second, third);
+    ++counts_["commands"];
+  }
+
+  // A command that is for another, of another number or cut; and nonsense.
+  void SendHostile(size_t roll) {
+    if (!IsServed()) return;
+    constexpr size_t kLarge = 60'000;
+    constexpr size_t kCommandAt = 8;
+    constexpr size_t kCodeAt = CICOMM_HEADER_SIZE + CAMERA_CONTROL_CODE_AT;
+    const auto [first, second, third] = commands_[0].parameters;
+    CameraControl control = sim::Control(commands_[0].code, first, second, third);
+    if (roll % 3 == 0) ++control.target;
+    Bytes packet = sim::CameraControlPacket(control);
+    if (roll % 3 == 1) ++packet[kCommandAt];
+    if (roll % 3 == 2) packet.resize(roll % kCodeAt);
+    DeviceRig::SendCommand(packet);
+    Bytes nonsense(roll % 4 == 0 ? kLarge : roll, 0x6F);
+    SendUdp(nonsense);
+    DeviceRig::SendCommand(nonsense);
+    SendUp(kDatagrams, 1);
+    ++counts_["hostile packets"];
+  }
+
+  void PassQuietly(size_t ms) { Serve(Clock::now() + milliseconds(ms)); }
+
+  // Time passes, with traffic.
+  void Pass(size_t steps) {
+    constexpr int64_t kMinuteNs = 60'000'000'000;
+    for (size_t i = 0; i < steps && !HasFailure(); ++i) {
+      const size_t what = Roll(0, 99);
+      const size_t roll = Roll(1, 300);
+      if (what < 40) SendDown(roll);
+      if (what >= 40 && what < 80) SendUp(what % sources_.size(), roll);
+      if (what >= 80 && what < 95) SendCommand(roll);
+      if (what >= 95 && what < 98) SendHostile(roll);
+      if (what >= 98)
+        sim::VirtualTime()->set_wall_offset(kMinuteNs * (static_cast<int64_t>(roll) * 5 - 750));
+      PassQuietly(roll / (is_lens_ ? 2 : 10));
+    }
+  }
+
+  bool IsSettled() const {
+    const auto has_all = [this](const Source& source) {
+      const bool has_line = !source.client.has_value() || source.next == down_sent_;
+      return source.arrived == source.sent && has_line;
+    };
+    return awaited_.empty() && down_arrived_ == down_sent_ &&
+           std::ranges::all_of(sources_, has_all);
+  }
+  // Everything that went in comes out.
+  void Settle() {
+    Await([this] { return IsSettled(); }, "not all has come out");
+  }
+
+  // What is on its way is given up.
+  void Forget() {
+    down_arrived_ = down_sent_;
+    for (Source& source : sources_) {
+      source.arrived = source.sent;
+      source.next = down_sent_;
+    }
+    awaited_.clear();
+  }
+
+  // --- Clients ---
+
+  void Resume(Source* source) {
+    source->is_leaving = false;
+    Watch(source->client->Fd(), [this, source] { TakeClient(source); });
+  }
+
+  // Gets everything from then on.
+  void Connect(size_t index) {
+    Settle();
+    if (HasFailure()) return;
+    Source* source = &sources_[index];
+    source->client.emplace(config.ptz_port, kReceiveBuffer);
+    // It ends by a reset, unless the daemon has closed the connection.
+    const linger at_once = {.l_onoff = 1, .l_linger = 0};
+    setsockopt(source->client->Fd(), SOL_SOCKET, SO_LINGER, &at_once, sizeof(at_once));
+    source->next = down_sent_;
+    Resume(source);
+    SendUp(index, 1);
+    Settle();
+    ++counts_["clients"];
+  }
+  void ConnectAll() {
+    for (size_t i = 0; i < kClients; ++i)
+      Connect(i);
+  }
+
+  void Drop(Source* source) {
+    Unwatch(source->client->Fd());
+    source->client.reset();
+    source->is_leaving = true;
+  }
+  void AwaitClients(size_t count) {
+    Await([&] { return sim::DescriptorCount(daemon->Pid()) == descriptors_ + count; },
+          "clients are not " + std::to_string(count));
+    PassQuietly(1);
+  }
+
+  // By a reset, or so that the other end sees its bytes out first.
+  void LeaveAndReturn() {
+    const size_t index = Roll(0, kClients - 1);
+    if (Roll(0, 1) == 0) {
+      Settle();
+      Drop(&sources_[index]);
+    } else {
+      sources_[index].is_leaving = true;
+      shutdown(sources_[index].client->Fd(), SHUT_WR);
+    }
+    AwaitClients(kClients - 1);
+    Connect(index);
+  }
+
+  // More than there is room for: exactly so many stay.
+  void Crowd() {
+    std::vector<sim::PtzClient> crowd;
+    for (size_t i = Roll(0, 2); i <= kMostClients + 2 - kClients; ++i)
+      crowd.emplace_back(config.ptz_port);
+    Pass(20);
+    AwaitClients(kMostClients);
+    crowd.clear();
+    AwaitClients(kClients);
+  }
+
+  // A client that does not read gets everything when it reads again, unless it is dropped: 10 s
+  // after it took something last. The kernel may go on taking some for it.
+  void StopReading() {
+    if (is_lens_) return;
+    constexpr size_t kMoreThanFits = 1000;
+    constexpr size_t kEightSeconds = 530;  // in steps
+    const size_t index = Roll(0, kClients - 1);
+    Source* source = &sources_[index];
+    const bool returns = Roll(0, 1) == 0;
+    Unwatch(source->client->Fd());
+    source->is_leaving = true;
+    for (size_t i = 0; i < kMoreThanFits; ++i) {
+      SendDown(200);
+      PassQuietly(2);
+    }
+    Pass(returns ? Roll(1, kEightSeconds) : kEightSeconds);
+    AwaitClients(kClients);
+    if (returns) {
+      Resume(source);
+      sim::WaitUntil([&] { return source->next == down_sent_; }, milliseconds(1000));
+      // The kernel opens a full connection again by a timer of its own. The clock stands still.
+      for (const double end = RealSeconds() + 10; source->next < down_sent_ && RealSeconds() < end;)
+        TakeClient(source);
+    } else {
+      AwaitClients(kClients - 1);
+      Drop(source);
+      Connect(index);
+    }
+    Settle();
+    ++counts_["stopped clients"];
+  }
+
+  // --- Line and lens ---
+
+  void LoseLine() {
+    if (is_lens_) RestLens();
+    if (is_lens_ || Roll(0, 1) == 0) Settle();
+    line.HangUp();
+    ExpectQuiet(Roll(2000, 4000), "without a line");
+    line = sim::PtyLine(config.serial_path);
+    Await([&] { return line.Settings().c_lflag == 0; }, "no new line");
+    PassQuietly(100);
+    Forget();
+    ++counts_["lost lines"];
+  }
+
+  const sim::LensMicom& Lens() const { return static_cast<const sim::LensMicom&>(*far_end); }
+  long LostSteps() const { return Lens().Zoom().Lost() + Lens().Focus().Lost(); }
+  size_t CountInOutput(const char* text) const { return sim::CountOf(text, daemon->Output()); }
+
+  // Ends whatever moves, has the positions stored, and compares them with the lens.
+  void RestLens() {
+    Settle();
+    constexpr char kOpened[] = "+PIRIS_STEP_SINGLE (open)";
+    const size_t opened = CountInOutput(kOpened);
+    // A focus move ends a search; the step of the iris comes behind all of it.
+    Control(CAMERA_CODE_ZOOM);
+    Control(CAMERA_CODE_FOCUS, 1);
+    Control(CAMERA_CODE_FOCUS);
+    Control(CAMERA_CODE_IRIS_STEP, 1);
+    Await([&] { return CountInOutput(kOpened) > opened && !far_end->IsMoving(); }, "no rest");
+    const auto [zoom, focus, iris] = Lens().Pose();
+    Expect(sim::ReadWholePositions() == std::pair(zoom, focus),
+           "the stored positions are not those of the lens: " + far_end->Describe());
+    Expect(LostSteps() == lost_steps_, "steps were lost");
+    ++counts_["rests of the lens"];
+  }
+
+  // One that was killed did not store where the lens was: its ends are found anew.
+  void FindLens() {
+    Control(CAMERA_CODE_ASSIST);
+    Await([&] { return CountInOutput("TRACE\t") > 0; }, "no end of a search");
+    lost_steps_ = LostSteps();
+  }
+
+  // --- Lives ---
+
+  void ExpectQuiet(size_t ms, const std::string& when) {
+    PassQuietly(500);
+    const uint64_t before = sim::VirtualTime()->waits(daemon->Pid());
+    PassQuietly(ms);
+    const uint64_t waits = sim::VirtualTime()->waits(daemon->Pid()) - before;
+    Expect(waits <= (ms / 1000 + 1) * mode_.idle_waits,
+           std::to_string(waits) + " waits " + when + " in " + std::to_string(ms) + " ms");
+  }
+
+  double MemoryKib() const { return sim::MemoryOf(daemon->Pid()).anonymous_kib; }
+
+  // Nobody is there and nothing is under way: what the daemon holds is as it was.
+  void StandStill() {
+    if (is_lens_) RestLens();
+    Settle();
+    for (size_t i = 0; i < kClients; ++i)
+      Drop(&sources_[i]);
+    AwaitClients(0);
+    ExpectQuiet(2000, "while idle");
+    Expect(!sim::IsParamFileLocked() && semget(PARAM_BLOCK_KEY, 1, 0) < 0, "a lock is left");
+    const bool is_known = memory_kib_ > 0 && memory_kib_ < kMostKib;
+    Expect(!is_known || MemoryKib() <= memory_kib_ + kMostGrowthKib,
+           "memory grew to " + std::to_string(MemoryKib()) + " KiB");
+    ConnectAll();
+  }
+
+  void StartLife() {
+    line.SetSettings(own_settings_);
+    Launch();
+    Expect(WaitServing(), "it does not serve: " + daemon->Errors());
+    if (HasFailure()) return;
+    SendUp(kDatagrams, 1);
+    Await([&] { return IsServed(); }, "no loop");
+    // Meanwhile a module answers the questions of the start. Those of a lens to the camera daemon
+    // take a descriptor now and then.
+    descriptors_ = SIZE_MAX;
+    for (int i = 0; i < 100; ++i) {
+      PassQuietly(10);
+      descriptors_ = std::min(descriptors_, sim::DescriptorCount(daemon->Pid()));
+    }
+    Forget();
+    is_serving_ = true;
+    memory_kib_ = 0;
+    ConnectAll();
+  }
+
+  void EndLife(int how) {
+    const bool is_kill = how == SIGKILL;
+    if (is_lens_ && !is_kill) RestLens();
+    if (Roll(0, 1) == 0) Settle();
+    for (Source& source : sources_)
+      source.is_leaving = true;
+    if (how == 0) {
+      SendUdp(sim::DaemonDatagram(RS232_UDP_STOP));
+    } else {
+      daemon->Signal(how);
+    }
+    const int status = daemon->WaitEnd().value_or(-1);
+    Expect(status == (is_kill ? -SIGKILL : 0), "its status is " + std::to_string(status));
+    PassQuietly(100);
+    Forget();
+    is_serving_ = false;
+    sources_[kDatagrams].is_leaving = false;
+    for (const Source& source : sources_)
+      Expect(!source.client.has_value(), "a client is left");
+    if (is_kill) std::filesystem::remove(CUTIL_TEMP_CONF_PATH);
+    Await([&] { return Present() == present_; }, "a file or a process is left");
+    const termios settings = line.Settings();
+    Expect(is_kill || memcmp(&settings, &own_settings_, sizeof(settings)) == 0,
+           "the line keeps its settings");
+  }
+
+  void Live(size_t events) {
+    constexpr auto kEvents = std::to_array<void (LongLife::*)()>(
+        {&LongLife::LeaveAndReturn, &LongLife::LeaveAndReturn, &LongLife::Crowd,
+         &LongLife::StopReading, &LongLife::LoseLine, &LongLife::StandStill});
+    constexpr size_t kWarm = 12;  // everything has been in use
+    for (size_t i = 0; i < events && !HasFailure(); ++i) {
+      if (i == kWarm) StandStill();
+      if (i == kWarm) memory_kib_ = MemoryKib();
+      Pass(Roll(1, 100));
+      (this->*kEvents[Roll(0, kEvents.size() - 1)])();
+    }
+    if (!HasFailure()) StandStill();
+  }
+
+  const Mode& mode_ = GetParam();
+  const bool is_lens_ = std::string(mode_.name) == "lens";
+  const uint32_t seed_ = static_cast<uint32_t>(Variable("RS232_LIFE_SEED", 1));
+  std::mt19937 random_{seed_};
+  std::vector<Command> commands_;
+  const std::string send_buffers_ = sim::ReadTextFile(kSendBuffers);
+  const termios own_settings_ = line.Settings();
+  std::set<std::string> present_;
+  sim::UdpPeer data_{SERIAL_DATA_PORT};
+  std::array<Source, kClients + 1> sources_;
+  size_t down_sent_ = 0;
+  size_t down_arrived_ = 0;  // in datagrams
+  std::string awaited_;      // frames, in hexadecimal
+  bool is_serving_ = false;
+  const Clock::time_point start_ = Clock::now();
+  size_t descriptors_ = 0;  // without clients
+  double memory_kib_ = 0;   // when warm
+  long lost_steps_ = 0;
+  std::map<std::string, long> counts_;
+};
+
+TEST_P(LongLife, LosesNothing) {
+  std::ranges::copy_if(kCommands, std::back_inserter(commands_),
+                       [this](const Command& command) { return command.mode == mode_.name; });
+  const double seconds = Variable("RS232_LIFE_SECONDS", 0);
+  const double end = RealSeconds() + seconds;
+  // One of three lives is long enough that memory would be seen to grow.
+  const size_t long_life = seconds == 0 ? 40 : 400;
+  do {
+    for (const int how : {SIGTERM, SIGKILL, 0}) {
+      ++counts_["lives"];
+      StartLife();
+      if (is_lens_ && how == 0) FindLens();  // after a kill
+      if (!HasFailure()) Live(how == SIGKILL ? long_life : 8);
+      if (HasFailure()) break;
+      EndLife(how);
+    }
+  } while (RealSeconds() < end && !HasFailure());
+  printf("%s: seed %u", mode_.name, seed_);
+  for (const auto& [what, count] : counts_)
+    printf(", %ld %s", count, what.c_str());
+  printf(", %ld s\n", static_cast<long>((Clock::now() - start_) / std::chrono::seconds(1)));
+}
+
+INSTANTIATE_TEST_SUITE_P(Modes, LongLife, testing::ValuesIn(kModes),
+                         [](const auto& row) { return std::string(row.param.name); });
+
+}  // namespace
