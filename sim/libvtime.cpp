@@ -165,10 +165,17 @@ void TakeSlot(Slot* slot, pid_t pid, pid_t tid) {
   slot->pid = pid;
 }
 
-// For a thread or a process that is being started.
+// For a thread that is being started.
 void ReserveSlot(pid_t pid) {
   const Lock lock;
   TakeSlot(FindSlot(0, 0), pid, 0);
+}
+
+// For a process that was started, unless it has come to its main already and has a slot.
+void ReserveFirstSlot(pid_t pid) {
+  const Lock lock;
+  const auto is_its = [pid](const Slot& slot) { return slot.pid == pid; };
+  if (std::ranges::none_of(g_page->slots, is_its)) TakeSlot(FindSlot(0, 0), pid, 0);
 }
 
 // Puts the calling thread on the clock.
@@ -362,10 +369,8 @@ void Stop() {
   g_is_running = false;
 }
 
-// The process may have come to its main already.
 void EndSpawn(pid_t pid) {
-  const auto is_its = [pid](const Slot& slot) { return slot.pid == pid; };
-  if (pid > 0 && std::ranges::none_of(g_page->slots, is_its)) ReserveSlot(pid);
+  if (pid > 0) ReserveFirstSlot(pid);
   --g_page->on_their_way;
 }
 
