@@ -262,7 +262,8 @@ void OnSerialBytes(void* /*mode*/, std::span<const uint8_t> bytes) {
     i2m_parse_byte(byte);
 }
 
-constexpr ModeHooks kHooks = {.periodic = OnPass,
+constexpr ModeHooks kHooks = {.name = "motorized lens",
+                              .periodic = OnPass,
                               .camera_control = OnCameraControl,
                               .command = OnCommand,
                               .serial_bytes = OnSerialBytes,

@@ -67,7 +67,7 @@ class ModePassTest : public testing::Test {
   sim::PtyLine line_;
   const sim::UniqueFd near_end_{open(ptsname(line_.FarEnd()), O_RDWR | O_NOCTTY | O_NONBLOCK)};
   SerialPort port_{};
-  inline static volatile std::sig_atomic_t stop_ = 0;
+  inline static std::atomic<int32_t> stop_ = 0;
   CFDEVENT events_;
   CICOMM command_;
   CPTZSVR server_;
