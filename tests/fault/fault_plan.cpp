@@ -30,7 +30,7 @@ const std::vector<ReactionRow> kReactions = {
     {"fstat", "/var/nvt/param.dat", 0, {Course::kEnds}},
     {"mmap", "/var/nvt/param.dat", 0, {Course::kEnds}},
     {"open", "/etc/capabilities.conf", 4, {Course::kEnds}},
-    {"fstat", "/etc/capabilities.conf", 3, {Course::kEnds}},
+    {"fstat", "/etc/capabilities.conf", 4, {Course::kEnds}},
     {"fdopen", "/etc/capabilities.conf", 2, {Course::kEnds}},
     {"malloc", "", 0, {Course::kMayEnd}},
     {"calloc", "", 0, {Course::kMayEnd}},
