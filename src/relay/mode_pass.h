@@ -52,7 +52,8 @@ struct ModePass {
   uint8_t udp_buffer[RS232_UDP_MAX];
   SerialDataDatagram serial_data;  // serial bytes are read into its place
   LineSource line;
-  bool clients_held;  // what PTZ clients sent waits with them: the line has no room
+  bool clients_held;      // what PTZ clients sent waits with them: the line has no room
+  int64_t stray_line_us;  // monotonic time before which no stray datagram is reported
 
   // Runs one pass. Returns 0, or 1 without serving anything when the stop flag is set.
   int (*RunOnce)(ModePass* self);

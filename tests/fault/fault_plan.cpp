@@ -41,7 +41,7 @@ const std::vector<ReactionRow> kReactions = {
     {"socket", "udp", 1, {Course::kEnds, 1}},
     {"bind", "to:10020", 0, {Course::kEnds, 1}},
     {"socket", "udp", 2, {Course::kEnds}},
-    {"setsockopt", "udp", 0, {Course::kEnds}},
+    {"setsockopt", "udp", 1, {Course::kEnds}},
     {"bind", "to:10017", 0, {Course::kEnds}},
     {"pthread_create", "", 0, {Course::kRunsLame}},
 };
