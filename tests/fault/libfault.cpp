@@ -194,5 +194,6 @@ ALIAS(open, open64)
 ALIAS(poll, __poll_chk)
 ALIAS(ppoll, __ppoll_chk)
 ALIAS(readdir, readdir64)
+ALIAS(stat, stat64)
 
 // NOLINTEND(bugprone-macro-parentheses)
