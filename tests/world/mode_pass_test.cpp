@@ -123,10 +123,10 @@ TEST_F(ModePassTest, DatagramsThatAreNoCommandsAreIgnored) {
   static std::vector<int> commands;
   hooks_.command = [](void* /*mode*/, int command) { commands.push_back(command); };
   const Bytes order = sim::CommandPacket(CICOMM_PCMD_MICOM_FIRMWARE_UPDATE, {});
-  Bytes unmarked = order;
-  unmarked[0] = 'i';
-  Bytes negative = unmarked;
+  Bytes negative = order;
   negative[19] = 0x80;  // its size
+  Bytes unmarked = negative;
+  unmarked[0] = 'i';
   const Bytes datagrams[] = {
       {order.begin(), order.begin() + 9}, {order.begin(), order.end() - 1}, unmarked, negative};
   sim::UdpPeer peer;
