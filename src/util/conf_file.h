@@ -42,10 +42,9 @@ int CUTIL_GetConfValue(const char* path, const char* key, char* value_out, size_
 // Sets `key` to `value` in an existing file: every line whose text before its first '=' or ' '
 // is exactly `key` is replaced by "key=value"; without such a line the pair is appended. A '#'
 // met first makes a line none of these, and so does a line end: a key without '=' stays.
-// Returns 0; -1 when the temporary file is in use or `path` cannot be opened or
-// is longer than CUTIL_SETTINGS_MAX; -2 when the
-// temporary file cannot be created; -3 when writing it failed (it is then removed) or renaming
-// it failed (it stays). Failures but the last print one line on standard output. `path` is
-// replaced whole or left as it was, also across a loss of power: the call blocks until the
-// medium has the bytes. Permissions are kept.
+// Returns 0; -1 when the temporary file is in use or `path` cannot be opened or is longer than
+// CUTIL_SETTINGS_MAX; -2 when the temporary file cannot be created; -3 when writing it failed (it
+// is then removed) or renaming it failed (it stays). Failures but the last print one line on
+// standard output. `path` is replaced whole or left as it was, also across a loss of power: the
+// call blocks until the medium has the bytes. Permissions are kept.
 int CUTIL_SetConfValue(const char* path, const char* key, const char* value);

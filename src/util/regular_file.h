@@ -10,7 +10,7 @@
 constexpr off_t CUTIL_ANY_LENGTH = std::numeric_limits<off_t>::max();
 // Most bytes of a settings file. One that is longer was not made by the device, and reading it
 // would hold the caller for as long as it takes.
-constexpr off_t CUTIL_SETTINGS_MAX = 1024 * 1024;
+constexpr off_t CUTIL_SETTINGS_MAX = off_t{1024} * 1024;
 
 // Opens the regular file `path` for reading, with further `flags` of open. Anything else of that
 // name (a directory, a pipe that nobody writes) and a file of more than `max_bytes` is no such file
