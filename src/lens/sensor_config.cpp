@@ -118,7 +118,7 @@ int conf_get_value(const char* path, void* out, int as_text, const char* key_for
   vsnprintf(key, sizeof(key), key_format, arguments);
   va_end(arguments);
 
-  FILE* file = CUTIL_OpenRegular(path);
+  FILE* file = CUTIL_OpenSettings(path);
   if (file == nullptr) return -1;
   ConfLine line;
   const bool found = FindLine(file, key, &line);
@@ -133,7 +133,7 @@ int conf_get_value(const char* path, void* out, int as_text, const char* key_for
 }
 
 char* json_load_text(const char* path) {
-  FILE* file = CUTIL_OpenRegular(path);
+  FILE* file = CUTIL_OpenSettings(path, ISP_FILE_MAX);
   if (file == nullptr) return nullptr;
   const long length = LengthOf(file);
   char* text = length >= 0 ? static_cast<char*>(malloc(static_cast<size_t>(length) + 1)) : nullptr;

@@ -195,13 +195,34 @@ void ServeUdp(ModePass* self) {
 
 // --- The command channel -----------------------------------------------------------------------
 
+// Anybody on the device may send datagrams to the port. Only what is marked as a command may move
+// anything, whatever number its bytes happen to hold.
+bool IsPacket(CICOMM* channel) {
+  return channel->received >= CICOMM_HEADER_SIZE &&
+         channel->GetHeader(channel)->magic.Get() == CICOMM_MAGIC;
+}
+
+void ReportStray(ModePass* self, int length) {
+  constexpr int64_t kLineEveryUs = 1'000'000;
+  const int64_t now_us = CUTIL_MonotonicUs();
+  if (now_us < self->stray_line_us) return;
+  self->stray_line_us = now_us + kLineEveryUs;
+  fprintf(stderr, "[%s] error, reason(datagram of %d bytes is no command)\n", "ModePass", length);
+}
+
 void ServeCommand(ModePass* self) {
   CICOMM* channel = self->context->command;
   int command = 0;
-  if (channel->Recv(channel, &command) < 0) {
+  const int size = channel->Recv(channel, &command);
+  if (channel->received == 0) {
     PauseAfterFailure();
     return;
   }
+  if (!IsPacket(channel)) {
+    ReportStray(self, channel->received);
+    return;
+  }
+  if (size < 0) return;
   if (command != CICOMM_PCMD_PTZ) {
     if (self->hooks->command != nullptr) self->hooks->command(self->mode, command);
     return;
@@ -271,6 +292,7 @@ void ModePassInit(ModePass* self, const Rs232Context* context, const ModeHooks* 
   LineSourceInit(&self->line, *context);
   self->clients_held = false;
   self->reported_clients = kNothingReported;
+  self->stray_line_us = 0;
   self->RunOnce = RunOnce;
   self->Run = Run;
 }

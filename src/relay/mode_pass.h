@@ -57,6 +57,7 @@ struct ModePass {
   bool clients_held;     // what PTZ clients sent waits with them: the line has no room
   int reported_clients;  // what the service manager was last told
   bool reported_line;
+  int64_t stray_line_us;  // monotonic time before which no stray datagram is reported
 
   // Runs one pass. Returns 0, or 1 without serving anything when the stop flag is set.
   int (*RunOnce)(ModePass* self);
