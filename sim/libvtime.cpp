@@ -31,7 +31,6 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdarg>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -169,13 +168,6 @@ void TakeSlot(Slot* slot, pid_t pid, pid_t tid) {
 void ReserveSlot(pid_t pid) {
   const Lock lock;
   TakeSlot(FindSlot(0, 0), pid, 0);
-}
-
-// For a process that was started, unless it has come to its main already and has a slot.
-void ReserveFirstSlot(pid_t pid) {
-  const Lock lock;
-  const auto is_its = [pid](const Slot& slot) { return slot.pid == pid; };
-  if (std::ranges::none_of(g_page->slots, is_its)) TakeSlot(FindSlot(0, 0), pid, 0);
 }
 
 // Puts the calling thread on the clock.
@@ -369,8 +361,11 @@ void Stop() {
   g_is_running = false;
 }
 
+// The process may have come to its main already, or come to it now.
 void EndSpawn(pid_t pid) {
-  if (pid > 0) ReserveFirstSlot(pid);
+  const Lock lock;
+  const auto is_its = [pid](const Slot& slot) { return slot.pid == pid; };
+  if (pid > 0 && std::ranges::none_of(g_page->slots, is_its)) TakeSlot(FindSlot(0, 0), pid, 0);
   --g_page->on_their_way;
 }
 
