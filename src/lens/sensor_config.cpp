@@ -1,6 +1,7 @@
 #include "lens/sensor_config.h"
 
 #include <json-c/json.h>
+#include <malloc.h>
 #include <strings.h>
 #include <sys/stat.h>
 
@@ -107,6 +108,8 @@ int read_sensor_lens_config(int32_t* antiflicker, int32_t* sensor_supported) {
   if (text == nullptr) return 0;
   *antiflicker = ReadAntiflicker(text);
   free(text);
+  // The parser takes up to 40 times the size of the file, in small pieces that the allocator keeps.
+  malloc_trim(0);
   return 0;
 }
 
