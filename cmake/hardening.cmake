@@ -1,10 +1,7 @@
 # Makes a fault in a released program harder to exploit, and stops it at the first sign of one.
 include(CheckCXXCompilerFlag)
-include(CheckPIESupported)
-check_pie_supported()
-set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 
-set(RS232_HARDENING $<$<CONFIG:Release>:-fstack-protector-strong>
+set(RS232_HARDENING $<$<CONFIG:Release>:-fPIE> $<$<CONFIG:Release>:-fstack-protector-strong>
                     $<$<CONFIG:Release>:-D_GLIBCXX_ASSERTIONS>)
 # Each only where the compiler has it for this processor.
 foreach(flag -fstack-clash-protection -fcf-protection -mbranch-protection=standard
@@ -24,3 +21,4 @@ else()
   add_compile_options(-U_FORTIFY_SOURCE)
 endif()
 add_link_options($<$<CONFIG:Release>:LINKER:-z,relro,-z,now>)
+set(RS232_HARDENING_LINK $<$<CONFIG:Release>:-pie>)
