@@ -1,6 +1,17 @@
-# What makes a fault in a released program harder to use. Position-independent code is the default
-# of Debian's and Ubuntu's compilers.
-set(RS232_HARDENING $<$<CONFIG:Release>:-fstack-protector-strong>)
+# Makes a fault in a released program harder to exploit, and stops it at the first sign of one.
+include(CheckCXXCompilerFlag)
+
+set(RS232_HARDENING $<$<CONFIG:Release>:-fPIE> $<$<CONFIG:Release>:-fstack-protector-strong>
+                    $<$<CONFIG:Release>:-D_GLIBCXX_ASSERTIONS>)
+# Each only where the compiler has it for this processor.
+foreach(flag -fstack-clash-protection -fcf-protection -mbranch-protection=standard
+             -ftrivial-auto-var-init=zero)
+  string(MAKE_C_IDENTIFIER "RS232_HAS${flag}" has_flag)
+  check_cxx_compiler_flag("-Werror ${flag}" ${has_flag})
+  if(${has_flag})
+    list(APPEND RS232_HARDENING $<$<CONFIG:Release>:${flag}>)
+  endif()
+endforeach()
 if(CMAKE_SIZEOF_VOID_P EQUAL 8)
   list(APPEND RS232_HARDENING $<$<CONFIG:Release>:-U_FORTIFY_SOURCE>
        $<$<CONFIG:Release>:-D_FORTIFY_SOURCE=2>)
@@ -10,3 +21,4 @@ else()
   add_compile_options(-U_FORTIFY_SOURCE)
 endif()
 add_link_options($<$<CONFIG:Release>:LINKER:-z,relro,-z,now>)
+set(RS232_HARDENING_LINK $<$<CONFIG:Release>:-pie>)

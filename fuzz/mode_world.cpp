@@ -656,11 +656,11 @@ class ModeWorld {
   }
 
   void CheckCameraInformation() const {
-    constexpr const char* kBegins[] = {"echo VERSION=", "echo MODEL=", "echo RESOLUTION="};
+    constexpr const char* kBegins[] = {"echo 'VERSION=", "echo 'MODEL=", "echo 'RESOLUTION="};
     FUZZ_CHECK(g_commands.empty() || mode_.info_lines > 0);
     size_t line = 0;
     for (const std::string& command : g_commands) {
-      FUZZ_CHECK(!command.starts_with("echo VERSION=15.15 "));  // of HD_NO_VALUE
+      FUZZ_CHECK(!command.starts_with("echo 'VERSION=15.15'"));  // of HD_NO_VALUE
       FUZZ_CHECK(command.starts_with(kBegins[line]));
       FUZZ_CHECK(
           command.ends_with(line == 0 ? " > /var/nvt/camera.info" : " >> /var/nvt/camera.info"));

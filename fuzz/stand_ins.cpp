@@ -120,7 +120,7 @@ void WrapSleepUs(int64_t microseconds) {
 void WrapRunCommand(const char* format, ...) {
   // What a shell takes for plain words, and the redirections that the daemon uses.
   constexpr char kHarmless[] =
-      "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz =./-_*><:~!@,()";
+      "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz =./-_*><:~!@,()'";
   char command[CUTIL_COMMAND_SIZE] = {};
   va_list values;
   va_start(values, format);

@@ -31,7 +31,6 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdarg>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -165,7 +164,7 @@ void TakeSlot(Slot* slot, pid_t pid, pid_t tid) {
   slot->pid = pid;
 }
 
-// For a thread or a process that is being started.
+// For a thread that is being started.
 void ReserveSlot(pid_t pid) {
   const Lock lock;
   TakeSlot(FindSlot(0, 0), pid, 0);
@@ -362,10 +361,11 @@ void Stop() {
   g_is_running = false;
 }
 
-// The process may have come to its main already.
+// The process may have come to its main already, or come to it now.
 void EndSpawn(pid_t pid) {
+  const Lock lock;
   const auto is_its = [pid](const Slot& slot) { return slot.pid == pid; };
-  if (pid > 0 && std::ranges::none_of(g_page->slots, is_its)) ReserveSlot(pid);
+  if (pid > 0 && std::ranges::none_of(g_page->slots, is_its)) TakeSlot(FindSlot(0, 0), pid, 0);
   --g_page->on_their_way;
 }
 

@@ -158,9 +158,11 @@ int OpenFile(const char* path, int mode) {
 // A page of the mapping that lies past the end of the file would kill its reader.
 bool IsLongEnough(int fd, int size) {
   struct stat file;
-  if (fstat(fd, &file) == 0 && file.st_size >= size) return true;
-  printf("[%s] error open, reason(file shorter than %d bytes)\n", "CMMAP_Init", size);
-  return false;
+  return fstat(fd, &file) == 0 && file.st_size >= size;
+}
+
+void PrintTooShort(const char* name, const char* action, int size) {
+  printf("[%s] error %s, reason(file shorter than %d bytes)\n", name, action, size);
 }
 
 // --- The other slots -------------------------------------------------------------------------
@@ -169,20 +171,24 @@ bool CanCopy(const CMMAP* self, int length) {
   return IsMapped(self) && length >= 0 && length <= self->size;
 }
 
-int CMMAP_Read(CMMAP* self, void* destination, int length) {
+// Copies under the locks. Who held them last may have cut the file.
+int CopyLocked(CMMAP* self, void* destination, const void* source, int length, const char* name) {
   if (!CanCopy(self, length)) return -1;
   CMMAP_Lock(self);
-  memcpy(destination, self->map, static_cast<size_t>(length));
+  const bool is_long_enough = IsLongEnough(self->fd, length);
+  if (is_long_enough) memcpy(destination, source, static_cast<size_t>(length));
   CMMAP_Unlock(self);
-  return 0;
+  if (is_long_enough) return 0;
+  PrintTooShort(name, "copy", length);
+  return -1;
+}
+
+int CMMAP_Read(CMMAP* self, void* destination, int length) {
+  return CopyLocked(self, destination, self->map, length, "CMMAP_Read");
 }
 
 int CMMAP_Write(CMMAP* self, const void* source, int length) {
-  if (!CanCopy(self, length)) return -1;
-  CMMAP_Lock(self);
-  memcpy(self->map, source, static_cast<size_t>(length));
-  CMMAP_Unlock(self);
-  return 0;
+  return CopyLocked(self, self->map, source, length, "CMMAP_Write");
 }
 
 int CMMAP_Deinit(CMMAP* self) {
@@ -218,7 +224,10 @@ int CMMAP_Init(CMMAP* self, const char* path, int key, int mode, int size) {
     return -1;
   }
   if (mode == CMMAP_CREATE && size != 0) FillWithZeros(self->fd, size);
-  if (!IsLongEnough(self->fd, size)) return -1;
+  if (!IsLongEnough(self->fd, size)) {
+    PrintTooShort("CMMAP_Init", "open", size);
+    return -1;
+  }
   CMMAP_InitLock(self);
   self->map =
       mmap(nullptr, static_cast<size_t>(size), PROT_READ | PROT_WRITE, MAP_SHARED, self->fd, 0);

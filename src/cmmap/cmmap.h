@@ -25,7 +25,8 @@ struct CMMAP {
   int (*Deinit)(CMMAP* self);
 
   // Copies `length` bytes from the start of the mapping to `destination` under the locks.
-  // Returns 0, or -1 when nothing is mapped or `length` is not within 0 to `size`.
+  // Returns 0, or -1 when nothing is mapped, `length` is not within 0 to `size` or, with a line,
+  // the file has become shorter than `length`.
   int (*Read)(CMMAP* self, void* destination, int length);
 
   // Copies `length` bytes from `source` to the start of the mapping, as above.
@@ -40,5 +41,6 @@ struct CMMAP {
 // Opens `path` as `mode` says, attaches to the semaphore set `key` (made with the value 1 = free
 // when it does not exist), maps `size` bytes. Returns 0, or -1 when the file cannot be opened,
 // is shorter than `size` or cannot be mapped; Deinit is due in either case. An unusable
-// semaphore is reported and is no failure. The file must not be made shorter while it is mapped.
+// semaphore is reported and is no failure. Whoever makes the file shorter while it is mapped has to
+// hold the locks meanwhile: what lies past its end then is not to be touched in the mapping.
 int CMMAP_Init(CMMAP* self, const char* path, int key, int mode, int size);

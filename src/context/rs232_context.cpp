@@ -1,5 +1,5 @@
 #include "context/rs232_context.h"
 
-volatile std::sig_atomic_t g_rs232_stop = 0;
+std::atomic<int32_t> g_rs232_stop = 0;
 Rs232Settings g_rs232_settings = {};
 Rs232Context g_rs232_context = {};

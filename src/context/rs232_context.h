@@ -4,7 +4,7 @@
 // object they point to; a mode borrows them and never frees one. Nothing here blocks.
 #pragma once
 
-#include <csignal>
+#include <atomic>
 #include <cstdint>
 
 struct CFDEVENT;
@@ -29,8 +29,8 @@ struct Rs232Settings {
 
 // What a mode works on.
 struct Rs232Context {
-  int32_t trace_level;               // non-zero: print the serial trace
-  volatile std::sig_atomic_t* stop;  // the stop flag below
+  int32_t trace_level;         // non-zero: print the serial trace
+  std::atomic<int32_t>* stop;  // the stop flag below
   Rs232Settings* settings;
   CFDEVENT* events;     // watches the command channel, the serial line and the UDP socket
   CPTZSVR* ptz_server;  // null when the PTZ port is not positive
@@ -39,8 +39,10 @@ struct Rs232Context {
   int32_t udp_socket;   // datagram socket bound to 127.0.0.1:settings->udp_port
 };
 
-// Non-zero ends the running mode at its next pass. Set by SIGTERM and by a stop datagram.
-extern volatile std::sig_atomic_t g_rs232_stop;
+// Non-zero ends the running mode at its next pass. Set by SIGTERM and by a stop datagram, read by
+// every thread; it orders nothing else, so that relaxed access will do.
+extern std::atomic<int32_t> g_rs232_stop;
+static_assert(std::atomic<int32_t>::is_always_lock_free, "a signal handler sets the stop flag");
 
 // The process's one settings record and one context record.
 extern Rs232Settings g_rs232_settings;

@@ -4,20 +4,25 @@
 // daemon stays in the foreground and ends at SIGTERM or a stop datagram with status 0; so does
 // a start that finds nothing to serve. Status 1: its UDP port could not be had.
 #include <fcntl.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <climits>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 
 #include "context/rs232_context.h"
 #include "daemon/dispatch.h"
 #include "daemon/resources.h"
 #include "daemon/settings.h"
+#include "util/notify.h"
+#include "util/output.h"
 
 namespace {
 
 void OnTerminate(int /*signal*/) {
-  g_rs232_stop = 1;
+  g_rs232_stop.store(1, std::memory_order_relaxed);
 }
 
 void OnIgnored(int /*signal*/) {}
@@ -31,18 +36,50 @@ void EnsureStandardStreams() {
   if (fd > STDERR_FILENO) close(fd);
 }
 
-// Neither a reader of the trace that goes away nor a terminal that hangs up ends the daemon. A
-// handler rather than SIG_IGN: the device programs that it runs start with the default action.
-void OutliveTerminal() {
-  signal(SIGPIPE, OnIgnored);
-  signal(SIGHUP, OnIgnored);
+// Closes what whoever started the daemon left open: inherited descriptors would use up the numbers
+// that are left for clients.
+void CloseInherited() {
+  constexpr unsigned kFirst = STDERR_FILENO + 1;
+  if (syscall(SYS_close_range, kFirst, UINT_MAX, 0) == 0) return;
+  // Linux before 5.9.
+  const auto limit = static_cast<int>(sysconf(_SC_OPEN_MAX));
+  for (int fd = kFirst; fd < limit; ++fd)
+    close(fd);
+}
+
+// No signal stays blocked. Neither a reader of the trace that goes away, nor a terminal that hangs
+// up, nor a limit on the size of files ends the daemon. Handlers rather than SIG_IGN: the device
+// programs that it runs start with the default actions.
+void SetSignals() {
+  for (const int ignored : {SIGPIPE, SIGHUP, SIGXFSZ})
+    signal(ignored, OnIgnored);
+  signal(SIGCHLD, SIG_DFL);
+  sigset_t none;
+  sigemptyset(&none);
+  sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
+// A reader of the output that stops reading does not hold up the daemon.
+void UnblockOutput() {
+  if (FILE* output = CUTIL_OpenOutput(STDOUT_FILENO)) stdout = output;
+  if (FILE* output = CUTIL_OpenOutput(STDERR_FILENO)) stderr = output;
+}
+
+// Makes the process independent of whoever started it.
+void BecomeOwnMaster() {
+  EnsureStandardStreams();
+  CloseInherited();
+  SetSignals();
+  UnblockOutput();
+  // No file system is kept from being unmounted.
+  [[maybe_unused]] const int ignored = chdir("/");
+  CUTIL_NotifyInit();
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  EnsureStandardStreams();
-  OutliveTerminal();
+  BecomeOwnMaster();
   g_rs232_context = {};
   if (argc == 2) g_rs232_context.trace_level = atoi(argv[1]);
   if (ReadSettings(&g_rs232_settings) != 0) return EXIT_SUCCESS;
@@ -57,6 +94,7 @@ int main(int argc, char** argv) {
     case OpenResult::kEnd:
       break;
   }
+  CUTIL_NotifyStopping();
   ReleaseResources(&g_rs232_context);
   return EXIT_SUCCESS;
 }

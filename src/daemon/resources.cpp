@@ -36,6 +36,13 @@ int OpenUdpSocket(int port) {
   return fd;
 }
 
+// A port that is bound with SO_REUSEADDR can be bound by any process that sets it too, which then
+// gets what comes. The option counts for as long as it is set.
+void KeepPort(int fd) {
+  const int off = 0;
+  setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &off, sizeof(off));
+}
+
 CFDEVENT* MakeEventSet(const Rs232Context& context) {
   CFDEVENT_Init(&g_events);
   g_events.Add(&g_events, g_command.GetSocket(&g_command));
@@ -58,6 +65,7 @@ OpenResult OpenResources(Rs232Settings* settings, Rs232Context* context) {
   context->udp_socket = OpenUdpSocket(settings->udp_port);
   if (context->udp_socket < 0) return OpenResult::kFailed;
   if (CICOMM_Init(&g_command, settings->command_port) != 0) return OpenResult::kEnd;
+  KeepPort(g_command.GetSocket(&g_command));
   // A packet that is announced and then dropped for its checksum must not hold the mode.
   ZSK_SetNonBlocking(g_command.GetSocket(&g_command));
   context->command = &g_command;

@@ -78,14 +78,15 @@ int CICOMM_Send(CICOMM* self, int command, int port, const void* data, int size)
 
 // Clears what the datagram before this one brought and this one did not.
 void ForgetEarlierBytes(CICOMM* self, int received) {
-  if (received < self->recv_length) {
+  if (received < self->filled) {
     memset(reinterpret_cast<uint8_t*>(&self->recv) + received, 0,
-           static_cast<size_t>(self->recv_length - received));
+           static_cast<size_t>(self->filled - received));
   }
-  self->recv_length = received;
+  self->filled = received;
 }
 
 int CICOMM_Recv(CICOMM* self, int* command_out) {
+  self->received = 0;
   if (self->socket < 0) return -1;
   sockaddr_in sender = {};
   const int received =
@@ -95,6 +96,7 @@ int CICOMM_Recv(CICOMM* self, int* command_out) {
     return -1;
   }
   ForgetEarlierBytes(self, received);
+  self->received = received;
   CicommHeader* header = &self->recv.header;
   if (header->port.GetSigned() < 0) {
     header->port.Set(ntohs(sender.sin_port));
@@ -117,7 +119,8 @@ int CICOMM_Init(CICOMM* self, int port) {
   self->socket = -1;
   self->port = port;
   self->recv = {};
-  self->recv_length = 0;
+  self->filled = 0;
+  self->received = 0;
   self->Close = CICOMM_Close;
   self->GetSocket = CICOMM_GetSocket;
   self->Wait = CICOMM_Wait;

@@ -79,9 +79,9 @@ struct CICOMM {
 
   // Takes one packet; blocks until one comes. `command_out` (may be null) receives its command
   // number. Returns the header's size field as it came, whatever the packet's real length, so
-  // that only its sign means anything; -1 without a socket or when receiving failed. Bytes that
-  // the packet did not bring read as zero. A negative port field is replaced by the sender's
-  // UDP port.
+  // that only its sign means anything (`received` says what came); -1 without a socket or when
+  // receiving failed. Bytes that the packet did not bring read as zero. A negative port field is
+  // replaced by the sender's UDP port.
   int (*Recv)(CICOMM* self, int* command_out);
 
   // Header and payload of the last packet received. They point into the object; the payload has
@@ -89,7 +89,8 @@ struct CICOMM {
   CicommHeader* (*GetHeader)(CICOMM* self);
   uint8_t* (*GetData)(CICOMM* self);
 
-  int recv_length;  // bytes that the last datagram filled
+  int filled;    // bytes of `recv` that its packet filled
+  int received;  // bytes that the last Recv took; 0 when it failed
 };
 
 // Fills the object and opens its socket: bound to 127.0.0.1:`port` when `port` is positive,

@@ -1,7 +1,12 @@
 #include "lens/camera_query.h"
 
-#include <cerrno>
+#include <sys/socket.h>
 
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "net/ipv4_address.h"
 #include "net/udp_socket.h"
 #include "util/bytes.h"
 #include "util/sleep.h"
@@ -10,6 +15,14 @@ namespace {
 
 // Of get_focus_value: too large for a stack.
 CICOMM g_focus_channel;
+
+// An unbound socket would take answers from every network that the device is in.
+bool BindToLoopback(int fd) {
+  const sockaddr_in any_port = ZSK_Ipv4Address(INADDR_LOOPBACK, 0);
+  if (bind(fd, ZSK_Generic(any_port), sizeof(any_port)) == 0) return true;
+  fprintf(stderr, "[%s] error, reason(bind, %s)\n", "CameraAsk", strerror(errno));
+  return false;
+}
 
 void SendRecord(CICOMM* channel, CameraQueryKind kind, int32_t setting) {
   uint8_t record[CAMERA_QUERY_SIZE] = {};
@@ -44,6 +57,10 @@ bool ReceiveAnswer(CICOMM* channel, CameraQueryKind kind) {
 
 CameraAnswer CameraAsk(CICOMM* channel, CameraQueryKind kind) {
   if (CICOMM_Init(channel, -1) != 0) return CameraAnswer::kNoChannel;
+  if (!BindToLoopback(channel->GetSocket(channel))) {
+    channel->Close(channel);
+    return CameraAnswer::kNoChannel;
+  }
   // An answer that is announced and then dropped for its checksum must not hold the caller.
   ZSK_SetNonBlocking(channel->GetSocket(channel));
   SendRecord(channel, kind, 0);

@@ -36,8 +36,8 @@ enum class CameraAnswer {
   kValid,      // its record is in the channel's receive buffer
 };
 
-// Asks and waits for the answer, with `channel` as a channel of its own: opened and closed here,
-// its receive buffer stays readable.
+// Asks and waits for the answer, with `channel` as a channel of its own: opened on 127.0.0.1 and
+// closed here, its receive buffer stays readable.
 CameraAnswer CameraAsk(CICOMM* channel, CameraQueryKind kind);
 
 // Sends an exposure setting through an open channel; no answer is waited for.

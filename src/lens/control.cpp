@@ -17,6 +17,7 @@
 #include "lens/position.h"
 #include "lens/sensor_config.h"
 #include "relay/mode_pass.h"
+#include "util/camera_info_file.h"
 #include "util/cthread.h"
 #include "util/process.h"
 #include "util/sleep.h"
@@ -104,8 +105,10 @@ void ReportMicomVersion() {
   const uint8_t major = reply[I2M_HIGH_AT];
   const uint8_t minor = reply[I2M_LOW_AT];
   printf("version: 0x%02X, 0x%02X\n", major, minor);
-  CUTIL_RunCommand("echo VERSION=%d.%d-%c > /var/nvt/camera.info", major & ~kVariantFlag, minor,
-                   (major & kVariantFlag) != 0 ? 's' : 'm');
+  char version[sizeof("VERSION=127.255-s")];
+  snprintf(version, sizeof(version), "VERSION=%d.%d-%c", major & ~kVariantFlag, minor,
+           (major & kVariantFlag) != 0 ? 's' : 'm');
+  CUTIL_WriteCameraInfo({version});
 }
 
 void OpenIris() {
@@ -262,7 +265,8 @@ void OnSerialBytes(void* /*mode*/, std::span<const uint8_t> bytes) {
     i2m_parse_byte(byte);
 }
 
-constexpr ModeHooks kHooks = {.periodic = OnPass,
+constexpr ModeHooks kHooks = {.name = "motorized lens",
+                              .periodic = OnPass,
                               .camera_control = OnCameraControl,
                               .command = OnCommand,
                               .serial_bytes = OnSerialBytes,

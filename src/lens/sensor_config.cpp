@@ -1,6 +1,7 @@
 #include "lens/sensor_config.h"
 
 #include <json-c/json.h>
+#include <malloc.h>
 #include <strings.h>
 #include <sys/stat.h>
 
@@ -107,6 +108,8 @@ int read_sensor_lens_config(int32_t* antiflicker, int32_t* sensor_supported) {
   if (text == nullptr) return 0;
   *antiflicker = ReadAntiflicker(text);
   free(text);
+  // The parser takes up to 40 times the size of the file, in small pieces that the allocator keeps.
+  malloc_trim(0);
   return 0;
 }
 
@@ -118,7 +121,7 @@ int conf_get_value(const char* path, void* out, int as_text, const char* key_for
   vsnprintf(key, sizeof(key), key_format, arguments);
   va_end(arguments);
 
-  FILE* file = CUTIL_OpenRegular(path);
+  FILE* file = CUTIL_OpenSettings(path);
   if (file == nullptr) return -1;
   ConfLine line;
   const bool found = FindLine(file, key, &line);
@@ -133,7 +136,7 @@ int conf_get_value(const char* path, void* out, int as_text, const char* key_for
 }
 
 char* json_load_text(const char* path) {
-  FILE* file = CUTIL_OpenRegular(path);
+  FILE* file = CUTIL_OpenSettings(path, ISP_FILE_MAX);
   if (file == nullptr) return nullptr;
   const long length = LengthOf(file);
   char* text = length >= 0 ? static_cast<char*>(malloc(static_cast<size_t>(length) + 1)) : nullptr;

@@ -2,7 +2,8 @@
 // for this sensor, and whether its image tuning has anti-flicker enabled.
 //
 // The tuning is a JSON file whose name is made of sensor, lens and lens model. Whatever is missing
-// or cannot be read counts as "no"; nothing is printed. Blocks on file I/O only; nothing is kept.
+// or cannot be read counts as "no"; nothing is printed but a line on standard output for a file
+// that is too long. Blocks on file I/O only; nothing is kept.
 #pragma once
 
 #include <cstddef>
@@ -18,7 +19,7 @@ constexpr char LENS_MODEL_KEY[] = "Camera.1.LensModel";
 constexpr char ISP_FILE_FORMAT[] = "/etc/isp/isp_%s_%s_%s.json";
 constexpr char ISP_ANTIFLICKER_PATH[] = "All.AE.Antiflicker.Enable.VALUE";
 // A larger tuning file is not read, so that the memory it takes stays within bounds.
-constexpr long ISP_FILE_MAX = 1024L * 1024;
+constexpr long ISP_FILE_MAX = 16L * 1024 * 1024;
 
 // A value of conf_get_value, its NUL included; a longer one is cut.
 constexpr size_t SENSOR_CONF_VALUE_SIZE = 256;

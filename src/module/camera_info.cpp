@@ -4,16 +4,19 @@
 
 #include "module/module_send.h"
 #include "serial/serial_io.h"
-#include "util/process.h"
+#include "util/camera_info_file.h"
 
 namespace {
+
+// Of the file, NUL included.
+constexpr size_t kLineSize = 64;
 
 // --- SD ----------------------------------------------------------------------------------------
 
 void WriteSdFile(uint8_t model) {
-  CUTIL_RunCommand("echo VERSION=0.0 > /var/nvt/camera.info");
-  CUTIL_RunCommand("echo MODEL=%d >> /var/nvt/camera.info", model);
-  CUTIL_RunCommand("echo RESOLUTION=sd >> /var/nvt/camera.info");
+  char model_line[kLineSize];
+  snprintf(model_line, sizeof(model_line), "MODEL=%d", model);
+  CUTIL_WriteCameraInfo({"VERSION=0.0", model_line, "RESOLUTION=sd"});
 }
 
 // --- HD ----------------------------------------------------------------------------------------
@@ -53,12 +56,14 @@ bool IsComplete(const HdCameraInfo& info) {
 }
 
 void WriteHdFile(const HdCameraInfo& info) {
-  char version[sizeof("15.15")];
-  snprintf(version, sizeof(version), "%d.%d", info.version >> 4, info.version & 0x0F);
-  CUTIL_RunCommand("echo VERSION=%s > /var/nvt/camera.info", version);
-  CUTIL_RunCommand("echo MODEL=%s >> /var/nvt/camera.info", HdModelText(info.sensor));
-  CUTIL_RunCommand("echo RESOLUTION=%s >> /var/nvt/camera.info",
-                   HdResolutionText(info.sensor, info.resolution_flag));
+  char version[kLineSize];
+  char model[kLineSize];
+  char resolution[kLineSize];
+  snprintf(version, sizeof(version), "VERSION=%d.%d", info.version >> 4, info.version & 0x0F);
+  snprintf(model, sizeof(model), "MODEL=%s", HdModelText(info.sensor));
+  snprintf(resolution, sizeof(resolution), "RESOLUTION=%s",
+           HdResolutionText(info.sensor, info.resolution_flag));
+  CUTIL_WriteCameraInfo({version, model, resolution});
 }
 
 }  // namespace

@@ -1,9 +1,8 @@
 // The camera information file: which camera module sits behind the serial line.
 //
-// Three lines, VERSION=, MODEL= and RESOLUTION=, read by other processes of the device. Each is
-// written by a shell command of its own, the first of which empties the file; results of the
-// commands are ignored. An SD module tells its model in every reply; an HD module is asked once.
-// Main thread only. The trace level of the context adds a line on standard output.
+// Three lines, VERSION=, MODEL= and RESOLUTION= (util/camera_info_file.h). An SD module tells its
+// model in every reply; an HD module is asked once. Main thread only. The trace level of the
+// context adds a line on standard output.
 #pragma once
 
 #include <array>

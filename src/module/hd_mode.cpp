@@ -99,7 +99,8 @@ void OnCommand(void* mode, int command) {
   }
 }
 
-constexpr ModeHooks kHooks = {.periodic = nullptr,
+constexpr ModeHooks kHooks = {.name = "HD camera module",
+                              .periodic = nullptr,
                               .camera_control = OnCameraControl,
                               .command = OnCommand,
                               .serial_bytes = nullptr,

@@ -61,7 +61,8 @@ void OnSerialBytes(void* mode, std::span<const uint8_t> bytes) {
   SdCameraInfoParse(sd->context, &sd->info, bytes);
 }
 
-constexpr ModeHooks kHooks = {.periodic = nullptr,
+constexpr ModeHooks kHooks = {.name = "SD camera module",
+                              .periodic = nullptr,
                               .camera_control = OnCameraControl,
                               .command = nullptr,
                               .serial_bytes = OnSerialBytes,

@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -53,6 +54,25 @@ void LeaveListenerAlone(CPTZSVR* self, int error) {
   self->accept_again_us = CUTIL_MonotonicUs() + kAcceptPauseUs;
 }
 
+// Bounds what a client can cost that vanishes or stops reading. An option that the kernel refuses
+// is done without.
+void LimitClient(int client) {
+  constexpr int kVanishMs =
+      (CPTZSVR_KEEPALIVE_IDLE_S + CPTZSVR_KEEPALIVE_INTERVAL_S * CPTZSVR_KEEPALIVE_PROBES) * 1000;
+  constexpr struct {
+    int level, option, value;
+  } kOptions[] = {
+      {SOL_SOCKET, SO_SNDBUF, CPTZSVR_SEND_BUFFER},
+      {SOL_SOCKET, SO_KEEPALIVE, 1},
+      {IPPROTO_TCP, TCP_KEEPIDLE, CPTZSVR_KEEPALIVE_IDLE_S},
+      {IPPROTO_TCP, TCP_KEEPINTVL, CPTZSVR_KEEPALIVE_INTERVAL_S},
+      {IPPROTO_TCP, TCP_KEEPCNT, CPTZSVR_KEEPALIVE_PROBES},
+      {IPPROTO_TCP, TCP_USER_TIMEOUT, kVanishMs},
+  };
+  for (const auto& row : kOptions)
+    setsockopt(client, row.level, row.option, &row.value, sizeof(row.value));
+}
+
 void Admit(CPTZSVR* self, int client, const sockaddr_in& peer) {
   char address[INET_ADDRSTRLEN];
   inet_ntop(AF_INET, &peer.sin_addr, address, sizeof(address));
@@ -64,6 +84,7 @@ void Admit(CPTZSVR* self, int client, const sockaddr_in& peer) {
     close(client);
     return;
   }
+  LimitClient(client);
   *slot = client;
   fprintf(stderr, "CONNECT[%d, %s] : %d\n", self->port, address, client);
 }
@@ -209,6 +230,11 @@ int CPTZSVR_Init(CPTZSVR* self, int16_t port) {
   ZSK_SetNonBlocking(listener);
   self->listener = listener;
   return 0;
+}
+
+int CPTZSVR_ClientCount(const CPTZSVR* self) {
+  return static_cast<int>(std::count_if(std::begin(self->clients), std::end(self->clients),
+                                        [](int held) { return held >= 0; }));
 }
 
 void CPTZSVR_Disconnect(int* slot) {

@@ -20,6 +20,17 @@ constexpr int CPTZSVR_RECV_MAX = 256;
 // Seconds that a client may leave its queue waiting without taking a byte before it is dropped.
 constexpr int CPTZSVR_SEND_LIMIT_S = 10;
 
+// A client that has vanished without a word (its cable is pulled) is dropped once it has been
+// silent for CPTZSVR_KEEPALIVE_IDLE_S and then leaves CPTZSVR_KEEPALIVE_PROBES questions
+// unanswered, one every CPTZSVR_KEEPALIVE_INTERVAL_S. Bytes sent to it may stay unacknowledged for
+// as long.
+constexpr int CPTZSVR_KEEPALIVE_IDLE_S = 30;
+constexpr int CPTZSVR_KEEPALIVE_INTERVAL_S = 10;
+constexpr int CPTZSVR_KEEPALIVE_PROBES = 3;
+// Send buffer of a client in the kernel, bytes (the kernel counts twice as many, its own needs
+// included). Left alone it grows to megabytes for a client that reads nothing.
+constexpr int CPTZSVR_SEND_BUFFER = 32 * 1024;
+
 // What the server waits for: each client in the order of the slots, then the listener. One that
 // is not there holds a negative descriptor, which poll passes over.
 constexpr size_t CPTZSVR_LISTENER_SOURCE = CPTZSVR_MAX_CLIENTS;
@@ -59,6 +70,9 @@ struct CPTZSVR {
 // (the probe's connection is closed at once); the line of a failed probe on standard error is
 // normal. Returns 0, or -1 when the listener could not be made.
 int CPTZSVR_Init(CPTZSVR* self, int16_t port);
+
+// Number of connected clients.
+int CPTZSVR_ClientCount(const CPTZSVR* self);
 
 // Closes the client in `*slot` if there is one and frees the slot; its queue is not touched.
 void CPTZSVR_Disconnect(int* slot);

@@ -7,6 +7,7 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstring>
 #include <ctime>
 
@@ -14,11 +15,20 @@
 #include "net/udp_socket.h"
 #include "relay/cfdevent.h"
 #include "serial/serial_io.h"
+#include "serial/serial_port.h"
+#include "util/notify.h"
 #include "util/sleep.h"
 
 namespace {
 
 constexpr int kPaceMs = static_cast<int>(MODE_PASS_PACE_US / 1000);
+// In place of a number of clients.
+constexpr int kNoServer = -1;
+constexpr int kNothingReported = -2;
+
+bool IsToStop(const ModePass* self) {
+  return self->context->stop->load(std::memory_order_relaxed) != 0;
+}
 
 // --- PTZ clients -------------------------------------------------------------------------------
 
@@ -45,6 +55,25 @@ bool ServePtzClients(ModePass* self, std::span<const pollfd, CPTZSVR_SOURCES> so
   const int count = server->Recv(server, self->ptz_buffer, 0);
   if (count > 0) SerialSend(self->line.fd, self->ptz_buffer, count);
   return count > 0;
+}
+
+// --- The service manager -----------------------------------------------------------------------
+
+// Reports model, mode, line and clients whenever one of them has changed.
+void ReportStatus(ModePass* self) {
+  if (!CUTIL_NotifyIsOn()) return;
+  const CPTZSVR* server = self->context->ptz_server;
+  const int clients = server == nullptr ? kNoServer : CPTZSVR_ClientCount(server);
+  const bool line = self->line.fd >= 0;
+  if (clients == self->reported_clients && line == self->reported_line) return;
+  self->reported_clients = clients;
+  self->reported_line = line;
+  char ptz[sizeof("10 PTZ clients")] = "no PTZ server";
+  if (server != nullptr) snprintf(ptz, sizeof(ptz), "%d PTZ clients", clients);
+  char text[CUTIL_NOTIFY_STATUS_SIZE];
+  snprintf(text, sizeof(text), "%s, %s; %s %s; %s", self->context->settings->model,
+           self->hooks->name, OpenedDevicePath(), line ? "open" : "lost", ptz);
+  CUTIL_NotifyStatus(text);
 }
 
 // --- Waiting -----------------------------------------------------------------------------------
@@ -79,7 +108,7 @@ void CollectSources(const ModePass* self, Sources* sources) {
 
 int64_t WaitLimitUs(const ModePass* self, int64_t periodic_us) {
   const CPTZSVR* server = self->context->ptz_server;
-  return std::min({periodic_us, LineSourceWaitLimitUs(self->line),
+  return std::min({periodic_us, LineSourceWaitLimitUs(self->line), CUTIL_NotifyWaitUs(),
                    server == nullptr ? MODE_PASS_NO_WORK : CPTZSVR_WaitLimitUs(server)});
 }
 
@@ -97,7 +126,7 @@ int SleepUntilReady(const ModePass* self, Sources* sources, int64_t limit_us) {
   sigaddset(&terminate, SIGTERM);
   pthread_sigmask(SIG_BLOCK, &terminate, &usual);
   int ready = 0;
-  if (*self->context->stop == 0) {
+  if (!IsToStop(self)) {
     const bool is_endless = limit_us == MODE_PASS_NO_WORK;
     ready = ppoll(sources->list.data(), sources->count, is_endless ? nullptr : &limit, &usual);
   }
@@ -157,7 +186,7 @@ void ServeUdp(ModePass* self) {
                  static_cast<int>(length) - RS232_UDP_CODE_SIZE);
       break;
     case RS232_UDP_STOP:
-      *self->context->stop = 1;
+      self->context->stop->store(1, std::memory_order_relaxed);
       break;
     default:
       break;
@@ -166,13 +195,34 @@ void ServeUdp(ModePass* self) {
 
 // --- The command channel -----------------------------------------------------------------------
 
+// Anybody on the device may send datagrams to the port. Only what is marked as a command may move
+// anything, whatever number its bytes happen to hold.
+bool IsPacket(CICOMM* channel) {
+  return channel->received >= CICOMM_HEADER_SIZE &&
+         channel->GetHeader(channel)->magic.Get() == CICOMM_MAGIC;
+}
+
+void ReportStray(ModePass* self, int length) {
+  constexpr int64_t kLineEveryUs = 1'000'000;
+  const int64_t now_us = CUTIL_MonotonicUs();
+  if (now_us < self->stray_line_us) return;
+  self->stray_line_us = now_us + kLineEveryUs;
+  fprintf(stderr, "[%s] error, reason(datagram of %d bytes is no command)\n", "ModePass", length);
+}
+
 void ServeCommand(ModePass* self) {
   CICOMM* channel = self->context->command;
   int command = 0;
-  if (channel->Recv(channel, &command) < 0) {
+  const int size = channel->Recv(channel, &command);
+  if (channel->received == 0) {
     PauseAfterFailure();
     return;
   }
+  if (!IsPacket(channel)) {
+    ReportStray(self, channel->received);
+    return;
+  }
+  if (size < 0) return;
   if (command != CICOMM_PCMD_PTZ) {
     if (self->hooks->command != nullptr) self->hooks->command(self->mode, command);
     return;
@@ -210,10 +260,12 @@ void ServeSerial(ModePass* self) {
 // --- The slots ---------------------------------------------------------------------------------
 
 int RunOnce(ModePass* self) {
-  if (*self->context->stop != 0) return 1;
+  if (IsToStop(self)) return 1;
   int64_t periodic_us = MODE_PASS_NO_WORK;
   if (self->hooks->periodic != nullptr) periodic_us = self->hooks->periodic(self->mode);
   LineSourceServe(&self->line);
+  ReportStatus(self);
+  CUTIL_NotifyServe();
   Sources sources;
   WaitForWork(self, periodic_us, &sources);
   if (ServePtzClients(self, sources.Ptz())) LookAtEventsAgain(self, &sources);
@@ -225,6 +277,7 @@ int RunOnce(ModePass* self) {
 }
 
 void Run(ModePass* self) {
+  CUTIL_NotifyReady();
   while (RunOnce(self) == 0) {
   }
 }
@@ -238,6 +291,8 @@ void ModePassInit(ModePass* self, const Rs232Context* context, const ModeHooks* 
   self->serial_data = {};
   LineSourceInit(&self->line, *context);
   self->clients_held = false;
+  self->reported_clients = kNothingReported;
+  self->stray_line_us = 0;
   self->RunOnce = RunOnce;
   self->Run = Run;
 }

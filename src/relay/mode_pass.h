@@ -30,6 +30,8 @@ constexpr int64_t MODE_PASS_NO_WORK = INT64_MAX;
 
 // What a mode does in a pass. Every hook may be null. `mode` is the mode's own state.
 struct ModeHooks {
+  // Name of the mode, for the service manager.
+  const char* name;
   // Once a pass, before any source is looked at. Returns the microseconds after which it has to run
   // again even if nothing happens: at most MODE_PASS_PACE_US while it has work, otherwise
   // MODE_PASS_NO_WORK.
@@ -52,7 +54,10 @@ struct ModePass {
   uint8_t udp_buffer[RS232_UDP_MAX];
   SerialDataDatagram serial_data;  // serial bytes are read into its place
   LineSource line;
-  bool clients_held;  // what PTZ clients sent waits with them: the line has no room
+  bool clients_held;     // what PTZ clients sent waits with them: the line has no room
+  int reported_clients;  // what the service manager was last told
+  bool reported_line;
+  int64_t stray_line_us;  // monotonic time before which no stray datagram is reported
 
   // Runs one pass. Returns 0, or 1 without serving anything when the stop flag is set.
   int (*RunOnce)(ModePass* self);

@@ -25,7 +25,8 @@ void OnCameraControl(void* mode, const CameraControl& control) {
   }
 }
 
-constexpr ModeHooks kHooks = {.periodic = nullptr,
+constexpr ModeHooks kHooks = {.name = "relay",
+                              .periodic = nullptr,
                               .camera_control = OnCameraControl,
                               .command = nullptr,
                               .serial_bytes = nullptr,

@@ -7,6 +7,7 @@
 
 #include "context/rs232_context.h"
 #include "serial/serial_port.h"
+#include "util/notify.h"
 #include "util/sleep.h"
 
 namespace {
@@ -84,6 +85,7 @@ int SerialRecv(int /*fd*/, void* buffer, int length, int timeout_s) {
   const int64_t latest_us = CUTIL_MonotonicUs() + (timeout_s + 1) * kUsPerS;
   int received = 0;
   while (true) {
+    CUTIL_NotifyServe();
     const int count = port->Read(port, bytes + received, length - received, kReadSliceMs);
     SerialTraceIfEnabled(SERIAL_TRACE_RECV, bytes + received, count);
     if (count > 0) received += count;

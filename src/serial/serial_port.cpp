@@ -9,16 +9,19 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
+#include <ctime>
 
 #include "util/conf_file.h"
+#include "util/notify.h"
 #include "util/sleep.h"
 
 std::atomic<SerialPort*> g_serial_port = nullptr;
 
 namespace {
 
-constexpr size_t kDevicePathSize = 256;
+char g_device_path[256];
 
 SerialPort g_port = {.fd = -1,
                      .saved = {},
@@ -96,6 +99,8 @@ constexpr int64_t kDrainMarginUs = 200'000;
 constexpr int64_t kDrainAfterStopUs = 1'000'000;
 // How often the output queue is looked at where the driver cannot tell when the line is idle.
 constexpr int64_t kQueueLookUs = 1'000;
+// How often the driver's own drain call is interrupted.
+constexpr long kDrainLookNs = 50'000'000;
 
 // Bits per second at which the device really runs.
 int64_t PresentBaudRate(int fd) {
@@ -128,7 +133,8 @@ DrainLimit DrainLimitFor(int fd, int written) {
 
 bool IsOver(const DrainLimit& limit) {
   const int64_t waited_us = CUTIL_MonotonicUs() - limit.begin_us;
-  return waited_us >= limit.length_us || (g_rs232_stop != 0 && waited_us >= kDrainAfterStopUs);
+  const bool is_stopping = g_rs232_stop.load(std::memory_order_relaxed) != 0;
+  return waited_us >= limit.length_us || (is_stopping && waited_us >= kDrainAfterStopUs);
 }
 
 enum class Transmitter { kEmpty, kBusy, kUnknown };
@@ -143,8 +149,51 @@ Transmitter QueryTransmitter(int fd) {
 
 void DrainByStatus(int fd, int written) {
   const DrainLimit limit = DrainLimitFor(fd, written);
-  while (QueryTransmitter(fd) == Transmitter::kBusy && !IsOver(limit)) {
+  while (QueryTransmitter(fd) == Transmitter::kBusy && !IsOver(limit))
+    CUTIL_NotifyServe();
+}
+
+void OnDrainTimer(int /*signal*/) {}
+
+// Without SA_RESTART: the signal is there to interrupt.
+void HandleDrainSignal() {
+  struct sigaction action = {};
+  action.sa_handler = OnDrainTimer;
+  sigaction(SERIAL_DRAIN_SIGNAL, &action, nullptr);
+}
+
+// A timer that sends SERIAL_DRAIN_SIGNAL to the thread that makes it. Returns false when there is
+// none to be had.
+bool MakeDrainTimer(timer_t* timer) {
+  sigevent event = {};
+  event.sigev_notify = SIGEV_THREAD_ID;
+  event.sigev_signo = SERIAL_DRAIN_SIGNAL;
+  event._sigev_un._tid = gettid();
+  return timer_create(CLOCK_MONOTONIC, &event, timer) == 0;
+}
+
+// Starts the timer, or with 0 stops it. It fires again and again: one signal may come just before
+// the call that it is meant for.
+void SetDrainTimer(timer_t timer, long period_ns) {
+  const timespec period = {.tv_sec = 0, .tv_nsec = period_ns};
+  const itimerspec setting = {.it_interval = period, .it_value = period};
+  timer_settime(timer, 0, &setting, nullptr);
+}
+
+// Lets the driver wait for what it has handed to the device. Its call has no limit of its own: an
+// adapter whose flow control holds it up would hold the daemon up for ever. A timer interrupts the
+// call so that it can be given up.
+void DrainByDriver(int fd, int written) {
+  thread_local timer_t timer;
+  thread_local const bool has_timer = MakeDrainTimer(&timer);
+  if (!has_timer) return;
+  SetDrainTimer(timer, kDrainLookNs);
+  if (tcdrain(fd) != 0 && errno == EINTR) {
+    const DrainLimit limit = DrainLimitFor(fd, written);
+    while (!IsOver(limit) && tcdrain(fd) != 0 && errno == EINTR)
+      CUTIL_NotifyServe();
   }
+  SetDrainTimer(timer, 0);
 }
 
 // For devices that cannot tell when the shift register is empty (USB adapters, ptys): waits
@@ -156,7 +205,7 @@ void DrainByQueue(int fd, int written) {
     while ((queued = QueuedBytes(fd)) > 0 && !IsOver(limit))
       CUTIL_SleepUs(kQueueLookUs);
   }
-  if (queued == 0) tcdrain(fd);
+  if (queued == 0) DrainByDriver(fd, written);
 }
 
 // A driver that could not tell is not asked again.
@@ -237,6 +286,7 @@ int SerialPortOpen(SerialPort* self, const char* path, const SerialLine& line) {
   self->Read = Read;
   self->tells_transmitter = true;
   const termios settings = RawSettings(line);
+  HandleDrainSignal();
   setvbuf(stdout, nullptr, _IONBF, 0);
   const int fd = open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
   if (fd < 0) return -1;
@@ -255,13 +305,18 @@ SerialLine SerialLineOf(const Rs232Settings& settings) {
 }
 
 int OpenRS232(const SerialLine& line) {
-  char path[kDevicePathSize] = {};
-  CUTIL_GetConfValue(SERIAL_CAPABILITIES_PATH, SERIAL_DEVICE_KEY, path, sizeof(path));
+  g_device_path[0] = '\0';
+  CUTIL_GetConfValue(SERIAL_CAPABILITIES_PATH, SERIAL_DEVICE_KEY, g_device_path,
+                     sizeof(g_device_path));
   g_serial_port = nullptr;
-  if (SerialPortOpen(&g_port, path, line) != 0) return -1;
+  if (SerialPortOpen(&g_port, g_device_path, line) != 0) return -1;
   g_serial_port = &g_port;
   g_rs232_context.serial = g_port.fd;
   return g_port.fd;
+}
+
+const char* OpenedDevicePath() {
+  return g_device_path;
 }
 
 int CloseRS232() {

@@ -9,6 +9,7 @@
 #include <termios.h>
 
 #include <atomic>
+#include <csignal>
 #include <cstdint>
 
 #include "context/rs232_context.h"
@@ -36,6 +37,10 @@ enum SerialReadError : int {
   SERIAL_READ_TIMEOUT = -5,
 };
 
+// Interrupts a drain call of the driver's that lasts too long. SerialPortOpen sets its handler; a
+// thread that writes must not block it.
+constexpr int SERIAL_DRAIN_SIGNAL = SIGALRM;
+
 struct SerialPort {
   std::atomic<int> fd;  // the open device, -1 when not open
   termios saved;        // settings found on the device when it was opened
@@ -45,8 +50,8 @@ struct SerialPort {
 
   // Writes the buffer with one `write` (what does not fit is not written) and waits until the
   // last bit has left the transmitter. The wait keeps the processor busy where the driver tells
-  // when that is; elsewhere it sleeps until the driver's queue is empty and trusts its own drain
-  // call for the rest. It is given up once it has lasted longer than the bytes need on the line
+  // when that is; elsewhere it sleeps until the driver's queue is empty and then in its drain
+  // call. It is given up once it has lasted longer than the bytes need on the line
   // plus a margin, or a second after it began when the daemon is told to end. Returns what `write`
   // returned, or -1 when the port is not open.
   int (*Write)(SerialPort* self, const void* buffer, int length);
@@ -69,6 +74,9 @@ extern std::atomic<SerialPort*> g_serial_port;
 // Opens the daemon's port, which must be closed, on the device that SERIAL_CAPABILITIES_PATH names
 // and stores its descriptor in the context. Returns the descriptor or -1.
 int OpenRS232(const SerialLine& line);
+
+// Path of the device that OpenRS232 opened last, or failed to open; empty before.
+const char* OpenedDevicePath();
 
 // Closes the daemon's port if it is open; the context's descriptor becomes -1. Returns 0.
 int CloseRS232();

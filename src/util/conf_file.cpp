@@ -150,7 +150,7 @@ const char* CUTIL_ParseToken(char* out, size_t out_size, const char* p) {
 }
 
 int CUTIL_GetConfValue(const char* path, const char* key, char* value_out, size_t value_size) {
-  FILE* file = CUTIL_OpenRegular(path);
+  FILE* file = CUTIL_OpenSettings(path);
   if (file == nullptr) return -1;
 
   char text[CUTIL_CONF_LINE_SIZE];
@@ -169,7 +169,7 @@ int CUTIL_SetConfValue(const char* path, const char* key, const char* value) {
     PrintInUse();
     return -1;
   }
-  FILE* in = CUTIL_OpenRegular(path);
+  FILE* in = CUTIL_OpenRegular(path, 0, CUTIL_SETTINGS_MAX);
   if (in == nullptr) {
     PrintCannotOpen(path);
     return -1;

@@ -32,19 +32,19 @@ const char* CUTIL_ParseToken(char* out, size_t out_size, const char* p);
 
 // Reads the value of the first line whose key begins with `key` (a prefix test).
 //   value_out receives it NUL-terminated, cut to value_size - 1 characters.
-// Returns 0 on a match. Returns -1 when the file cannot be opened or is no regular one (`value_out`
-// untouched) or when no line matches (`value_out` then holds the value of the last key line, or is
-// empty). Comment lines, section lines and lines with '#' or '[' right after the '=' are passed
-// over; a '#' or '[' after blanks is no value either: the line then has that of the key line
-// before.
+// Returns 0 on a match. Returns -1 when the file cannot be opened, is no regular one or is longer
+// than CUTIL_SETTINGS_MAX (`value_out` untouched; the last with one line on standard output) or
+// when no line matches (`value_out` then holds the value of the last key line, or is empty).
+// Comment lines, section lines and lines with '#' or '[' right after the '=' are passed over; a '#'
+// or '[' after blanks is no value either: the line then has that of the key line before.
 int CUTIL_GetConfValue(const char* path, const char* key, char* value_out, size_t value_size);
 
 // Sets `key` to `value` in an existing file: every line whose text before its first '=' or ' '
 // is exactly `key` is replaced by "key=value"; without such a line the pair is appended. A '#'
 // met first makes a line none of these, and so does a line end: a key without '=' stays.
-// Returns 0; -1 when the temporary file is in use or `path` cannot be opened; -2 when the
-// temporary file cannot be created; -3 when writing it failed (it is then removed) or renaming
-// it failed (it stays). Failures but the last print one line on standard output. `path` is
-// replaced whole or left as it was, also across a loss of power: the call blocks until the
-// medium has the bytes. Permissions are kept.
+// Returns 0; -1 when the temporary file is in use or `path` cannot be opened or is longer than
+// CUTIL_SETTINGS_MAX; -2 when the temporary file cannot be created; -3 when writing it failed (it
+// is then removed) or renaming it failed (it stays). Failures but the last print one line on
+// standard output. `path` is replaced whole or left as it was, also across a loss of power: the
+// call blocks until the medium has the bytes. Permissions are kept.
 int CUTIL_SetConfValue(const char* path, const char* key, const char* value);

@@ -36,11 +36,13 @@ int CreateDetached(CTHREAD* self) {
   pthread_attr_t attributes;
   pthread_attr_init(&attributes);
   pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-  // Signals are the main thread's: it is the one that has to wake up.
-  sigset_t all;
+  // Signals are the main thread's: it is the one that has to wake up. SIGALRM is for timers that
+  // interrupt a call of the thread that set them.
+  sigset_t blocked;
   sigset_t own;
-  sigfillset(&all);
-  pthread_sigmask(SIG_SETMASK, &all, &own);
+  sigfillset(&blocked);
+  sigdelset(&blocked, SIGALRM);
+  pthread_sigmask(SIG_SETMASK, &blocked, &own);
   pthread_t thread = {};
   const int error = pthread_create(&thread, &attributes, CTHREAD_Main, self);
   pthread_sigmask(SIG_SETMASK, &own, nullptr);

@@ -1,5 +1,7 @@
 #include "util/load_file.h"
 
+#include <fcntl.h>
+
 #include <algorithm>
 #include <climits>
 #include <cstdio>
@@ -25,13 +27,13 @@ long FileLength(FILE* file) {
 
 // A cleared buffer; null when there is no memory or the length is not one of a file to load.
 uint8_t* Allocate(long length) {
-  if (length < 0 || length > INT_MAX) return nullptr;
+  if (length < 0 || length > CUTIL_LOAD_MAX) return nullptr;
   return static_cast<uint8_t*>(calloc(static_cast<size_t>(std::max(length, 1L)), 1));
 }
 
 uint8_t* Load(FILE* file, int* size_out) {
   const long length = FileLength(file);
-  const int size = static_cast<int>(length);
+  const int size = static_cast<int>(std::min<long>(length, INT_MAX));
   uint8_t* buffer = Allocate(length);
   if (buffer == nullptr) {
     fprintf(stderr, "[%s] Error line[%d], reason(malloc, size is %d)\n", kName, __LINE__, size);
@@ -56,7 +58,8 @@ uint8_t* CUTIL_LoadFile(const char* path, int* size_out) {
             __LINE__, PointerWord(path), PointerWord(size_out));
     return nullptr;
   }
-  FILE* file = CUTIL_OpenRegular(path);
+  // A link could lead to a file that is nobody's business behind the line.
+  FILE* file = CUTIL_OpenRegular(path, O_NOFOLLOW);
   if (file == nullptr) {
     fprintf(stderr, "[%s] Error line[%d], reason('fp' is NULL, filename'%s')\n", kName, __LINE__,
             path);

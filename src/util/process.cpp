@@ -188,7 +188,7 @@ void CUTIL_Reboot() {
 
 int CUTIL_KillProcAll(const char* list_path, int signal) {
   syslog(LOG_INFO, "[CUTIL_KillProcAll]\n");
-  FILE* file = CUTIL_OpenRegular(list_path);
+  FILE* file = CUTIL_OpenRegular(list_path, 0, CUTIL_SETTINGS_MAX);
   if (file == nullptr) {
     syslog(LOG_INFO, "[CUTIL_KillProcAll] - list open err[%s]\n", list_path);
     return -1;

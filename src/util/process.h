@@ -33,7 +33,7 @@ constexpr int CUTIL_COMMAND_SIZE = 256;
 
 // Sends `signal` to every process that a name of the list file `list_path` matches, once for
 // each name that does. What it does goes to syslog. Returns 0 (also when the process table cannot
-// be read), or -1 when the list cannot be opened.
+// be read), or -1 when the list cannot be opened or is longer than CUTIL_SETTINGS_MAX.
 int CUTIL_KillProcAll(const char* list_path, int signal);
 
 // Sends `signal` to every process that `name` matches. Returns 0, whatever happened.

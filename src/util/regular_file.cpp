@@ -6,13 +6,35 @@
 
 #include <cerrno>
 
-FILE* CUTIL_OpenRegular(const char* path) {
-  const int fd = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  if (fd < 0) return nullptr;
+namespace {
+
+// Returns 0, or the errno of a descriptor that is not to be read.
+int CheckFile(int fd, off_t max_bytes) {
   struct stat status = {};
-  FILE* file = nullptr;
-  errno = EINVAL;
-  if (fstat(fd, &status) == 0 && S_ISREG(status.st_mode)) file = fdopen(fd, "r");
-  if (file == nullptr) close(fd);
+  if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) return EINVAL;
+  return status.st_size > max_bytes ? EFBIG : 0;
+}
+
+}  // namespace
+
+FILE* CUTIL_OpenRegular(const char* path, int flags, off_t max_bytes) {
+  const int fd = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | flags);
+  if (fd < 0) return nullptr;
+  errno = CheckFile(fd, max_bytes);
+  FILE* file = errno == 0 ? fdopen(fd, "r") : nullptr;
+  if (file == nullptr) {
+    const int error = errno;
+    close(fd);
+    errno = error;
+  }
+  return file;
+}
+
+FILE* CUTIL_OpenSettings(const char* path, off_t max_bytes) {
+  FILE* file = CUTIL_OpenRegular(path, 0, max_bytes);
+  if (file == nullptr && errno == EFBIG) {
+    printf("[%s] error open, reason(%s is longer than %lld bytes)\n", "CUTIL_OpenSettings", path,
+           static_cast<long long>(max_bytes));
+  }
   return file;
 }

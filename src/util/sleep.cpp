@@ -3,6 +3,8 @@
 #include <cerrno>
 #include <ctime>
 
+#include "util/notify.h"
+
 namespace {
 
 constexpr int64_t kUsPerS = 1'000'000;
@@ -18,6 +20,7 @@ int64_t CUTIL_MonotonicUs() {
 }
 
 void CUTIL_SleepUs(int64_t microseconds) {
+  CUTIL_NotifyServe();
   timespec until;
   clock_gettime(CLOCK_MONOTONIC, &until);
   const int64_t ns = until.tv_nsec + microseconds % kUsPerS * kNsPerUs;

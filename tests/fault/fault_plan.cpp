@@ -30,7 +30,7 @@ const std::vector<ReactionRow> kReactions = {
     {"fstat", "/var/nvt/param.dat", 0, {Course::kEnds}},
     {"mmap", "/var/nvt/param.dat", 0, {Course::kEnds}},
     {"open", "/etc/capabilities.conf", 4, {Course::kEnds}},
-    {"fstat", "/etc/capabilities.conf", 3, {Course::kEnds}},
+    {"fstat", "/etc/capabilities.conf", 6, {Course::kEnds}},
     {"fdopen", "/etc/capabilities.conf", 2, {Course::kEnds}},
     {"malloc", "", 0, {Course::kMayEnd}},
     {"calloc", "", 0, {Course::kMayEnd}},
@@ -41,7 +41,7 @@ const std::vector<ReactionRow> kReactions = {
     {"socket", "udp", 1, {Course::kEnds, 1}},
     {"bind", "to:10020", 0, {Course::kEnds, 1}},
     {"socket", "udp", 2, {Course::kEnds}},
-    {"setsockopt", "udp", 0, {Course::kEnds}},
+    {"setsockopt", "udp", 1, {Course::kEnds}},
     {"bind", "to:10017", 0, {Course::kEnds}},
     {"pthread_create", "", 0, {Course::kRunsLame}},
 };

@@ -8,6 +8,7 @@
 #include <sys/sem.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -171,6 +172,10 @@ class Session : private sim::DeviceRig {
     for (const char* path : {FAULT_LOG, sim::kProgramLog, CUTIL_TEMP_CONF_PATH})
       std::filesystem::remove(path);
     Install();
+    // As the daemon leaves it; a daemon that was killed does not give the settings back.
+    termios raw = {};
+    cfmakeraw(&raw);
+    tcsetattr(line.FarEnd(), TCSANOW, &raw);
     AttachModel();
     if (camera)
       sim::InstallLens({.zoom = 700, .focus = 590, .sensor = "IMX123", .antiflicker = "true"});

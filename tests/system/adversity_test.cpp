@@ -1,16 +1,21 @@
 // What a device may do to the daemon from outside: signals, missing streams, pipes in place of
 // files, a port that hangs.
 #include <fcntl.h>
+#include <pty.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 
 #include <array>
 #include <csignal>
+#include <cstdio>
 #include <filesystem>
+#include <sstream>
 
 #include "lens/position.h"
 #include "lens/video_source.h"
 #include "net/tcp_socket.h"
+#include "sim/leftovers.h"
 #include "sim/unique_fd.h"
 #include "tests/system/device_fixture.h"
 
@@ -40,8 +45,81 @@ TEST_F(Adversity, TerminalAndReaderOfTheTraceThatAreGone) {
   ExpectEnd(0);
 }
 
+// The daemon serves and ends although nobody reads what it prints; lines are dropped whole, and
+// counted once somebody reads again.
+TEST_F(Adversity, OutputThatNobodyReads) {
+  constexpr int kLines = 300;
+  constexpr size_t kLineSize = sizeof("11/23 18:00:00.123456   SEND 1000: ") - 1 + 3 * 1000;
+  for (const char* kind : {"terminal", "pipe", "socket"}) {
+    SCOPED_TRACE(kind);
+    int ends[2];  // the reader's, the daemon's
+    if (*kind == 't') {
+      ASSERT_EQ(openpty(&ends[0], &ends[1], nullptr, nullptr, nullptr), 0);
+      termios raw = {};
+      cfmakeraw(&raw);
+      tcsetattr(ends[1], TCSANOW, &raw);
+    } else {
+      ASSERT_EQ(*kind == 'p' ? pipe(ends) : socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+    }
+    const sim::UniqueFd reader(ends[0]);
+    const sim::UniqueFd writer(ends[1]);
+    Install();
+    Launch({"1"}, {.output_fd = writer.Get(), .preload = "", .variables = {}});
+    ASSERT_TRUE(WaitServing());
+    const auto send = [this] {
+      SendUdp(sim::DaemonDatagram(RS232_UDP_WRITE, sim::Bytes(1000, 0x42)));
+      EXPECT_EQ(line.Receive(1000).size(), 1000U);
+    };
+    for (int i = 0; i < kLines; ++i)
+      send();
+    std::string text;
+    const auto read_all = [&] {
+      char piece[4096];
+      while (sim::WaitReady(reader.Get(), POLLIN, sim::Clock::now() + milliseconds(50)))
+        text.append(piece, static_cast<size_t>(read(reader.Get(), piece, sizeof(piece))));
+    };
+    read_all();
+    send();
+    read_all();
+    int lines = 0;
+    int dropped = 0;
+    std::istringstream stream(text);
+    for (std::string each; std::getline(stream, each);) {
+      lines += each.size() == kLineSize ? 1 : 0;
+      sscanf(each.c_str(), "[rs232d] %d lines of output dropped", &dropped);
+    }
+    EXPECT_GT(dropped, 0);
+    EXPECT_EQ(lines + dropped, kLines + 1);
+    EXPECT_EQ(fcntl(writer.Get(), F_GETFL) & O_NONBLOCK, 0);
+    for (int i = 0; i < kLines; ++i)
+      send();
+    EXPECT_EQ(daemon->Stop(milliseconds(1000)), 0);
+  }
+}
+
 // Real time: a shell prepares the descriptors.
 class RealTimeShell : public DeviceTest {};
+
+// Whoever starts the daemon may have left descriptors open, signals blocked, and limits.
+TEST_F(RealTimeShell, InheritsNoHarm) {
+  const rlimit many = {.rlim_cur = 4096, .rlim_max = 4096};
+  setrlimit(RLIMIT_NOFILE, &many);
+  std::vector<sim::UniqueFd> left_open;
+  for (int i = 0; i < 1100; ++i)
+    left_open.emplace_back(dup(STDIN_FILENO));
+  sigset_t all;
+  sigset_t usual;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &usual);
+  Install();
+  DeviceRig::Launch("/bin/sh", {"-c", "ulimit -f 0; cd /tmp; exec " RS232D_PATH " 1"});
+  pthread_sigmask(SIG_SETMASK, &usual, nullptr);
+  ASSERT_TRUE(WaitServing());
+  ExpectLineQuiet();
+  EXPECT_LT(sim::DescriptorCount(daemon->Pid()), 12U);
+  EXPECT_EQ(std::filesystem::read_symlink("/proc/" + std::to_string(daemon->Pid()) + "/cwd"), "/");
+  EXPECT_EQ(daemon->Stop(), 0);
+}
 
 // Files opened without standard streams would get their numbers, and messages would go into the
 // line.

@@ -12,9 +12,7 @@
 #include "sim/leftovers.h"
 #include "sim/lens_micom.h"
 #include "tests/system/device_fixture.h"
-
-// Where other processes read the micom's version.
-constexpr char CAMERA_INFO_PATH[] = "/var/nvt/camera.info";
+#include "util/camera_info_file.h"
 
 // A zoom and a focus position.
 struct Positions {

@@ -1,4 +1,7 @@
 // The firmware update of the real daemon against a loader: whole, disturbed, broken off.
+#include <sys/socket.h>
+#include <sys/un.h>
+
 #include <climits>
 #include <cstdio>
 #include <regex>
@@ -179,6 +182,50 @@ TEST_F(ModuleUpdate, TroubleThatPassesAndTroubleThatStays) {
     EXPECT_LE(took, milliseconds(row.least_ms + 4000));
     if (row.output.ends_with("end\n")) ExpectStored(300);
   }
+}
+
+// A socket in place of the service manager's, named in the environment of the next daemon.
+class ServiceManager {
+ public:
+  explicit ServiceManager(int watchdog_s) {
+    const sockaddr_un address = {.sun_family = AF_UNIX, .sun_path = "/run/notify"};
+    unlink(address.sun_path);
+    EXPECT_EQ(bind(fd_.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+    setenv("NOTIFY_SOCKET", address.sun_path, 1);
+    setenv("WATCHDOG_USEC", std::to_string(watchdog_s * 1'000'000).c_str(), 1);
+  }
+  ~ServiceManager() {
+    unsetenv("NOTIFY_SOCKET");
+    unsetenv("WATCHDOG_USEC");
+  }
+  // The next report, "" when none comes within `limit`.
+  std::string Next(milliseconds limit = milliseconds(5000)) {
+    char text[512];
+    if (!sim::WaitReady(fd_.Get(), POLLIN, sim::Clock::now() + limit)) return "";
+    return {text, static_cast<size_t>(recv(fd_.Get(), text, sizeof(text), 0))};
+  }
+
+ private:
+  sim::UniqueFd fd_{socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
+};
+
+// What the daemon reports, idle and during an update that takes minutes.
+TEST_F(ModuleUpdate, ReportsToTheServiceManager) {
+  constexpr int kWatchdogS = 60;
+  const std::string alive = "WATCHDOG=1\nEXTEND_TIMEOUT_USEC=60000000";
+  ServiceManager service(kWatchdogS);
+  StartMicom({.troubles = {{1, LoaderFault::kSilent, kForEver}}});
+  const std::string status = "STATUS=QB-310, HD camera module; /dev/ttyS1 open; ";
+  for (const std::string& report : {alive, std::string("READY=1"), status + "0 PTZ clients"})
+    EXPECT_EQ(service.Next(), report);
+  std::vector<sim::PtzClient> clients;
+  for (int i = 0; i < 3; ++i)
+    clients.emplace_back(config.ptz_port);
+  EXPECT_EQ(service.Next(), status + "3 PTZ clients");  // at most one line a second
+  WriteImage(Payload(300));
+  SendCommand(sim::CommandPacket(CICOMM_PCMD_MICOM_FIRMWARE_UPDATE, {}));
+  for (int i = 0; i < 8; ++i)
+    EXPECT_EQ(service.Next(milliseconds(kWatchdogS * 1000 / 2 + 2000)), alive);
 }
 
 }  // namespace

@@ -38,27 +38,21 @@ TEST_F(RelayFrames, SequencesRunToTheirEndWithTheirWaits) {
 
 TEST_F(RelayFrames, HostilePacketsDoNothingAndStopNothing) {
   StartModel("QB-610");
-  const auto with_header = [](uint32_t magic, int32_t command, int32_t size, size_t length) {
-    CicommHeader header = {};
-    header.magic.Set(magic);
-    header.version.Set(CICOMM_VERSION);
-    header.command.Set(static_cast<uint32_t>(command));
-    header.size.Set(static_cast<uint32_t>(size));
-    sim::Bytes packet(length);
-    memcpy(packet.data(), &header, std::min(length, sizeof(header)));
+  const auto with_header = [](int32_t command, int32_t size, size_t length) {
+    constexpr size_t kSizeAt = 16;
+    sim::Bytes packet = sim::CommandPacket(command, {});
+    StoreLe32(packet.data() + kSizeAt, static_cast<uint32_t>(size));
+    packet.resize(length);
     return packet;
   };
   // Each of these follows a good command, whose bytes are then still in the daemon's buffer.
   const std::vector<sim::Bytes> packets = {
       {},
-      with_header(CICOMM_MAGIC, CICOMM_PCMD_PTZ, 17, 11),
-      with_header(CICOMM_MAGIC, CICOMM_PCMD_PTZ, 17, 32),  // claims a payload it has not
-      with_header(CICOMM_MAGIC, CICOMM_PCMD_PTZ, 17, 44),  // ends before the code
-      with_header(CICOMM_MAGIC, CICOMM_PCMD_PTZ, -1, 49),  // negative size
-      with_header(CICOMM_MAGIC, CICOMM_PCMD_PTZ, INT32_MAX, 49),
-      with_header(0, CICOMM_PCMD_PTZ, 17, 49),  // no target
-      with_header(CICOMM_MAGIC, INT32_MIN, 17, 49),
-      sim::Bytes(65507, 0xFF),
+      with_header(CICOMM_PCMD_PTZ, 17, 32),  // claims a payload it has not
+      with_header(CICOMM_PCMD_PTZ, 17, 44),  // ends before the code
+      with_header(CICOMM_PCMD_PTZ, -1, 49),  // negative size
+      with_header(CICOMM_PCMD_PTZ, INT32_MAX, 49),
+      with_header(INT32_MIN, 17, 49),
       sim::CommandPacket(CICOMM_PCMD_MICOM_FIRMWARE_UPDATE, {}),  // another mode's
       sim::CameraControlPacket(
           {.target = 3, .code = CAMERA_CODE_DOWN, .first = 0, .second = 0, .third = 0}),

@@ -60,12 +60,19 @@ TEST(ConfFile, ReadsAValue) {
 
 // What a whole file and an empty one give shows in the updates of the system tests.
 TEST(LoadFile, FailureIsOneLineOnStandardError) {
+  const support::TempFile long_file;
+  ASSERT_EQ(truncate(long_file.Path(), CUTIL_LOAD_MAX + 1), 0);
+  const support::TempFile file;
+  const string link = file.Path() + ".link"s;
+  ASSERT_EQ(symlink(file.Path(), link.c_str()), 0);
   int size = -7;
   const std::tuple<const char*, int*, const char*> rows[] = {
       {nullptr, &size, "reason(filename[0] or filesize["},
       {"/etc", nullptr, "] or filesize[0] is NULL)\n"},
       {"/nonexistent/image", &size, "reason('fp' is NULL, filename'/nonexistent/image')\n"},
-      {"/tmp", &size, "reason("},
+      {"/tmp", &size, "reason('fp' is NULL, filename'/tmp')\n"},
+      {long_file.Path(), &size, "reason(malloc, size is 16777217)\n"},
+      {link.c_str(), &size, "reason('fp' is NULL, filename'/tmp/rs232_test."},
   };
   for (const auto& [path, size_out, reason] : rows) {
     const std::string line = support::OnStderr([&, name = path, out = size_out] {
@@ -77,6 +84,7 @@ TEST(LoadFile, FailureIsOneLineOnStandardError) {
     EXPECT_EQ(line.find('\n'), line.size() - 1) << line;
     EXPECT_EQ(size, -7) << reason;
   }
+  unlink(link.c_str());
 }
 
 }  // namespace

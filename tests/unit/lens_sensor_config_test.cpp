@@ -52,7 +52,9 @@ TEST_F(ConfigFile, TextIsLoadedWholeOrNotAtAll) {
   ASSERT_EQ(truncate(file_.Path(), ISP_FILE_MAX), 0);
   EXPECT_NE(Text(json_load_text(file_.Path()), free), nullptr);
   ASSERT_EQ(truncate(file_.Path(), ISP_FILE_MAX + 1), 0);
-  EXPECT_EQ(json_load_text(file_.Path()), nullptr);
+  EXPECT_EQ(support::OnStdout([this] { EXPECT_EQ(json_load_text(file_.Path()), nullptr); }),
+            "[CUTIL_OpenSettings] error open, reason(" + std::string(file_.Path()) +
+                " is longer than 16777216 bytes)\n");
   EXPECT_EQ(json_load_text("/tmp"), nullptr);
 }
 

@@ -169,6 +169,23 @@ TEST_F(Map, HoldsTheFileWheneverItChangesTheSemaphore) {
   EXPECT_EQ(changes, 2);
 }
 
+// By a writer that held the locks before.
+TEST_F(Map, CopiesNothingOfAFileThatWasCut) {
+  ASSERT_EQ(Init(), "0 ");
+  const string kept(4096, 'a');
+  g_on_semop = [] { EXPECT_EQ(truncate(kPath, 4096), 0); };
+  string buffer(kSize, 'b');
+  EXPECT_EQ(Read(buffer.data(), kSize),
+            "-1 [CMMAP_Read] error copy, reason(file shorter than 10000 bytes)\n");
+  EXPECT_EQ(Write(buffer.data(), kSize),
+            "-1 [CMMAP_Write] error copy, reason(file shorter than 10000 bytes)\n");
+  EXPECT_EQ(buffer, string(kSize, 'b'));
+  EXPECT_EQ(sim::ReadTextFile(kPath), kept);
+  EXPECT_EQ(Read(buffer.data(), 4096), "0 ");
+  g_on_semop = nullptr;
+  EXPECT_EQ(SemaphoreValue(), 1);
+}
+
 class RealTimeMap : public Map {};
 
 // Who dies with the locks gives them back.
@@ -209,13 +226,16 @@ TEST_F(Map, CopiesWithoutItsLocks) {
     EXPECT_EQ(Deinit(), "0 ");
   }
   semctl(SemaphoreSet(), 0, IPC_RMID);
-  // No file to lock.
+  // No file to lock: one that is open for reading only, then none at all.
   ASSERT_EQ(Init(), "0 ");
-  close(std::exchange(map_.fd, -1));
-  EXPECT_EQ(Read(&byte, 1),
-            "0 [CMMAP_FileLock] error fcntl, reason(Bad file descriptor)\n"
-            "[CMMAP_FileUnlock] error fcntl, reason(Bad file descriptor)\n");
+  const string no_lock = " [CMMAP_FileLock] error fcntl, reason(Bad file descriptor)\n";
+  close(std::exchange(map_.fd, open(kPath, O_RDONLY | O_CLOEXEC)));
+  EXPECT_EQ(Read(&byte, 1), "0" + no_lock);
   EXPECT_EQ(byte, 'z');
+  close(std::exchange(map_.fd, -1));
+  EXPECT_EQ(Read(&byte, 1), "-1" + no_lock +
+                                "[CMMAP_FileUnlock] error fcntl, reason(Bad file descriptor)\n"
+                                "[CMMAP_Read] error copy, reason(file shorter than 1 bytes)\n");
 }
 
 }  // namespace

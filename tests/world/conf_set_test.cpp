@@ -1,17 +1,24 @@
 #include <sys/mount.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <cstring>
+#include <functional>
 
+#include "lens/sensor_config.h"
 #include "tests/support.h"
 #include "tests/world/failing_call.h"
+#include "util/camera_info_file.h"
 #include "util/conf_file.h"
+#include "util/process.h"
+#include "util/regular_file.h"
 
 namespace {
 
 using sim::ReadTextFile;
 using sim::WriteTextFile;
 using std::string;
+using std::filesystem::create_symlink;
 using std::string_literals::operator""s;
 
 constexpr char kPath[] = "/etc/test.conf";
@@ -110,6 +117,53 @@ TEST(ConfSet, LeavesTheTemporaryFileOfAFailedRename) {
   EXPECT_EQ(ReadTextFile(CUTIL_TEMP_CONF_PATH), "a=2\n");
   EXPECT_EQ(Set(kElsewhere, "a", "2"), kInUse);
   unlink(CUTIL_TEMP_CONF_PATH);
+}
+
+// --- Files of odd kinds and sizes ----------------------------------------------------------------
+
+TEST(OddFiles, SettingsBeyondTheLimitAreAsUnreadable) {
+  char value[CUTIL_CONF_VALUE_SIZE] = "";
+  const string too_long =
+      "[CUTIL_OpenSettings] error open, reason(/etc/test.conf is longer than 1048576 bytes)\n";
+  const std::pair<std::function<int()>, string> readers[] = {
+      {[&] { return CUTIL_GetConfValue(kPath, "a", value, sizeof(value)); }, too_long},
+      {[&] { return conf_get_value(kPath, value, 1, "a"); }, too_long},
+      {[] { return CUTIL_KillProcAll(kPath, 0); }, ""},  // says it to syslog
+      {[] { return CUTIL_SetConfValue(kPath, "a", "2"); },
+       "[CUTIL_SetConfValue] we can't open the file : /etc/test.conf\n"},
+  };
+  for (const off_t excess : {0, 1}) {
+    WriteTextFile(kPath, "a=1\n");
+    ASSERT_EQ(truncate(kPath, CUTIL_SETTINGS_MAX + excess), 0);
+    for (const auto& [read, said] : readers)
+      EXPECT_EQ(support::OnStdout(read), excess == 0 ? "0 " : "-1 " + said);
+  }
+}
+
+// A line's '*' stands for no file of the working directory.
+TEST(OddFiles, CameraInformationIsWrittenIntoAFileOnly) {
+  const std::pair<void (*)(), string> rows[] = {
+      {[] {}, ""},
+      {[] { WriteTextFile(CAMERA_INFO_PATH, "MODEL=earlier\n"); }, ""},
+      {[] { create_symlink("nowhere_yet", CAMERA_INFO_PATH); }, ""},
+      {[] { mkfifo(CAMERA_INFO_PATH, 0644); }, "not a regular file"},
+      {[] { mkdir(CAMERA_INFO_PATH, 0755); }, "not a regular file"},
+      {[] { create_symlink("/dev/null", CAMERA_INFO_PATH); }, "not a regular file"},
+      {[] { create_symlink(CAMERA_INFO_PATH, CAMERA_INFO_PATH); }, strerror(ELOOP)},
+  };
+  const string refused = "[CUTIL_WriteCameraInfo] error, reason(/var/nvt/camera.info, ";
+  WriteTextFile("/tmp/RESOLUTION=1280x720", "");
+  std::filesystem::current_path("/tmp");
+  for (const auto& [make, reason] : rows) {
+    std::filesystem::remove_all(CAMERA_INFO_PATH);
+    make();
+    const string said = support::OnStderr([] {
+      CUTIL_WriteCameraInfo({"VERSION=0.0", "RESOLUTION=1280*720"});
+    });
+    EXPECT_EQ(said, reason.empty() ? "" : refused + reason + ")\n");
+    if (!reason.empty()) continue;
+    EXPECT_EQ(ReadTextFile(CAMERA_INFO_PATH), "VERSION=0.0\nRESOLUTION=1280*720\n");
+  }
 }
 
 }  // namespace

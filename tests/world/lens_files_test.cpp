@@ -6,6 +6,8 @@
 
 #include "lens/camera_query.h"
 #include "lens/sensor_config.h"
+#include "net/ipv4_address.h"
+#include "net/udp_socket.h"
 #include "sim/peers.h"
 #include "tests/support.h"
 
@@ -45,6 +47,11 @@ TEST(CameraQuery, TakesOnlyTheAnswerToItsQuestion) {
                reinterpret_cast<sockaddr*>(&asker), &length);
       EXPECT_EQ(packet[CICOMM_HEADER_SIZE + CAMERA_QUERY_KIND_AT], CAMERA_QUERY_FOCUS);
       sim::Bytes record(CAMERA_QUERY_SIZE);
+      // Another address stands for a host that answers first.
+      record[CAMERA_QUERY_KIND_AT] = CAMERA_QUERY_FOCUS;
+      const sim::Bytes sprayed = sim::CommandPacket(CAMERA_QUERY, record);
+      const sockaddr_in elsewhere = ZSK_Ipv4Address(INADDR_LOOPBACK + 1, ntohs(asker.sin_port));
+      ZSK_SendUDPData(camera.Fd(), sprayed.data(), static_cast<int>(sprayed.size()), &elsewhere);
       record[CAMERA_QUERY_KIND_AT] = static_cast<uint8_t>(kind);
       record[CAMERA_QUERY_MEASURE_AT] = 0x39;
       record[CAMERA_QUERY_MEASURE_AT + 1] = 0x30;

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <sys/eventfd.h>
 
+#include <algorithm>
 #include <functional>
 #include <string>
 #include <vector>
@@ -16,6 +17,7 @@
 #include "sim/peers.h"
 #include "sim/pty_line.h"
 #include "tests/support.h"
+#include "util/sleep.h"
 
 namespace {
 
@@ -67,7 +69,7 @@ class ModePassTest : public testing::Test {
   sim::PtyLine line_;
   const sim::UniqueFd near_end_{open(ptsname(line_.FarEnd()), O_RDWR | O_NOCTTY | O_NONBLOCK)};
   SerialPort port_{};
-  inline static volatile std::sig_atomic_t stop_ = 0;
+  inline static std::atomic<int32_t> stop_ = 0;
   CFDEVENT events_;
   CICOMM command_;
   CPTZSVR server_;
@@ -115,6 +117,32 @@ TEST_F(ModePassTest, PausesAfterAReceiveThatFailed) {
   context_.udp_socket = eventfd(1, EFD_CLOEXEC);  // readable, but no socket
   events_.Add(&events_, context_.udp_socket);
   support::ExpectTakes(kPasses, pass);
+}
+
+TEST_F(ModePassTest, DatagramsThatAreNoCommandsAreIgnored) {
+  static std::vector<int> commands;
+  hooks_.command = [](void* /*mode*/, int command) { commands.push_back(command); };
+  const Bytes order = sim::CommandPacket(CICOMM_PCMD_MICOM_FIRMWARE_UPDATE, {});
+  Bytes negative = order;
+  negative[19] = 0x80;  // its size
+  Bytes unmarked = negative;
+  unmarked[0] = 'i';
+  const Bytes datagrams[] = {
+      {order.begin(), order.begin() + 9}, {order.begin(), order.end() - 1}, unmarked, negative};
+  sim::UdpPeer peer;
+  const auto serve = [&](const Bytes& datagram) {
+    peer.SendTo(kCommandPort, datagram);
+    pass_.RunOnce(&pass_);
+  };
+  for (int second = 0; second < 2; ++second) {
+    const auto serve_all = [&] { std::ranges::for_each(datagrams, serve); };
+    EXPECT_EQ(support::OnStderr([&] { support::ExpectTakes(0, serve_all, 0.9); }),
+              "[ModePass] error, reason(datagram of 9 bytes is no command)\n");
+    CUTIL_SleepUs(1'000'000);
+  }
+  EXPECT_EQ(commands, std::vector<int>());
+  serve(order);
+  EXPECT_EQ(commands, std::vector<int>{CICOMM_PCMD_MICOM_FIRMWARE_UPDATE});
 }
 
 TEST_F(ModePassTest, SlowClientGetsWhatWaits) {

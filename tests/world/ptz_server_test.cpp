@@ -188,6 +188,23 @@ TEST_F(PtzServer, DropsAClientThatStopsReading) {
   EXPECT_EQ(Connected(), 1);
 }
 
+// The kernel notices a client that vanishes, and keeps little for one that reads nothing.
+TEST_F(PtzServer, BoundsWhatAClientCosts) {
+  clients_.emplace_back(kPort, 4096);
+  OnStderr([this] { Accept(kAcceptUs); });
+  size_t sent = 0;
+  for (; server_.queues[0].count == 0; sent += kChunk.size())
+    SendAll(kChunk);
+  EXPECT_LT(sent, 128U * 1024);
+  const int rows[][3] = {{SOL_SOCKET, SO_KEEPALIVE, 1},
+                         {IPPROTO_TCP, TCP_KEEPIDLE, 30},
+                         {IPPROTO_TCP, TCP_KEEPINTVL, 10},
+                         {IPPROTO_TCP, TCP_KEEPCNT, 3},
+                         {IPPROTO_TCP, TCP_USER_TIMEOUT, 60000}};
+  for (const auto& [level, option, value] : rows)
+    EXPECT_EQ(Option(server_.clients[0], level, option), value) << option;
+}
+
 TEST_F(PtzServer, GivesAClientThatHasEndedWhatWaits) {
   PtzClient& client = Connect();
   Bytes sent;

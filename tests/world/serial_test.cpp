@@ -15,6 +15,7 @@
 #include "sim/virtual_time.h"
 #include "tests/support.h"
 #include "tests/world/failing_call.h"
+#include "util/cthread.h"
 
 namespace {
 
@@ -24,9 +25,10 @@ termios g_asked;
 
 // A driver as a pty has none: what it answers while bytes leave the line.
 struct SlowDriver {
-  int status_error;  // of a query of the transmitter; 0 when it can tell
-  int busy;          // how many queries of either kind find bytes still under way
-  int queued;        // bytes in its queue while it is busy
+  int status_error;    // of a query of the transmitter; 0 when it can tell
+  int busy;            // how many queries of either kind find bytes still under way
+  int queued;          // bytes in its queue while it is busy
+  bool hangs = false;  // its drain call ends only by a signal
   int status_queries = 0;
   int drains = 0;
 };
@@ -75,6 +77,7 @@ extern "C" ssize_t write(int fd, const void* bytes, size_t size) {
 
 extern "C" int tcdrain(int fd) {
   if (g_driver != nullptr) ++g_driver->drains;
+  if (g_driver != nullptr && g_driver->hangs) return pause();
   return CallNext<int>("tcdrain", fd);
 }
 
@@ -247,6 +250,36 @@ TEST_F(Serial, WaitsUntilTheLineIsIdle) {
     g_driver = nullptr;
     line_.Receive(6);
     port_.Close(&port_);
+  }
+}
+
+// In real time, as the timer that interrupts the driver; and in a worker, which blocks other
+// signals.
+using RealTimeSerial = Serial;
+TEST_F(RealTimeSerial, DrainOfADriverThatHangsIsGivenUp) {
+  ASSERT_EQ(SerialPortOpen(&port_, kPath, kLine), 0);
+  for (const auto& [size, stop, least_ms] : {std::array{3, 0, 203}, std::array{4000, 1, 1000}}) {
+    SlowDriver driver = {.status_error = ENOTTY, .busy = 0, .queued = 0, .hangs = true};
+    g_driver = &driver;
+    g_rs232_stop = stop;
+    static int length;
+    length = size;
+    CTHREAD worker;
+    CTHREAD_Init(
+        &worker, &port_, nullptr,
+        [](void* port) {
+          auto* const self = static_cast<SerialPort*>(port);
+          EXPECT_GT(self->Write(self, Bytes(4000).data(), length), 0);
+          return -1;
+        },
+        nullptr);
+    const auto begin = sim::Clock::now();
+    EXPECT_EQ(worker.Start(&worker), 0);
+    EXPECT_TRUE(WaitUntil([&] { return worker.state == CTHREAD_STOPPED; }));
+    EXPECT_GE(sim::Clock::now() - begin, sim::milliseconds(least_ms));
+    EXPECT_GT(driver.drains, 1);
+    g_rs232_stop = 0;
+    g_driver = nullptr;
   }
 }
 

@@ -10,6 +10,7 @@
 #include "daemon/settings.h"
 #include "module/hd_mode.h"
 #include "module/sd_mode.h"
+#include "net/udp_socket.h"
 #include "sim/peers.h"
 #include "sim/pty_line.h"
 #include "tests/support.h"
@@ -45,6 +46,24 @@ TEST(Resources, UdpSocketThatCannotBeHadGoesToSyslog) {
     ReleaseResources(&context);
     closelog();
     EXPECT_EQ(support::OpenDescriptors(), descriptors) << call;
+  }
+}
+
+// Not even by a process that shares: the system gives each datagram to one of the sharers.
+TEST(Resources, PortsAreTheDaemonsAsLongAsItRuns) {
+  const sim::PtyLine line;
+  sim::InstallDevice({});
+  Rs232Settings settings;
+  ASSERT_EQ(ReadSettings(&settings), 0);
+  Rs232Context context = {};
+  support::OnStderr([&] { EXPECT_EQ(OpenResources(&settings, &context), OpenResult::kReady); });
+  const auto take = [](int port) {
+    return sim::UniqueFd(ZSK_OpenLocalUDPSSocket(port)).Get() >= 0;
+  };
+  for (const bool is_free : {false, true}) {
+    for (const int port : {settings.udp_port, settings.command_port})
+      support::OnStdout([&] { EXPECT_EQ(take(port), is_free) << port; });
+    ReleaseResources(&context);
   }
 }
 

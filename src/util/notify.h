@@ -1,0 +1,36 @@
+// Reports to the service manager: that the daemon serves, a line of status, and that it is alive.
+//
+// Sends datagrams of "NAME=value" lines to the socket that NOTIFY_SOCKET names, as systemd takes
+// them. Without that variable every function returns at once. A report that the manager cannot take
+// now is lost; nothing here blocks. The thread that called CUTIL_NotifyInit reports; calls from
+// other threads do nothing.
+#pragma once
+
+#include <cstdint>
+
+// Longest status line, its NUL included; a longer one is cut.
+constexpr int CUTIL_NOTIFY_STATUS_SIZE = 256;
+// Shortest time between two status lines, microseconds.
+constexpr int64_t CUTIL_NOTIFY_STATUS_US = 1'000'000;
+
+// Reads NOTIFY_SOCKET, WATCHDOG_USEC and WATCHDOG_PID, and removes them from the environment, so
+// that programs which the daemon starts do not report in its name.
+void CUTIL_NotifyInit();
+
+// Whether there is a service manager to report to.
+bool CUTIL_NotifyIsOn();
+
+void CUTIL_NotifyReady();
+void CUTIL_NotifyStopping();
+
+// Makes `text` the status line. Control characters become '?'. A line that comes too soon after
+// the one before it is sent by a later CUTIL_NotifyServe, unless another replaces it until then.
+void CUTIL_NotifyStatus(const char* text);
+
+// Sends what is due: a status line that had to wait, and a sign of life every half of
+// WATCHDOG_USEC. With the sign of life goes a request to wait as long again for a stop, so that
+// neither limit ends a firmware update. Every wait of the daemon's main thread calls this.
+void CUTIL_NotifyServe();
+
+// Microseconds until CUTIL_NotifyServe has something to send; INT64_MAX when it has nothing.
+int64_t CUTIL_NotifyWaitUs();

@@ -1,0 +1,130 @@
+#include "util/output.h"
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+// Bytes of one line that may wait for the reader; what a line has beyond that is cut.
+constexpr size_t kPendingSize = 4096;
+
+struct Output {
+  int fd;
+  bool is_socket;
+  bool is_in_line;    // the last byte was not a line feed
+  bool drops_line;    // the rest of this line is dropped
+  long long dropped;  // lines since the reader took one
+  size_t pending;     // bytes of a line that wait
+  char bytes[kPendingSize];
+};
+
+ssize_t WriteSome(const Output& output) {
+  if (output.is_socket) {
+    return send(output.fd, output.bytes, output.pending, MSG_DONTWAIT | MSG_NOSIGNAL);
+  }
+  return write(output.fd, output.bytes, output.pending);
+}
+
+// Writes what waits, as far as the reader takes it. Returns true when nothing waits any more.
+bool WritePending(Output* output) {
+  while (output->pending > 0) {
+    const ssize_t count = WriteSome(*output);
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0 && errno == EAGAIN) return false;
+    // A reader that is gone needs nothing any more.
+    const size_t taken = count < 0 ? output->pending : static_cast<size_t>(count);
+    output->pending -= taken;
+    memmove(output->bytes, output->bytes + taken, output->pending);
+  }
+  return true;
+}
+
+// As above, then the number of dropped lines if there are any.
+bool Flush(Output* output) {
+  if (!WritePending(output)) return false;
+  if (output->dropped == 0) return true;
+  const int length = snprintf(output->bytes, kPendingSize,
+                              "[rs232d] %lld lines of output dropped\n", output->dropped);
+  output->pending = static_cast<size_t>(length);
+  output->dropped = 0;
+  return WritePending(output);
+}
+
+// Adds to what waits. Returns false when there is no room; one byte is left for a line feed.
+bool Append(Output* output, const char* bytes, size_t size) {
+  if (size >= kPendingSize - output->pending) return false;
+  memcpy(output->bytes + output->pending, bytes, size);
+  output->pending += size;
+  return true;
+}
+
+// Takes a line or a part of one. Only a line that begins while nothing waits is printed.
+void Take(Output* output, const char* bytes, size_t size) {
+  if (!output->is_in_line) output->drops_line = !Flush(output);
+  if (!output->drops_line && !Append(output, bytes, size)) {
+    output->bytes[output->pending++] = '\n';
+    output->drops_line = true;
+  }
+  const bool ends = bytes[size - 1] == '\n';
+  if (ends && output->drops_line) ++output->dropped;
+  output->is_in_line = !ends;
+}
+
+ssize_t Write(void* cookie, const char* bytes, size_t size) {
+  Output* output = static_cast<Output*>(cookie);
+  size_t done = 0;
+  while (done < size) {
+    const void* line_feed = memchr(bytes + done, '\n', size - done);
+    const size_t end = line_feed == nullptr
+                           ? size
+                           : static_cast<size_t>(static_cast<const char*>(line_feed) - bytes) + 1;
+    Take(output, bytes + done, end - done);
+    done = end;
+  }
+  WritePending(output);
+  return static_cast<ssize_t>(size);
+}
+
+int Close(void* cookie) {
+  free(cookie);
+  return 0;
+}
+
+// Puts a non-blocking open file of its own in the place of `fd`.
+bool OpenAnew(int fd) {
+  char path[sizeof("/proc/self/fd/") + 12];
+  snprintf(path, sizeof(path), "/proc/self/fd/%d", fd);
+  const int own = open(path, O_WRONLY | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+  if (own < 0) return false;
+  const bool is_placed = dup2(own, fd) >= 0;
+  close(own);
+  return is_placed;
+}
+
+}  // namespace
+
+FILE* CUTIL_OpenOutput(int fd) {
+  struct stat status;
+  if (fstat(fd, &status) != 0) return nullptr;
+  const bool is_socket = S_ISSOCK(status.st_mode);
+  if (!is_socket && !S_ISFIFO(status.st_mode) && isatty(fd) == 0) return nullptr;
+  auto* output = static_cast<Output*>(calloc(1, sizeof(Output)));
+  if (output == nullptr) return nullptr;
+  output->fd = fd;
+  output->is_socket = is_socket;
+  const cookie_io_functions_t functions = {
+      .read = nullptr, .write = Write, .seek = nullptr, .close = Close};
+  FILE* stream = is_socket || OpenAnew(fd) ? fopencookie(output, "w", functions) : nullptr;
+  if (stream == nullptr) {
+    free(output);
+    return nullptr;
+  }
+  setvbuf(stream, nullptr, _IONBF, 0);
+  return stream;
+}
