@@ -1,7 +1,7 @@
 #!/bin/sh
 # Installs the packages of a build tree in a private root, starts and stops the daemon there on a
 # pseudo-terminal, removes and purges the packages, and looks for what is left behind; then does
-# the same with the archive for BusyBox boards.
+# the same with the archive for BusyBox boards, also under an init that respawns the daemon.
 #   test_deb.sh [BUILD-DIRECTORY]     as root; needs busybox
 # The private root is an overlay over this system in namespaces of its own: nothing that happens
 # there is seen outside or outlives the script.
@@ -11,6 +11,7 @@ sources=$(dirname "$0")
 . "$sources/private_root.sh"
 
 fail() {
+  [ ! -s init.log ] || tail -n 20 init.log >&2
   echo "test_deb: $*" >&2
   exit 1
 }
@@ -147,10 +148,37 @@ test_archive() {
   exercise "by the archive" env PATH=/test/applets sh /etc/init.d/S60rs232d
 }
 
+daemon_pid() { busybox pidof rs232d; }
+# Exactly one daemon, another than PID, and it serves.
+is_respawned() { is_serving && [ "$(daemon_pid | wc -w)" = 1 ] && [ "$(daemon_pid)" != "$1" ]; }
+# The init script in the process tree of the init below, with WORD: expects that it says so.
+script_says() {
+  nsenter -t "$init" -m -p env PATH=/test/applets sh /etc/init.d/S60rs232d "$1" >script.log
+  grep -q "$2" script.log || { cat script.log; fail "S60rs232d $1"; }
+}
+
+test_respawn() {
+  printf '::sysinit:/etc/init.d/S60rs232d start\n::respawn:/usr/sbin/rs232d\n' >/etc/inittab
+  unshare --pid --fork --mount-proc --kill-child busybox init >init.log 2>&1 </dev/null &
+  world=$!
+  expect is_respawned none
+  init=$(tr -d ' ' <"/proc/$world/task/$world/children")
+  ended=$(daemon_pid)
+  rs232ctl stop
+  expect is_respawned "$ended"
+  ended=$(daemon_pid)
+  script_says start "left to init"
+  is_respawned none || fail "a second daemon beside the one of init"
+  script_says stop "init starts it again"
+  expect is_respawned "$ended"
+  kill -KILL "$world"
+}
+
 test_inside() {
   make_device
   test_packages
   test_archive
+  test_respawn
   echo "test_deb: passed"
 }
 

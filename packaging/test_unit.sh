@@ -14,12 +14,19 @@ fail() {
   for log in /run/rs232d.log /run/far_end.log /run/syslog /var/nvt/probe /var/nvt/probe.*; do
     [ ! -s "$log" ] || { echo "--- $log" >&2; tail -n 30 "$log" >&2; }
   done
+  [ ! -d /test ] || systemctl status --no-pager rs232d >&2
   exit 1
 }
 
 # One check: WHAT COMMAND...; the command may take a while to become true.
 check() {
   await "${@:2}" || fail "not so: $1 (${*:2})"
+  printf 'ok: %2d s %s\n' $SECONDS "$1"
+}
+
+# The same of what has to be so at once.
+now() {
+  "${@:2}" || fail "not so: $1 (${*:2})"
   printf 'ok: %2d s %s\n' $SECONDS "$1"
 }
 
@@ -124,6 +131,11 @@ logged() { grep -qa -- "$1" /run/syslog; }
 state_is() { [ "$(systemctl show -P "$1" rs232d)" = "$2" ]; }
 daemon_pid() { systemctl show -P MainPID rs232d; }
 status_is() { grep -q "^$1:[[:space:]]*$2\$" "/proc/$(daemon_pid)/status"; }
+shows() { systemctl show -P StatusText rs232d | grep -qx -- "$1"; }
+is_up() { state_is ActiveState active && is_serving; }
+# More often than a service is started without a pause, unless it may be.
+is_tried_again() { [ "$(systemctl show -P NRestarts rs232d)" -ge 8 ]; }
+has_reported() { ! state_is WatchdogTimestampMonotonic "$1"; }
 file_is() { [ "$(stat -c "$1" "$2" 2>/dev/null)" = "$3" ]; }
 holds() { grep -q -- "$2" "$1" 2>/dev/null; }
 has_ended() { ! kill -0 "$1" 2>/dev/null; }
@@ -138,7 +150,7 @@ start_device() {
   exec 4>/run/to_line
   await saw "ready: $1" || fail "no device $1"
   systemctl start rs232d
-  check "$1: serves" is_serving
+  now "$1: serves when its start has returned" is_serving
 }
 
 # Stops the daemon within LIMIT seconds and takes the device away.
@@ -207,6 +219,7 @@ tries kernel:log dmesg
 tries setuid:user setpriv --reuid=65534 true
 sed -n 's/^\(NoNewPrivs\|Seccomp\|CapBnd\|CapEff\|Umask\):[[:space:]]*/\1 /p' /proc/self/status \
   >/var/nvt/probe.self
+echo "NOTIFY_SOCKET ${NOTIFY_SOCKET-none}" >>/var/nvt/probe.self
 readlink /proc/$$/fd/* >/var/nvt/probe.fds
 mv /var/nvt/probe.new /var/nvt/probe
 PROBE
@@ -270,7 +283,7 @@ check_confinement() {
     check "unit: $line" holds /var/nvt/probe "^$line\$"
   done < <(allowed)
   for line in "NoNewPrivs 1" "Seccomp 2" "CapBnd 0000000000000420" "CapEff 0000000000000420" \
-    "Umask 0022"; do
+    "Umask 0022" "NOTIFY_SOCKET none"; do
     check "unit: $line" holds /var/nvt/probe.self "^$line\$"
   done
   check "HD: the daemon's shell has none of its descriptors" inherits_nothing
@@ -283,12 +296,14 @@ test_relay() {
   exec 3<>/dev/tcp/127.0.0.1/$PTZ_PORT
   printf 'to-line' >&3
   check "relay: client to line, port $PTZ_PORT" saw "raw: to-line"
+  check "relay: status line" shows "QB-620, relay; /dev/ttyS1 open; 1 PTZ clients\?"
   printf 'from-line' >&4
   local words=
   read -r -t 10 -N 9 -u 3 words || true
   check "relay: line to client" [ "$words" = from-line ]
   check "relay: line to UDP port 1860" saw "data: .*line"
   exec 3>&-
+  check "relay: and without a client" shows "QB-620, relay; /dev/ttyS1 open; 0 PTZ clients"
   rs232ctl write --text by-udp
   check "relay: datagram to line" saw "raw: by-udp"
   rs232ctl ptz pan-left
@@ -308,6 +323,49 @@ is_restarted() {
   [ "$(daemon_pid)" != "$1" ] && [ "$(daemon_pid)" != 0 ] && is_serving
 }
 
+# What ends the daemon, and what keeps it from starting.
+test_restarts() {
+  start_device QB-620
+  local ended
+  ended=$(daemon_pid)
+  setpriv --reuid=65534 --clear-groups rs232ctl stop >/run/said
+  check "restart: after a stop datagram from anybody" is_restarted "$ended"
+  now "restart: rs232ctl tells of it" holds /run/said "systemctl stop rs232d"
+
+  systemctl stop rs232d
+  rs232d >/run/by_hand 2>&1 </dev/null &
+  ended=$!
+  check "restart: one that was started by hand has the ports" is_serving
+  ! systemctl start rs232d 2>/dev/null || fail "started beside another daemon"
+  check "restart: tried again while they are taken" is_tried_again
+  rs232ctl stop >/run/said
+  wait "$ended"
+  check "restart: and serves when they are free" is_up
+
+  systemctl stop rs232d
+  mv /dev/ttyS1 /dev/away
+  ! systemctl start rs232d 2>/dev/null || fail "started without a line"
+  check "restart: tried again while there is no line" is_tried_again
+  now "restart: not active meanwhile" state_is ActiveState activating
+  mv /dev/away /dev/ttyS1
+  check "restart: and serves when there is one" is_up
+
+  set_watchdog 3
+  systemctl restart rs232d
+  check "watchdog: it reports" has_reported "$(systemctl show -P WatchdogTimestampMonotonic rs232d)"
+  ended=$(daemon_pid)
+  kill -STOP "$ended"
+  check "watchdog: frozen, it is started again" is_restarted "$ended"
+  now "watchdog: and was not before" state_is NRestarts 1
+  set_watchdog 60
+  stop_device QB-620 5
+}
+
+set_watchdog() {
+  printf '[Service]\nWatchdogSec=%d\n' "$1" >/etc/systemd/system/rs232d.service.d/watchdog.conf
+  systemctl daemon-reload
+}
+
 test_sd() {
   start_device QB-210
   rs232ctl ptz zoom-tele
@@ -320,7 +378,7 @@ test_sd() {
 
 test_hd() {
   start_device QB-310
-  check "HD: camera information" holds /var/nvt/camera.info "RESOLUTION="
+  now "HD: camera information" holds /var/nvt/camera.info "RESOLUTION="
   check "HD: readable for all" file_is %a:%U /var/nvt/camera.info 644:root
   rs232ctl ptz zoom-tele
   check "HD: command to frame" saw "micom: .*zoom"
@@ -356,7 +414,7 @@ test_hd() {
 
 test_lens() {
   start_device QB-420
-  check "lens: camera information" holds /var/nvt/camera.info "VERSION="
+  now "lens: camera information" holds /var/nvt/camera.info "VERSION="
   check "lens: readable for all" file_is %a:%U /var/nvt/camera.info 644:root
   check "lens: positions are read" said "restored posZoom=700, posFocus=590"
   check "lens: P-iris thread" status_is Threads 2
@@ -383,14 +441,15 @@ test_inside() {
   make_probe
   mkdir -p /var/nvt
   mkdir -p /etc/systemd/system/rs232d.service.d
-  # Messages where this script reads them: no journal runs here.
-  printf '[Service]\nStandardOutput=append:/run/rs232d.log\nStandardError=inherit\n' \
-    >/etc/systemd/system/rs232d.service.d/log.conf
+  # Messages where this script reads them: no journal runs here. A shorter pause before a restart.
+  printf '[Service]\nStandardOutput=append:/run/rs232d.log\nStandardError=inherit\n
+    RestartSec=100ms\n' >/etc/systemd/system/rs232d.service.d/test.conf
   dpkg -i /test/*.deb >/run/dpkg.log 2>&1 || { cat /run/dpkg.log; fail "dpkg -i"; }
   check_probe
   check "installed: enabled" systemctl is-enabled --quiet rs232d
   check "installed: not started without a device" state_is ConditionResult no
   test_relay
+  test_restarts
   test_sd
   test_lens
   test_hd

@@ -15,6 +15,7 @@
 #include "tools/device_mode.h"
 #include "tools/failure.h"
 #include "tools/files.h"
+#include "tools/output.h"
 
 namespace tools {
 
@@ -55,7 +56,7 @@ void Ask(const std::string& consequence) {
     throw Failure(EXIT_STATUS_DECLINED,
                   "there is no terminal to ask at whether to " + consequence + "; --yes says so");
   }
-  fprintf(stderr, "This will %s. Go on? [y/N] ", consequence.c_str());
+  Print(stderr, "This will %s. Go on? [y/N] ", consequence.c_str());
   char answer[16] = "";
   const bool is_answered = fgets(answer, sizeof(answer), stdin) != nullptr;
   const std::string text = answer;
@@ -74,7 +75,7 @@ void RunUpdate(const std::string& path, bool is_sure) {
     unlink(MICOM_FIRMWARE_PATH);  // for a later order of somebody else it would be a surprise
     throw;
   }
-  printf("ordered to %s\n", consequence.c_str());
+  Print(stdout, "ordered to %s\n", consequence.c_str());
 }
 
 }  // namespace

@@ -13,6 +13,7 @@
 #include "tools/frame_words.h"
 #include "tools/hex_line.h"
 #include "tools/json.h"
+#include "tools/output.h"
 #include "tools/usage.h"
 
 namespace tools {
@@ -54,14 +55,14 @@ class FrameReader {
   // Throws Failure with `wrong` when there was something that cannot be read.
   void Finish(ExitStatus wrong) {
     if (has_trace_) {
-      Print(sent_.Flush(), Direction::kToDevice);
-      Print(received_.Flush(), Direction::kFromDevice);
+      PrintFrames(sent_.Flush(), Direction::kToDevice);
+      PrintFrames(received_.Flush(), Direction::kFromDevice);
       if (!trace_problem_.empty()) throw Failure(wrong, trace_problem_);
       return;
     }
     if (!problem_.empty()) throw Failure(wrong, problem_);
     if (bytes_.empty()) throw Failure(wrong, "there are no bytes to explain");
-    Print(ExplainBytes(bytes_, protocol_), Direction::kUnknown);
+    PrintFrames(ExplainBytes(bytes_, protocol_), Direction::kUnknown);
   }
 
  private:
@@ -72,10 +73,10 @@ class FrameReader {
     for (const ExplainedFrame& frame : frames) {
       if (is_sent && frame.protocol == Protocol::kFirmware) received_.ExpectFirmwareAnswer();
     }
-    Print(frames, line.direction);
+    PrintFrames(frames, line.direction);
   }
 
-  void Print(const std::vector<ExplainedFrame>& frames, Direction direction) const {
+  void PrintFrames(const std::vector<ExplainedFrame>& frames, Direction direction) const {
     const char* tag = direction == Direction::kFromDevice ? SERIAL_TRACE_RECV : SERIAL_TRACE_SEND;
     for (const ExplainedFrame& frame : frames) {
       if (is_json_) {
@@ -87,9 +88,9 @@ class FrameReader {
         AddFrame(frame, object.get());
         PrintJsonLine(object);
       } else if (has_trace_) {
-        printf("%s %s  %s\n", time_.c_str(), tag, FrameText(frame).c_str());
+        Print(stdout, "%s %s  %s\n", time_.c_str(), tag, FrameText(frame).c_str());
       } else {
-        printf("%6zu  %s\n", frame.offset, FrameText(frame).c_str());
+        Print(stdout, "%6zu  %s\n", frame.offset, FrameText(frame).c_str());
       }
     }
   }

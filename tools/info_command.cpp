@@ -12,6 +12,7 @@
 #include "tools/failure.h"
 #include "tools/files.h"
 #include "tools/json.h"
+#include "tools/output.h"
 
 namespace tools {
 
@@ -51,7 +52,7 @@ void RunInfo(bool is_json) {
   const Json object = OwnJson(json_object_new_object());
   for (const Fact& fact : facts) {
     json_object_object_add(object.get(), fact.key.c_str(), NewJsonText(fact.value));
-    if (!is_json) printf("%-11s %s\n", fact.key.c_str(), fact.value.c_str());
+    if (!is_json) Print(stdout, "%-11s %s\n", fact.key.c_str(), fact.value.c_str());
   }
   if (is_json) PrintJson(object);
 }

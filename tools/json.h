@@ -3,10 +3,11 @@
 
 #include <json-c/json.h>
 
-#include <cstdio>
 #include <initializer_list>
 #include <memory>
 #include <string>
+
+#include "tools/output.h"
 
 namespace tools {
 
@@ -35,20 +36,20 @@ inline json_object* NewJsonText(const std::string& text) {
   return json_object_new_string_len(text.data(), static_cast<int>(text.size()));
 }
 
-// A value over several lines, as people read it.
+// A value over several lines, as people read it, the last with its line feed.
 inline std::string JsonText(const Json& value) {
   constexpr int kStyle =
       JSON_C_TO_STRING_PRETTY | JSON_C_TO_STRING_SPACED | JSON_C_TO_STRING_NOSLASHESCAPE;
-  return json_object_to_json_string_ext(value.get(), kStyle);
+  return EscapedJson(json_object_to_json_string_ext(value.get(), kStyle)) + "\n";
 }
 
-// Prints a value on standard output, a line feed at the end: over several lines, or in one.
+// Prints a value on standard output: over several lines, or in one.
 inline void PrintJson(const Json& value) {
-  printf("%s\n", JsonText(value).c_str());
+  PrintText(JsonText(value));
 }
 inline void PrintJsonLine(const Json& value) {
   constexpr int kStyle = JSON_C_TO_STRING_PLAIN | JSON_C_TO_STRING_NOSLASHESCAPE;
-  printf("%s\n", json_object_to_json_string_ext(value.get(), kStyle));
+  PrintText(EscapedJson(json_object_to_json_string_ext(value.get(), kStyle)));
 }
 
 }  // namespace tools

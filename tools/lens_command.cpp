@@ -13,6 +13,7 @@
 #include "tools/lens_plot.h"
 #include "tools/lens_report.h"
 #include "tools/lens_trace.h"
+#include "tools/output.h"
 #include "tools/usage.h"
 
 namespace tools {
@@ -50,10 +51,6 @@ void WriteWhole(const std::string& path, const std::string& text) {
   if (fclose(file.release()) != 0 || !written) FailAt("write", path);
 }
 
-void Print(const std::string& text) {
-  fwrite(text.data(), 1, text.size(), stdout);
-}
-
 struct FitArguments {
   std::string log;
   std::string out;
@@ -74,11 +71,11 @@ void Fit(const FitArguments& arguments) {
   const std::string table = TableText(arguments.name, fit.Table());
   if (!arguments.out.empty()) WriteWhole(arguments.out, table);
   if (!arguments.svg.empty()) WriteWhole(arguments.svg, FitPicture(fit));
-  Print(arguments.json ? FitJson(log, fit) : FitReport(log, fit));
-  if (!arguments.json && arguments.out.empty()) Print("\n" + table);
+  PrintText(arguments.json ? FitJson(log, fit) : FitReport(log, fit));
+  if (!arguments.json && arguments.out.empty()) PrintText("\n" + table);
   const std::string warnings = FitWarnings(log, fit);
   for (size_t at = 0, end = 0; (end = warnings.find('\n', at)) != std::string::npos; at = end + 1)
-    fprintf(stderr, "rs232ctl: warning: %s\n", warnings.substr(at, end - at).c_str());
+    Print(stderr, "rs232ctl: warning: %s\n", warnings.substr(at, end - at).c_str());
 }
 
 // The table is pasted into a source.
@@ -134,7 +131,7 @@ void AddPlotCommand(CLI::App* lens) {
   plot->footer("Example: rs232ctl lens plot --svg curves.svg");
   plot->final_callback([svg] {
     if (svg->empty()) {
-      Print(KnownCurvesText());
+      PrintText(KnownCurvesText());
     } else {
       WriteWhole(*svg, KnownCurvesPicture());
     }

@@ -17,7 +17,7 @@ constexpr double kUncertaintyMax = 5;
 // Share of the points beyond which so many dropped ones say that something is wrong.
 constexpr double kDroppedShareMax = 0.25;
 
-[[gnu::format(printf, 1, 2)]] std::string Format(const char* format, ...) {
+[[gnu::format(__printf__, 1, 2)]] std::string Format(const char* format, ...) {
   std::array<char, 256> text;
   va_list arguments;
   va_start(arguments, format);
@@ -160,7 +160,7 @@ std::string FitJson(const TraceLog& log, const LensFit& fit) {
                      {"spacing", NewCount(fit.spacing)},
                      {"entries", entries},
                      {"known_curves", curves}}));
-  return JsonText(report) + "\n";
+  return JsonText(report);
 }
 
 std::string FitWarnings(const TraceLog& log, const LensFit& fit) {

@@ -30,6 +30,7 @@
 #include "tools/frame_words.h"
 #include "tools/hex.h"
 #include "tools/json.h"
+#include "tools/output.h"
 #include "tools/parse.h"
 #include "tools/usage.h"
 
@@ -70,7 +71,8 @@ void PrintDump(Bytes bytes, size_t offset) {
   constexpr int kRowWidth = 3 * kRow - 1;
   while (!bytes.empty()) {
     const Bytes row = bytes.first(std::min(bytes.size(), kRow));
-    printf("  %08zx  %-*s  |%s|\n", offset, kRowWidth, Hex(row).c_str(), PlainText(row).c_str());
+    Print(stdout, "  %08zx  %-*s  |%s|\n", offset, kRowWidth, Hex(row).c_str(),
+          PlainText(row).c_str());
     offset += row.size();
     bytes = bytes.subspan(row.size());
   }
@@ -112,8 +114,8 @@ class MonitorView {
       PrintJsonLine(object);
       return;
     }
-    printf("%s  %zu %s\n", TraceTime(time_).c_str(), bytes.size(),
-           bytes.size() == 1 ? "byte" : "bytes");
+    Print(stdout, "%s  %zu %s\n", TraceTime(time_).c_str(), bytes.size(),
+          bytes.size() == 1 ? "byte" : "bytes");
     PrintDump(bytes, offset_);
   }
 
@@ -125,7 +127,7 @@ class MonitorView {
       PrintJsonLine(object);
       return;
     }
-    printf("%s  no serial data datagram: %s\n", TraceTime(time_).c_str(), problem.c_str());
+    Print(stdout, "%s  no serial data datagram: %s\n", TraceTime(time_).c_str(), problem.c_str());
     PrintDump(datagram, 0);
   }
 
@@ -136,7 +138,7 @@ class MonitorView {
         AddFrame(frame, object.get());
         PrintJsonLine(object);
       } else {
-        printf("  %08zx  %s\n", frame.offset, FrameText(frame).c_str());
+        Print(stdout, "  %08zx  %s\n", frame.offset, FrameText(frame).c_str());
       }
     }
   }
@@ -230,10 +232,10 @@ void Watch(const Request& request, MonitorView* view) {
 void WarnOfSilence() {
   const std::string model = DeviceModel();
   if (ModeOfModel(model) != MODE_LENS) return;
-  fprintf(stderr,
-          "rs232ctl: warning: this device, %s, sends no serial data; 'rs232d 1 | rs232ctl frames' "
-          "shows its line\n",
-          model.c_str());
+  Print(stderr,
+        "rs232ctl: warning: this device, %s, sends no serial data; 'rs232d 1 | rs232ctl frames' "
+        "shows its line\n",
+        model.c_str());
 }
 
 void RunMonitor(const Request& request) {

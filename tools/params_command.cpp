@@ -18,6 +18,7 @@
 #include "tools/failure.h"
 #include "tools/files.h"
 #include "tools/json.h"
+#include "tools/output.h"
 #include "tools/param_fields.h"
 
 namespace tools {
@@ -92,14 +93,14 @@ void Show(const std::string& path, bool is_json) {
     if (IsModel(field)) {
       const std::string model = ModelIn(block);
       json_object_object_add(object.get(), field.name, NewJsonText(model));
-      if (!is_json) printf("%-13s %s\n", field.name, model.c_str());
+      if (!is_json) Print(stdout, "%-13s %s\n", field.name, model.c_str());
       continue;
     }
     const int32_t value = NumberIn(block, field);
     json_object_object_add(object.get(), field.name, json_object_new_int(value));
     if (is_json) continue;
-    printf("%-13s %s%s\n", field.name, ParamText(field, value).c_str(),
-           IsKnown(field, value) ? "" : "  (not known)");
+    Print(stdout, "%-13s %s%s\n", field.name, ParamText(field, value).c_str(),
+          IsKnown(field, value) ? "" : "  (not known)");
   }
   if (is_json) PrintJson(object);
 }

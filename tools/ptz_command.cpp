@@ -14,6 +14,7 @@
 #include "tools/device_mode.h"
 #include "tools/failure.h"
 #include "tools/json.h"
+#include "tools/output.h"
 #include "tools/parse.h"
 #include "tools/ptz_verbs.h"
 #include "tools/timed_motion.h"
@@ -105,12 +106,12 @@ void RunVerb(const PtzVerb& verb, const Request& request) {
 // --- The list ----------------------------------------------------------------------------------
 
 void PrintTable() {
-  printf("%-16s %-18s %-6s %-5s %s\n", "VERB", "ARGUMENTS", "CODE", "--for", "WORKS IN");
+  Print(stdout, "%-16s %-18s %-6s %-5s %s\n", "VERB", "ARGUMENTS", "CODE", "--for", "WORKS IN");
   for (const PtzVerb& verb : PtzVerbs()) {
     char code[sizeof("0xFFFF")] = "any";
     if (verb.arguments != VerbArguments::kCode) snprintf(code, sizeof(code), "0x%04X", verb.code);
-    printf("%-16s %-18s %-6s %-5s %s\n", verb.name, ArgumentsText(verb.arguments), code,
-           verb.stop_code == NO_STOP_CODE ? "" : "yes", ModesText(verb.modes).c_str());
+    Print(stdout, "%-16s %-18s %-6s %-5s %s\n", verb.name, ArgumentsText(verb.arguments), code,
+          verb.stop_code == NO_STOP_CODE ? "" : "yes", ModesText(verb.modes).c_str());
   }
 }
 

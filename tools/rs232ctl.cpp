@@ -5,6 +5,7 @@
 
 #include "tools/commands.h"
 #include "tools/failure.h"
+#include "tools/output.h"
 #include "tools/usage.h"
 
 namespace {
@@ -57,13 +58,13 @@ int Run(int argc, char** argv) {
     FinishOutput();
     return tools::EXIT_STATUS_DONE;
   } catch (const CLI::ParseError& error) {
-    fprintf(stderr, "rs232ctl: %s\n", tools::DescribeParseError(app, error).c_str());
+    tools::Print(stderr, "rs232ctl: %s\n", tools::DescribeParseError(app, error).c_str());
     return tools::EXIT_STATUS_USAGE;
   } catch (const tools::Failure& failure) {
-    fprintf(stderr, "rs232ctl: %s\n", failure.what());
+    tools::Print(stderr, "rs232ctl: %s\n", failure.what());
     return failure.status;
   } catch (const std::exception& error) {
-    fprintf(stderr, "rs232ctl: %s\n", error.what());
+    tools::Print(stderr, "rs232ctl: %s\n", error.what());
     return tools::EXIT_STATUS_FAILED;
   }
 }

@@ -28,12 +28,15 @@ TEST_F(CtlCommand, WrongLinesGetOneLineAndAStatus) {
        "this device, QB-100, does not answer pan-left; these do: relay (QB-620)"},
       {"info", 1, "there is no /var/nvt/camera.info: no module or lens has told about itself"},
       {"ptz zoom-tele --for 60s", 3, nobody},
+      {"frames '\x1B[2J\n'", 2, R"('\x1B' is not hexadecimal)"},
       {"stop", 3, "nobody listens at UDP port 10020 of 127.0.0.1; does rs232d run?"},
   };
   Install();
   std::filesystem::remove(CAMERA_INFO_PATH);
   for (const auto& [arguments, status, error] : rows)
     ExpectCtl(arguments, status, error);
+  sim::WriteTextFile(CAMERA_INFO_PATH, "VERSION=\x1B]0;owned\x07");
+  EXPECT_EQ(RunCtl("info").output, "version     \\x1B]0;owned\\x07\n");
   sim::WriteTextFile("/etc/udp_port_table.conf", "");
   ExpectCtl("stop", 1, "/etc/udp_port_table.conf gives no port as RS232_DAEMON_PORT");
 }

@@ -1,8 +1,9 @@
-// What users type: numbers, durations, bytes, names that are nearly right.
+// What users type: numbers, durations, bytes, names that are nearly right; and what they are shown.
 #include <gtest/gtest.h>
 
 #include "sim/pty_line.h"
 #include "tools/failure.h"
+#include "tools/json.h"
 #include "tools/nearest_name.h"
 #include "tools/param_fields.h"
 #include "tools/parse.h"
@@ -51,6 +52,26 @@ TEST(CtlParse, NearestName) {
   for (const auto& [typed, nearest] : rows)
     EXPECT_EQ(tools::NearestName(typed, names), nearest) << typed;
   EXPECT_EQ(tools::DidYouMean("pan", names), ", did you mean pan-left or pan-right?");
+}
+
+TEST(CtlOutput, NothingThatATerminalObeys) {
+  // What comes in, as a text, as JSON.
+  const std::tuple<std::string, const char*, const char*> rows[] = {
+      {"\u00E9 \u30AB \U0001F4F7", "\u00E9 \u30AB \U0001F4F7", "\u00E9 \u30AB \U0001F4F7"},
+      {{"\0\n\x1B[\x7F", 5}, R"(\x00\x0A\x1B[\x7F)", R"(\u0000\n\u001b[\u007f)"},
+      {"\u0080\u009F", R"(\xC2\x80\xC2\x9F)", R"(\u0080\u009f)"},
+      {"\u202E\u2066", R"(\xE2\x80\xAE\xE2\x81\xA6)", R"(\u202e\u2066)"},
+      // Not UTF-8: C1 as one byte, a long form of ESC, a surrogate, a code past the last, a cut
+      // one.
+      {"\x9B \xC0\x9B \xED\xA0\x80 \xF4\x90\x80\x80 \xE3\x82",
+       R"(\x9B \xC0\x9B \xED\xA0\x80 \xF4\x90\x80\x80 \xE3\x82)",
+       R"(\\x9B \\xC0\\x9B \\xED\\xA0\\x80 \\xF4\\x90\\x80\\x80 \\xE3\\x82)"},
+  };
+  for (const auto& [text, shown, json] : rows) {
+    EXPECT_EQ(tools::Escaped(text), shown);
+    const std::string quoted = std::string(1, '"').append(json).append("\"\n");
+    EXPECT_EQ(tools::JsonText(tools::OwnJson(tools::NewJsonText(text))), quoted);
+  }
 }
 
 // --- Parameters -------------------------------------------------------------------------------
