@@ -5,9 +5,11 @@
 #include <gtest/gtest.h>
 #include <netdb.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <string>
 #include <type_traits>
@@ -50,6 +52,13 @@ void ExpectTakes(double least_ms, Action action, double slack_ms = 500) {
   const std::chrono::duration<double, std::milli> taken = sim::Clock::now() - start;
   EXPECT_GE(taken.count(), least_ms);
   EXPECT_LT(taken.count(), least_ms + slack_ms);
+}
+
+// Seconds of the kernel's clock, which goes on while that of the tests stands still.
+inline double RealSeconds() {
+  timespec now = {};
+  syscall(SYS_clock_gettime, CLOCK_MONOTONIC, &now);
+  return static_cast<double>(now.tv_sec);
 }
 
 inline auto OpenDescriptors() {

@@ -26,6 +26,7 @@
 #include "sim/leftovers.h"
 #include "sim/lens_micom.h"
 #include "sim/virtual_time.h"
+#include "tests/support.h"
 #include "tests/system/device_fixture.h"
 #include "util/conf_file.h"
 
@@ -93,12 +94,6 @@ struct Source {
 double Variable(const char* name, double otherwise) {
   const char* text = getenv(name);
   return text != nullptr ? strtod(text, nullptr) : otherwise;
-}
-
-double RealSeconds() {
-  timespec now = {};
-  syscall(SYS_clock_gettime, CLOCK_MONOTONIC, &now);
-  return static_cast<double>(now.tv_sec);
 }
 
 // Files that a daemon may leave behind, and processes.
@@ -379,7 +374,8 @@ class LongLife : public DeviceTest, public testing::WithParamInterface<Mode> {
       Resume(source);
       sim::WaitUntil([&] { return source->next == down_sent_; }, milliseconds(1000));
       // The kernel opens a full connection again by a timer of its own. The clock stands still.
-      for (const double end = RealSeconds() + 10; source->next < down_sent_ && RealSeconds() < end;)
+      for (const double end = support::RealSeconds() + 10;
+           source->next < down_sent_ && support::RealSeconds() < end;)
         TakeClient(source);
     } else {
       AwaitClients(kClients - 1);
@@ -546,7 +542,7 @@ TEST_P(LongLife, LosesNothing) {
   std::ranges::copy_if(kCommands, std::back_inserter(commands_),
                        [this](const Command& command) { return command.mode == mode_.name; });
   const double seconds = Variable("RS232_LIFE_SECONDS", 0);
-  const double end = RealSeconds() + seconds;
+  const double end = support::RealSeconds() + seconds;
   // One of three lives is long enough that memory would be seen to grow.
   const size_t long_life = seconds == 0 ? 40 : 400;
   do {
@@ -558,7 +554,7 @@ TEST_P(LongLife, LosesNothing) {
       if (HasFailure()) break;
       EndLife(how);
     }
-  } while (RealSeconds() < end && !HasFailure());
+  } while (support::RealSeconds() < end && !HasFailure());
   printf("%s: seed %u", mode_.name, seed_);
   for (const auto& [what, count] : counts_)
     printf(", %ld %s", count, what.c_str());

@@ -108,7 +108,7 @@ int Waiting(int fd) {
 
 // Sets the wall clock off what it would be.
 void SetWallClock(int64_t offset_ns) {
-  if (sim::VirtualTime() != nullptr) sim::VirtualTime()->set_wall_offset(offset_ns);
+  if (sim::IsTimeVirtual()) sim::VirtualTime()->set_wall_offset(offset_ns);
 }
 
 uint64_t Waits() {
