@@ -296,14 +296,14 @@ test_relay() {
   exec 3<>/dev/tcp/127.0.0.1/$PTZ_PORT
   printf 'to-line' >&3
   check "relay: client to line, port $PTZ_PORT" saw "raw: to-line"
-  check "relay: status line" shows "QB-620, relay; /dev/ttyS1 open; 1 PTZ clients\?"
+  check "relay: status line" shows "QB-620, relay; /dev/ttyS1 open; PTZ clients: 1"
   printf 'from-line' >&4
   local words=
   read -r -t 10 -N 9 -u 3 words || true
   check "relay: line to client" [ "$words" = from-line ]
   check "relay: line to UDP port 1860" saw "data: .*line"
   exec 3>&-
-  check "relay: and without a client" shows "QB-620, relay; /dev/ttyS1 open; 0 PTZ clients"
+  check "relay: and without a client" shows "QB-620, relay; /dev/ttyS1 open; PTZ clients: 0"
   rs232ctl write --text by-udp
   check "relay: datagram to line" saw "raw: by-udp"
   rs232ctl ptz pan-left

@@ -7,6 +7,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <climits>
 #include <csignal>
 #include <cstdio>
@@ -42,7 +43,8 @@ void CloseInherited() {
   constexpr unsigned kFirst = STDERR_FILENO + 1;
   if (syscall(SYS_close_range, kFirst, UINT_MAX, 0) == 0) return;
   // Linux before 5.9.
-  const auto limit = static_cast<int>(sysconf(_SC_OPEN_MAX));
+  constexpr long kMostTried = 65536;
+  const auto limit = static_cast<int>(std::min(sysconf(_SC_OPEN_MAX), kMostTried));
   for (int fd = kFirst; fd < limit; ++fd)
     close(fd);
 }
@@ -96,5 +98,8 @@ int main(int argc, char** argv) {
   }
   CUTIL_NotifyStopping();
   ReleaseResources(&g_rs232_context);
+  // What waits for its reader gets a last chance.
+  fclose(stdout);
+  fclose(stderr);
   return EXIT_SUCCESS;
 }

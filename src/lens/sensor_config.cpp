@@ -73,11 +73,11 @@ bool FindLine(FILE* file, const char* key, ConfLine* line) {
 
 // --- The tuning file ---------------------------------------------------------------------------
 
-// Returns the length of a regular file that is not too long, else -1.
+// Returns the length of an open file, at most ISP_FILE_MAX; -1 when it cannot be had.
 long LengthOf(FILE* file) {
   struct stat status;
   if (fstat(fileno(file), &status) != 0) return -1;
-  return status.st_size <= ISP_FILE_MAX ? static_cast<long>(status.st_size) : -1;
+  return std::min(static_cast<long>(status.st_size), ISP_FILE_MAX);
 }
 
 int32_t ReadAntiflicker(const char* text) {

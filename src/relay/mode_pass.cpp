@@ -68,8 +68,8 @@ void ReportStatus(ModePass* self) {
   if (clients == self->reported_clients && line == self->reported_line) return;
   self->reported_clients = clients;
   self->reported_line = line;
-  char ptz[sizeof("10 PTZ clients")] = "no PTZ server";
-  if (server != nullptr) snprintf(ptz, sizeof(ptz), "%d PTZ clients", clients);
+  char ptz[sizeof("PTZ clients: 10")] = "no PTZ server";
+  if (server != nullptr) snprintf(ptz, sizeof(ptz), "PTZ clients: %d", clients);
   char text[CUTIL_NOTIFY_STATUS_SIZE];
   snprintf(text, sizeof(text), "%s, %s; %s %s; %s", self->context->settings->model,
            self->hooks->name, OpenedDevicePath(), line ? "open" : "lost", ptz);
@@ -292,6 +292,7 @@ void ModePassInit(ModePass* self, const Rs232Context* context, const ModeHooks* 
   LineSourceInit(&self->line, *context);
   self->clients_held = false;
   self->reported_clients = kNothingReported;
+  self->reported_line = false;
   self->stray_line_us = 0;
   self->RunOnce = RunOnce;
   self->Run = Run;

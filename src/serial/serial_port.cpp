@@ -125,10 +125,14 @@ int QueuedBytes(int fd) {
   return ioctl(fd, TIOCOUTQ, &queued) == 0 ? queued : -1;
 }
 
+int64_t LineTimeUs(int fd, int characters) {
+  return characters * kBitsPerCharacter * kUsPerS / PresentBaudRate(fd);
+}
+
 DrainLimit DrainLimitFor(int fd, int written) {
-  const int64_t characters = std::max({QueuedBytes(fd), written, 0});
-  const int64_t line_us = characters * kBitsPerCharacter * kUsPerS / PresentBaudRate(fd);
-  return {.begin_us = CUTIL_MonotonicUs(), .length_us = line_us + kDrainMarginUs};
+  const int characters = std::max({QueuedBytes(fd), written, 0});
+  return {.begin_us = CUTIL_MonotonicUs(),
+          .length_us = LineTimeUs(fd, characters) + kDrainMarginUs};
 }
 
 bool IsOver(const DrainLimit& limit) {
@@ -183,13 +187,19 @@ void SetDrainTimer(timer_t timer, long period_ns) {
 // Lets the driver wait for what it has handed to the device. Its call has no limit of its own: an
 // adapter whose flow control holds it up would hold the daemon up for ever. A timer interrupts the
 // call so that it can be given up.
-void DrainByDriver(int fd, int written) {
+// Without a timer the time that the bytes need is waited for. `whole` is the limit of a wait that
+// has begun already, null for a new one.
+void DrainByDriver(int fd, int written, const DrainLimit* whole) {
   thread_local timer_t timer;
-  thread_local const bool has_timer = MakeDrainTimer(&timer);
-  if (!has_timer) return;
+  thread_local bool has_timer = false;
+  if (!has_timer) has_timer = MakeDrainTimer(&timer);
+  if (!has_timer) {
+    CUTIL_SleepUs(LineTimeUs(fd, written));
+    return;
+  }
   SetDrainTimer(timer, kDrainLookNs);
   if (tcdrain(fd) != 0 && errno == EINTR) {
-    const DrainLimit limit = DrainLimitFor(fd, written);
+    const DrainLimit limit = whole != nullptr ? *whole : DrainLimitFor(fd, written);
     while (!IsOver(limit) && tcdrain(fd) != 0 && errno == EINTR)
       CUTIL_NotifyServe();
   }
@@ -200,12 +210,12 @@ void DrainByDriver(int fd, int written) {
 // until the output queue is, then lets the driver flush its own. Ends at a hang-up.
 void DrainByQueue(int fd, int written) {
   int queued = QueuedBytes(fd);
-  if (queued > 0) {
-    const DrainLimit limit = DrainLimitFor(fd, written);
-    while ((queued = QueuedBytes(fd)) > 0 && !IsOver(limit))
-      CUTIL_SleepUs(kQueueLookUs);
-  }
-  if (queued == 0) DrainByDriver(fd, written);
+  if (queued == 0) return DrainByDriver(fd, written, nullptr);
+  if (queued < 0) return;
+  const DrainLimit limit = DrainLimitFor(fd, written);
+  while ((queued = QueuedBytes(fd)) > 0 && !IsOver(limit))
+    CUTIL_SleepUs(kQueueLookUs);
+  if (queued == 0) DrainByDriver(fd, written, &limit);
 }
 
 // A driver that could not tell is not asked again.

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
@@ -15,25 +16,31 @@
 namespace {
 
 constexpr size_t kMessageSize = CUTIL_NOTIFY_STATUS_SIZE + 64;
+// After a report that the manager could not take.
+constexpr int64_t kRetryUs = 100'000;
+constexpr int64_t kNever = INT64_MAX;
 
 struct Notifier {
   int fd;  // -1: nobody to report to
   sockaddr_un address;
   socklen_t address_length;
-  int64_t watchdog_us;    // the manager's limit; 0: none
-  int64_t next_alive_us;  // monotonic time of the next sign of life
+  int64_t watchdog_us;  // the manager's limit; 0: none
   char status[CUTIL_NOTIFY_STATUS_SIZE];
-  bool is_status_due;
-  int64_t next_status_us;  // monotonic time before which no status line is sent
+  // Monotonic times at which each report is due, kNever for none.
+  int64_t ready_us;
+  int64_t alive_us;
+  int64_t status_us;
+  int64_t next_status_us;  // before which no status line is sent
 };
 
 Notifier g_notifier = {.fd = -1,
                        .address = {},
                        .address_length = 0,
                        .watchdog_us = 0,
-                       .next_alive_us = 0,
                        .status = {},
-                       .is_status_due = false,
+                       .ready_us = kNever,
+                       .alive_us = kNever,
+                       .status_us = kNever,
                        .next_status_us = 0};
 
 thread_local bool t_reports = false;
@@ -58,25 +65,31 @@ int64_t WatchdogUs() {
   return std::max<int64_t>(strtoll(limit, nullptr, 10), 0);
 }
 
-void Send(const char* message) {
-  sendto(g_notifier.fd, message, strlen(message), MSG_DONTWAIT | MSG_NOSIGNAL,
-         reinterpret_cast<const sockaddr*>(&g_notifier.address), g_notifier.address_length);
+// Returns false when the manager has no room for the message now.
+bool Send(const char* message) {
+  const auto* address = reinterpret_cast<const sockaddr*>(&g_notifier.address);
+  const ssize_t sent = sendto(g_notifier.fd, message, strlen(message), MSG_DONTWAIT | MSG_NOSIGNAL,
+                              address, g_notifier.address_length);
+  return sent >= 0 || errno != EAGAIN;
+}
+
+void SendReady(int64_t now_us) {
+  g_notifier.ready_us = Send("READY=1") ? kNever : now_us + kRetryUs;
 }
 
 void SendAlive(int64_t now_us) {
   char message[kMessageSize];
   const auto limit_us = static_cast<long long>(g_notifier.watchdog_us);
   snprintf(message, sizeof(message), "WATCHDOG=1\nEXTEND_TIMEOUT_USEC=%lld", limit_us);
-  Send(message);
-  g_notifier.next_alive_us = now_us + g_notifier.watchdog_us / 2;
+  g_notifier.alive_us = now_us + (Send(message) ? g_notifier.watchdog_us / 2 : kRetryUs);
 }
 
 void SendStatus(int64_t now_us) {
   char message[kMessageSize];
   snprintf(message, sizeof(message), "STATUS=%s", g_notifier.status);
-  Send(message);
-  g_notifier.is_status_due = false;
-  g_notifier.next_status_us = now_us + CUTIL_NOTIFY_STATUS_US;
+  const bool is_sent = Send(message);
+  g_notifier.status_us = is_sent ? kNever : now_us + kRetryUs;
+  if (is_sent) g_notifier.next_status_us = now_us + CUTIL_NOTIFY_STATUS_US;
 }
 
 }  // namespace
@@ -87,6 +100,7 @@ void CUTIL_NotifyInit() {
     g_notifier.fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     g_notifier.watchdog_us = WatchdogUs();
     t_reports = g_notifier.fd >= 0;
+    if (g_notifier.watchdog_us > 0) g_notifier.alive_us = CUTIL_MonotonicUs();
   }
   for (const char* variable : {"NOTIFY_SOCKET", "WATCHDOG_USEC", "WATCHDOG_PID"})
     unsetenv(variable);
@@ -97,7 +111,9 @@ bool CUTIL_NotifyIsOn() {
 }
 
 void CUTIL_NotifyReady() {
-  if (t_reports) Send("READY=1");
+  if (!t_reports) return;
+  g_notifier.ready_us = CUTIL_MonotonicUs();
+  CUTIL_NotifyServe();
 }
 
 void CUTIL_NotifyStopping() {
@@ -106,26 +122,26 @@ void CUTIL_NotifyStopping() {
 
 void CUTIL_NotifyStatus(const char* text) {
   if (!t_reports) return;
-  snprintf(g_notifier.status, sizeof(g_notifier.status), "%s", text);
-  // A line feed would begin another assignment.
-  const auto is_control = [](char c) { return static_cast<unsigned char>(c) < ' '; };
-  std::replace_if(g_notifier.status, g_notifier.status + strlen(g_notifier.status), is_control,
-                  '?');
-  g_notifier.is_status_due = true;
+  char* status = g_notifier.status;
+  snprintf(status, sizeof(g_notifier.status), "%s", text);
+  // A line feed would begin another assignment; the manager takes valid UTF-8 only.
+  std::replace_if(
+      status, status + strlen(status), [](char c) { return c < ' ' || c > '~'; }, '?');
+  g_notifier.status_us = g_notifier.next_status_us;
   CUTIL_NotifyServe();
 }
 
 void CUTIL_NotifyServe() {
   if (!t_reports) return;
   const int64_t now_us = CUTIL_MonotonicUs();
-  if (g_notifier.watchdog_us > 0 && now_us >= g_notifier.next_alive_us) SendAlive(now_us);
-  if (g_notifier.is_status_due && now_us >= g_notifier.next_status_us) SendStatus(now_us);
+  if (now_us >= g_notifier.ready_us) SendReady(now_us);
+  if (now_us >= g_notifier.alive_us) SendAlive(now_us);
+  if (now_us >= g_notifier.status_us) SendStatus(now_us);
 }
 
 int64_t CUTIL_NotifyWaitUs() {
-  if (!t_reports) return INT64_MAX;
-  int64_t next_us = INT64_MAX;
-  if (g_notifier.watchdog_us > 0) next_us = g_notifier.next_alive_us;
-  if (g_notifier.is_status_due) next_us = std::min(next_us, g_notifier.next_status_us);
-  return next_us == INT64_MAX ? next_us : std::max<int64_t>(next_us - CUTIL_MonotonicUs(), 0);
+  if (!t_reports) return kNever;
+  const int64_t next_us =
+      std::min({g_notifier.ready_us, g_notifier.alive_us, g_notifier.status_us});
+  return next_us == kNever ? kNever : std::max<int64_t>(next_us - CUTIL_MonotonicUs(), 0);
 }

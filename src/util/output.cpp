@@ -1,6 +1,7 @@
 #include "util/output.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -17,6 +18,7 @@ constexpr size_t kPendingSize = 4096;
 struct Output {
   int fd;
   bool is_socket;
+  bool may_block;     // it could not be opened anew
   bool is_in_line;    // the last byte was not a line feed
   bool drops_line;    // the rest of this line is dropped
   long long dropped;  // lines since the reader took one
@@ -24,19 +26,29 @@ struct Output {
   char bytes[kPendingSize];
 };
 
+// Writes to what may block. A terminal that has room takes one byte at least, a pipe a whole line.
+ssize_t WriteIfRoom(const Output& output) {
+  pollfd room = {.fd = output.fd, .events = POLLOUT, .revents = 0};
+  if (poll(&room, 1, 0) <= 0) return 0;
+  return write(output.fd, output.bytes, isatty(output.fd) != 0 ? 1 : output.pending);
+}
+
+// Returns the bytes written, 0 when the reader has no room, -1 when it is gone.
 ssize_t WriteSome(const Output& output) {
-  if (output.is_socket) {
-    return send(output.fd, output.bytes, output.pending, MSG_DONTWAIT | MSG_NOSIGNAL);
+  while (true) {
+    const ssize_t count = output.is_socket   ? send(output.fd, output.bytes, output.pending,
+                                                    MSG_DONTWAIT | MSG_NOSIGNAL)
+                          : output.may_block ? WriteIfRoom(output)
+                                             : write(output.fd, output.bytes, output.pending);
+    if (count >= 0 || errno != EINTR) return count < 0 && errno == EAGAIN ? 0 : count;
   }
-  return write(output.fd, output.bytes, output.pending);
 }
 
 // Writes what waits, as far as the reader takes it. Returns true when nothing waits any more.
 bool WritePending(Output* output) {
   while (output->pending > 0) {
     const ssize_t count = WriteSome(*output);
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0 && errno == EAGAIN) return false;
+    if (count == 0) return false;
     // A reader that is gone needs nothing any more.
     const size_t taken = count < 0 ? output->pending : static_cast<size_t>(count);
     output->pending -= taken;
@@ -92,6 +104,7 @@ ssize_t Write(void* cookie, const char* bytes, size_t size) {
 }
 
 int Close(void* cookie) {
+  Flush(static_cast<Output*>(cookie));
   free(cookie);
   return 0;
 }
@@ -116,15 +129,16 @@ FILE* CUTIL_OpenOutput(int fd) {
   if (!is_socket && !S_ISFIFO(status.st_mode) && isatty(fd) == 0) return nullptr;
   auto* output = static_cast<Output*>(calloc(1, sizeof(Output)));
   if (output == nullptr) return nullptr;
-  output->fd = fd;
-  output->is_socket = is_socket;
   const cookie_io_functions_t functions = {
       .read = nullptr, .write = Write, .seek = nullptr, .close = Close};
-  FILE* stream = is_socket || OpenAnew(fd) ? fopencookie(output, "w", functions) : nullptr;
+  FILE* stream = fopencookie(output, "w", functions);
   if (stream == nullptr) {
     free(output);
     return nullptr;
   }
+  output->fd = fd;
+  output->is_socket = is_socket;
+  output->may_block = !is_socket && !OpenAnew(fd);
   setvbuf(stream, nullptr, _IONBF, 0);
   return stream;
 }

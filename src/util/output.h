@@ -10,7 +10,9 @@
 
 // Opens an unbuffered stream on the terminal, pipe or socket `fd`. Returns null with nothing
 // changed when `fd` is anything else (writing to a regular file does not wait for a reader), or
-// cannot be opened anew. A terminal or pipe takes the number `fd` as a new open file that is
-// non-blocking, also for the programs that the daemon starts; other processes keep theirs as it is.
-// The caller closes the stream, which leaves `fd` open.
+// when there is no memory. A terminal or pipe is opened anew in the place of `fd`, non-blocking for
+// the daemon and the programs that it starts, while other processes keep theirs as it is. Where
+// that cannot be done the stream asks for room before each write. What could not be written is
+// tried again with the next line, and when the stream is closed. The caller closes it; `fd` stays
+// open.
 FILE* CUTIL_OpenOutput(int fd);

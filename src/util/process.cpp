@@ -182,6 +182,8 @@ void CUTIL_Reboot() {
   // From here on the system ends this process, and shall not have to wait for it.
   signal(SIGTERM, SIG_DFL);
   CUTIL_RunCommand("/sbin/reboot");
+  // No sign of life from here on: where the reboot fails, a service manager starts the daemon
+  // again.
   while (true)
     pause();
 }

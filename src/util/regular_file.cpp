@@ -35,6 +35,7 @@ FILE* CUTIL_OpenSettings(const char* path, off_t max_bytes) {
   if (file == nullptr && errno == EFBIG) {
     printf("[%s] error open, reason(%s is longer than %lld bytes)\n", "CUTIL_OpenSettings", path,
            static_cast<long long>(max_bytes));
+    errno = EFBIG;
   }
   return file;
 }

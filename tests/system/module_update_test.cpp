@@ -216,12 +216,12 @@ TEST_F(ModuleUpdate, ReportsToTheServiceManager) {
   ServiceManager service(kWatchdogS);
   StartMicom({.troubles = {{1, LoaderFault::kSilent, kForEver}}});
   const std::string status = "STATUS=QB-310, HD camera module; /dev/ttyS1 open; ";
-  for (const std::string& report : {alive, std::string("READY=1"), status + "0 PTZ clients"})
+  for (const std::string& report : {alive, std::string("READY=1"), status + "PTZ clients: 0"})
     EXPECT_EQ(service.Next(), report);
   std::vector<sim::PtzClient> clients;
   for (int i = 0; i < 3; ++i)
     clients.emplace_back(config.ptz_port);
-  EXPECT_EQ(service.Next(), status + "3 PTZ clients");  // at most one line a second
+  EXPECT_EQ(service.Next(), status + "PTZ clients: 3");  // at most one line a second
   WriteImage(Payload(300));
   SendCommand(sim::CommandPacket(CICOMM_PCMD_MICOM_FIRMWARE_UPDATE, {}));
   for (int i = 0; i < 8; ++i)
