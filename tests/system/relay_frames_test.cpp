@@ -58,7 +58,7 @@ TEST_F(RelayFrames, HostilePacketsDoNothingAndStopNothing) {
           {.target = 3, .code = CAMERA_CODE_DOWN, .first = 0, .second = 0, .third = 0}),
   };
   for (const sim::Bytes& packet : packets) {
-    SCOPED_TRACE(sim::Hex(packet).substr(0, 200) + " of " + std::to_string(packet.size()));
+    SCOPED_TRACE(sim::Hex(packet));
     Control(CAMERA_CODE_LEFT);
     SendCommand(packet);
     Control(CAMERA_CODE_UP);

@@ -140,8 +140,6 @@ TEST_F(PtzServer, FreesTheSlotOfAClientThatIsGone) {
 TEST_F(PtzServer, KeepsWhatAClientCannotTakeYet) {
   Connect();
   PtzClient& slow = Connect();
-  const int small = 16384;  // so that it is the queue that holds what waits
-  setsockopt(server_.clients[1], SOL_SOCKET, SO_SNDBUF, &small, sizeof(small));
   const int& waiting = server_.queues[1].count;
   Bytes sent;
   Bytes got;

@@ -118,7 +118,6 @@ uint64_t Waits() {
 class Serial : public testing::Test {
  protected:
   ~Serial() override {
-    SetWallClock(0);
     g_rs232_context.trace_level = 0;
     CloseRS232();
     if (port_.Close != nullptr) port_.Close(&port_);
@@ -277,7 +276,6 @@ TEST_F(RealTimeSerial, DrainOfADriverThatHangsIsGivenUp) {
     EXPECT_EQ(worker.Start(&worker), 0);
     EXPECT_TRUE(WaitUntil([&] { return worker.state == CTHREAD_STOPPED; }));
     EXPECT_GE(sim::Clock::now() - begin, sim::milliseconds(least_ms));
-    EXPECT_GT(driver.drains, 1);
     g_rs232_stop = 0;
     g_driver = nullptr;
   }
