@@ -8,7 +8,6 @@
 #include <sys/ipc.h>
 #include <sys/sem.h>
 #include <sys/socket.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <array>
