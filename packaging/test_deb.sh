@@ -121,6 +121,8 @@ test_packages() {
     is_installed $package || fail "$package is not installed"
     dpkg -V $package || fail "$package differs from what it holds"
   done
+  # It would nearly double the daemon's memory.
+  ! ldd /usr/sbin/rs232d | grep libstdc++ || fail "the daemon loads libstdc++"
   check_files /usr/sbin/rs232d /usr/bin/rs232ctl /usr/bin/vdev \
     /usr/lib/systemd/system/rs232d.service /usr/share/man/man8/rs232d.8.gz \
     /usr/share/doc/rs232d/copyright
