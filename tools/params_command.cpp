@@ -39,7 +39,7 @@ void RequireWhole(const std::string& path, int64_t size) {
 // A block mapped as every process of the device maps it, with their locks.
 class MappedBlock {
  public:
-  explicit MappedBlock(const std::string& path) {
+  explicit MappedBlock(const std::string& path) : path_(path) {
     struct stat status;
     if (access(path.c_str(), R_OK | W_OK) != 0 || stat(path.c_str(), &status) != 0) {
       throw Failure(EXIT_STATUS_FAILED, "cannot open " + path + ": " + strerror(errno));
@@ -59,20 +59,25 @@ class MappedBlock {
 
   Bytes Copy() {
     Bytes block(PARAM_BLOCK_SIZE);
-    map_.Read(&map_, block.data(), PARAM_BLOCK_SIZE);
-    return block;
+    if (map_.Read(&map_, block.data(), PARAM_BLOCK_SIZE) == 0) return block;
+    throw Failure(EXIT_STATUS_FAILED, path_ + " was cut while it was read");
   }
 
   // Stores all changes in one turn. The bytes of other fields are not touched: their owners may
   // have changed them since anybody looked.
   void Store(const std::vector<ParamChange>& changes) {
     map_.Lock(&map_);
+    // Who had the locks last may have cut the file.
+    struct stat status = {};
+    const bool is_whole = fstat(map_.fd, &status) == 0 && status.st_size >= PARAM_BLOCK_SIZE;
     for (const ParamChange& change : changes)
-      StoreParam(change, static_cast<uint8_t*>(map_.map));
+      if (is_whole) StoreParam(change, static_cast<uint8_t*>(map_.map));
     map_.Unlock(&map_);
+    RequireWhole(path_, status.st_size);
   }
 
  private:
+  std::string path_;
   CMMAP map_;
 };
 
