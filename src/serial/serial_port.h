@@ -39,7 +39,7 @@ enum SerialReadError : int {
 
 // Interrupts a drain call of the driver's that lasts too long. SerialPortOpen sets its handler; a
 // thread that writes must not block it.
-constexpr int SERIAL_DRAIN_SIGNAL = SIGALRM;
+constexpr int SERIAL_DRAIN_SIGNAL = SIGUSR2;
 
 struct SerialPort {
   std::atomic<int> fd;  // the open device, -1 when not open

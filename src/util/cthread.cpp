@@ -36,12 +36,12 @@ int CreateDetached(CTHREAD* self) {
   pthread_attr_t attributes;
   pthread_attr_init(&attributes);
   pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-  // Signals are the main thread's: it is the one that has to wake up. SIGALRM is for timers that
+  // Signals are the main thread's: it is the one that has to wake up. SIGUSR2 is for timers that
   // interrupt a call of the thread that set them.
   sigset_t blocked;
   sigset_t own;
   sigfillset(&blocked);
-  sigdelset(&blocked, SIGALRM);
+  sigdelset(&blocked, SIGUSR2);
   pthread_sigmask(SIG_SETMASK, &blocked, &own);
   pthread_t thread = {};
   const int error = pthread_create(&thread, &attributes, CTHREAD_Main, self);
