@@ -174,7 +174,7 @@ void CheckTuning(const Case& input) {
 // codes that go together, or not at all. The file is two, cut at the first form feed.
 void CheckSensor(const Case& input) {
   const size_t cut = std::min(input.file.find('\f'), input.file.size());
-  const std::string source = input.file.substr(0, cut);
+  std::string source = input.file.substr(0, cut);
   sim::WriteTextFile(VIDEO_SOURCE_PATH, source);
   sim::WriteTextFile(LENS_CAPABILITIES_PATH,
                      input.file.substr(std::min(cut + 1, input.file.size())));
@@ -183,6 +183,7 @@ void CheckSensor(const Case& input) {
   int32_t supported = -1;
   FUZZ_CHECK(read_sensor_lens_config(&antiflicker, &supported) == 0);
   FUZZ_CHECK(antiflicker == 0 && (supported == 0 || supported == 1));
+  std::ranges::replace(source, '\0', ' ');
   if (supported == 1) FUZZ_CHECK(strcasestr(source.c_str(), "imx12") != nullptr);
 
   LensLine line;
