@@ -411,10 +411,6 @@ void* RunThread(void* memory) {
   return result;
 }
 
-bool IsLine(int fd, const char* path) {
-  return fd >= 0 && strncmp(path, "/dev/", strlen("/dev/")) == 0 && isatty(fd) != 0;
-}
-
 }  // namespace
 
 // NOLINTBEGIN: names and parameters are those of libc.
@@ -589,7 +585,7 @@ EXPORT int open(const char* path, int flags, ...) {
   va_end(arguments);
   const auto fd = static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, flags | O_LARGEFILE, mode));
   const int error = errno;
-  if (IsOn() && IsLine(fd, path)) g_near_end = fd;
+  if (IsOn() && fd >= 0 && strncmp(path, "/dev/", 5) == 0 && isatty(fd) != 0) g_near_end = fd;
   errno = error;
   return fd;
 }
@@ -621,8 +617,11 @@ EXPORT ssize_t write(int fd, const void* bytes, size_t size) {
 
 EXPORT ssize_t read(int fd, void* bytes, size_t size) {
   const ssize_t count = syscall(SYS_read, fd, bytes, size);
-  if (IsOn() && count > 0 && fd == g_far_end) g_page->from_daemon -= count;
-  if (IsOn() && count > 0 && fd == g_near_end) g_page->to_daemon -= count;
+  if (IsOn() && count > 0 && (fd == g_far_end || fd == g_near_end)) {
+    auto& on_their_way = fd == g_far_end ? g_page->from_daemon : g_page->to_daemon;
+    const int64_t left = on_their_way -= count;
+    if (left < 0) on_their_way -= left;  // bytes that were given up for lost have come
+  }
   return count;
 }
 

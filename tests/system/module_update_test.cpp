@@ -208,7 +208,7 @@ class ServiceManager {
 TEST_F(ModuleUpdate, ReportsToTheServiceManager) {
   const std::string alive = "WATCHDOG=1\nEXTEND_TIMEOUT_USEC=60000000";
   ServiceManager service;
-  StartMicom({.troubles = {{1, LoaderFault::kSilent, kForEver}}});
+  StartMicom({});
   const std::string status = "STATUS=QB-310, HD camera module; /dev/ttyS1 open; ";
   for (const std::string& report : {alive, std::string("READY=1"), status + "PTZ clients: 0"})
     EXPECT_EQ(service.Next(), report);
@@ -216,6 +216,11 @@ TEST_F(ModuleUpdate, ReportsToTheServiceManager) {
   for (int i = 0; i < 3; ++i)
     clients.emplace_back(config.ptz_port);
   EXPECT_EQ(service.Next(), status + "PTZ clients: 3");  // at most one line a second
+  EXPECT_EQ(daemon->Stop(), 0);
+  EXPECT_EQ(service.Next(), "STOPPING=1");
+  StartMicom({.troubles = {{1, LoaderFault::kSilent, kForEver}}});
+  for (int i = 0; i < 3; ++i)
+    EXPECT_NE(service.Next(), "");
   WriteImage(Payload(300));
   SendCommand(sim::CommandPacket(CICOMM_PCMD_MICOM_FIRMWARE_UPDATE, {}));
   for (int i = 0; i < 8; ++i)
