@@ -45,24 +45,21 @@ Notifier g_notifier = {.fd = -1,
 
 thread_local bool t_reports = false;
 
-// A path, or with a leading '@' a name in the abstract namespace. Returns false when it is neither.
-bool SetAddress(const char* name) {
-  const size_t length = strlen(name);
+// Returns false when `path` is none, or too long.
+bool SetAddress(const char* path) {
+  const size_t length = strlen(path);
   sockaddr_un* address = &g_notifier.address;
-  if ((name[0] != '/' && name[0] != '@') || length >= sizeof(address->sun_path)) return false;
+  if (path[0] != '/' || length >= sizeof(address->sun_path)) return false;
   address->sun_family = AF_UNIX;
-  memcpy(address->sun_path, name, length);
-  if (name[0] == '@') address->sun_path[0] = '\0';
+  memcpy(address->sun_path, path, length);
   g_notifier.address_length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + length);
   return true;
 }
 
-// The manager's limit, when it is meant for this process.
+// The manager's limit. That of another process does no harm: the manager passes over its reports.
 int64_t WatchdogUs() {
   const char* limit = getenv("WATCHDOG_USEC");
-  const char* pid = getenv("WATCHDOG_PID");
-  if (limit == nullptr || (pid != nullptr && atoi(pid) != getpid())) return 0;
-  return std::max<int64_t>(strtoll(limit, nullptr, 10), 0);
+  return limit == nullptr ? 0 : std::max<int64_t>(strtoll(limit, nullptr, 10), 0);
 }
 
 // Returns false when the manager has no room for the message now.
@@ -95,8 +92,8 @@ void SendStatus(int64_t now_us) {
 }  // namespace
 
 void CUTIL_NotifyInit() {
-  const char* name = getenv("NOTIFY_SOCKET");
-  if (name != nullptr && SetAddress(name)) {
+  const char* path = getenv("NOTIFY_SOCKET");
+  if (path != nullptr && SetAddress(path)) {
     g_notifier.fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     g_notifier.watchdog_us = WatchdogUs();
     t_reports = g_notifier.fd >= 0;

@@ -13,8 +13,8 @@ constexpr int CUTIL_NOTIFY_STATUS_SIZE = 256;
 // Shortest time between two status lines, microseconds.
 constexpr int64_t CUTIL_NOTIFY_STATUS_US = 1'000'000;
 
-// Reads NOTIFY_SOCKET, WATCHDOG_USEC and WATCHDOG_PID, and removes them from the environment, so
-// that programs which the daemon starts do not report in its name.
+// Reads NOTIFY_SOCKET (a path) and WATCHDOG_USEC, and removes them and WATCHDOG_PID from the
+// environment, so that programs which the daemon starts do not report in its name.
 void CUTIL_NotifyInit();
 
 // Whether there is a service manager to report to.
