@@ -78,12 +78,8 @@ void BecomeOwnMaster() {
   CUTIL_NotifyInit();
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  BecomeOwnMaster();
-  g_rs232_context = {};
-  if (argc == 2) g_rs232_context.trace_level = atoi(argv[1]);
+// Reads the settings, runs the mode and gives everything back. Returns the process's exit status.
+int Run() {
   if (ReadSettings(&g_rs232_settings) != 0) return EXIT_SUCCESS;
 
   signal(SIGTERM, OnTerminate);
@@ -98,8 +94,18 @@ int main(int argc, char** argv) {
   }
   CUTIL_NotifyStopping();
   ReleaseResources(&g_rs232_context);
+  return EXIT_SUCCESS;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  BecomeOwnMaster();
+  g_rs232_context = {};
+  if (argc == 2) g_rs232_context.trace_level = atoi(argv[1]);
+  const int status = Run();
   // What waits for its reader gets a last chance.
   fclose(stdout);
   fclose(stderr);
-  return EXIT_SUCCESS;
+  return status;
 }
