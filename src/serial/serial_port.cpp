@@ -97,8 +97,6 @@ constexpr int64_t kBitsPerCharacter = 12;
 constexpr int64_t kDrainMarginUs = 200'000;
 // The longest wait once the daemon is told to end.
 constexpr int64_t kDrainAfterStopUs = 1'000'000;
-// How often the output queue is looked at where the driver cannot tell when the line is idle.
-constexpr int64_t kQueueLookUs = 1'000;
 // How often the driver's own drain call is interrupted.
 constexpr long kDrainLookNs = 50'000'000;
 
@@ -184,12 +182,11 @@ void SetDrainTimer(timer_t timer, long period_ns) {
   timer_settime(timer, 0, &setting, nullptr);
 }
 
-// Lets the driver wait for what it has handed to the device. Its call has no limit of its own: an
-// adapter whose flow control holds it up would hold the daemon up for ever. A timer interrupts the
-// call so that it can be given up.
-// Without a timer the time that the bytes need is waited for. `whole` is the limit of a wait that
-// has begun already, null for a new one.
-void DrainByDriver(int fd, int written, const DrainLimit* whole) {
+// For devices that cannot tell when the shift register is empty (USB adapters, ptys): lets the
+// driver wait. Its call has no limit of its own: an adapter whose flow control holds it up would
+// hold the daemon up for ever. A timer interrupts the call so that it can be given up. Without a
+// timer the time that the bytes need is waited for.
+void DrainByDriver(int fd, int written) {
   thread_local timer_t timer;
   thread_local bool has_timer = false;
   if (!has_timer) has_timer = MakeDrainTimer(&timer);
@@ -199,23 +196,11 @@ void DrainByDriver(int fd, int written, const DrainLimit* whole) {
   }
   SetDrainTimer(timer, kDrainLookNs);
   if (tcdrain(fd) != 0 && errno == EINTR) {
-    const DrainLimit limit = whole != nullptr ? *whole : DrainLimitFor(fd, written);
+    const DrainLimit limit = DrainLimitFor(fd, written);
     while (!IsOver(limit) && tcdrain(fd) != 0 && errno == EINTR)
       CUTIL_NotifyServe();
   }
   SetDrainTimer(timer, 0);
-}
-
-// For devices that cannot tell when the shift register is empty (USB adapters, ptys): waits
-// until the output queue is, then lets the driver flush its own. Ends at a hang-up.
-void DrainByQueue(int fd, int written) {
-  int queued = QueuedBytes(fd);
-  if (queued == 0) return DrainByDriver(fd, written, nullptr);
-  if (queued < 0) return;
-  const DrainLimit limit = DrainLimitFor(fd, written);
-  while ((queued = QueuedBytes(fd)) > 0 && !IsOver(limit))
-    CUTIL_SleepUs(kQueueLookUs);
-  if (queued == 0) DrainByDriver(fd, written, &limit);
 }
 
 // A driver that could not tell is not asked again.
@@ -229,7 +214,7 @@ void WaitTransmitterEmpty(SerialPort* self, int fd, int written) {
       break;
     case Transmitter::kUnknown:
       if (self->fd == fd) self->tells_transmitter = false;
-      DrainByQueue(fd, written);
+      DrainByDriver(fd, written);
       break;
   }
 }
