@@ -9,6 +9,7 @@
 #include <ctime>
 
 #include "fuzz/check.h"
+#include "relay/cptzsvr.h"
 #include "util/cthread.h"
 #include "util/process.h"
 
@@ -84,11 +85,11 @@ void StepWorker() {
 
 }  // namespace fuzz
 
-int WrapPpoll(pollfd* fds, nfds_t count, const timespec* limit, const sigset_t* mask) {
+int WrapPpoll(pollfd* fds, nfds_t count, const timespec* limit, const sigset_t* /*mask*/) {
   int64_t limit_us = -1;
   if (limit != nullptr) limit_us = limit->tv_sec * fuzz::kUsPerS + limit->tv_nsec / fuzz::kNsPerUs;
-  // Only the pass's sleep lets signals through.
-  const bool is_pass = mask != nullptr && fuzz::g_waits.on_pass;
+  // Only the pass waits for more than the PTZ server.
+  const bool is_pass = count > CPTZSVR_SOURCES && fuzz::g_waits.on_pass;
   return is_pass ? fuzz::g_waits.on_pass(fds, count, limit_us) : fuzz::Wait(fds, count, limit_us);
 }
 

@@ -4,10 +4,12 @@
 // daemon stays in the foreground and ends at SIGTERM or a stop datagram with status 0; so does
 // a start that finds nothing to serve. Status 1: its UDP port could not be had.
 #include <fcntl.h>
+#include <sys/eventfd.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <climits>
 #include <csignal>
 #include <cstdio>
@@ -23,7 +25,10 @@
 namespace {
 
 void OnTerminate(int /*signal*/) {
+  const int error = errno;
   g_rs232_stop.store(1, std::memory_order_relaxed);
+  eventfd_write(g_rs232_stop_event, 1);
+  errno = error;
 }
 
 void OnIgnored(int /*signal*/) {}
@@ -82,6 +87,7 @@ void BecomeOwnMaster() {
 int Run() {
   if (ReadSettings(&g_rs232_settings) != 0) return EXIT_SUCCESS;
 
+  g_rs232_stop_event = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   signal(SIGTERM, OnTerminate);
   switch (OpenResources(&g_rs232_settings, &g_rs232_context)) {
     case OpenResult::kFailed:

@@ -95,10 +95,3 @@ int CFDEVENT_Init(CFDEVENT* self) {
   self->IsSet = CFDEVENT_IsSet;
   return 0;
 }
-
-void CFDEVENT_SetReady(CFDEVENT* self, std::span<const pollfd> sources) {
-  FD_ZERO(&self->fdset);
-  for (const pollfd& source : sources) {
-    if ((source.revents & ~POLLOUT) != 0) FD_SET(source.fd, &self->fdset);
-  }
-}

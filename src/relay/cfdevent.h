@@ -4,10 +4,7 @@
 // is a value of its owner and watches descriptors that it does not own. Main thread only.
 #pragma once
 
-#include <poll.h>
 #include <sys/select.h>
-
-#include <span>
 
 constexpr int CFDEVENT_MAX_FDS = 128;
 
@@ -45,7 +42,3 @@ struct CFDEVENT {
 
 // Makes an empty set. Returns 0.
 int CFDEVENT_Init(CFDEVENT* self);
-
-// Makes `sources`, registered descriptors as a poll of the owner's found them, the ready set of the
-// last wait. Room for output does not count.
-void CFDEVENT_SetReady(CFDEVENT* self, std::span<const pollfd> sources);

@@ -115,41 +115,15 @@ int CPTZSVR_Accept(CPTZSVR* self, int us) {
 
 // --- Recv --------------------------------------------------------------------------------------
 
-using ClientWatch = std::array<pollfd, CPTZSVR_MAX_CLIENTS>;
-
-// Waits for any client that still sends; a free slot (-1) is ignored by poll. Without a wait every
-// client is worth a try. Returns false when there is none to try.
-bool FindClients(const CPTZSVR* self, int us, ClientWatch* watch) {
-  int connected = 0;
-  for (size_t i = 0; i < watch->size(); ++i) {
-    const bool held = self->clients[i] >= 0;
-    (*watch)[i] = {
-        .fd = self->clients[i], .events = POLLIN, .revents = static_cast<short>(held ? POLLIN : 0)};
-    if (held) ++connected;
-  }
-  if (connected == 0) return false;
-  if (us == 0) return true;
-  const int64_t limit_us = static_cast<int64_t>(us) * connected;
+int CPTZSVR_Recv(CPTZSVR* self, void* buf, int us) {
+  std::array<pollfd, CPTZSVR_MAX_CLIENTS> sources;
+  for (size_t i = 0; i < sources.size(); ++i)  // a free slot (-1) is ignored by poll
+    sources[i] = {.fd = self->clients[i], .events = POLLIN, .revents = 0};
+  const int64_t limit_us = static_cast<int64_t>(us) * CPTZSVR_ClientCount(self);
   const timespec limit = {.tv_sec = static_cast<time_t>(limit_us / kUsPerS),
                           .tv_nsec = static_cast<long>(limit_us % kUsPerS * kNsPerUs)};
-  return ppoll(watch->data(), watch->size(), &limit, nullptr) > 0;
-}
-
-int CPTZSVR_Recv(CPTZSVR* self, void* buf, int us) {
-  ClientWatch watch;
-  if (!FindClients(self, us, &watch)) return -1;
-  for (size_t i = 0; i < watch.size(); ++i) {
-    if (watch[i].revents == 0) continue;
-    const ssize_t received = recv(self->clients[i], buf, CPTZSVR_RECV_MAX, MSG_DONTWAIT);
-    if (received > 0) return static_cast<int>(received);
-    if (received < 0 && (errno == EINTR || errno == EAGAIN)) continue;
-    if (received == 0 && self->queues[i].count > 0) {
-      self->has_ended[i] = true;
-    } else {
-      Drop(self, static_cast<int>(i));
-    }
-  }
-  return -1;
+  if (ppoll(sources.data(), sources.size(), &limit, nullptr) <= 0) return -1;
+  return CPTZSVR_RecvReady(self, buf, sources);
 }
 
 // --- Sending -------------------------------------------------------------------------------------
@@ -230,6 +204,23 @@ int CPTZSVR_Init(CPTZSVR* self, int16_t port) {
   ZSK_SetNonBlocking(listener);
   self->listener = listener;
   return 0;
+}
+
+int CPTZSVR_RecvReady(CPTZSVR* self, void* buf,
+                      std::span<const pollfd, CPTZSVR_MAX_CLIENTS> sources) {
+  for (size_t i = 0; i < sources.size(); ++i) {
+    const bool has_input = (sources[i].revents & ~POLLOUT) != 0;
+    if (self->clients[i] < 0 || !has_input) continue;
+    const ssize_t received = recv(self->clients[i], buf, CPTZSVR_RECV_MAX, MSG_DONTWAIT);
+    if (received > 0) return static_cast<int>(received);
+    if (received < 0 && (errno == EINTR || errno == EAGAIN)) continue;
+    if (received == 0 && self->queues[i].count > 0) {
+      self->has_ended[i] = true;
+    } else {
+      Drop(self, static_cast<int>(i));
+    }
+  }
+  return -1;
 }
 
 int CPTZSVR_ClientCount(const CPTZSVR* self) {

@@ -71,6 +71,11 @@ struct CPTZSVR {
 // normal. Returns 0, or -1 when the listener could not be made.
 int CPTZSVR_Init(CPTZSVR* self, int16_t port);
 
+// Recv without its wait: reads from the lowest-numbered client for which the polled `sources`, in
+// the order of the slots, report anything but room.
+int CPTZSVR_RecvReady(CPTZSVR* self, void* buf,
+                      std::span<const pollfd, CPTZSVR_MAX_CLIENTS> sources);
+
 // Number of connected clients.
 int CPTZSVR_ClientCount(const CPTZSVR* self);
 

@@ -4,16 +4,13 @@
 #include <sys/socket.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
-#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
 
 #include "ipc/cicomm.h"
 #include "net/udp_socket.h"
-#include "relay/cfdevent.h"
 #include "serial/serial_io.h"
 #include "serial/serial_port.h"
 #include "util/notify.h"
@@ -21,7 +18,6 @@
 
 namespace {
 
-constexpr int kPaceMs = static_cast<int>(MODE_PASS_PACE_US / 1000);
 // In place of a number of clients.
 constexpr int kNoServer = -1;
 constexpr int kNothingReported = -2;
@@ -30,11 +26,31 @@ bool IsToStop(const ModePass* self) {
   return self->context->stop->load(std::memory_order_relaxed) != 0;
 }
 
-// --- PTZ clients -------------------------------------------------------------------------------
+// --- The sources -------------------------------------------------------------------------------
+
+std::span<pollfd, CPTZSVR_SOURCES> PtzSources(ModePass* self) {
+  return std::span(self->sources).first<CPTZSVR_SOURCES>();
+}
+
+// Those of the event set.
+std::span<pollfd> EventSources(ModePass* self) {
+  constexpr size_t kFirst = CPTZSVR_SOURCES + 1;
+  return std::span(self->sources).subspan(kFirst, self->source_count - kFirst);
+}
 
 bool IsReady(const pollfd& source) {
   return source.revents != 0;
 }
+
+// Whether the event set's descriptor `fd` has input, or an error that a read tells.
+bool HasInput(ModePass* self, int fd) {
+  const auto events = EventSources(self);
+  return fd >= 0 && std::any_of(events.begin(), events.end(), [fd](const pollfd& source) {
+           return source.fd == fd && (source.revents & ~POLLOUT) != 0;
+         });
+}
+
+// --- PTZ clients -------------------------------------------------------------------------------
 
 // Whether the line takes bytes. One that is lost takes all: they are lost with it.
 bool HasRoom(const LineSource& line) {
@@ -43,16 +59,24 @@ bool HasRoom(const LineSource& line) {
 }
 
 // Returns true when the line got bytes, which takes as long as it takes them.
-bool ServePtzClients(ModePass* self, std::span<const pollfd, CPTZSVR_SOURCES> sources) {
+bool ServePtzClients(ModePass* self) {
   CPTZSVR* server = self->context->ptz_server;
   if (server == nullptr) return false;
+  const auto sources = PtzSources(self);
   CPTZSVR_SendQueued(server, sources);
   const bool is_ready = std::any_of(sources.begin(), sources.end(), IsReady);
   if (!is_ready && !self->clients_held) return false;
-  if (IsReady(sources[CPTZSVR_LISTENER_SOURCE])) server->Accept(server, 0);
+  const bool accepts = IsReady(sources[CPTZSVR_LISTENER_SOURCE]);
+  if (accepts) server->Accept(server, 0);
+  // Clients that were not watched are all worth a try.
+  if (accepts || self->clients_held) {
+    for (pollfd& source : sources)
+      source.revents |= POLLIN;
+  }
   self->clients_held = !HasRoom(self->line);
   if (self->clients_held) return false;
-  const int count = server->Recv(server, self->ptz_buffer, 0);
+  const int count =
+      CPTZSVR_RecvReady(server, self->ptz_buffer, sources.first<CPTZSVR_MAX_CLIENTS>());
   if (count > 0) SerialSend(self->line.fd, self->ptz_buffer, count);
   return count > 0;
 }
@@ -78,29 +102,20 @@ void ReportStatus(ModePass* self) {
 
 // --- Waiting -----------------------------------------------------------------------------------
 
-// What a wait is over: the PTZ server's sources, then the event set's.
-struct Sources {
-  std::array<pollfd, CPTZSVR_SOURCES + CFDEVENT_MAX_FDS> list;
-  size_t count;
-
-  std::span<pollfd, CPTZSVR_SOURCES> Ptz() { return std::span(list).first<CPTZSVR_SOURCES>(); }
-  std::span<pollfd> Events() {
-    return std::span(list).subspan(CPTZSVR_SOURCES, count - CPTZSVR_SOURCES);
-  }
-};
-
-void CollectSources(const ModePass* self, Sources* sources) {
+// Fills the sources with the PTZ server's, the stop event and the event set's.
+void CollectSources(ModePass* self) {
   const Rs232Context& context = *self->context;
   const bool is_held = self->clients_held && self->line.fd >= 0;
+  const auto ptz = PtzSources(self);
   if (context.ptz_server != nullptr) {
-    CPTZSVR_Watch(context.ptz_server, !is_held, sources->Ptz());
+    CPTZSVR_Watch(context.ptz_server, !is_held, ptz);
   } else {
-    std::fill_n(sources->list.begin(), CPTZSVR_SOURCES,
-                pollfd{.fd = -1, .events = 0, .revents = 0});
+    std::fill(ptz.begin(), ptz.end(), pollfd{.fd = -1, .events = 0, .revents = 0});
   }
-  sources->count = CPTZSVR_SOURCES + static_cast<size_t>(context.events->reg_count);
+  self->sources[CPTZSVR_SOURCES] = {.fd = g_rs232_stop_event, .events = POLLIN, .revents = 0};
+  self->source_count = CPTZSVR_SOURCES + 1 + static_cast<size_t>(context.events->reg_count);
   const int* fd = context.events->fds;
-  for (pollfd& source : sources->Events()) {
+  for (pollfd& source : EventSources(self)) {
     const int room = is_held && *fd == self->line.fd ? POLLOUT : 0;
     source = {.fd = *fd++, .events = static_cast<short>(POLLIN | room), .revents = 0};
   }
@@ -112,65 +127,31 @@ int64_t WaitLimitUs(const ModePass* self, int64_t periodic_us) {
                    server == nullptr ? MODE_PASS_NO_WORK : CPTZSVR_WaitLimitUs(server)});
 }
 
-// Sleeps until a source is ready, `limit_us` have passed or the daemon is told to end. SIGTERM is
-// held back from the look at the stop flag until the process sleeps, so that none comes unnoticed
-// between the two. Returns what poll returns.
-int SleepUntilReady(const ModePass* self, Sources* sources, int64_t limit_us) {
-  constexpr int64_t kUsPerS = 1'000'000;
-  constexpr int64_t kNsPerUs = 1'000;
-  const timespec limit = {.tv_sec = static_cast<time_t>(limit_us / kUsPerS),
-                          .tv_nsec = static_cast<long>(limit_us % kUsPerS * kNsPerUs)};
-  sigset_t terminate;
-  sigset_t usual;
-  sigemptyset(&terminate);
-  sigaddset(&terminate, SIGTERM);
-  pthread_sigmask(SIG_BLOCK, &terminate, &usual);
-  int ready = 0;
-  if (!IsToStop(self)) {
-    const bool is_endless = limit_us == MODE_PASS_NO_WORK;
-    ready = ppoll(sources->list.data(), sources->count, is_endless ? nullptr : &limit, &usual);
-  }
-  pthread_sigmask(SIG_SETMASK, &usual, nullptr);
-  return ready;
-}
-
 // A wait or a read that fails does so at once, and may go on failing: the next pass must not come
 // at once as well.
 void PauseAfterFailure() {
   CUTIL_SleepUs(MODE_PASS_PACE_US);
 }
 
-// Where the wait over all sources failed it told nothing: each PTZ source is worth a try then, and
-// the event set is waited for by itself, at the pace of periodic work.
-void WaitForEventsAlone(ModePass* self, Sources* sources) {
-  for (pollfd& source : sources->Ptz())
-    source.revents = source.events;
-  CFDEVENT* events = self->context->events;
-  if (events->Wait(events, kPaceMs) == CFDEVENT_WAIT_FAILED) PauseAfterFailure();
-}
-
-// Waits on every source at once: a PTZ client or a signal ends the wait as well as the event set
-// does. What is ready then is told by `sources` and by the event set.
-void WaitForWork(ModePass* self, int64_t periodic_us, Sources* sources) {
+// Waits on every source at once. A wait that fails finds none ready.
+void WaitForWork(ModePass* self, int64_t periodic_us) {
+  constexpr int64_t kUsPerS = 1'000'000;
+  constexpr int64_t kNsPerUs = 1'000;
   // The limit comes first: a listener that is left alone until now is watched or waited for.
   const int64_t limit_us = WaitLimitUs(self, periodic_us);
-  CollectSources(self, sources);
-  const bool has_failed = SleepUntilReady(self, sources, limit_us) < 0 && errno != EINTR;
-  CFDEVENT_SetReady(self->context->events, sources->Events());
-  if (has_failed) WaitForEventsAlone(self, sources);
+  CollectSources(self);
+  const timespec limit = {.tv_sec = static_cast<time_t>(limit_us / kUsPerS),
+                          .tv_nsec = static_cast<long>(limit_us % kUsPerS * kNsPerUs)};
+  const bool is_endless = limit_us == MODE_PASS_NO_WORK;
+  const int ready =
+      ppoll(self->sources, self->source_count, is_endless ? nullptr : &limit, nullptr);
+  if (ready < 0 && errno != EINTR) PauseAfterFailure();
 }
 
 // What came while the line took a client's bytes comes before that client's next.
-void LookAtEventsAgain(ModePass* self, Sources* sources) {
-  const auto events = sources->Events();
-  if (poll(events.data(), events.size(), 0) >= 0) {
-    CFDEVENT_SetReady(self->context->events, events);
-  }
-}
-
-bool IsSet(const ModePass* self, int fd) {
-  CFDEVENT* events = self->context->events;
-  return fd >= 0 && events->IsSet(events, fd) == 0;
+void RepollEvents(ModePass* self) {
+  const auto events = EventSources(self);
+  poll(events.data(), events.size(), 0);
 }
 
 // --- The daemon's UDP socket -------------------------------------------------------------------
@@ -266,13 +247,12 @@ int RunOnce(ModePass* self) {
   LineSourceServe(&self->line);
   ReportStatus(self);
   CUTIL_NotifyServe();
-  Sources sources;
-  WaitForWork(self, periodic_us, &sources);
-  if (ServePtzClients(self, sources.Ptz())) LookAtEventsAgain(self, &sources);
+  WaitForWork(self, periodic_us);
+  if (ServePtzClients(self)) RepollEvents(self);
   CICOMM* channel = self->context->command;
-  if (IsSet(self, self->context->udp_socket)) ServeUdp(self);
-  if (IsSet(self, channel->GetSocket(channel))) ServeCommand(self);
-  if (IsSet(self, self->line.fd)) ServeSerial(self);
+  if (HasInput(self, self->context->udp_socket)) ServeUdp(self);
+  if (HasInput(self, channel->GetSocket(channel))) ServeCommand(self);
+  if (HasInput(self, self->line.fd)) ServeSerial(self);
   return 0;
 }
 
@@ -290,6 +270,7 @@ void ModePassInit(ModePass* self, const Rs232Context* context, const ModeHooks* 
   self->mode = mode;
   self->serial_data = {};
   LineSourceInit(&self->line, *context);
+  self->source_count = 0;
   self->clients_held = false;
   self->reported_clients = kNothingReported;
   self->reported_line = false;

@@ -9,16 +9,19 @@
 //   6. the command channel: camera control and other commands go to the mode,
 //   7. the serial line: its bytes go to the PTZ clients, to the mode, to the trace and to the
 //      local data port.
-// The wait of step 3 is over every source at once, a signal included, and has no end of its own: a
+// The wait of step 3 is over every source at once, SIGTERM included, and has no end of its own: a
 // daemon with nothing to do sleeps. A mode adds its hooks; whatever it leaves out is skipped. Runs
 // on the main thread and blocks for that wait and for what the serial line takes.
 #pragma once
+
+#include <poll.h>
 
 #include <cstdint>
 #include <span>
 
 #include "context/rs232_context.h"
 #include "ipc/camera_control.h"
+#include "relay/cfdevent.h"
 #include "relay/cptzsvr.h"
 #include "relay/daemon_datagram.h"
 #include "relay/line_source.h"
@@ -54,6 +57,9 @@ struct ModePass {
   uint8_t udp_buffer[RS232_UDP_MAX];
   SerialDataDatagram serial_data;  // serial bytes are read into its place
   LineSource line;
+  // What a wait is over and found ready: the PTZ server's, the stop event, the event set's.
+  pollfd sources[CPTZSVR_SOURCES + 1 + CFDEVENT_MAX_FDS];
+  size_t source_count;
   bool clients_held;     // what PTZ clients sent waits with them: the line has no room
   int reported_clients;  // what the service manager was last told
   bool reported_line;

@@ -137,7 +137,7 @@ TEST_F(RealTimeShell, NoStandardStreams) {
 TEST_F(RealTimeShell, NoDescriptorForTheUdpSocket) {
   Install();
   DeviceRig::Launch(
-      "/bin/sh", {"-c", "exec 3>&- 4>&- 5>&- 6>&- 7>&- 8>&- 9>&-; ulimit -n 4; exec " RS232D_PATH});
+      "/bin/sh", {"-c", "exec 3>&- 4>&- 5>&- 6>&- 7>&- 8>&- 9>&-; ulimit -n 5; exec " RS232D_PATH});
   ExpectEnd(1);
 }
 

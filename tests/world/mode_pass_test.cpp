@@ -94,14 +94,18 @@ TEST_F(ModePassTest, WhatComesWhileTheLineIsBusyIsNotPassedOver) {
   EXPECT_EQ(g_writes, (std::vector<std::string>{"256 c", "1 u", "256 c"}));
 }
 
-// As a signal asks for it between the pass's own look at the flag and its sleep.
+// SIGTERM between the pass's look at the flag and its wait.
 TEST_F(ModePassTest, DoesNotSleepOnceItIsToldToEnd) {
+  const sim::UniqueFd stop_event(eventfd(0, EFD_CLOEXEC));
+  g_rs232_stop_event = stop_event.Get();
   hooks_.periodic = [](void* /*mode*/) {
     stop_ = 1;
+    eventfd_write(g_rs232_stop_event, 1);
     return int64_t{20'000'000};
   };
   support::ExpectTakes(0, [this] { pass_.RunOnce(&pass_); });
   EXPECT_EQ(pass_.RunOnce(&pass_), 1);
+  g_rs232_stop_event = -1;
 }
 
 // A source that stays ready and cannot be read must not keep the processor busy.
