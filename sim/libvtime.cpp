@@ -8,7 +8,8 @@
 // a wait.
 //
 // What the kernel still carries between the ends of a pty cannot be seen by either: bytes are
-// counted as they go in and come out, and no thread confirms while some are missing.
+// counted as they go in and come out, and no thread confirms while some are missing. Once they have
+// arrived all look again: some looked before.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <linux/futex.h>
@@ -76,6 +77,8 @@ struct Page {
   std::atomic<int> on_their_way;                // processes that are being started
   // Bytes that were written to the line and not read yet.
   std::atomic<int64_t> to_daemon, from_daemon;
+  // Bytes ever written to it, and what all had been by the last look for their arrival.
+  std::atomic<int64_t> written, arrived;
   std::array<Slot, 128> slots;
 };
 
@@ -232,6 +235,12 @@ bool AreBytesOnTheirWay() {
          (IsToGet(g_far_end, g_page->from_daemon) || IsToGet(g_near_end, g_page->to_daemon));
 }
 
+// Whether bytes have arrived that somebody may not have seen.
+bool HaveBytesArrived() {
+  const int64_t written = g_page->written;
+  return g_far_end >= 0 && g_page->arrived.exchange(written) != written;
+}
+
 // The calling thread has looked in vain since `epoch`. Moves the clock if all others have as well.
 bool Confirm(uint32_t epoch) {
   const Lock lock;
@@ -276,6 +285,10 @@ int WaitFor(int64_t until_ns, Look look) {
         g_page->to_daemon = Waiting(g_near_end);
       }
       syscall(SYS_sched_yield);
+      continue;
+    }
+    if (HaveBytesArrived()) {
+      CountChange();
       continue;
     }
     if (Confirm(epoch)) {
@@ -609,7 +622,10 @@ EXPORT ssize_t write(int fd, const void* bytes, size_t size) {
   std::atomic<int64_t>* count = nullptr;
   if (IsOn() && fd == g_far_end) count = &g_page->to_daemon;
   if (IsOn() && fd == g_near_end) count = &g_page->from_daemon;
-  if (count != nullptr) *count += static_cast<int64_t>(size);  // before they are on their way
+  if (count != nullptr) {  // before they are on their way
+    *count += static_cast<int64_t>(size);
+    g_page->written += static_cast<int64_t>(size);
+  }
   const ssize_t written = syscall(SYS_write, fd, bytes, size);
   if (count != nullptr) *count -= static_cast<int64_t>(size) - std::max<ssize_t>(written, 0);
   return written;
