@@ -38,5 +38,5 @@ void RunMode(Rs232Context* context) {
     if (!mode.may_decline || result >= 0) return;
     break;
   }
-  RelayLoop();
+  RelayLoop(context);
 }

@@ -61,7 +61,7 @@ CPTZSVR* MakePtzServer(int16_t port) {
 
 OpenResult OpenResources(Rs232Settings* settings, Rs232Context* context) {
   context->udp_socket = kClosed;
-  if (OpenRS232(SerialLineOf(*settings)) < 0) return OpenResult::kEnd;
+  if (OpenRS232(context, SerialLineOf(*settings)) < 0) return OpenResult::kEnd;
   context->udp_socket = OpenUdpSocket(settings->udp_port);
   if (context->udp_socket < 0) return OpenResult::kFailed;
   if (CICOMM_Init(&g_command, settings->command_port) != 0) return OpenResult::kEnd;
@@ -80,7 +80,7 @@ void ReleaseResources(Rs232Context* context) {
   if (context->ptz_server != nullptr) context->ptz_server->Close(context->ptz_server);
   if (context->command != nullptr) context->command->Close(context->command);
   if (context->events != nullptr) context->events->Deinit(context->events);
-  CloseRS232();
+  CloseRS232(context);
   if (context->udp_socket >= 0) close(context->udp_socket);
   context->ptz_server = nullptr;
   context->command = nullptr;

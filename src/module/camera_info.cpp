@@ -43,10 +43,10 @@ constexpr std::array<ResolutionRow, 1> kResolutions = {{{0x16, "1280*720", "1280
 constexpr ResolutionRow kOtherResolution = {0, "1080p", "720p"};
 
 // Asks for one value, which stays as it is without a whole answer.
-void Query(const Rs232Context& context, HdCommand command, uint8_t* value) {
+void Query(HdCommand command, uint8_t* value) {
   HdFrame answer = {};
-  HdModuleSend(context.serial, command, HD_QUERY, HD_NO_DATA);
-  const int count = SerialRecv(context.serial, answer.data(), HD_FRAME_SIZE, CAMERA_INFO_ANSWER_S);
+  HdModuleSend(SERIAL_ONE_PORT, command, HD_QUERY, HD_NO_DATA);
+  const int count = SerialRecv(SERIAL_ONE_PORT, answer.data(), HD_FRAME_SIZE, CAMERA_INFO_ANSWER_S);
   if (count > HD_DATA_AT) *value = answer[HD_DATA_AT];
 }
 
@@ -89,9 +89,9 @@ int SdCameraInfoParse(const Rs232Context& context, SdCameraInfo* info,
 
 int HdCameraInfoWrite(const Rs232Context& context, HdCameraInfo* info) {
   *info = {};
-  Query(context, HD_VERSION, &info->version);
-  Query(context, HD_RESOLUTION_FLAG, &info->resolution_flag);
-  Query(context, HD_SENSOR, &info->sensor);
+  Query(HD_VERSION, &info->version);
+  Query(HD_RESOLUTION_FLAG, &info->resolution_flag);
+  Query(HD_SENSOR, &info->sensor);
   if (context.trace_level != 0) {
     printf("# %02X, %02X, %02X\n", info->version, info->resolution_flag, info->sensor);
   }

@@ -20,23 +20,22 @@ using Payload = std::span<const uint8_t>;
 // --- Into the update mode ----------------------------------------------------------------------
 
 int EnterUpdateMode(Rs232Context* context) {
-  HdModuleSend(context->serial, HD_FIRMWARE_UPDATE, HD_SETTING, HD_NO_DATA);
-  CloseRS232();
-  context->serial = OpenRS232(MICOM_UPDATE_LINE);
-  if (context->serial < 0) {
+  HdModuleSend(SERIAL_ONE_PORT, HD_FIRMWARE_UPDATE, HD_SETTING, HD_NO_DATA);
+  CloseRS232(context);
+  if (OpenRS232(context, MICOM_UPDATE_LINE) < 0) {
     printf("[%s] Error line[%d], reason(OpenRS232)\n", kName, __LINE__);
     return -1;
   }
   return 0;
 }
 
-int AwaitAck(const Rs232Context& context) {
+int AwaitAck() {
   TimeMark begin;
   CUTIL_GetTime(&begin);
   MicomAckSearch search = {};
   while (CUTIL_CheckTimeout(begin, MICOM_ACK_LIMIT_MS) != 0) {
     uint8_t byte = 0;
-    if (SerialRecv(context.serial, &byte, 1, MICOM_ACK_BYTE_S) <= 0) continue;
+    if (SerialRecv(SERIAL_ONE_PORT, &byte, 1, MICOM_ACK_BYTE_S) <= 0) continue;
     if (!MicomAckTake(&search, byte)) continue;
     printf("Recv ACK [%04X]\n", search.value);
     return 0;
@@ -54,15 +53,15 @@ struct Answer {
   uint8_t byte;  // MICOM_START when none came
 };
 
-Answer Exchange(const Rs232Context& context, const MicomPacket& packet) {
+Answer Exchange(const MicomPacket& packet) {
   Answer answer = {.received = 0, .byte = MICOM_START};
-  SerialSend(context.serial, packet.bytes.data(), packet.size);
-  answer.received = SerialRecv(context.serial, &answer.byte, 1, MICOM_ANSWER_S);
+  SerialSend(SERIAL_ONE_PORT, packet.bytes.data(), packet.size);
+  answer.received = SerialRecv(SERIAL_ONE_PORT, &answer.byte, 1, MICOM_ANSWER_S);
   return answer;
 }
 
-int SendHeader(const Rs232Context& context, const Payload& payload) {
-  const Answer answer = Exchange(context, MicomHeaderPacket(static_cast<uint32_t>(payload.size())));
+int SendHeader(const Payload& payload) {
+  const Answer answer = Exchange(MicomHeaderPacket(static_cast<uint32_t>(payload.size())));
   if (answer.received < 0) {
     printf("[%s] Error line[%d], reason(SerialRecv)\n", kName, __LINE__);
     return -1;
@@ -77,11 +76,11 @@ int SendHeader(const Rs232Context& context, const Payload& payload) {
 
 // Sends one data packet until it is accepted. Returns the number of that send within its series,
 // or -1 when the micom never accepted it.
-int SendUntilAccepted(const Rs232Context& context, const MicomPacket& packet) {
+int SendUntilAccepted(const MicomPacket& packet) {
   Answer answer = {};
   for (int series = 0; series < MICOM_SERIES; ++series) {
     for (int send = 1; send <= MICOM_SENDS; ++send) {
-      answer = Exchange(context, packet);
+      answer = Exchange(packet);
       if (answer.byte == MICOM_ACCEPTED) return send;
     }
   }
@@ -94,11 +93,11 @@ int Percent(size_t part, size_t whole) {
   return static_cast<int>(100.0 * static_cast<double>(part) / static_cast<double>(whole));
 }
 
-int SendPayload(const Rs232Context& context, const Payload& payload) {
+int SendPayload(const Payload& payload) {
   size_t accepted = 0;
   while (accepted < payload.size()) {
     const size_t count = std::min(payload.size() - accepted, static_cast<size_t>(MICOM_DATA_MAX));
-    const int sends = SendUntilAccepted(context, MicomDataPacket(payload.subspan(accepted, count)));
+    const int sends = SendUntilAccepted(MicomDataPacket(payload.subspan(accepted, count)));
     if (sends < 0) return -1;
     accepted += count;
     printf("* write %3d%%, retry[%d / %d]\n", Percent(accepted, payload.size()), sends,
@@ -107,8 +106,8 @@ int SendPayload(const Rs232Context& context, const Payload& payload) {
   return 0;
 }
 
-int SendTail(const Rs232Context& context, const Payload& payload) {
-  const Answer answer = Exchange(context, MicomTailPacket(payload));
+int SendTail(const Payload& payload) {
+  const Answer answer = Exchange(MicomTailPacket(payload));
   if (answer.received <= 0) {
     printf("[%s] Error line[%d], reason(SerialRecv)\n", kName, __LINE__);
     return -1;
@@ -122,9 +121,8 @@ int SendTail(const Rs232Context& context, const Payload& payload) {
 }
 
 int Update(Rs232Context* context, const Payload& payload) {
-  if (EnterUpdateMode(context) != 0 || AwaitAck(*context) != 0 ||
-      SendHeader(*context, payload) != 0 || SendPayload(*context, payload) != 0 ||
-      SendTail(*context, payload) != 0) {
+  if (EnterUpdateMode(context) != 0 || AwaitAck() != 0 || SendHeader(payload) != 0 ||
+      SendPayload(payload) != 0 || SendTail(payload) != 0) {
     return -1;
   }
   printf("end\n");

@@ -9,6 +9,7 @@
 #include "module/firmware_update.h"
 #include "module/module_send.h"
 #include "relay/mode_pass.h"
+#include "serial/serial_io.h"
 #include "util/process.h"
 #include "util/sleep.h"
 
@@ -69,25 +70,24 @@ uint8_t DataOf(const HdRow& row, const CameraControl& control) {
 // --- The mode ----------------------------------------------------------------------------------
 
 struct HdMode {
-  Rs232Context context;
+  Rs232Context* context;
   HdCameraInfo info;
   ModePass pass;
 };
 
 HdMode g_hd;
 
-void OnCameraControl(void* mode, const CameraControl& control) {
-  const HdMode* hd = static_cast<const HdMode*>(mode);
+void OnCameraControl(void* /*mode*/, const CameraControl& control) {
   HdSetting setting;
   if (!HdTranslate(control, &setting)) return;
-  HdModuleSend(hd->context.serial, setting.command, HD_SETTING, setting.data);
+  HdModuleSend(SERIAL_ONE_PORT, setting.command, HD_SETTING, setting.data);
 }
 
 // A failed update is followed by the same reboot: it brings back a micom that was left in its
 // update mode.
 [[noreturn]] void UpdateFirmwareAndReboot(HdMode* hd) {
   printf("CICOMM_PCMD_MICOM_FIRMWARE_UPDATE\n");
-  MicomFirmwareUpdate(&hd->context);
+  MicomFirmwareUpdate(hd->context);
   CSYSMGR_SendPacket(CSYSMGR_CODE_REBOOT, nullptr, 0);
   CUTIL_SleepUs(static_cast<int64_t>(HD_REBOOT_NOTICE_S) * kUsPerS);
   CUTIL_Reboot();
@@ -124,9 +124,9 @@ int camd_cmod_hd(Rs232Context* p_param) {
     printf("[%s] Error line[%d], reason('p_param' is NULL)\n", "camd_cmod_hd", __LINE__);
     return -1;
   }
-  g_hd.context = *p_param;
-  HdCameraInfoWrite(g_hd.context, &g_hd.info);
-  ModePassInit(&g_hd.pass, &g_hd.context, &kHooks, &g_hd);
+  g_hd.context = p_param;
+  HdCameraInfoWrite(*p_param, &g_hd.info);
+  ModePassInit(&g_hd.pass, p_param, &kHooks, &g_hd);
   g_hd.pass.Run(&g_hd.pass);
   return 0;
 }

@@ -1,7 +1,7 @@
 // Frames to the camera module, each sent with one write on the daemon's serial port.
 //
 // Both functions block until the frame has left the line and return what the port's write
-// returned, or -1 while the port is closed. `fd` is not used: there is one port.
+// returned, or -1 while the port is closed. `fd` is not used: SERIAL_ONE_PORT stands for it.
 #pragma once
 
 #include <cstdint>

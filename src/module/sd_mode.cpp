@@ -7,6 +7,7 @@
 #include "module/module_send.h"
 #include "relay/mode_pass.h"
 #include "relay/pelco_d.h"
+#include "serial/serial_io.h"
 
 namespace {
 
@@ -40,25 +41,24 @@ SdFrame ZoomFrame(int8_t direction) {
 // --- The mode ----------------------------------------------------------------------------------
 
 struct SdMode {
-  Rs232Context context;
+  Rs232Context* context;
   SdCameraInfo info;
   ModePass pass;
 };
 
 SdMode g_sd;
 
-void OnCameraControl(void* mode, const CameraControl& control) {
-  const SdMode* sd = static_cast<const SdMode*>(mode);
+void OnCameraControl(void* /*mode*/, const CameraControl& control) {
   const SdSequence sequence = SdTranslate(control);
   for (int i = 0; i < sequence.count; ++i) {
     const SdFrame& frame = sequence.frames[static_cast<size_t>(i)];
-    SdModuleSend(sd->context.serial, frame.command2, 0, frame.data2);
+    SdModuleSend(SERIAL_ONE_PORT, frame.command2, 0, frame.data2);
   }
 }
 
 void OnSerialBytes(void* mode, std::span<const uint8_t> bytes) {
   SdMode* sd = static_cast<SdMode*>(mode);
-  SdCameraInfoParse(sd->context, &sd->info, bytes);
+  SdCameraInfoParse(*sd->context, &sd->info, bytes);
 }
 
 constexpr ModeHooks kHooks = {.name = "SD camera module",
@@ -85,10 +85,10 @@ int camd_cmod_sd(Rs232Context* p_param) {
     printf("[%s] Error line[%d], reason('p_param' is NULL)\n", "camd_cmod_sd", __LINE__);
     return -1;
   }
-  g_sd.context = *p_param;
+  g_sd.context = p_param;
   g_sd.info = {};
-  SdModuleSend(g_sd.context.serial, PELCO_NO_BITS, SD_QUERY_DATA1, SD_QUERY_DATA2);
-  ModePassInit(&g_sd.pass, &g_sd.context, &kHooks, &g_sd);
+  SdModuleSend(SERIAL_ONE_PORT, PELCO_NO_BITS, SD_QUERY_DATA1, SD_QUERY_DATA2);
+  ModePassInit(&g_sd.pass, p_param, &kHooks, &g_sd);
   g_sd.pass.Run(&g_sd.pass);
   return 0;
 }

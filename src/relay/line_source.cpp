@@ -20,21 +20,20 @@ constexpr int64_t kEmptyReadPauseUs = 1'000;
 
 void Lose(LineSource* self, const char* reason) {
   fprintf(stderr, "[%s] serial line lost, reason(%s)\n", "LineSource", reason);
-  self->events->Del(self->events, self->fd);
-  CloseRS232();
-  self->fd = -1;
+  CFDEVENT* events = self->context->events;
+  events->Del(events, self->context->serial);
+  CloseRS232(self->context);
   self->retry_us = CUTIL_MonotonicUs() + kRetryUs;
 }
 
 }  // namespace
 
-void LineSourceInit(LineSource* self, const Rs232Context& context) {
-  *self = {
-      .fd = context.serial, .retry_us = 0, .events = context.events, .settings = context.settings};
+void LineSourceInit(LineSource* self, Rs232Context* context) {
+  *self = {.context = context, .retry_us = 0};
 }
 
 int LineSourceRead(LineSource* self, uint8_t* buffer, int size) {
-  const ssize_t count = read(self->fd, buffer, static_cast<size_t>(size));
+  const ssize_t count = read(self->context->serial, buffer, static_cast<size_t>(size));
   if (count > 0) return static_cast<int>(count);
   if (count < 0 && (errno == EAGAIN || errno == EINTR)) {
     CUTIL_SleepUs(kEmptyReadPauseUs);
@@ -46,16 +45,16 @@ int LineSourceRead(LineSource* self, uint8_t* buffer, int size) {
 
 void LineSourceServe(LineSource* self) {
   if (LineSourceWaitLimitUs(*self) > 0) return;
-  self->fd = OpenRS232(SerialLineOf(*self->settings));
-  if (self->fd < 0) {
+  Rs232Context* context = self->context;
+  if (OpenRS232(context, SerialLineOf(*context->settings)) < 0) {
     self->retry_us = CUTIL_MonotonicUs() + kRetryUs;
     return;
   }
-  self->events->Add(self->events, self->fd);
+  context->events->Add(context->events, context->serial);
   fprintf(stderr, "[%s] serial line is back\n", "LineSource");
 }
 
 int64_t LineSourceWaitLimitUs(const LineSource& self) {
-  if (self.fd >= 0) return INT64_MAX;
+  if (self.context->serial >= 0) return INT64_MAX;
   return std::max<int64_t>(self.retry_us - CUTIL_MonotonicUs(), 0);
 }

@@ -15,14 +15,12 @@
 constexpr int LINE_SOURCE_RETRY_S = 1;
 
 struct LineSource {
-  int fd;                         // the open line, -1 while it is lost
-  int64_t retry_us;               // while it is lost: monotonic time of the next attempt
-  CFDEVENT* events;               // borrowed: watches `fd`
-  const Rs232Settings* settings;  // borrowed: what the line is opened with
+  Rs232Context* context;  // borrowed: holds the line, which its event set watches
+  int64_t retry_us;       // while the line is lost: monotonic time of the next attempt
 };
 
-// Takes over the open line of `context`, which its event set watches already.
-void LineSourceInit(LineSource* self, const Rs232Context& context);
+// Takes over the open line of `context`.
+void LineSourceInit(LineSource* self, Rs232Context* context);
 
 // Reads once, `size` bytes at most. Returns the bytes read, or 0 when there were none; a line that
 // turns out to be gone is lost from then on.

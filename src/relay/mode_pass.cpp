@@ -53,9 +53,9 @@ bool HasInput(ModePass* self, int fd) {
 // --- PTZ clients -------------------------------------------------------------------------------
 
 // Whether the line takes bytes. One that is lost takes all: they are lost with it.
-bool HasRoom(const LineSource& line) {
-  pollfd room = {.fd = line.fd, .events = POLLOUT, .revents = 0};
-  return line.fd < 0 || poll(&room, 1, 0) != 0;
+bool HasRoom(int serial) {
+  pollfd room = {.fd = serial, .events = POLLOUT, .revents = 0};
+  return serial < 0 || poll(&room, 1, 0) != 0;
 }
 
 // Returns true when the line got bytes, which takes as long as it takes them.
@@ -73,11 +73,11 @@ bool ServePtzClients(ModePass* self) {
     for (pollfd& source : sources)
       source.revents |= POLLIN;
   }
-  self->clients_held = !HasRoom(self->line);
+  self->clients_held = !HasRoom(self->context->serial);
   if (self->clients_held) return false;
   const int count =
       CPTZSVR_RecvReady(server, self->ptz_buffer, sources.first<CPTZSVR_MAX_CLIENTS>());
-  if (count > 0) SerialSend(self->line.fd, self->ptz_buffer, count);
+  if (count > 0) SerialSend(SERIAL_ONE_PORT, self->ptz_buffer, count);
   return count > 0;
 }
 
@@ -88,7 +88,7 @@ void ReportStatus(ModePass* self) {
   if (!CUTIL_NotifyIsOn()) return;
   const CPTZSVR* server = self->context->ptz_server;
   const int clients = server == nullptr ? kNoServer : CPTZSVR_ClientCount(server);
-  const bool line = self->line.fd >= 0;
+  const bool line = self->context->serial >= 0;
   if (clients == self->reported_clients && line == self->reported_line) return;
   self->reported_clients = clients;
   self->reported_line = line;
@@ -105,7 +105,7 @@ void ReportStatus(ModePass* self) {
 // Fills the sources with the PTZ server's, the stop event and the event set's.
 void CollectSources(ModePass* self) {
   const Rs232Context& context = *self->context;
-  const bool is_held = self->clients_held && self->line.fd >= 0;
+  const bool is_held = self->clients_held && self->context->serial >= 0;
   const auto ptz = PtzSources(self);
   if (context.ptz_server != nullptr) {
     CPTZSVR_Watch(context.ptz_server, !is_held, ptz);
@@ -116,7 +116,7 @@ void CollectSources(ModePass* self) {
   self->source_count = CPTZSVR_SOURCES + 1 + static_cast<size_t>(context.events->reg_count);
   const int* fd = context.events->fds;
   for (pollfd& source : EventSources(self)) {
-    const int room = is_held && *fd == self->line.fd ? POLLOUT : 0;
+    const int room = is_held && *fd == self->context->serial ? POLLOUT : 0;
     source = {.fd = *fd++, .events = static_cast<short>(POLLIN | room), .revents = 0};
   }
 }
@@ -163,7 +163,7 @@ void ServeUdp(ModePass* self) {
   if (length < RS232_UDP_CODE_SIZE) return;
   switch (LoadLe16(self->udp_buffer)) {
     case RS232_UDP_WRITE:
-      SerialSend(self->line.fd, self->udp_buffer + RS232_UDP_CODE_SIZE,
+      SerialSend(SERIAL_ONE_PORT, self->udp_buffer + RS232_UDP_CODE_SIZE,
                  static_cast<int>(length) - RS232_UDP_CODE_SIZE);
       break;
     case RS232_UDP_STOP:
@@ -252,7 +252,7 @@ int RunOnce(ModePass* self) {
   CICOMM* channel = self->context->command;
   if (HasInput(self, self->context->udp_socket)) ServeUdp(self);
   if (HasInput(self, channel->GetSocket(channel))) ServeCommand(self);
-  if (HasInput(self, self->line.fd)) ServeSerial(self);
+  if (HasInput(self, self->context->serial)) ServeSerial(self);
   return 0;
 }
 
@@ -264,12 +264,12 @@ void Run(ModePass* self) {
 
 }  // namespace
 
-void ModePassInit(ModePass* self, const Rs232Context* context, const ModeHooks* hooks, void* mode) {
+void ModePassInit(ModePass* self, Rs232Context* context, const ModeHooks* hooks, void* mode) {
   self->context = context;
   self->hooks = hooks;
   self->mode = mode;
   self->serial_data = {};
-  LineSourceInit(&self->line, *context);
+  LineSourceInit(&self->line, context);
   self->source_count = 0;
   self->clients_held = false;
   self->reported_clients = kNothingReported;

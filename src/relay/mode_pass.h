@@ -50,9 +50,9 @@ struct ModeHooks {
 };
 
 struct ModePass {
-  const Rs232Context* context;  // borrowed from the mode
-  const ModeHooks* hooks;       // borrowed from the mode
-  void* mode;                   // handed to every hook
+  Rs232Context* context;   // borrowed from the mode
+  const ModeHooks* hooks;  // borrowed from the mode
+  void* mode;              // handed to every hook
   uint8_t ptz_buffer[CPTZSVR_RECV_MAX];
   uint8_t udp_buffer[RS232_UDP_MAX];
   SerialDataDatagram serial_data;  // serial bytes are read into its place
@@ -73,4 +73,4 @@ struct ModePass {
 };
 
 // Readies a pass over the sources of `context`.
-void ModePassInit(ModePass* self, const Rs232Context* context, const ModeHooks* hooks, void* mode);
+void ModePassInit(ModePass* self, Rs232Context* context, const ModeHooks* hooks, void* mode);

@@ -1,6 +1,5 @@
 #include "relay/relay_loop.h"
 
-#include "context/rs232_context.h"
 #include "relay/mode_pass.h"
 #include "relay/ptz_tables.h"
 #include "serial/serial_io.h"
@@ -10,18 +9,13 @@ namespace {
 
 constexpr int kUsPerMs = 1000;
 
-struct Relay {
-  const Rs232Context* context;
-  std::span<const PtzRow> table;
-};
-
 void OnCameraControl(void* mode, const CameraControl& control) {
-  const Relay* relay = static_cast<const Relay*>(mode);
-  const PtzSequence sequence = PtzTranslate(relay->table, control);
+  const auto* table = static_cast<const std::span<const PtzRow>*>(mode);
+  const PtzSequence sequence = PtzTranslate(*table, control);
   for (int i = 0; i < sequence.count; ++i) {
     const PtzStep& step = sequence.steps[static_cast<size_t>(i)];
     if (step.wait_ms != 0) CUTIL_SleepUs(static_cast<int64_t>(step.wait_ms) * kUsPerMs);
-    SerialSend(relay->context->serial, step.frame.data(), PELCO_FRAME_SIZE);
+    SerialSend(SERIAL_ONE_PORT, step.frame.data(), PELCO_FRAME_SIZE);
   }
 }
 
@@ -34,11 +28,10 @@ constexpr ModeHooks kHooks = {.name = "relay",
 
 }  // namespace
 
-int RelayLoop() {
-  Relay relay = {.context = &g_rs232_context,
-                 .table = PtzTableForModel(g_rs232_context.settings->model)};
+int RelayLoop(Rs232Context* context) {
+  std::span<const PtzRow> table = PtzTableForModel(context->settings->model);
   ModePass pass;
-  ModePassInit(&pass, relay.context, &kHooks, &relay);
+  ModePassInit(&pass, context, &kHooks, &table);
   pass.Run(&pass);
   return 0;
 }

@@ -2,6 +2,8 @@
 // into Pelco-D.
 #pragma once
 
-// Runs the relay on the daemon's context until the stop flag is set. Returns 0. The frames of a
+#include "context/rs232_context.h"
+
+// Runs the relay on `context` until the stop flag is set. Returns 0. The frames of a
 // camera-control command are sent, waits included, before anything else is served.
-int RelayLoop();
+int RelayLoop(Rs232Context* context);

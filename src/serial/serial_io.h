@@ -8,6 +8,9 @@
 
 #include <cstdint>
 
+// In place of a descriptor, which the calls below take and do not use: there is one port.
+constexpr int SERIAL_ONE_PORT = -1;
+
 // Tags of the trace lines.
 constexpr char SERIAL_TRACE_SEND[] = "SEND";
 constexpr char SERIAL_TRACE_RECV[] = "RECV";
@@ -21,12 +24,12 @@ void SerialTrace(const char* tag, const uint8_t* buffer, int length);
 void SerialTraceIfEnabled(const char* tag, const uint8_t* buffer, int length);
 
 // Writes `length` bytes and waits until they have left the line; blocks as SerialPort::Write
-// does. `fd` is not used: there is one port. Returns what the port's write returned (a short
+// does. Returns what the port's write returned (a short
 // count is a short write), or -1 while the port is closed or when `buffer` is null.
 int SerialSend(int fd, const void* buffer, int length);
 
 // Reads until `length` bytes are there or the deadline has passed: `timeout_s` whole seconds of
 // the wall clock, so the call ends about timeout_s + 1 seconds after it began at the latest, also
-// when that clock is set back. Failed reads do not end it. `fd` is not used. Returns the bytes
-// stored (0 to `length`), or -1 while the port is closed or when `buffer` is null.
+// when that clock is set back. Failed reads do not end it. Returns the bytes stored
+// (0 to `length`), or -1 while the port is closed or when `buffer` is null.
 int SerialRecv(int fd, void* buffer, int length, int timeout_s);

@@ -299,24 +299,23 @@ SerialLine SerialLineOf(const Rs232Settings& settings) {
           .stop_bits = settings.stop_bits};
 }
 
-int OpenRS232(const SerialLine& line) {
+int OpenRS232(Rs232Context* context, const SerialLine& line) {
   g_device_path[0] = '\0';
   CUTIL_GetConfValue(SERIAL_CAPABILITIES_PATH, SERIAL_DEVICE_KEY, g_device_path,
                      sizeof(g_device_path));
-  g_serial_port = nullptr;
-  if (SerialPortOpen(&g_port, g_device_path, line) != 0) return -1;
-  g_serial_port = &g_port;
-  g_rs232_context.serial = g_port.fd;
-  return g_port.fd;
+  const bool is_open = SerialPortOpen(&g_port, g_device_path, line) == 0;
+  g_serial_port = is_open ? &g_port : nullptr;
+  context->serial = g_port.fd;
+  return context->serial;
 }
 
 const char* OpenedDevicePath() {
   return g_device_path;
 }
 
-int CloseRS232() {
+int CloseRS232(Rs232Context* context) {
   SerialPort* port = g_serial_port.exchange(nullptr);
   if (port != nullptr) port->Close(port);
-  g_rs232_context.serial = -1;
+  context->serial = -1;
   return 0;
 }

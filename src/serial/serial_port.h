@@ -72,11 +72,11 @@ int SerialPortOpen(SerialPort* self, const char* path, const SerialLine& line);
 extern std::atomic<SerialPort*> g_serial_port;
 
 // Opens the daemon's port, which must be closed, on the device that SERIAL_CAPABILITIES_PATH names
-// and stores its descriptor in the context. Returns the descriptor or -1.
-int OpenRS232(const SerialLine& line);
+// and stores its descriptor, or -1, in `context`. Returns what it stored.
+int OpenRS232(Rs232Context* context, const SerialLine& line);
 
 // Path of the device that OpenRS232 opened last, or failed to open; empty before.
 const char* OpenedDevicePath();
 
-// Closes the daemon's port if it is open; the context's descriptor becomes -1. Returns 0.
-int CloseRS232();
+// Closes the daemon's port if it is open; the descriptor in `context` becomes -1. Returns 0.
+int CloseRS232(Rs232Context* context);

@@ -119,13 +119,13 @@ class Serial : public testing::Test {
  protected:
   ~Serial() override {
     g_rs232_context.trace_level = 0;
-    CloseRS232();
+    CloseRS232(&g_rs232_context);
     if (port_.Close != nullptr) port_.Close(&port_);
   }
   // The daemon's own port on the line.
   void OpenDaemonPort() {
     sim::WriteTextFile(SERIAL_CAPABILITIES_PATH, string(SERIAL_DEVICE_KEY) + "=" + kPath + "\n");
-    ASSERT_GE(OpenRS232(kLine), 0);
+    ASSERT_GE(OpenRS232(&g_rs232_context, kLine), 0);
   }
   // Sends to the daemon and waits until the bytes are there. The kernel takes its own time for
   // that, however fast the clock of the tests runs.
@@ -315,12 +315,12 @@ TEST_F(Serial, FailsWhileClosed) {
   OpenDaemonPort();
   EXPECT_EQ(SerialSend(1, nullptr, 1), -1);
   EXPECT_EQ(SerialRecv(1, nullptr, 1, 60), -1);
-  EXPECT_EQ(CloseRS232(), 0);
+  EXPECT_EQ(CloseRS232(&g_rs232_context), 0);
   EXPECT_EQ(g_rs232_context.serial, -1);
   EXPECT_TRUE(fails(&byte));
   OpenDaemonPort();
   sim::WriteTextFile(SERIAL_CAPABILITIES_PATH, string(SERIAL_DEVICE_KEY) + "=/dev/none\n");
-  EXPECT_EQ(OpenRS232(kLine), -1);
+  EXPECT_EQ(OpenRS232(&g_rs232_context, kLine), -1);
   EXPECT_EQ(SerialSend(1, &byte, 1), -1);
 }
 
