@@ -99,6 +99,8 @@ class Session : private sim::DeviceRig {
     };
     Await(save, 60 * kPatience);
     const bool was_hit = daemon->WaitEnd({}) == -SIGKILL;
+    // A child that has not come to its exec yet holds them as well.
+    sim::WaitUntil([] { return !sim::IsPortBound("udp", RS232_COMMAND_PORT); });
     CheckFiles();
     std::filesystem::remove(CUTIL_TEMP_CONF_PATH);
     Spawn({});
