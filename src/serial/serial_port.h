@@ -50,10 +50,9 @@ struct SerialPort {
 
   // Writes the buffer with one `write` (what does not fit is not written) and waits until the
   // last bit has left the transmitter. The wait keeps the processor busy where the driver tells
-  // when that is; elsewhere it sleeps until the driver's queue is empty and then in its drain
-  // call. It is given up once it has lasted longer than the bytes need on the line
-  // plus a margin, or a second after it began when the daemon is told to end. Returns what `write`
-  // returned, or -1 when the port is not open.
+  // when that is; elsewhere it sleeps in the driver's drain call. It is given up once it has lasted
+  // longer than the bytes need on the line plus a margin, or a second after it began when the
+  // daemon is told to end. Returns what `write` returned, or -1 when the port is not open.
   int (*Write)(SerialPort* self, const void* buffer, int length);
 
   // Waits at most `timeout_ms` (not negative) for input and reads once, at most `length` bytes.
