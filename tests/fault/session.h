@@ -100,7 +100,9 @@ class Session : private sim::DeviceRig {
     Await(save, 60 * kPatience);
     const bool was_hit = daemon->WaitEnd({}) == -SIGKILL;
     // A child that has not come to its exec yet holds them as well.
-    sim::WaitUntil([] { return !sim::IsPortBound("udp", RS232_COMMAND_PORT); });
+    const auto is_free = [](int port) { return !sim::IsPortBound("udp", port); };
+    sim::WaitUntil([&] { return is_free(RS232_COMMAND_PORT) && is_free(config.udp_port); },
+                   60 * kPatience);
     CheckFiles();
     std::filesystem::remove(CUTIL_TEMP_CONF_PATH);
     Spawn({});
