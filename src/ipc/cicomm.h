@@ -97,6 +97,13 @@ struct CICOMM {
 // else (0 or -1, a client) unbound. Returns 0, or -1 when the socket could not be made.
 int CICOMM_Init(CICOMM* self, int port);
 
+// Sends `len` bytes to UDP `port` of this host. Tries again while the socket has no room,
+// until `timeout_s` whole seconds of wall-clock time have passed (0: no limit). Returns `len` when
+// all was sent before the deadline, else -1 (a negative `len` is returned as it is).
+int SendTo(int socket, int port, const void* buf, int len, int timeout_s);
+
+// --- Part of the interface, but not called by the daemon ----------------------------------------
+
 // Sends one command without an object. Uses `socket`, or one of its own when that is negative.
 // `port_field` goes into the header, `port` is the destination. The time limit counts in whole
 // seconds of `timeout_ms`, rounded down; 0 seconds set none. Returns header and payload size on
@@ -104,8 +111,3 @@ int CICOMM_Init(CICOMM* self, int port);
 // result of SendTo. Takes its buffer from the heap.
 int CICOMM_SendCommand(int socket, int command, int port_field, int port, const void* data,
                        int size, int timeout_ms);
-
-// Sends `len` bytes to UDP `port` of this host. Tries again while the socket has no room,
-// until `timeout_s` whole seconds of wall-clock time have passed (0: no limit). Returns `len` when
-// all was sent before the deadline, else -1 (a negative `len` is returned as it is).
-int SendTo(int socket, int port, const void* buf, int len, int timeout_s);

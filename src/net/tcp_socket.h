@@ -40,6 +40,8 @@ int ZSK_BindTCPSocketEx(int port, int options);
 // never a signal. Messages on standard output.
 int ZSK_SendTCPNow(int fd, const void* buf, int len);
 
+// --- Part of the interface, but not called by the daemon ----------------------------------------
+
 // Sends `len` bytes on a connected socket. Where the peer has no room the call waits for room
 // without holding the processor, until the deadline: `timeout_s` whole seconds of wall-clock
 // time (so the call ends between timeout_s and timeout_s + 1 seconds); 0 sets none.

@@ -18,16 +18,9 @@ int ZSK_OpenLocalUDPCSocket();
 // descriptor is not tested first.
 int ZSK_SendLocalUDPData(int fd, int port, const void* buf, int len);
 
-// Takes one datagram if one waits; never blocks. Returns its length, 0 when nothing waits (or
-// an empty datagram came), -1 when receiving failed. `port` filters nothing.
-int ZSK_RecvLocalUDPData(int fd, int port, void* buf, int len);
-
-// Waits at most sec + usec for a datagram and takes it; `from` receives its sender. Returns its
-// length; 0 when the time ran out or the wait failed; -1 when receiving failed.
-int ZSK_RecvUDPDataTimeout(int fd, void* buf, int len, sockaddr_in* from, long sec, long usec);
-
-// As above with -1 when the time ran out. With `wait` 0 both times are ignored and the call
-// blocks until a datagram comes.
+// Waits at most sec + usec for a datagram and takes it; `from` receives its sender. With `wait` 0
+// both times are ignored and the call blocks until a datagram comes. Returns its
+// length, or -1 when the time ran out, or waiting or receiving failed.
 int ZSK_RecvUDPDataEx(int fd, void* buf, int len, sockaddr_in* from, long sec, long usec, int wait);
 
 // Sends one datagram to `to`. Returns the bytes sent or -1; prints nothing.
@@ -35,6 +28,15 @@ int ZSK_SendUDPData(int fd, const void* buf, int len, const sockaddr_in* to);
 
 // Makes a descriptor non-blocking. Returns its new status flags; errors are not reported.
 int ZSK_SetNonBlocking(int fd);
+
+// --- Part of the interface, but not called by the daemon ----------------------------------------
+
+// Takes one datagram if one waits; never blocks. Returns its length, 0 when nothing waits (or
+// an empty datagram came), -1 when receiving failed. `port` filters nothing.
+int ZSK_RecvLocalUDPData(int fd, int port, void* buf, int len);
+
+// As ZSK_RecvUDPDataEx with a wait, but 0 when the time ran out or the wait failed.
+int ZSK_RecvUDPDataTimeout(int fd, void* buf, int len, sockaddr_in* from, long sec, long usec);
 
 // Returns the size in bytes that the system reports for SO_SNDBUF or SO_RCVBUF, 0 on failure.
 int ZSK_GetSocketBufferSize(int fd, int option);

@@ -2,6 +2,9 @@
 //
 // A table of descriptors, one wait over all of them, and a test of each after the wait. The set
 // is a value of its owner and watches descriptors that it does not own. Main thread only.
+//
+// The daemon uses the table alone: the pass waits for more sources than these, with a poll of its
+// own, and calls neither Wait nor IsSet.
 #pragma once
 
 #include <sys/select.h>

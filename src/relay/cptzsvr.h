@@ -53,7 +53,7 @@ struct CPTZSVR {
   // Reads once from the lowest-numbered client that has data, at most CPTZSVR_RECV_MAX bytes.
   // Waits at most `us` microseconds a client (0 polls). Clients that have closed or failed are
   // disconnected on the way; one that has closed with bytes in its queue gets them first. Returns
-  // the bytes read, or -1 when there were none.
+  // the bytes read, or -1 when there were none. The daemon calls CPTZSVR_RecvReady instead.
   int (*Recv)(CPTZSVR* self, void* buf, int us);
 
   // Sends `len` bytes (at least 1) to every client without waiting: what one cannot take now goes

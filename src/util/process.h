@@ -36,6 +36,8 @@ constexpr int CUTIL_COMMAND_SIZE = 256;
 // be read), or -1 when the list cannot be opened or is longer than CUTIL_SETTINGS_MAX.
 int CUTIL_KillProcAll(const char* list_path, int signal);
 
+// --- Part of the interface, but not called by the daemon ----------------------------------------
+
 // Sends `signal` to every process that `name` matches. Returns 0, whatever happened.
 int CUTIL_KillProcByName(const char* name, int signal);
 

@@ -22,9 +22,6 @@ struct MonoTimeMark {
 // Takes a mark of the wall clock now. Returns 0.
 int CUTIL_GetTime(TimeMark* mark_out);
 
-// Takes a mark of the monotonic clock now. Returns 0.
-int CUTIL_GetTimeMono(MonoTimeMark* mark_out);
-
 // Returns -1 while less than `limit_ms` milliseconds have passed between `mark` and `now`, else
 // 0; 0 as well when `now` is before `mark`. A negative limit is as good as endless.
 int CUTIL_CheckTimeoutAt(const TimeMark& mark, const TimeMark& now, int limit_ms);
@@ -32,9 +29,14 @@ int CUTIL_CheckTimeoutAt(const TimeMark& mark, const TimeMark& now, int limit_ms
 // The same with the wall clock's present time.
 int CUTIL_CheckTimeout(const TimeMark& mark, int limit_ms);
 
-// The same with the monotonic clock's present time, in whole microseconds.
-int CUTIL_CheckTimeoutMono(const MonoTimeMark& mark, int limit_ms);
-
 // Returns the microseconds of the wall clock since `mark`. With the clock set back to an earlier
 // second this is the difference of the two microsecond fields alone, which may be negative.
 int64_t CUTIL_ElapsedUs(const TimeMark& mark);
+
+// --- Part of the interface, but not called by the daemon ----------------------------------------
+
+// Takes a mark of the monotonic clock now. Returns 0.
+int CUTIL_GetTimeMono(MonoTimeMark* mark_out);
+
+// CUTIL_CheckTimeout for such a mark, in whole microseconds.
+int CUTIL_CheckTimeoutMono(const MonoTimeMark& mark, int limit_ms);
