@@ -8,7 +8,7 @@
 //   - what clients and local processes send arrives at the far end of the line whole and in order,
 //     between good frames of the mode and nothing else, while the line is there;
 //   - what comes from the line arrives at every client, from its connecting on, and in the data
-//     datagrams; nobody else is dropped but who takes nothing for CPTZSVR_SEND_LIMIT_S;
+//     datagrams; nobody else is dropped but who takes nothing for CPTZSVR_SEND_TIMEOUT_S;
 //   - the packets of a firmware update follow each other as the far end accepts them;
 //   - the camera information file is written whole;
 //   - the start and each pass take no longer than the mode's waits add up to, and the daemon does
@@ -413,7 +413,7 @@ class ModeWorld {
   void CheckSlowClients() const {
     const CPTZSVR* server = g_rs232_context.ptz_server;
     for (int slot = 0; slot < CPTZSVR_MAX_CLIENTS; ++slot) {
-      const int64_t dropped_us = server->took_us[slot] + CPTZSVR_SEND_LIMIT_S * kUsPerS;
+      const int64_t dropped_us = server->last_progress_us[slot] + CPTZSVR_SEND_TIMEOUT_S * kUsPerS;
       FUZZ_CHECK(server->queues[slot].count == 0 || dropped_us >= pass_began_us_);
     }
   }
@@ -492,7 +492,7 @@ class ModeWorld {
       packets_taken_ = number;
       const bool is_data = number > 1 && number < update_.size();
       FUZZ_CHECK(static_cast<ptrdiff_t>(number) <= acceptances_ + 1);
-      FUZZ_CHECK(sends_of_packet_ <= (is_data ? MICOM_SENDS * MICOM_SERIES : 1));
+      FUZZ_CHECK(sends_of_packet_ <= (is_data ? MICOM_TRIES_PER_ROUND * MICOM_ROUNDS : 1));
       return count;
     }
     Fail("no packet of the update: " + sim::Hex(bytes));
@@ -530,7 +530,7 @@ class ModeWorld {
     Close(client);
     if (client->has_ended || is_told_to_stop_) return;
     const int64_t slow_us = client->stopped_us < 0 ? 0 : NowUs() - client->stopped_us;
-    FUZZ_CHECK(client->is_admitted ? slow_us >= CPTZSVR_SEND_LIMIT_S * kUsPerS
+    FUZZ_CHECK(client->is_admitted ? slow_us >= CPTZSVR_SEND_TIMEOUT_S * kUsPerS
                                    : clients_.size() > CPTZSVR_MAX_CLIENTS);
   }
 

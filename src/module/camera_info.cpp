@@ -46,7 +46,8 @@ constexpr ResolutionRow kOtherResolution = {0, "1080p", "720p"};
 void Query(HdCommand command, uint8_t* value) {
   HdFrame answer = {};
   HdModuleSend(SERIAL_ONE_PORT, command, HD_QUERY, HD_NO_DATA);
-  const int count = SerialRecv(SERIAL_ONE_PORT, answer.data(), HD_FRAME_SIZE, CAMERA_INFO_ANSWER_S);
+  const int count =
+      SerialRecv(SERIAL_ONE_PORT, answer.data(), HD_FRAME_SIZE, CAMERA_INFO_ANSWER_TIMEOUT_S);
   if (count > HD_DATA_AT) *value = answer[HD_DATA_AT];
 }
 

@@ -14,7 +14,7 @@
 #include "relay/pelco_d.h"
 
 // Longest wait for the answer to one query, seconds.
-constexpr int CAMERA_INFO_ANSWER_S = 3;
+constexpr int CAMERA_INFO_ANSWER_TIMEOUT_S = 3;
 // A model code that no module has told yet.
 constexpr uint8_t SD_NO_MODEL = 0xFF;
 
@@ -42,8 +42,8 @@ bool SdCameraInfoTake(SdCameraInfo* info, uint8_t byte);
 int SdCameraInfoParse(const Rs232Context& context, SdCameraInfo* info,
                       std::span<const uint8_t> bytes);
 
-// Asks the micom for version, resolution flag and sensor (up to CAMERA_INFO_ANSWER_S + 1 seconds
-// each when it does not answer) and writes the file once all three are known. An answer too
+// Asks the micom for version, resolution flag and sensor (up to CAMERA_INFO_ANSWER_TIMEOUT_S + 1
+// seconds each when it does not answer) and writes the file once all three are known. An answer too
 // short to hold its value counts as none. Returns 0.
 int HdCameraInfoWrite(const Rs232Context& context, HdCameraInfo* info);
 

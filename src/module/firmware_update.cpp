@@ -33,9 +33,9 @@ int AwaitAck() {
   TimeMark begin;
   CUTIL_GetTime(&begin);
   MicomAckSearch search = {};
-  while (CUTIL_CheckTimeout(begin, MICOM_ACK_LIMIT_MS) != 0) {
+  while (CUTIL_CheckTimeout(begin, MICOM_ACK_TIMEOUT_MS) != 0) {
     uint8_t byte = 0;
-    if (SerialRecv(SERIAL_ONE_PORT, &byte, 1, MICOM_ACK_BYTE_S) <= 0) continue;
+    if (SerialRecv(SERIAL_ONE_PORT, &byte, 1, MICOM_ACK_BYTE_TIMEOUT_S) <= 0) continue;
     if (!MicomAckTake(&search, byte)) continue;
     printf("Recv ACK [%04X]\n", search.value);
     return 0;
@@ -56,7 +56,7 @@ struct Answer {
 Answer Exchange(const MicomPacket& packet) {
   Answer answer = {.received = 0, .byte = MICOM_START};
   SerialSend(SERIAL_ONE_PORT, packet.bytes.data(), packet.size);
-  answer.received = SerialRecv(SERIAL_ONE_PORT, &answer.byte, 1, MICOM_ANSWER_S);
+  answer.received = SerialRecv(SERIAL_ONE_PORT, &answer.byte, 1, MICOM_ANSWER_TIMEOUT_S);
   return answer;
 }
 
@@ -74,12 +74,12 @@ int SendHeader(const Payload& payload) {
   return 0;
 }
 
-// Sends one data packet until it is accepted. Returns the number of that send within its series,
+// Sends one data packet until it is accepted. Returns the number of that send within its round,
 // or -1 when the micom never accepted it.
 int SendUntilAccepted(const MicomPacket& packet) {
   Answer answer = {};
-  for (int series = 0; series < MICOM_SERIES; ++series) {
-    for (int send = 1; send <= MICOM_SENDS; ++send) {
+  for (int round = 0; round < MICOM_ROUNDS; ++round) {
+    for (int send = 1; send <= MICOM_TRIES_PER_ROUND; ++send) {
       answer = Exchange(packet);
       if (answer.byte == MICOM_ACCEPTED) return send;
     }
@@ -101,7 +101,7 @@ int SendPayload(const Payload& payload) {
     if (sends < 0) return -1;
     accepted += count;
     printf("* write %3d%%, retry[%d / %d]\n", Percent(accepted, payload.size()), sends,
-           MICOM_SENDS);
+           MICOM_TRIES_PER_ROUND);
   }
   return 0;
 }

@@ -16,13 +16,13 @@ constexpr SerialLine MICOM_UPDATE_LINE = {
     .baud_rate = 115200, .data_bits = 8, .parity = 0, .stop_bits = 1};
 
 // Longest wait for the sign of the update mode, milliseconds, and for one of its bytes, seconds.
-constexpr int MICOM_ACK_LIMIT_MS = 10'000;
-constexpr int MICOM_ACK_BYTE_S = 1;
+constexpr int MICOM_ACK_TIMEOUT_MS = 10'000;
+constexpr int MICOM_ACK_BYTE_TIMEOUT_S = 1;
 // Longest wait for the answer to a packet, seconds.
-constexpr int MICOM_ANSWER_S = 3;
-// Sends of one data packet in a series, and series before the update is given up.
-constexpr int MICOM_SENDS = 20;
-constexpr int MICOM_SERIES = 5;
+constexpr int MICOM_ANSWER_TIMEOUT_S = 3;
+// Sends of one data packet in a round, and rounds before the update is given up.
+constexpr int MICOM_TRIES_PER_ROUND = 20;
+constexpr int MICOM_ROUNDS = 5;
 
 // Runs the whole update on the daemon's serial port, which is closed and opened again on the
 // way; its new descriptor goes into `context`. Blocks until the end: seconds to minutes, with

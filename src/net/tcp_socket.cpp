@@ -141,7 +141,7 @@ int ZSK_ConnectTCPSocket(const char* host, int port) {
     return CloseAndFail(fd);
   }
   // A listener that accepts nothing any more would hold the caller for minutes.
-  LimitBlocking(fd, ZSK_CONNECT_LIMIT_S);
+  LimitBlocking(fd, ZSK_CONNECT_TIMEOUT_S);
   if (Connect(fd, ZSK_Ipv4Address(address, port)) != 0) {
     fprintf(stderr, "new [%s/connect] Error Number : %d, Error String : %s\n", kName, errno,
             strerror(errno));

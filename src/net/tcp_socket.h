@@ -10,7 +10,7 @@
 constexpr int ZSK_BACKLOG = 10;
 
 // Seconds after which ZSK_ConnectTCPSocket gives up.
-constexpr int ZSK_CONNECT_LIMIT_S = 3;
+constexpr int ZSK_CONNECT_TIMEOUT_S = 3;
 
 // Option bits of ZSK_BindTCPSocketEx.
 enum ZskBindOption : int {
@@ -27,8 +27,8 @@ enum ZskSendError : int {
 };
 
 // Connects to an IPv4 host, given by name or in dotted form. Blocks until the connection stands
-// or is refused, for ZSK_CONNECT_LIMIT_S at most; a signal ends the wait. Returns the descriptor or
-// -1. Messages on standard error.
+// or is refused, for ZSK_CONNECT_TIMEOUT_S at most; a signal ends the wait. Returns the descriptor
+// or -1. Messages on standard error.
 int ZSK_ConnectTCPSocket(const char* host, int port);
 
 // Makes an IPv4 listener on all addresses with the ZskBindOption bits `options`.

@@ -24,13 +24,13 @@ namespace {
 constexpr int kNoSocket = -1;
 constexpr int64_t kUsPerS = 1'000'000;
 constexpr int64_t kNsPerUs = 1'000;
-constexpr int64_t kAcceptPauseUs = kUsPerS;
-constexpr int64_t kSendLimitUs = CPTZSVR_SEND_LIMIT_S * kUsPerS;
+constexpr int64_t kAcceptBackoffUs = kUsPerS;
+constexpr int64_t kSendTimeoutUs = CPTZSVR_SEND_TIMEOUT_S * kUsPerS;
 
-void Drop(CPTZSVR* self, int slot) {
+void CloseClient(CPTZSVR* self, int slot) {
   CPTZSVR_Disconnect(&self->clients[slot]);
   SendQueueClear(&self->queues[slot]);
-  self->has_ended[slot] = false;
+  self->read_closed[slot] = false;
 }
 
 // --- Accept ------------------------------------------------------------------------------------
@@ -46,12 +46,12 @@ bool IsPassing(int error) {
 
 // Whether the listener is there and not being left alone.
 bool IsAccepting(const CPTZSVR* self) {
-  return self->listener != kNoSocket && CUTIL_MonotonicUs() >= self->accept_again_us;
+  return self->listener != kNoSocket && CUTIL_MonotonicUs() >= self->accept_backoff_until_us;
 }
 
-void LeaveListenerAlone(CPTZSVR* self, int error) {
+void BackOffAccept(CPTZSVR* self, int error) {
   fprintf(stderr, "[%s] error, reason(accept, %s)\n", "CPTZSVR_Accept", strerror(error));
-  self->accept_again_us = CUTIL_MonotonicUs() + kAcceptPauseUs;
+  self->accept_backoff_until_us = CUTIL_MonotonicUs() + kAcceptBackoffUs;
 }
 
 // Bounds what a client can cost that vanishes or stops reading. An option that the kernel refuses
@@ -73,7 +73,7 @@ void LimitClient(int client) {
     setsockopt(client, row.level, row.option, &row.value, sizeof(row.value));
 }
 
-void Admit(CPTZSVR* self, int client, const sockaddr_in& peer) {
+void AddClient(CPTZSVR* self, int client, const sockaddr_in& peer) {
   char address[INET_ADDRSTRLEN];
   inet_ntop(AF_INET, &peer.sin_addr, address, sizeof(address));
   int* const slot = std::find_if(std::begin(self->clients), std::end(self->clients),
@@ -101,11 +101,11 @@ int CPTZSVR_Accept(CPTZSVR* self, int us) {
     const int client =
         accept4(self->listener, reinterpret_cast<sockaddr*>(&peer), &peer_length, SOCK_CLOEXEC);
     if (client >= 0) {
-      Admit(self, client, peer);
+      AddClient(self, client, peer);
       return 0;
     }
     if (!IsPassing(errno)) {
-      LeaveListenerAlone(self, errno);
+      BackOffAccept(self, errno);
       return 0;
     }
     left = end - CUTIL_MonotonicUs();
@@ -130,14 +130,14 @@ int CPTZSVR_Recv(CPTZSVR* self, void* buf, int us) {
 
 // Gives a client its bytes, through the queue what it cannot take now: behind what waits there
 // already, so that they stay in order. Returns false when the client is lost.
-bool Give(CPTZSVR* self, int slot, const uint8_t* bytes, int len) {
+bool SendOrQueue(CPTZSVR* self, int slot, const uint8_t* bytes, int len) {
   SendQueue* const queue = &self->queues[slot];
   int sent = 0;
   if (queue->count == 0) {
     sent = ZSK_SendTCPNow(self->clients[slot], bytes, len);
     if (sent < 0) return false;
     if (sent == len) return true;
-    self->took_us[slot] = CUTIL_MonotonicUs();
+    self->last_progress_us[slot] = CUTIL_MonotonicUs();
   }
   return SendQueuePut(queue, bytes + sent, len - sent);
 }
@@ -145,23 +145,23 @@ bool Give(CPTZSVR* self, int slot, const uint8_t* bytes, int len) {
 int CPTZSVR_SendAll(CPTZSVR* self, const void* buf, int len) {
   for (int slot = 0; slot < CPTZSVR_MAX_CLIENTS; ++slot) {
     if (self->clients[slot] < 0) continue;
-    if (!Give(self, slot, static_cast<const uint8_t*>(buf), len)) Drop(self, slot);
+    if (!SendOrQueue(self, slot, static_cast<const uint8_t*>(buf), len)) CloseClient(self, slot);
   }
   return 0;
 }
 
-int64_t SendLimitLeftUs(const CPTZSVR* self, int slot) {
-  return std::max<int64_t>(self->took_us[slot] + kSendLimitUs - CUTIL_MonotonicUs(), 0);
+int64_t SendTimeoutLeftUs(const CPTZSVR* self, int slot) {
+  return std::max<int64_t>(self->last_progress_us[slot] + kSendTimeoutUs - CUTIL_MonotonicUs(), 0);
 }
 
 // Lets a client take of its queue. Its time is over only when it takes nothing even now: the
 // server may have been kept from offering. Returns false when the client is lost, or has ended and
 // has everything.
-bool Offer(CPTZSVR* self, int slot) {
+bool FlushQueue(CPTZSVR* self, int slot) {
   const int taken = SendQueueDrain(&self->queues[slot], self->clients[slot]);
-  if (taken > 0) self->took_us[slot] = CUTIL_MonotonicUs();
-  const bool is_done = self->has_ended[slot] && self->queues[slot].count == 0;
-  return taken >= 0 && SendLimitLeftUs(self, slot) > 0 && !is_done;
+  if (taken > 0) self->last_progress_us[slot] = CUTIL_MonotonicUs();
+  const bool is_done = self->read_closed[slot] && self->queues[slot].count == 0;
+  return taken >= 0 && SendTimeoutLeftUs(self, slot) > 0 && !is_done;
 }
 
 // --- The end -------------------------------------------------------------------------------------
@@ -172,7 +172,7 @@ void CPTZSVR_Close(CPTZSVR* self) {
     self->listener = kNoSocket;
   }
   for (int slot = 0; slot < CPTZSVR_MAX_CLIENTS; ++slot)
-    Drop(self, slot);
+    CloseClient(self, slot);
 }
 
 }  // namespace
@@ -185,10 +185,10 @@ int CPTZSVR_Init(CPTZSVR* self, int16_t port) {
   self->Accept = CPTZSVR_Accept;
   self->Recv = CPTZSVR_Recv;
   self->SendAll = CPTZSVR_SendAll;
-  self->accept_again_us = 0;
+  self->accept_backoff_until_us = 0;
   std::fill(std::begin(self->queues), std::end(self->queues), SendQueue{});
-  std::fill(std::begin(self->took_us), std::end(self->took_us), 0);
-  std::fill(std::begin(self->has_ended), std::end(self->has_ended), false);
+  std::fill(std::begin(self->last_progress_us), std::end(self->last_progress_us), 0);
+  std::fill(std::begin(self->read_closed), std::end(self->read_closed), false);
 
   const int probe = ZSK_ConnectTCPSocket("127.0.0.1", port);
   if (probe >= 0) {
@@ -215,9 +215,9 @@ int CPTZSVR_RecvReady(CPTZSVR* self, void* buf,
     if (received > 0) return static_cast<int>(received);
     if (received < 0 && (errno == EINTR || errno == EAGAIN)) continue;
     if (received == 0 && self->queues[i].count > 0) {
-      self->has_ended[i] = true;
+      self->read_closed[i] = true;
     } else {
-      Drop(self, static_cast<int>(i));
+      CloseClient(self, static_cast<int>(i));
     }
   }
   return -1;
@@ -237,7 +237,7 @@ void CPTZSVR_Disconnect(int* slot) {
 
 void CPTZSVR_Watch(const CPTZSVR* self, bool input, std::span<pollfd, CPTZSVR_SOURCES> sources) {
   for (int slot = 0; slot < CPTZSVR_MAX_CLIENTS; ++slot) {
-    const int events = (input && !self->has_ended[slot] ? POLLIN : 0) |
+    const int events = (input && !self->read_closed[slot] ? POLLIN : 0) |
                        (self->queues[slot].count > 0 ? POLLOUT : 0);
     sources[static_cast<size_t>(slot)] = {.fd = events != 0 ? self->clients[slot] : kNoSocket,
                                           .events = static_cast<short>(events),
@@ -250,10 +250,10 @@ void CPTZSVR_Watch(const CPTZSVR* self, bool input, std::span<pollfd, CPTZSVR_SO
 int64_t CPTZSVR_WaitLimitUs(const CPTZSVR* self) {
   int64_t limit_us = INT64_MAX;
   if (self->listener != kNoSocket && !IsAccepting(self)) {
-    limit_us = std::max<int64_t>(self->accept_again_us - CUTIL_MonotonicUs(), 0);
+    limit_us = std::max<int64_t>(self->accept_backoff_until_us - CUTIL_MonotonicUs(), 0);
   }
   for (int slot = 0; slot < CPTZSVR_MAX_CLIENTS; ++slot) {
-    if (self->queues[slot].count > 0) limit_us = std::min(limit_us, SendLimitLeftUs(self, slot));
+    if (self->queues[slot].count > 0) limit_us = std::min(limit_us, SendTimeoutLeftUs(self, slot));
   }
   return limit_us;
 }
@@ -262,7 +262,7 @@ void CPTZSVR_SendQueued(CPTZSVR* self, std::span<const pollfd, CPTZSVR_SOURCES> 
   for (int slot = 0; slot < CPTZSVR_MAX_CLIENTS; ++slot) {
     if (self->queues[slot].count == 0) continue;
     const bool has_room = (sources[static_cast<size_t>(slot)].revents & POLLOUT) != 0;
-    if (!has_room && SendLimitLeftUs(self, slot) > 0) continue;
-    if (!Offer(self, slot)) Drop(self, slot);
+    if (!has_room && SendTimeoutLeftUs(self, slot) > 0) continue;
+    if (!FlushQueue(self, slot)) CloseClient(self, slot);
   }
 }

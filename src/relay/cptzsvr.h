@@ -18,7 +18,7 @@ constexpr int CPTZSVR_MAX_CLIENTS = 10;
 // Bytes that one Recv takes at most.
 constexpr int CPTZSVR_RECV_MAX = 256;
 // Seconds that a client may leave its queue waiting without taking a byte before it is dropped.
-constexpr int CPTZSVR_SEND_LIMIT_S = 10;
+constexpr int CPTZSVR_SEND_TIMEOUT_S = 10;
 
 // A client that has vanished without a word (its cable is pulled) is dropped once it has been
 // silent for CPTZSVR_KEEPALIVE_IDLE_S and then leaves CPTZSVR_KEEPALIVE_PROBES questions
@@ -60,10 +60,11 @@ struct CPTZSVR {
   // into its queue. One whose send fails or whose queue is full is disconnected. Returns 0.
   int (*SendAll)(CPTZSVR* self, const void* buf, int len);
 
-  int64_t accept_again_us;                // monotonic time before which the listener is left alone
+  int64_t accept_backoff_until_us;        // monotonic time before which the listener is left alone
   SendQueue queues[CPTZSVR_MAX_CLIENTS];  // what each client could not take yet
-  int64_t took_us[CPTZSVR_MAX_CLIENTS];   // while that waits: when the client last took some of it
-  bool has_ended[CPTZSVR_MAX_CLIENTS];    // the client sends no more, but takes what waits
+  // While a queue waits: when the client last took some of it.
+  int64_t last_progress_us[CPTZSVR_MAX_CLIENTS];
+  bool read_closed[CPTZSVR_MAX_CLIENTS];  // the client sends no more, but takes what waits
 };
 
 // Starts the server. A port that another process serves already leaves it without a listener
@@ -91,5 +92,5 @@ void CPTZSVR_Watch(const CPTZSVR* self, bool input, std::span<pollfd, CPTZSVR_SO
 int64_t CPTZSVR_WaitLimitUs(const CPTZSVR* self);
 
 // Sends what clients that have room again, by the polled `sources`, can take of their queues.
-// Those that fail, or that have taken nothing for CPTZSVR_SEND_LIMIT_S, are disconnected.
+// Those that fail, or that have taken nothing for CPTZSVR_SEND_TIMEOUT_S, are disconnected.
 void CPTZSVR_SendQueued(CPTZSVR* self, std::span<const pollfd, CPTZSVR_SOURCES> sources);

@@ -18,7 +18,7 @@ constexpr int64_t kRetryUs = LINE_SOURCE_RETRY_S * kUsPerS;
 // Pause after a read that found nothing on a line that was said to be ready.
 constexpr int64_t kEmptyReadPauseUs = 1'000;
 
-void Lose(LineSource* self, const char* reason) {
+void HandleHangup(LineSource* self, const char* reason) {
   fprintf(stderr, "[%s] serial line lost, reason(%s)\n", "LineSource", reason);
   CFDEVENT* events = self->context->events;
   events->Del(events, self->context->serial);
@@ -38,7 +38,7 @@ int LineSourceRead(LineSource* self, uint8_t* buffer, int size) {
   if (count < 0 && (errno == EAGAIN || errno == EINTR)) {
     CUTIL_SleepUs(kEmptyReadPauseUs);
   } else {
-    Lose(self, count == 0 ? "hung up" : strerror(errno));
+    HandleHangup(self, count == 0 ? "hung up" : strerror(errno));
   }
   return 0;
 }

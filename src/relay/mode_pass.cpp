@@ -65,16 +65,16 @@ bool ServePtzClients(ModePass* self) {
   const auto sources = PtzSources(self);
   CPTZSVR_SendQueued(server, sources);
   const bool is_ready = std::any_of(sources.begin(), sources.end(), IsReady);
-  if (!is_ready && !self->clients_held) return false;
+  if (!is_ready && !self->client_backpressure) return false;
   const bool accepts = IsReady(sources[CPTZSVR_LISTENER_SOURCE]);
   if (accepts) server->Accept(server, 0);
   // Clients that were not watched are all worth a try.
-  if (accepts || self->clients_held) {
+  if (accepts || self->client_backpressure) {
     for (pollfd& source : sources)
       source.revents |= POLLIN;
   }
-  self->clients_held = !HasRoom(self->context->serial);
-  if (self->clients_held) return false;
+  self->client_backpressure = !HasRoom(self->context->serial);
+  if (self->client_backpressure) return false;
   const int count =
       CPTZSVR_RecvReady(server, self->ptz_buffer, sources.first<CPTZSVR_MAX_CLIENTS>());
   if (count > 0) SerialSend(SERIAL_ONE_PORT, self->ptz_buffer, count);
@@ -105,7 +105,7 @@ void ReportStatus(ModePass* self) {
 // Fills the sources with the PTZ server's, the stop event and the event set's.
 void CollectSources(ModePass* self) {
   const Rs232Context& context = *self->context;
-  const bool is_held = self->clients_held && self->context->serial >= 0;
+  const bool is_held = self->client_backpressure && self->context->serial >= 0;
   const auto ptz = PtzSources(self);
   if (context.ptz_server != nullptr) {
     CPTZSVR_Watch(context.ptz_server, !is_held, ptz);
@@ -271,7 +271,7 @@ void ModePassInit(ModePass* self, Rs232Context* context, const ModeHooks* hooks,
   self->serial_data = {};
   LineSourceInit(&self->line, context);
   self->source_count = 0;
-  self->clients_held = false;
+  self->client_backpressure = false;
   self->reported_clients = kNothingReported;
   self->reported_line = false;
   self->stray_line_us = 0;

@@ -60,8 +60,8 @@ struct ModePass {
   // What a wait is over and found ready: the PTZ server's, the stop event, the event set's.
   pollfd sources[CPTZSVR_SOURCES + 1 + CFDEVENT_MAX_FDS];
   size_t source_count;
-  bool clients_held;     // what PTZ clients sent waits with them: the line has no room
-  int reported_clients;  // what the service manager was last told
+  bool client_backpressure;  // what PTZ clients sent waits with them: the line has no room
+  int reported_clients;      // what the service manager was last told
   bool reported_line;
   int64_t stray_line_us;  // monotonic time before which no stray datagram is reported
 

@@ -226,32 +226,32 @@ void WaitTransmitterEmpty(SerialPort* self, int fd, int written) {
 // as well, so that no frame goes to whatever is opened next under the same number.
 std::atomic_flag g_is_in_use = ATOMIC_FLAG_INIT;
 
-void TakeTurn() {
+void LockWrites() {
   while (g_is_in_use.test_and_set(std::memory_order_acquire))
     sched_yield();
 }
 
-void EndTurn() {
+void UnlockWrites() {
   g_is_in_use.clear(std::memory_order_release);
 }
 
 // --- The slots ---------------------------------------------------------------------------------
 
 void Close(SerialPort* self) {
-  TakeTurn();
+  LockWrites();
   const int fd = self->fd.exchange(-1);
   if (fd >= 0) {
     tcsetattr(fd, TCSANOW, &self->saved);
     close(fd);
   }
-  EndTurn();
+  UnlockWrites();
 }
 
 int Write(SerialPort* self, const void* buffer, int length) {
-  TakeTurn();
+  LockWrites();
   const int fd = self->fd;
   const ssize_t written = fd < 0 ? -1 : write(fd, buffer, static_cast<size_t>(length));
-  EndTurn();
+  UnlockWrites();
   if (fd >= 0) WaitTransmitterEmpty(self, fd, static_cast<int>(written));
   return static_cast<int>(written);
 }

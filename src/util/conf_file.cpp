@@ -93,7 +93,7 @@ int Rewrite(FILE* in, FILE* out, const char* key, const char* value) {
 // Gives the temporary file the permissions of the file it will replace, and forces its bytes
 // to the medium: a rename must never put an empty file in place of a good one. Returns 0 or an
 // errno.
-int Settle(FILE* in, FILE* out) {
+int FlushAndSync(FILE* in, FILE* out) {
   struct stat original;
   if (fstat(fileno(in), &original) == 0) {
     (void)fchmod(fileno(out), original.st_mode & 07777);
@@ -105,7 +105,7 @@ int Settle(FILE* in, FILE* out) {
 // Returns 0 or -3.
 int Replace(const char* path, FILE* in, FILE* out, const char* key, const char* value) {
   int error = Rewrite(in, out, key, value);
-  if (error == 0) error = Settle(in, out);
+  if (error == 0) error = FlushAndSync(in, out);
   fclose(in);
   if (fclose(out) != 0 && error == 0) error = errno;
   if (error != 0) {

@@ -154,7 +154,7 @@ TEST_F(PtzServer, KeepsWhatAClientCannotTakeYet) {
     }
     EXPECT_GE(CPTZSVR_WaitLimitUs(&server_), 5000000);
     // A server that was busy for longer than the limit asks once more before it gives up.
-    server_.took_us[1] -= 20'000'000;
+    server_.last_progress_us[1] -= 20'000'000;
     EXPECT_EQ(CPTZSVR_WaitLimitUs(&server_), 0);
     while (i == 0 && waiting > SEND_QUEUE_SIZE / 3)
       Take(&slow, 1, got.size() + 4096, &got);
