@@ -614,7 +614,7 @@ EXPORT int close(int fd) {
 EXPORT int tcflush(int fd, int queue) noexcept {
   REAL(tcflush);
   const int result = real(fd, queue);
-  if (IsOn() && fd == g_near_end) g_page->to_daemon = 0;
+  if (IsOn() && fd == g_near_end) (queue == TCIFLUSH ? g_page->to_daemon : g_page->from_daemon) = 0;
   return result;
 }
 

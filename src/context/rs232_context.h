@@ -42,7 +42,8 @@ struct Rs232Context {
 // Non-zero ends the running mode at its next pass. Set by SIGTERM and by a stop datagram, read by
 // every thread; it orders nothing else, so that relaxed access will do.
 extern std::atomic<int32_t> g_rs232_stop;
-// An eventfd that is readable from SIGTERM on: it ends the wait for work. -1 for none.
+// An eventfd that is readable from SIGTERM on: it ends the wait for work. -1 where
+// there is none to be had: the wait is then a second at most.
 extern int g_rs232_stop_event;
 static_assert(std::atomic<int32_t>::is_always_lock_free, "a signal handler sets the stop flag");
 

@@ -26,7 +26,7 @@ struct HdSetting {
 // I/O.
 bool HdTranslate(const CameraControl& control, HdSetting* setting);
 
-// Runs the mode on a copy of `p_param` until the stop flag is set. Returns 0, or -1 at once,
+// Runs the mode on `p_param` until the stop flag is set. Returns 0, or -1 at once,
 // after a line on standard output, when `p_param` is null. Asks the micom first, which takes up
 // to 12 seconds when it is silent. Does not return after a firmware-update command. Main thread
 // only.

@@ -32,6 +32,6 @@ struct SdSequence {
 // The frames for a command; none for a code that the module does not know. Free of I/O.
 SdSequence SdTranslate(const CameraControl& control);
 
-// Runs the mode on a copy of `p_param` until the stop flag is set. Returns 0, or -1 at once,
+// Runs the mode on `p_param` until the stop flag is set. Returns 0, or -1 at once,
 // after a line on standard output, when `p_param` is null. Main thread only.
 int camd_cmod_sd(Rs232Context* p_param);

@@ -19,7 +19,7 @@ struct LineSource {
   int64_t retry_us;       // while the line is lost: monotonic time of the next attempt
 };
 
-// Takes over the open line of `context`.
+// The line of `context` is open.
 void LineSourceInit(LineSource* self, Rs232Context* context);
 
 // Reads once, `size` bytes at most. Returns the bytes read, or 0 when there were none; a line that

@@ -55,7 +55,8 @@ bool HasInput(ModePass* self, int fd) {
 // Whether the line takes bytes. One that is lost takes all: they are lost with it.
 bool HasRoom(int serial) {
   pollfd room = {.fd = serial, .events = POLLOUT, .revents = 0};
-  return serial < 0 || poll(&room, 1, 0) != 0;
+  const int ready = poll(&room, 1, 0);
+  return serial < 0 || ready > 0 || (ready < 0 && errno != EINTR);
 }
 
 // Returns true when the line got bytes, which takes as long as it takes them.
@@ -122,8 +123,10 @@ void CollectSources(ModePass* self) {
 }
 
 int64_t WaitLimitUs(const ModePass* self, int64_t periodic_us) {
+  constexpr int64_t kBlindUs = 1'000'000;  // SIGTERM may come just before the wait
   const CPTZSVR* server = self->context->ptz_server;
-  return std::min({periodic_us, LineSourceWaitLimitUs(self->line), CUTIL_NotifyWaitUs(),
+  return std::min({periodic_us, g_rs232_stop_event < 0 ? kBlindUs : MODE_PASS_NO_WORK,
+                   LineSourceWaitLimitUs(self->line), CUTIL_NotifyWaitUs(),
                    server == nullptr ? MODE_PASS_NO_WORK : CPTZSVR_WaitLimitUs(server)});
 }
 
@@ -133,7 +136,22 @@ void PauseAfterFailure() {
   CUTIL_SleepUs(MODE_PASS_PACE_US);
 }
 
-// Waits on every source at once. A wait that fails finds none ready.
+// What came while the line took a client's bytes comes before that client's next.
+void RepollEvents(ModePass* self) {
+  const auto events = EventSources(self);
+  poll(events.data(), events.size(), 0);
+}
+
+// A wait that fails tells nothing: each PTZ source is worth a try, and the event set, which is
+// smaller than what may be more than a process may poll, is looked at alone.
+void TrySources(ModePass* self) {
+  PauseAfterFailure();
+  for (pollfd& source : PtzSources(self))
+    source.revents = source.events;
+  RepollEvents(self);
+}
+
+// Waits on every source at once.
 void WaitForWork(ModePass* self, int64_t periodic_us) {
   constexpr int64_t kUsPerS = 1'000'000;
   constexpr int64_t kNsPerUs = 1'000;
@@ -145,13 +163,7 @@ void WaitForWork(ModePass* self, int64_t periodic_us) {
   const bool is_endless = limit_us == MODE_PASS_NO_WORK;
   const int ready =
       ppoll(self->sources, self->source_count, is_endless ? nullptr : &limit, nullptr);
-  if (ready < 0 && errno != EINTR) PauseAfterFailure();
-}
-
-// What came while the line took a client's bytes comes before that client's next.
-void RepollEvents(ModePass* self) {
-  const auto events = EventSources(self);
-  poll(events.data(), events.size(), 0);
+  if (ready < 0 && errno != EINTR) TrySources(self);
 }
 
 // --- The daemon's UDP socket -------------------------------------------------------------------

@@ -28,7 +28,8 @@ SerialPort g_port = {.fd = -1,
                      .Close = nullptr,
                      .Write = nullptr,
                      .Read = nullptr,
-                     .tells_transmitter = false};
+                     .tells_transmitter = false,
+                     .has_unsent = false};
 
 // --- Line settings ---------------------------------------------------------------------------
 
@@ -99,6 +100,8 @@ constexpr int64_t kDrainMarginUs = 200'000;
 constexpr int64_t kDrainAfterStopUs = 1'000'000;
 // How often the driver's own drain call is interrupted.
 constexpr long kDrainLookNs = 50'000'000;
+// How often the output queue is looked at where there is no timer for that.
+constexpr int64_t kQueueLookUs = 1'000;
 
 // Bits per second at which the device really runs.
 int64_t PresentBaudRate(int fd) {
@@ -127,10 +130,9 @@ int64_t LineTimeUs(int fd, int characters) {
   return characters * kBitsPerCharacter * kUsPerS / PresentBaudRate(fd);
 }
 
-DrainLimit DrainLimitFor(int fd, int written) {
+DrainLimit DrainLimitFor(int fd, int written, int64_t begin_us) {
   const int characters = std::max({QueuedBytes(fd), written, 0});
-  return {.begin_us = CUTIL_MonotonicUs(),
-          .length_us = LineTimeUs(fd, characters) + kDrainMarginUs};
+  return {.begin_us = begin_us, .length_us = LineTimeUs(fd, characters) + kDrainMarginUs};
 }
 
 bool IsOver(const DrainLimit& limit) {
@@ -149,10 +151,14 @@ Transmitter QueryTransmitter(int fd) {
   return errno == EINTR ? Transmitter::kBusy : Transmitter::kUnknown;
 }
 
-void DrainByStatus(int fd, int written) {
-  const DrainLimit limit = DrainLimitFor(fd, written);
-  while (QueryTransmitter(fd) == Transmitter::kBusy && !IsOver(limit))
+// Each drain returns false when it was given up.
+bool DrainByStatus(int fd, int written) {
+  const DrainLimit limit = DrainLimitFor(fd, written, CUTIL_MonotonicUs());
+  while (QueryTransmitter(fd) == Transmitter::kBusy) {
+    if (IsOver(limit)) return false;
     CUTIL_NotifyServe();
+  }
+  return true;
 }
 
 void OnDrainTimer(int /*signal*/) {}
@@ -182,41 +188,44 @@ void SetDrainTimer(timer_t timer, long period_ns) {
   timer_settime(timer, 0, &setting, nullptr);
 }
 
+bool DrainByQueue(int fd, int written) {
+  const DrainLimit limit = DrainLimitFor(fd, written, CUTIL_MonotonicUs());
+  while (QueuedBytes(fd) > 0) {
+    if (IsOver(limit)) return false;
+    CUTIL_SleepUs(kQueueLookUs);
+  }
+  return true;
+}
+
 // For devices that cannot tell when the shift register is empty (USB adapters, ptys): lets the
 // driver wait. Its call has no limit of its own: an adapter whose flow control holds it up would
-// hold the daemon up for ever. A timer interrupts the call so that it can be given up. Without a
-// timer the time that the bytes need is waited for.
-void DrainByDriver(int fd, int written) {
+// hold the daemon up for ever. A timer interrupts the call so that it can be given up.
+bool DrainByDriver(int fd, int written) {
   thread_local timer_t timer;
   thread_local bool has_timer = false;
   if (!has_timer) has_timer = MakeDrainTimer(&timer);
-  if (!has_timer) {
-    CUTIL_SleepUs(LineTimeUs(fd, written));
-    return;
-  }
+  if (!has_timer) return DrainByQueue(fd, written);
+  const int64_t begin_us = CUTIL_MonotonicUs();
   SetDrainTimer(timer, kDrainLookNs);
-  if (tcdrain(fd) != 0 && errno == EINTR) {
-    const DrainLimit limit = DrainLimitFor(fd, written);
-    while (!IsOver(limit) && tcdrain(fd) != 0 && errno == EINTR)
+  bool is_waiting = tcdrain(fd) != 0 && errno == EINTR;
+  if (is_waiting) {
+    const DrainLimit limit = DrainLimitFor(fd, written, begin_us);
+    while (is_waiting && !IsOver(limit)) {
       CUTIL_NotifyServe();
+      is_waiting = tcdrain(fd) != 0 && errno == EINTR;
+    }
   }
   SetDrainTimer(timer, 0);
+  return !is_waiting;
 }
 
-// A driver that could not tell is not asked again.
-void WaitTransmitterEmpty(SerialPort* self, int fd, int written) {
+// A driver that could not tell is not asked again. Returns false when the wait was given up.
+bool WaitTransmitterEmpty(SerialPort* self, int fd, int written) {
   const Transmitter state = self->tells_transmitter ? QueryTransmitter(fd) : Transmitter::kUnknown;
-  switch (state) {
-    case Transmitter::kEmpty:
-      break;
-    case Transmitter::kBusy:
-      DrainByStatus(fd, written);
-      break;
-    case Transmitter::kUnknown:
-      if (self->fd == fd) self->tells_transmitter = false;
-      DrainByDriver(fd, written);
-      break;
-  }
+  if (state == Transmitter::kEmpty) return true;
+  if (state == Transmitter::kBusy) return DrainByStatus(fd, written);
+  if (self->fd == fd) self->tells_transmitter = false;
+  return DrainByDriver(fd, written);
 }
 
 // --- Writing -------------------------------------------------------------------------------------
@@ -241,6 +250,8 @@ void Close(SerialPort* self) {
   LockWrites();
   const int fd = self->fd.exchange(-1);
   if (fd >= 0) {
+    // What is left would go out at another speed, and hold up the close.
+    if (self->has_unsent) tcflush(fd, TCOFLUSH);
     tcsetattr(fd, TCSANOW, &self->saved);
     close(fd);
   }
@@ -252,7 +263,7 @@ int Write(SerialPort* self, const void* buffer, int length) {
   const int fd = self->fd;
   const ssize_t written = fd < 0 ? -1 : write(fd, buffer, static_cast<size_t>(length));
   UnlockWrites();
-  if (fd >= 0) WaitTransmitterEmpty(self, fd, static_cast<int>(written));
+  if (fd >= 0) self->has_unsent = !WaitTransmitterEmpty(self, fd, static_cast<int>(written));
   return static_cast<int>(written);
 }
 
@@ -280,6 +291,7 @@ int SerialPortOpen(SerialPort* self, const char* path, const SerialLine& line) {
   self->Write = Write;
   self->Read = Read;
   self->tells_transmitter = true;
+  self->has_unsent = false;
   const termios settings = RawSettings(line);
   HandleDrainSignal();
   setvbuf(stdout, nullptr, _IONBF, 0);

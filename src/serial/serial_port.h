@@ -45,7 +45,8 @@ struct SerialPort {
   std::atomic<int> fd;  // the open device, -1 when not open
   termios saved;        // settings found on the device when it was opened
 
-  // Restores the saved settings and closes the device. Nothing happens when it is not open.
+  // Discards what a wait that was given up left unsent, restores the saved settings and closes the
+  // device. Nothing happens when it is not open.
   void (*Close)(SerialPort* self);
 
   // Writes the buffer with one `write` (what does not fit is not written) and waits until the
@@ -60,6 +61,7 @@ struct SerialPort {
   int (*Read)(SerialPort* self, void* buffer, int length, int timeout_ms);
 
   std::atomic<bool> tells_transmitter;  // the driver may know when the transmitter is empty
+  std::atomic<bool> has_unsent;         // the wait of the last write was given up
 };
 
 // Opens `path` with the line settings and saves those it finds; makes standard output

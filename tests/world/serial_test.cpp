@@ -31,6 +31,7 @@ struct SlowDriver {
   bool hangs = false;  // its drain call ends only by a signal
   int status_queries = 0;
   int drains = 0;
+  int flushes = 0;  // of its output
 };
 SlowDriver* g_driver = nullptr;
 
@@ -79,6 +80,11 @@ extern "C" int tcdrain(int fd) {
   if (g_driver != nullptr) ++g_driver->drains;
   if (g_driver != nullptr && g_driver->hangs) return pause();
   return CallNext<int>("tcdrain", fd);
+}
+
+extern "C" int tcflush(int fd, int queue) noexcept {
+  if (g_driver != nullptr) g_driver->flushes += queue == TCOFLUSH;
+  return CallNext<int>("tcflush", fd, queue);
 }
 
 extern "C" int tcsetattr(int fd, int when, const termios* settings) noexcept {
@@ -242,10 +248,11 @@ TEST_F(Serial, WaitsUntilTheLineIsIdle) {
     EXPECT_EQ(driver.busy, 0);
     EXPECT_TRUE(row.status_queries < 0 || driver.status_queries == row.status_queries);
     EXPECT_EQ(driver.drains, row.drains);
-    g_rs232_stop = 0;
-    g_driver = nullptr;
     line_.Receive(6);
     port_.Close(&port_);
+    EXPECT_EQ(driver.flushes, driver.status_error == EINTR);  // given up for good
+    g_rs232_stop = 0;
+    g_driver = nullptr;
   }
 }
 
@@ -253,13 +260,13 @@ TEST_F(Serial, WaitsUntilTheLineIsIdle) {
 // signals.
 using RealTimeSerial = Serial;
 TEST_F(RealTimeSerial, DrainOfADriverThatHangsIsGivenUp) {
-  ASSERT_EQ(SerialPortOpen(&port_, kPath, kLine), 0);
   // A margin past the 500 ms of its queue; told to end.
   for (const auto& [size, queued, stop, least_ms] :
        {std::array{3, 400, 0, 700}, {4000, 0, 1, 1000}}) {
     SlowDriver driver = {.status_error = ENOTTY, .busy = -1, .queued = queued, .hangs = true};
     g_driver = &driver;
     g_rs232_stop = stop;
+    ASSERT_EQ(SerialPortOpen(&port_, kPath, kLine), 0);
     static int length;
     length = size;
     CTHREAD worker;
@@ -275,6 +282,8 @@ TEST_F(RealTimeSerial, DrainOfADriverThatHangsIsGivenUp) {
     EXPECT_EQ(worker.Start(&worker), 0);
     EXPECT_TRUE(WaitUntil([&] { return worker.state == CTHREAD_STOPPED; }));
     EXPECT_GE(sim::Clock::now() - begin, sim::milliseconds(least_ms));
+    port_.Close(&port_);
+    EXPECT_EQ(driver.flushes, 1);
     g_rs232_stop = 0;
     g_driver = nullptr;
   }
