@@ -23,7 +23,6 @@
 
 #include "relay/daemon_datagram.h"
 #include "tools/commands.h"
-#include "tools/descriptor.h"
 #include "tools/device_mode.h"
 #include "tools/failure.h"
 #include "tools/frame_output.h"
@@ -32,6 +31,7 @@
 #include "tools/json.h"
 #include "tools/output.h"
 #include "tools/parse.h"
+#include "tools/unique_fd.h"
 #include "tools/usage.h"
 
 namespace tools {
@@ -202,8 +202,8 @@ int PollTime(std::optional<Clock::time_point> one, std::optional<Clock::time_poi
 
 // Returns at the count, the time or the signal that ends it.
 void Watch(const Request& request, MonitorView* view) {
-  const Descriptor end_signal(CatchSignals());
-  const Descriptor data(BindDataPort());
+  const UniqueFd end_signal(CatchSignals());
+  const UniqueFd data(BindDataPort());
   std::optional<Clock::time_point> end;
   if (!request.duration.empty()) end = Clock::now() + *ParseDuration(request.duration);
   std::optional<Clock::time_point> quiet;
