@@ -10,6 +10,7 @@
 #include "sim/instruments.h"
 #include "sim/vdev_commands.h"
 #include "tools/device_mode.h"
+#include "tools/format.h"
 
 namespace sim {
 namespace {
@@ -27,10 +28,7 @@ constexpr std::array kKinds = {"PTZ head", "SD camera module", "HD camera module
                                "motorized lens"};
 
 std::string Since(Clock::time_point start, const char* format) {
-  std::array<char, 32> text;
-  snprintf(text.data(), text.size(), format,
-           std::chrono::duration<double>(Clock::now() - start).count());
-  return text.data();
+  return tools::Format(format, std::chrono::duration<double>(Clock::now() - start).count());
 }
 
 // The keys in as many rows as they need.

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstdio>
 
+#include "tools/format.h"
 #include "tools/known_curves.h"
 #include "tools/svg.h"
 
@@ -67,21 +67,15 @@ struct Panel {
   Axis y;
 };
 
-std::string Number(double value) {
-  std::array<char, 32> text;
-  snprintf(text.data(), text.size(), "%.0f", value + 0.0);
-  return text.data();
-}
-
 void DrawGrid(const Panel& panel, bool with_x_numbers, const char* y_name, Svg* svg) {
   const auto& [x, y] = panel;
   for (const double value : x.Ticks()) {
     svg->Line(x.At(value), y.from, x.At(value), y.to, kGrid);
-    if (with_x_numbers) svg->Text(x.At(value), y.from + 18, "middle", Number(value));
+    if (with_x_numbers) svg->Text(x.At(value), y.from + 18, "middle", Format("%.0f", value + 0.0));
   }
   for (const double value : y.Ticks()) {
     svg->Line(x.from, y.At(value), x.to, y.At(value), kGrid);
-    svg->Text(x.from - 8, y.At(value) + 4.5, "end", Number(value));
+    svg->Text(x.from - 8, y.At(value) + 4.5, "end", Format("%.0f", value + 0.0));
   }
   svg->Line(x.from, y.from, x.to, y.from, kInk);
   svg->Line(x.from, y.from, x.from, y.to, kInk);

@@ -12,6 +12,7 @@
 #include "tools/daemon_ports.h"
 #include "tools/device_mode.h"
 #include "tools/failure.h"
+#include "tools/format.h"
 #include "tools/json.h"
 #include "tools/output.h"
 #include "tools/parse.h"
@@ -104,10 +105,11 @@ void RunVerb(const PtzVerb& verb, const Request& request) {
 void PrintTable() {
   Print(stdout, "%-16s %-18s %-6s %-5s %s\n", "VERB", "ARGUMENTS", "CODE", "--for", "WORKS IN");
   for (const PtzVerb& verb : PtzVerbs()) {
-    char code[sizeof("0xFFFF")] = "any";
-    if (verb.arguments != VerbArguments::kCode) snprintf(code, sizeof(code), "0x%04X", verb.code);
-    Print(stdout, "%-16s %-18s %-6s %-5s %s\n", verb.name, ArgumentsText(verb.arguments), code,
-          verb.stop_code == NO_STOP_CODE ? "" : "yes", AnsweringDevicesText(verb).c_str());
+    const bool is_any = verb.arguments == VerbArguments::kCode;
+    const std::string code = is_any ? "any" : Format("0x%04X", verb.code);
+    Print(stdout, "%-16s %-18s %-6s %-5s %s\n", verb.name, ArgumentsText(verb.arguments),
+          code.c_str(), verb.stop_code == NO_STOP_CODE ? "" : "yes",
+          AnsweringDevicesText(verb).c_str());
   }
 }
 

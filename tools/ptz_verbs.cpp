@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <string_view>
+#include <utility>
 
 #include "lens/control.h"
 #include "module/hd_frame.h"
@@ -149,11 +150,8 @@ bool TableAnswers(std::span<const PtzRow> table, const PtzVerb& verb) {
 // What a relayed model without a table of its own may be called.
 constexpr char kCommonHead[] = "";
 
-struct ModeName {
-  DeviceMode mode;
-  const char* name;
-};
-constexpr ModeName kModeNames[] = {{MODE_SD, "SD"}, {MODE_HD, "HD"}, {MODE_LENS, "lens"}};
+constexpr std::pair<DeviceMode, const char*> kModeNames[] = {
+    {MODE_SD, "SD"}, {MODE_HD, "HD"}, {MODE_LENS, "lens"}};
 
 }  // namespace
 

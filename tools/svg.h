@@ -1,10 +1,11 @@
 // Grows an SVG text.
 #pragma once
 
-#include <array>
 #include <cstdarg>
 #include <cstdio>
 #include <string>
+
+#include "tools/format.h"
 
 namespace tools {
 
@@ -18,14 +19,12 @@ class Svg {
         width, height, width, height, font_size, ink);
   }
 
-  // Appends as printf prints, 1023 bytes at most.
+  // Appends as printf prints.
   [[gnu::format(printf, 2, 3)]] void Add(const char* format, ...) {
-    std::array<char, 1024> piece;
     va_list arguments;
     va_start(arguments, format);
-    vsnprintf(piece.data(), piece.size(), format, arguments);
+    text_ += FormatList(format, arguments);
     va_end(arguments);
-    text_ += piece.data();
   }
 
   void Line(double x1, double y1, double x2, double y2, const char* color, const char* more = "") {
