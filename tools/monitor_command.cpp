@@ -146,9 +146,9 @@ class MonitorView {
   Json NewObject(const char* type) const {
     const std::string digits =
         Format("%lld.%06d", static_cast<long long>(time_.tv_sec), static_cast<int>(time_.tv_usec));
-    const double seconds = strtod(digits.c_str(), nullptr);
-    return OwnJson(NewJsonObject({{"type", NewJsonText(type)},
-                                  {"time", json_object_new_double_s(seconds, digits.c_str())}}));
+    return OwnJson(
+        NewJsonObject({{"type", NewJsonText(type)},
+                       {"time", json_object_new_double_s(atof(digits.c_str()), digits.c_str())}}));
   }
 
   bool is_raw_;

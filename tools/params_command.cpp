@@ -139,9 +139,8 @@ struct Request {
 
 std::string FieldsHelp() {
   std::string text = "Parameters:\n";
-  for (const ParamField& field : ParamFields()) {
+  for (const ParamField& field : ParamFields())
     text += Format("  %-13s %s: %s\n", field.name, field.help, AllowedText(field).c_str());
-  }
   return text;
 }
 

@@ -138,10 +138,9 @@ constexpr CameraControl Control(uint16_t code) {
 
 // A verb that could do no more than stop the head is not answered.
 bool TableAnswers(std::span<const PtzRow> table, const PtzVerb& verb) {
+  const bool has_numbers = verb.arguments == kNumber || verb.arguments == kMove;
   VerbValues values;
-  if (verb.arguments == kNumber || verb.arguments == kMove) {
-    values.numbers.assign(PARAMETER_COUNT, 1);
-  }
+  if (has_numbers) values.numbers.assign(PARAMETER_COUNT, 1);
   const PtzSequence sequence = PtzTranslate(table, VerbControl(verb, values));
   return std::any_of(sequence.steps.begin(), sequence.steps.begin() + sequence.count,
                      [](const PtzStep& step) { return step.frame != PelcoBuild({}); });

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdarg>
-#include <cstdio>
 #include <string>
 
 #include "tools/format.h"
