@@ -33,9 +33,7 @@ int CountDropped(const LensFit& fit) {
   return static_cast<int>(fit.points.size()) - fit.Count(Fate::kKept);
 }
 
-json_object* NewCount(int64_t count) {
-  return json_object_new_int64(count);
-}
+constexpr auto NewCount = json_object_new_int64;
 
 // Steps, or a measure of them, to the hundredth.
 json_object* NewMeasure(double steps) {

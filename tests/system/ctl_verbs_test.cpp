@@ -87,48 +87,47 @@ bool IsOf(const std::string& line, const tools::PtzVerb& verb) {
 }
 
 struct Device {
-  const char* name;
-  std::string model;
+  const char* model;
   std::string stop;
   std::string after_key;
 };
 
-class CtlVerb : public DeviceTest, public testing::WithParamInterface<Device> {};
+// No code stops QB-610.
+const Device kDevices[] = {{"QB-100", kTwoStops, ' ' + kTwoStops},
+                           {"QB-610", kStop, ""},
+                           {"QB-620", kTwoStops, ' ' + kTwoStops},
+                           {"QB-210", kStop, ' ' + kStop},
+                           {"QB-310", kHdStop, ""}};
+
+using CtlVerb = DeviceTest;
 
 // Every verb of a model, each that moves something with --for as well.
-TEST_P(CtlVerb, ReachesTheLine) {
-  const Device& device = GetParam();
-  StartModel(device.model);
-  for (const tools::PtzVerb& verb : tools::PtzVerbs()) {
-    bool has_row = false;
-    for (const auto& [models, line_arguments, frames] : kRows) {
-      if (!IsOf(line_arguments, verb) || models.find(device.model) == std::string::npos) continue;
-      has_row = true;
-      const auto sent = std::regex_replace(frames, std::regex(R"( \+)"), device.after_key);
-      for (const std::string option : {"", " --for 1ms"}) {
-        if (!option.empty() && verb.stop_code == tools::NO_STOP_CODE) continue;
-        ExpectCtl("ptz " + line_arguments + option, 0);
-        const std::string expected = option.empty() ? sent : sent + ' ' + device.stop;
-        ASSERT_EQ(Line((expected.size() + 1) / 3), expected) << line_arguments << option;
+TEST_F(CtlVerb, ReachesTheLine) {
+  for (const auto& [model, stop, after_key] : kDevices) {
+    SCOPED_TRACE(model);
+    StartModel(model);
+    for (const tools::PtzVerb& verb : tools::PtzVerbs()) {
+      bool has_row = false;
+      for (const auto& [models, line_arguments, frames] : kRows) {
+        if (!IsOf(line_arguments, verb) || models.find(model) == std::string::npos) continue;
+        has_row = true;
+        const auto sent = std::regex_replace(frames, std::regex(R"( \+)"), after_key);
+        for (const std::string option : {"", " --for 1ms"}) {
+          if (!option.empty() && verb.stop_code == tools::NO_STOP_CODE) continue;
+          ExpectCtl("ptz " + line_arguments + option, 0);
+          const std::string expected = option.empty() ? sent : sent + ' ' + stop;
+          ASSERT_EQ(Line((expected.size() + 1) / 3), expected) << line_arguments << option;
+        }
       }
+      EXPECT_EQ(has_row, tools::Answers(model, verb)) << verb.name;
     }
-    EXPECT_EQ(has_row, tools::Answers(device.model, verb)) << verb.name;
+    ExpectLineQuiet();
+    ExpectCtl("write --hex 01 A5 FF", 0);
+    EXPECT_EQ(Line(3), "01 A5 FF");
+    ExpectCtl("stop", 0);
+    ExpectEnd(0);
   }
-  ExpectLineQuiet();
-  ExpectCtl("write --hex 01 A5 FF", 0);
-  EXPECT_EQ(Line(3), "01 A5 FF");
-  ExpectCtl("stop", 0);
-  ExpectEnd(0);
 }
-
-// No code stops QB-610.
-INSTANTIATE_TEST_SUITE_P(Devices, CtlVerb,
-                         testing::Values(Device{"Relay", "QB-100", kTwoStops, ' ' + kTwoStops},
-                                         Device{"FixedHead", "QB-610", kStop, ""},
-                                         Device{"SpeedDome", "QB-620", kTwoStops, ' ' + kTwoStops},
-                                         Device{"SdModule", "QB-210", kStop, ' ' + kStop},
-                                         Device{"HdModule", "QB-310", kHdStop, ""}),
-                         [](const auto& device) { return device.param.name; });
 
 using CtlLensVerb = LensTest;
 
