@@ -2,14 +2,15 @@
 // paler bar behind the first.
 #include <algorithm>
 #include <array>
-#include <cstdarg>
-#include <cstdio>
 
 #include "bench/report.h"
 #include "bench/statistics.h"
+#include "tools/svg.h"
 
 namespace bench {
 namespace {
+
+using tools::Svg;
 
 struct Panel {
   const char* title;
@@ -60,15 +61,9 @@ struct Shade {
 constexpr std::array<Shade, 3> kShades = {
     {{"#c2410c", "#fdba74"}, {"#475569", "#cbd5e1"}, {"#94a3b8", "#e2e8f0"}}};  // by role
 
-// Appends as printf prints. The format is a literal of this file.
-__attribute__((format(printf, 2, 3))) void Append(std::string* text, const char* format, ...) {
-  std::array<char, 1024> buffer;
-  va_list arguments;
-  va_start(arguments, format);
-  vsnprintf(buffer.data(), buffer.size(), format, arguments);
-  va_end(arguments);
-  *text += buffer.data();
-}
+// Attributes of texts.
+constexpr char kBold[] = "font-weight=\"bold\"";
+constexpr char kPale[] = "fill=\"#64748b\"";
 
 // The value at the right end of a panel's axis.
 double AxisEnd(const Results& results, const Panel& panel) {
@@ -86,28 +81,26 @@ double AxisEnd(const Results& results, const Panel& panel) {
   return middle > 0 ? std::min(longest, kCut * middle) : longest;
 }
 
-void AppendBar(double x, double y, double value, double axis_end, const char* color,
-               std::string* svg) {
+void AppendBar(double x, double y, double value, double axis_end, const char* color, Svg* svg) {
   const double length = kBarWidth * std::min(value / axis_end, 1.0);
-  Append(svg,
-         "<rect x=\"%.1f\" y=\"%.1f\" width=\"%.1f\" height=\"%.1f\" rx=\"1.5\" fill=\"%s\"/>\n", x,
-         y, length, kBarHeight, color);
+  svg->Add("<rect x=\"%.1f\" y=\"%.1f\" width=\"%.1f\" height=\"%.1f\" rx=\"1.5\" fill=\"%s\"/>\n",
+           x, y, length, kBarHeight, color);
   if (value <= axis_end) return;
   // The bar goes on: a gap across it near its end.
-  Append(svg, "<path d=\"M%.1f %.1f l5 -%.1f\" stroke=\"#fff\" stroke-width=\"3\"/>\n",
-         x + length - 14, y + kBarHeight + 2, kBarHeight + 4);
+  svg->Add("<path d=\"M%.1f %.1f l5 -%.1f\" stroke=\"#fff\" stroke-width=\"3\"/>\n",
+           x + length - 14, y + kBarHeight + 2, kBarHeight + 4);
 }
 
 void AppendRow(const Results& results, const Panel& panel, const Entrant& entrant, double axis_end,
-               double x, double y, std::string* svg) {
+               double x, double y, Svg* svg) {
   const bool is_subject = entrant.kind->role == Role::kSubject;
   const Shade& shade = kShades[static_cast<size_t>(entrant.kind->role)];
   const double base = y + kBarHeight - 2.5;
-  Append(svg, "<text x=\"%.1f\" y=\"%.1f\" text-anchor=\"end\"%s>%s</text>\n", x + kNameWidth - 6,
-         base, is_subject ? " font-weight=\"bold\"" : "", entrant.kind->id);
+  const char* weight = is_subject ? kBold : "";
+  svg->Text(x + kNameWidth - 6, base, "end", entrant.kind->id, weight);
   const auto value = results.Value(panel.figure, *entrant.kind);
   if (!value.has_value()) {
-    Append(svg, "<text x=\"%.1f\" y=\"%.1f\" fill=\"#94a3b8\">n/a</text>\n", x + kNameWidth, base);
+    svg->Text(x + kNameWidth, base, "start", "n/a", "fill=\"#94a3b8\"");
     return;
   }
   std::string label = Number(*value);
@@ -119,19 +112,17 @@ void AppendRow(const Results& results, const Panel& panel, const Entrant& entran
     longest = std::max(longest, paler);
   }
   AppendBar(x + kNameWidth, y, *value, axis_end, shade.bar, svg);
-  Append(svg, "<text x=\"%.1f\" y=\"%.1f\"%s>%s</text>\n",
-         x + kNameWidth + kBarWidth * std::min(longest / axis_end, 1.0) + 6, base,
-         is_subject ? " font-weight=\"bold\"" : "", label.c_str());
+  svg->Text(x + kNameWidth + kBarWidth * std::min(longest / axis_end, 1.0) + 6, base, "start",
+            label, weight);
 }
 
 double PanelHeight(const Results& results) {
   return kHeadHeight + kRowHeight * static_cast<double>(results.entrants.size());
 }
 
-void AppendPanel(const Results& results, const Panel& panel, double x, double y, std::string* svg) {
-  Append(svg, "<text x=\"%.1f\" y=\"%.1f\" font-weight=\"bold\" font-size=\"12.5\">%s</text>\n", x,
-         y + 14, panel.title);
-  Append(svg, "<text x=\"%.1f\" y=\"%.1f\" fill=\"#64748b\">%s</text>\n", x, y + 29, panel.legend);
+void AppendPanel(const Results& results, const Panel& panel, double x, double y, Svg* svg) {
+  svg->Text(x, y + 14, "start", panel.title, "font-weight=\"bold\" font-size=\"12.5\"");
+  svg->Text(x, y + 29, "start", panel.legend, kPale);
   const double axis_end = AxisEnd(results, panel);
   double row_y = y + kHeadHeight - 6;
   for (const Entrant& entrant : results.entrants) {
@@ -146,23 +137,16 @@ std::string SvgReport(const Results& results) {
   const int rows = static_cast<int>(kPanels.size() + kColumns - 1) / kColumns;
   const double height = 2 * kMargin + rows * (PanelHeight(results) + kGap);
   const double width = 2 * kMargin + kColumns * kPanelWidth + (kColumns - 1) * kGap;
-  std::string svg;
-  Append(&svg,
-         "<svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 %.0f %.0f\" width=\"%.0f\" "
-         "height=\"%.0f\" font-family=\"Helvetica, Arial, sans-serif\" font-size=\"11.5\" "
-         "fill=\"#0f172a\">\n<title>rs232d beside other relays; shorter is better</title>\n"
-         "<rect width=\"100%%\" height=\"100%%\" fill=\"#fff\"/>\n",
-         width, height, width, height);
+  Svg svg(width, height, 11.5, "#0f172a");
+  svg.Add("<title>rs232d beside other relays; shorter is better</title>\n");
   for (size_t i = 0; i < kPanels.size(); ++i) {
     const double x = kMargin + static_cast<double>(i % kColumns) * (kPanelWidth + kGap);
     const double y = kMargin + static_cast<double>(i / kColumns) * (PanelHeight(results) + kGap);
     AppendPanel(results, kPanels[i], x, y, &svg);
   }
-  Append(&svg,
-         "<text x=\"%.1f\" y=\"%.1f\" fill=\"#64748b\">Shorter is better everywhere. A bar with a "
-         "gap is longer than it is drawn.</text>\n</svg>\n",
-         kMargin, height - 8);
-  return svg;
+  svg.Text(kMargin, height - 8, "start",
+           "Shorter is better everywhere. A bar with a gap is longer than it is drawn.", kPale);
+  return svg.Finish();
 }
 
 }  // namespace bench

@@ -1,12 +1,11 @@
 // The tables: one a section of figures, one column a contender, then the ratios.
 #include <algorithm>
-#include <array>
 #include <cmath>
-#include <cstdio>
 #include <optional>
 #include <stdexcept>
 
 #include "bench/report.h"
+#include "tools/format.h"
 
 namespace bench {
 namespace {
@@ -160,9 +159,7 @@ std::string Number(double value) {
   int decimals = std::max(kDigits - before_point, 0);
   if (size > 0 && size < 0.1) decimals = kDigits;
   if (std::floor(size) == size) decimals = 0;
-  std::array<char, 64> text;
-  snprintf(text.data(), text.size(), "%.*f", decimals, value);
-  return text.data();
+  return tools::Format("%.*f", decimals, value);
 }
 
 std::string TableReport(const Results& results) {

@@ -2,12 +2,12 @@
 
 #include <utility>
 
-#include "daemon/model_family.h"
 #include "sim/device.h"
 #include "sim/hd_micom.h"
 #include "sim/lens_micom.h"
 #include "sim/ptz_head.h"
 #include "sim/sd_module.h"
+#include "tools/device_mode.h"
 
 namespace sim {
 namespace {
@@ -23,40 +23,34 @@ constexpr LensPose kLensAtStart = {.zoom = 700, .focus = 590, .iris = 40};
 
 }  // namespace
 
-FarEndKind KindOfModel(const std::string& model) {
-  if (IsSdModuleModel(model.c_str()) != 0) return FarEndKind::kSdModule;
-  if (IsHdModuleModel(model.c_str()) != 0) return FarEndKind::kHdModule;
-  return IsMotorizedLensModel(model.c_str()) != 0 ? FarEndKind::kLens : FarEndKind::kPtzHead;
-}
-
 std::unique_ptr<FarEnd> MakeFarEnd(const std::string& model, const PtyLine& line,
                                    Clock::time_point now) {
-  switch (KindOfModel(model)) {
-    case FarEndKind::kSdModule:
+  switch (tools::ModeOfModel(model)) {
+    case tools::MODE_SD:
       return std::make_unique<SdModule>(kSdModelCode, now);
-    case FarEndKind::kHdModule: {
+    case tools::MODE_HD: {
       LoaderSetup loader;
       loader.flash_time = kFlashTime;
       return std::make_unique<HdMicom>(
           HdIdentity{}, std::move(loader), [&line] { return line.Settings(); }, now);
     }
-    case FarEndKind::kLens:
+    case tools::MODE_LENS:
       return std::make_unique<LensMicom>(now, kLensAtStart);
-    case FarEndKind::kPtzHead:
+    case tools::MODE_RELAY:
       break;
   }
   return std::make_unique<PtzHead>(now);
 }
 
 std::unique_ptr<CameraDaemon> MakeCamera(const std::string& model, const FarEnd& far_end) {
-  if (KindOfModel(model) != FarEndKind::kLens) return nullptr;
+  if (tools::ModeOfModel(model) != tools::MODE_LENS) return nullptr;
   auto camera = std::make_unique<CameraDaemon>(static_cast<const LensMicom*>(&far_end));
   camera->scene.offset = kObjectOffset;
   return camera;
 }
 
 void InstallModelFiles(const std::string& model) {
-  if (KindOfModel(model) != FarEndKind::kLens) return;
+  if (tools::ModeOfModel(model) != tools::MODE_LENS) return;
   InstallLens({.zoom = kLensAtStart.zoom,
                .focus = kLensAtStart.focus,
                .sensor = "AR0230",

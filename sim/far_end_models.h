@@ -10,12 +10,7 @@
 
 namespace sim {
 
-enum class FarEndKind { kPtzHead, kSdModule, kHdModule, kLens };
-
-// A PTZ head where the model has nothing of its own.
-FarEndKind KindOfModel(const std::string& model);
-
-// Makes the far end of a model. `line` must outlive it.
+// Makes the far end of a model: a PTZ head where it has nothing of its own. `line` must outlive it.
 std::unique_ptr<FarEnd> MakeFarEnd(const std::string& model, const PtyLine& line,
                                    Clock::time_point now);
 

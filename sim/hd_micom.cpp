@@ -2,11 +2,11 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <numeric>
 #include <utility>
 
 #include "module/hd_frame.h"
+#include "tools/format.h"
 
 namespace sim {
 namespace {
@@ -109,10 +109,8 @@ void HdMicom::Tick(Clock::time_point now) {
 
 std::string HdMicom::Describe() const {
   if (loader_.has_value()) return loader_->Describe();
-  std::array<char, 48> lens;
-  snprintf(lens.data(), lens.size(), "zoom %.1fx, focus %.0f %%, ", lens_.ZoomAt(),
-           lens_.FocusAt());
-  return lens.data() + menu_.Describe();
+  return tools::Format("zoom %.1fx, focus %.0f %%, ", lens_.ZoomAt(), lens_.FocusAt()) +
+         menu_.Describe();
 }
 
 // Cuts what is pending into frames; bytes that belong to none are noise. On a line that is quiet

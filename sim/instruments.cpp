@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstdio>
 #include <cstdlib>
 #include <optional>
 #include <string>
@@ -15,6 +14,7 @@
 #include "sim/lens_optics.h"
 #include "sim/ptz_head.h"
 #include "sim/sd_module.h"
+#include "tools/format.h"
 
 namespace sim {
 namespace {
@@ -44,9 +44,9 @@ struct Gauge {
 };
 
 Gauge Reading(const char* label, const char* format, double value, double low, double high) {
-  std::array<char, 32> figure;
-  snprintf(figure.data(), figure.size(), format, value);
-  return {.label = label, .figure = figure.data(), .share = (value - low) / (high - low)};
+  return {.label = label,
+          .figure = tools::Format(format, value),
+          .share = (value - low) / (high - low)};
 }
 
 Gauge Marked(Gauge gauge, double mark) {

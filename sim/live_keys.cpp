@@ -8,6 +8,10 @@
 #include <array>
 #include <utility>
 
+#include "sim/vdev_commands.h"
+#include "tools/device_mode.h"
+#include "tools/ptz_verbs.h"
+
 namespace sim {
 
 namespace {
@@ -19,7 +23,8 @@ constexpr milliseconds kKeyTap{250};
 
 enum class Kind {
   kMotion,  // lasts until its second command
-  kTap,     // the daemon, or what is behind it, ends it by itself
+  kTap,     // the daemon, or what is behind it, ends it by itself; one with a second command is a
+            // motion for a head that does not
   kToggle,  // alternates between its two commands
   kGoTo,    // one of nine keys: its number follows the command
   kSet,     // the next number is set, not gone to
@@ -43,26 +48,21 @@ namespace {
 using enum tools::DeviceMode;
 using enum Kind;
 
-constexpr unsigned kTapped = MODE_RELAY | MODE_SD | MODE_HD;
+constexpr unsigned kAny = tools::MODES_ALL;
 constexpr unsigned kModule = MODE_SD | MODE_HD;
-constexpr unsigned kZooming = MODE_QB620 | MODE_RELAY | MODE_SD | MODE_HD;
-constexpr unsigned kFocusing = MODE_QB620 | MODE_RELAY | MODE_HD;
 
-// Speeds are such that a screen can follow.
+// A key is the first row of it whose verb the model answers. Speeds are such that a screen can
+// follow.
 constexpr auto kRows = std::to_array<KeyRow>({
-    {MODE_QB620, KEY_LEFT, kMotion, "pan-left --speed 50", "stop", "←↑↓→", "pan, tilt"},
-    {MODE_QB620, KEY_RIGHT, kMotion, "pan-right --speed 50", "stop"},
-    {MODE_QB620, KEY_UP, kMotion, "tilt-up --speed 50", "stop"},
-    {MODE_QB620, KEY_DOWN, kMotion, "tilt-down --speed 50", "stop"},
-    {MODE_QB610, KEY_LEFT, kMotion, "left", "stop", "←↑↓→", "pan, tilt"},
-    {MODE_QB610, KEY_RIGHT, kMotion, "right", "stop"},
-    {MODE_QB610, KEY_UP, kMotion, "up", "stop"},
-    {MODE_QB610, KEY_DOWN, kMotion, "down", "stop"},
-    {MODE_RELAY, KEY_LEFT, kTap, "left", nullptr, "←↑↓→", "pan, tilt"},
+    {kAny, KEY_LEFT, kMotion, "pan-left --speed 50", "stop", "←↑↓→", "pan, tilt"},
+    {kAny, KEY_RIGHT, kMotion, "pan-right --speed 50", "stop"},
+    {kAny, KEY_UP, kMotion, "tilt-up --speed 50", "stop"},
+    {kAny, KEY_DOWN, kMotion, "tilt-down --speed 50", "stop"},
+    {MODE_RELAY, KEY_LEFT, kTap, "left", "stop", "←↑↓→", "pan, tilt"},
     {kModule, KEY_LEFT, kTap, "left", nullptr, "←↑↓→", "in the menu"},
-    {kTapped, KEY_RIGHT, kTap, "right", nullptr},
-    {kTapped, KEY_UP, kTap, "up", nullptr},
-    {kTapped, KEY_DOWN, kTap, "down", nullptr},
+    {kAny, KEY_RIGHT, kTap, "right", "stop"},
+    {kAny, KEY_UP, kTap, "up", "stop"},
+    {kAny, KEY_DOWN, kTap, "down", "stop"},
     {MODE_LENS, KEY_UP, kMotion, "zoom-tele --speed 40", "stop zoom", "↑↓ +/-", "zoom"},
     {MODE_LENS, KEY_DOWN, kMotion, "zoom-wide --speed 40", "stop zoom"},
     {MODE_LENS, '+', kMotion, "zoom-tele --speed 40", "stop zoom"},
@@ -71,29 +71,38 @@ constexpr auto kRows = std::to_array<KeyRow>({
     {MODE_LENS, KEY_RIGHT, kMotion, "focus-far --speed 40", "stop focus"},
     {MODE_LENS, 'n', kMotion, "focus-near --speed 40", "stop focus"},
     {MODE_LENS, 'f', kMotion, "focus-far --speed 40", "stop focus"},
-    {kZooming, '+', kMotion, "in", "stop", "+/-", "zoom"},
-    {kZooming, '-', kMotion, "out", "stop"},
-    {kFocusing, 'n', kMotion, "near", "stop", "n/f", "focus near, far"},
-    {kFocusing, 'f', kMotion, "far", "stop"},
-    {MODE_HD, 'F', kTap, "search", nullptr, "F", "focus search"},
+    {kAny, '+', kMotion, "in", "stop", "+/-", "zoom"},
+    {kAny, '-', kMotion, "out", "stop"},
+    {kAny, 'n', kMotion, "near", "stop", "n/f", "focus near, far"},
+    {kAny, 'f', kMotion, "far", "stop"},
     {MODE_LENS, 's', kTap, "search", nullptr, "s", "focus search"},
-    {MODE_LENS, 'F', kTap, "assist", nullptr, "F", "reset, focus anew"},
-    {MODE_LENS, 'A', kToggle, "af-mode micom", "af-mode daemon", "A", "daemon/micom drives"},
-    {MODE_QB620, 'A', kToggle, "white-balance 1", "white-balance 0", "A", "auto white balance"},
-    {MODE_QB620, 'I', kToggle, "auto-iris 1", "auto-iris 0", "I", "auto iris"},
-    {MODE_LENS, 'I', kTap, "iris-step open", nullptr, "I/i", "iris open, close"},
-    {MODE_LENS, 'i', kTap, "iris-step close", nullptr},
-    {tools::MODES_RELAYED | kModule, 'm', kTap, "menu", nullptr, "m", "menu"},
-    {MODE_QB620, '1', kGoTo, "goto ", nullptr, "1-9", "preset"},
-    {MODE_QB620, 'p', kSet, "preset ", nullptr, "p 1-9", "set preset"},
+    {kAny, 'F', kTap, "assist", nullptr, "F", "reset, focus anew"},
+    {kAny, 'F', kTap, "search", nullptr, "F", "focus search"},
+    {kAny, 'A', kToggle, "af-mode micom", "af-mode daemon", "A", "daemon/micom drives"},
+    {kAny, 'A', kToggle, "white-balance 1", "white-balance 0", "A", "auto white balance"},
+    {kAny, 'I', kToggle, "auto-iris 1", "auto-iris 0", "I", "auto iris"},
+    {kAny, 'I', kTap, "iris-step open", nullptr, "I/i", "iris open, close"},
+    {kAny, 'i', kTap, "iris-step close", nullptr},
+    {kAny, 'm', kTap, "menu", nullptr, "m", "menu"},
+    {kAny, '1', kGoTo, "goto ", nullptr, "1-9", "preset"},
+    {kAny, 'p', kSet, "preset ", nullptr, "p 1-9", "set preset"},
 });
 
 }  // namespace
 
+KeyDriver::KeyDriver(const std::string& model) : taps_need_stop_(tools::IsStoppedByFrame(model)) {
+  const tools::DeviceMode mode = tools::ModeOfModel(model);
+  for (const KeyRow& row : kRows) {
+    const bool is_taken = std::ranges::find(rows_, row.key, &KeyRow::key) != rows_.end();
+    if (is_taken || (row.modes & mode) == 0) continue;
+    if (tools::Answers(model, *VerbOf(row.command))) rows_.push_back(&row);
+  }
+}
+
 std::vector<HelpLine> KeyDriver::Help() const {
   std::vector<HelpLine> lines;
-  for (const KeyRow& row : kRows) {
-    if ((row.modes & mode_) != 0 && row.keys != nullptr) lines.push_back({row.keys, row.does});
+  for (const KeyRow* row : rows_) {
+    if (row->keys != nullptr) lines.push_back({row->keys, row->does});
   }
   lines.insert(lines.end(), {{"space", "stop"}, {":", "command"}, {"?", "help"}, {"q", "quit"}});
   return lines;
@@ -107,17 +116,17 @@ std::vector<std::string> KeyDriver::Press(int key, Clock::time_point now) {
     return {"stop"};
   }
   const bool is_digit = key >= '1' && key <= '9';
-  const auto* row = std::ranges::find_if(kRows, [&](const KeyRow& each) {
-    return (each.modes & mode_) != 0 && each.key == (is_digit ? '1' : key);
-  });
-  if (row == kRows.end()) {
+  const auto found = std::ranges::find(rows_, is_digit ? '1' : key, &KeyRow::key);
+  if (found == rows_.end()) {
     unknown_key_ = key;
     return {};
   }
+  const KeyRow* row = *found;
   switch (row->kind) {
     case kMotion:
       return StartMotion(*row, now);
     case kTap:
+      if (taps_need_stop_ && row->second != nullptr) return StartMotion(*row, now);
       if (tap_ == row && now - tap_at_ < kKeyTap) return {};
       tap_ = row;
       tap_at_ = now;

@@ -9,22 +9,16 @@
 #include <string>
 #include <vector>
 
+#include "sim/vdev_commands.h"
 #include "sim/wait.h"
-#include "tools/device_mode.h"
 
 namespace sim {
-
-// A line of a help text: what to press or type, and what it does.
-struct HelpLine {
-  std::string keys;
-  std::string does;
-};
 
 struct KeyRow;
 
 class KeyDriver {
  public:
-  explicit KeyDriver(const std::string& model) : mode_(tools::ModeOfModel(model)) {}
+  explicit KeyDriver(const std::string& model);
 
   // The keys that the model answers, in the order of the footer.
   std::vector<HelpLine> Help() const;
@@ -42,10 +36,11 @@ class KeyDriver {
  private:
   std::vector<std::string> StartMotion(const KeyRow& row, Clock::time_point now);
 
-  tools::DeviceMode mode_;
-  const KeyRow* motion_ = nullptr;  // the one that is held
-  const KeyRow* tap_ = nullptr;     // the last one
-  Clock::time_point motion_at_;     // the last press of each
+  std::vector<const KeyRow*> rows_;  // that the model answers, one a key
+  bool taps_need_stop_;              // the head does not end them by itself
+  const KeyRow* motion_ = nullptr;   // the one that is held
+  const KeyRow* tap_ = nullptr;      // the last one
+  Clock::time_point motion_at_;      // the last press of each
   Clock::time_point tap_at_;
   std::set<int> toggled_;
   bool next_digit_sets_ = false;

@@ -2,13 +2,15 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstdio>
 #include <utility>
 
 #include "ipc/cicomm.h"
-#include "sim/far_end_models.h"
 #include "sim/instruments.h"
 #include "sim/vdev_commands.h"
+#include "tools/device_mode.h"
+#include "tools/format.h"
 
 namespace sim {
 namespace {
@@ -21,15 +23,12 @@ constexpr int kWhoCols = 8;
 constexpr size_t kFramesKept = 100;
 constexpr size_t kLogKept = 2000;
 
-// In the order of FarEndKind.
+// In the order of DeviceMode.
 constexpr std::array kKinds = {"PTZ head", "SD camera module", "HD camera module",
                                "motorized lens"};
 
 std::string Since(Clock::time_point start, const char* format) {
-  std::array<char, 32> text;
-  snprintf(text.data(), text.size(), format,
-           std::chrono::duration<double>(Clock::now() - start).count());
-  return text.data();
+  return tools::Format(format, std::chrono::duration<double>(Clock::now() - start).count());
 }
 
 // The keys in as many rows as they need.
@@ -194,6 +193,7 @@ void LiveScreen::Draw(const VirtualDevice& device) {
 
 void LiveScreen::DrawHeader(const DeviceConfig& config) const {
   const int cols = getmaxx(stdscr);
+  const uint8_t mode = tools::ModeOfModel(config.model);
   const std::string status = "rs232d serves · up " + Since(start_, "%.0f s");
   const std::string ports = "TCP " + std::to_string(config.ptz_port) + " · UDP " +
                             std::to_string(config.udp_port) + " · channel " +
@@ -201,7 +201,7 @@ void LiveScreen::DrawHeader(const DeviceConfig& config) const {
                             std::to_string(config.baud_rate) + " baud · second terminal: vdev join";
   terminal_->Write(0, 0, std::string(static_cast<size_t>(cols), ' '), kTitle);
   terminal_->Write(
-      0, 1, "vdev " + config.model + " · " + kKinds[static_cast<size_t>(KindOfModel(config.model))],
+      0, 1, "vdev " + config.model + " · " + kKinds[static_cast<size_t>(std::countr_zero(mode))],
       kTitle);
   terminal_->Write(0, cols - 1 - Length(status), status, kTitle);
   terminal_->Write(1, 1, ports, kDim, cols - 2);

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstdio>
 
+#include "tools/format.h"
 #include "tools/frame_texts.h"
 
 namespace sim {
@@ -52,10 +52,8 @@ bool PtzHead::IsMoving() const {
 }
 
 std::string PtzHead::Describe(const HeadPose& pose) {
-  std::array<char, 96> text;
-  snprintf(text.data(), text.size(), "pan %.1f deg, tilt %.1f deg, zoom %.1fx, focus %.0f %%",
-           pose.pan, pose.tilt, pose.zoom, pose.focus);
-  return text.data();
+  return tools::Format("pan %.1f deg, tilt %.1f deg, zoom %.1fx, focus %.0f %%", pose.pan,
+                       pose.tilt, pose.zoom, pose.focus);
 }
 
 void PtzHead::Advance(Clock::time_point now) {

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 
+#include "tools/format.h"
 #include "tools/frame_texts.h"
 
 namespace sim {
@@ -61,9 +61,7 @@ void SdModule::Tick(Clock::time_point now) {
 }
 
 std::string SdModule::Describe() const {
-  std::array<char, 32> zoom;
-  snprintf(zoom.data(), zoom.size(), "zoom %.1fx, ", lens_.ZoomAt());
-  return zoom.data() + menu_.Describe();
+  return tools::Format("zoom %.1fx, ", lens_.ZoomAt()) + menu_.Describe();
 }
 
 void SdModule::TakeFrame(const PelcoFrame& frame) {

@@ -30,13 +30,6 @@ std::optional<std::string> RestAfter(const std::string& name, const std::string&
   return line.substr(std::min(line.find_first_not_of(' ', name.size()), line.size()));
 }
 
-// `stop` is a word of vdev's own.
-bool IsVerb(const std::string& line) {
-  return std::ranges::any_of(tools::PtzVerbs(), [&](const tools::PtzVerb& verb) {
-    return &verb != &tools::PtzStopVerb() && RestAfter(verb.name, line).has_value();
-  });
-}
-
 // Runs `rs232ctl ptz LINE` within this process. The device would stand still during --for, and help
 // does not belong on the screen.
 void RunVerb(const std::string& line, VirtualDevice* device) {
@@ -62,17 +55,17 @@ void SendRaw(VirtualDevice* device, const Bytes& bytes) {
   device->rig.SendUdp(DaemonDatagram(RS232_UDP_WRITE, bytes));
 }
 
-// "stop [zoom|focus]". Zoom and focus of a lens stop by a code each; QB-610 is stopped by no code
-// but by a frame on the line.
+// "stop [zoom|focus]". Zoom and focus of a lens stop by a code each.
 void Stop(const std::string& motor, VirtualDevice* device) {
-  const tools::DeviceMode mode = tools::ModeOfModel(device->rig.config.model);
-  if (mode == MODE_QB610) {
+  const std::string& model = device->rig.config.model;
+  if (tools::IsStoppedByFrame(model)) {
     const PelcoFrame frame = PelcoBuild({});
     SendRaw(device, Bytes(frame.begin(), frame.end()));
     return;
   }
   if (motor != "focus") device->rig.Control(CAMERA_CODE_ZOOM);
-  if (mode == MODE_LENS && motor != "zoom") device->rig.Control(CAMERA_CODE_FOCUS);
+  if (tools::ModeOfModel(model) == MODE_LENS && motor != "zoom")
+    device->rig.Control(CAMERA_CODE_FOCUS);
 }
 
 // "update [BYTES]": a firmware image of that size, then the command.
@@ -108,10 +101,10 @@ constexpr auto kWords = std::to_array<WordRow>({
     {"near", "", "focus near until stop", "focus-near --speed 1", nullptr},
     {"far", "", "focus far until stop", "focus-far --speed 1", nullptr},
     {"stop", "[zoom|focus]", "stop all motion, or one motor of a lens", nullptr, Stop},
-    {"search", "", "search for the sharpest focus (QB-3xx, QB-4xx)", "af-start", nullptr},
-    {"preset", "N", "set preset N (QB-620)", "preset set", nullptr},
-    {"goto", "N", "go to preset N (QB-620)", "preset go", nullptr},
-    {"clear", "N", "clear preset N (QB-620)", "preset clear", nullptr},
+    {"search", "", "search for the sharpest focus", "af-start", nullptr},
+    {"preset", "N", "set preset N", "preset set", nullptr},
+    {"goto", "N", "go to preset N", "preset go", nullptr},
+    {"clear", "N", "clear preset N", "preset clear", nullptr},
     {"tcp", "TEXT", "bytes from a PTZ client to the line", nullptr,
      [](const std::string& text, VirtualDevice* device) { device->SendByClient(text); }},
     {"udp", "TEXT", "bytes from a local process to the line", nullptr,
@@ -122,6 +115,18 @@ constexpr auto kWords = std::to_array<WordRow>({
     {"help", "", "list these commands", nullptr, Help},
 });
 
+// The line as `rs232ctl ptz` takes it; nothing for a word of vdev's own, as `stop` is.
+std::optional<std::string> VerbLine(const std::string& line) {
+  for (const tools::PtzVerb& verb : tools::PtzVerbs()) {
+    if (&verb != &tools::PtzStopVerb() && RestAfter(verb.name, line).has_value()) return line;
+  }
+  for (const WordRow& row : kWords) {
+    const auto rest = RestAfter(row.word, line);
+    if (row.verb != nullptr && rest.has_value()) return row.verb + (" " + *rest);
+  }
+  return std::nullopt;
+}
+
 // --- Demonstrations ----------------------------------------------------------------------------
 
 constexpr char kClientText[] = "hello from a PTZ client";
@@ -130,22 +135,23 @@ constexpr char kFarEndText[] = "hello from the far end";
 
 struct Script {
   unsigned modes;
+  const char* needs;  // what the model has to answer; null: nothing
   const char* steps;  // "COMMAND, MILLISECONDS; ..."
 };
 
 constexpr auto kScripts = std::to_array<Script>({
-    // the arrow keys of a common head are short taps
-    {MODE_RELAY | MODE_QB610, "right, 600; up, 600; in, 900; stop, 500; menu, 500"},
-    {MODE_QB620,
+    {MODE_RELAY, "pan-left",
      "move 40 -20 0, 1200; stop, 500; in, 900; stop, 500; preset 5, 300; move -90 0 0, 900;"
      "stop, 500; goto 5, 400"},
-    {MODE_SD,
+    // the arrow keys of a common head are short taps
+    {MODE_RELAY, nullptr, "right, 600; up, 600; in, 900; stop, 500; menu, 500"},
+    {MODE_SD, nullptr,
      "menu, 200; down, 200; right, 200; down, 200; down, 200; menu, 200; in, 900; stop, 300;"
      "out, 400; stop, 300"},
-    {MODE_HD,
+    {MODE_HD, nullptr,
      "menu, 200; up, 200; menu, 200; in, 900; stop, 300; near, 500; stop, 300; search, 700"},
     // the start-up comes first; the focus follows the zoom, and each stop starts a search
-    {MODE_LENS, ", 2000; code 2002 0 0 -89, 1200; stop, 2500; in, 600; stop, 2500"},
+    {MODE_LENS, nullptr, ", 2000; code 2002 0 0 -89, 1200; stop, 2500; in, 600; stop, 2500"},
 });
 
 struct Expectation {
@@ -155,11 +161,10 @@ struct Expectation {
   const char* what;
 };
 
-constexpr unsigned kHeads = tools::MODES_RELAYED;
 constexpr unsigned kModules = MODE_SD | MODE_HD;
 
 constexpr auto kExpectations = std::to_array<Expectation>({
-    {kHeads, kUnderstood, "\n", "a frame that the head understands"},
+    {MODE_RELAY, kUnderstood, "\n", "a frame that the head understands"},
     {kModules, kUnderstood, "menu key", "a key of the menu"},
     {kModules, kUnderstood, "zoom tele", "zoom"},
     {MODE_SD, "info", "VERSION=0.0\nMODEL=18\nRESOLUTION=sd\n", "the camera information file"},
@@ -174,31 +179,35 @@ constexpr auto kExpectations = std::to_array<Expectation>({
     {MODE_LENS, kUnderstood, "zoom 10 steps wide", "a zoom drive"},
     {MODE_LENS, kUnderstood, "focus measure", "measures of a focus search"},
     {MODE_LENS, "daemon", "TRACE\t", "a trace point"},
-    {kHeads | kModules | MODE_LENS, kToLine, kClientText, "bytes of the PTZ client on the line"},
-    {kHeads | kModules | MODE_LENS, kToLine, kUdpText, "bytes of the local process on the line"},
+    {tools::MODES_ALL, kToLine, kClientText, "bytes of the PTZ client on the line"},
+    {tools::MODES_ALL, kToLine, kUdpText, "bytes of the local process on the line"},
     // a lens mode passes no serial data on
-    {kHeads | kModules, kToClient, kFarEndText, "bytes of the far end at the PTZ client"},
-    {kHeads | kModules, kToDataPort, kFarEndText, "bytes of the far end at the data port"},
+    {MODE_RELAY | kModules, kToClient, kFarEndText, "bytes of the far end at the PTZ client"},
+    {MODE_RELAY | kModules, kToDataPort, kFarEndText, "bytes of the far end at the data port"},
 });
 
 }  // namespace
+
+const tools::PtzVerb* VerbOf(const std::string& line) {
+  const auto verb_line = VerbLine(line);
+  if (!verb_line.has_value()) return nullptr;
+  return &*std::ranges::find_if(tools::PtzVerbs(), [&](const tools::PtzVerb& verb) {
+    return RestAfter(verb.name, *verb_line).has_value();
+  });
+}
 
 bool RunCommand(const std::string& line, VirtualDevice* device) {
   const std::string command = line.substr(std::min(line.find_first_not_of(' '), line.size()));
   if (RestAfter("quit", command).has_value()) return false;
   if (command.empty()) return true;
-  if (IsVerb(command)) {
-    RunVerb(command, device);
+  if (const auto verb_line = VerbLine(command)) {
+    RunVerb(*verb_line, device);
     return true;
   }
   for (const WordRow& row : kWords) {
     const auto rest = RestAfter(row.word, command);
     if (!rest.has_value()) continue;
-    if (row.verb == nullptr) {
-      row.run(*rest, device);
-    } else {
-      RunVerb(row.verb + (" " + *rest), device);
-    }
+    row.run(*rest, device);
     return true;
   }
   device->Note("unknown command '" + command.substr(0, command.find(' ')) + "'; help lists them");
@@ -210,8 +219,14 @@ std::vector<HelpLine> CommandHelp() {
       {"left right up down menu", "arrow keys and menu key"},
       {"move PAN TILT ZOOM", "joystick, -128 to 127 (QB-620; others: zoom only)"},
       {"code HEX [P1 [P2 [P3]]]", "any control code"}};
-  for (const WordRow& row : kWords)
-    lines.push_back({std::string(row.word) + " " + row.arguments, row.help});
+  for (const WordRow& row : kWords) {
+    std::string help = row.help;
+    const tools::PtzVerb* verb = VerbOf(row.word);
+    if (verb != nullptr && !tools::Answers("", *verb)) {
+      help += "; works in " + tools::AnsweringDevicesText(*verb);
+    }
+    lines.push_back({std::string(row.word) + " " + row.arguments, help});
+  }
   lines.push_back({"quit", "end (so does Ctrl-C)"});
   lines.push_back({"VERB ...", "any verb of rs232ctl ptz, with its arguments"});
   return lines;
@@ -219,16 +234,19 @@ std::vector<HelpLine> CommandHelp() {
 
 std::vector<ScriptStep> DemoScript(const std::string& model) {
   const tools::DeviceMode mode = tools::ModeOfModel(model);
-  const auto* script = std::ranges::find_if(
-      kScripts, [mode](const Script& each) { return (each.modes & mode) != 0; });
-  if (script == kScripts.end()) script = kScripts.begin();
+  const auto* script = std::ranges::find_if(kScripts, [&](const Script& each) {
+    return (each.modes & mode) != 0 &&
+           (each.needs == nullptr || tools::Answers(model, *VerbOf(each.needs)));
+  });
   std::vector<ScriptStep> steps;
   std::string_view text = script->steps;
   for (std::string_view step; !(step = tools::TakeToken(&text, ";")).empty();) {
     step.remove_prefix(step.find_first_not_of(' '));
     const size_t comma = step.find(',');
-    steps.push_back(
-        {std::string(step.substr(0, comma)), milliseconds(atoi(step.data() + comma + 1))});
+    const std::string line(step.substr(0, comma));
+    const tools::PtzVerb* verb = VerbOf(line);
+    if (verb != nullptr && !tools::Answers(model, *verb)) continue;
+    steps.push_back({line, milliseconds(atoi(step.data() + comma + 1))});
   }
   constexpr milliseconds kWatch{200};
   steps.push_back({std::string("tcp ") + kClientText, kWatch});

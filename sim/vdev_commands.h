@@ -5,14 +5,23 @@
 #include <string>
 #include <vector>
 
-#include "sim/live_keys.h"
 #include "sim/virtual_device.h"
+#include "tools/ptz_verbs.h"
 
 namespace sim {
 
 // Carries out one line. An empty line does nothing; bad input makes the device note one line that
 // says what is wrong. Returns false when the line says quit.
 bool RunCommand(const std::string& line, VirtualDevice* device);
+
+// The verb that a line gives, or is short for; null for a word of vdev's own.
+const tools::PtzVerb* VerbOf(const std::string& line);
+
+// A line of a help text: what to press or type, and what it does.
+struct HelpLine {
+  std::string keys;
+  std::string does;
+};
 
 // The commands, a line each with what it does.
 std::vector<HelpLine> CommandHelp();

@@ -16,7 +16,6 @@
 #include <utility>
 #include <vector>
 
-#include "sim/far_end_models.h"
 #include "sim/live_screen.h"
 #include "sim/plain_printer.h"
 #include "sim/terminal.h"
@@ -24,6 +23,7 @@
 #include "sim/vdev_commands.h"
 #include "sim/virtual_device.h"
 #include "sim/world.h"
+#include "tools/device_mode.h"
 
 namespace sim {
 namespace {
@@ -88,7 +88,7 @@ Ending Serve(VirtualDevice* device, const SessionSignals& signals, milliseconds 
 
 DeviceSetup SetupOf(const SessionOptions& options) {
   // A lens takes a hundred frames a second: what it makes of them says more than their bytes.
-  const bool quiet = KindOfModel(options.device.model) == FarEndKind::kLens;
+  const bool quiet = tools::ModeOfModel(options.device.model) == tools::MODE_LENS;
   DeviceSetup setup;
   setup.daemon = options.daemon;
   setup.trace = options.trace.value_or(!quiet);
@@ -211,7 +211,7 @@ pid_t StartGuest(const GuestCommand& command, const std::string& model,
 // A module or a lens reports its version soon after the start, and a command may rely on that.
 Ending AwaitIntroduction(VirtualDevice* device, const SessionSignals& signals) {
   const auto end = Clock::now() + kPatience;
-  const bool is_silent = KindOfModel(device->rig.config.model) == FarEndKind::kPtzHead;
+  const bool is_silent = tools::ModeOfModel(device->rig.config.model) == tools::MODE_RELAY;
   return Serve(device, signals, is_silent ? milliseconds(0) : kLook,
                [&] { return !is_silent && device->CameraInfo().empty() && Clock::now() < end; });
 }

@@ -14,8 +14,8 @@
 #include "daemon/settings.h"
 #include "ipc/cicomm.h"
 #include "relay/daemon_datagram.h"
-#include "tools/descriptor.h"
 #include "tools/failure.h"
+#include "tools/unique_fd.h"
 #include "util/bytes.h"
 #include "util/conf_file.h"
 
@@ -57,7 +57,7 @@ class LocalSocket {
   }
 
   int port_;
-  Descriptor fd_;
+  UniqueFd fd_;
 };
 
 }  // namespace

@@ -10,8 +10,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "tools/descriptor.h"
 #include "tools/failure.h"
+#include "tools/unique_fd.h"
 
 namespace tools {
 
@@ -49,7 +49,7 @@ bool WriteAll(int fd, std::span<const uint8_t> bytes) {
 // Fills the new file `path`, which goes again when that fails.
 void Fill(int fd, const std::string& path, std::span<const uint8_t> bytes,
           const std::string& shown_path) {
-  const Descriptor file(fd);
+  const UniqueFd file(fd);
   if (WriteAll(fd, bytes) && fchmod(fd, kFileMode) == 0 && fsync(fd) == 0) return;
   const int error = errno;
   unlink(path.c_str());
@@ -60,7 +60,7 @@ void Fill(int fd, const std::string& path, std::span<const uint8_t> bytes,
 
 std::vector<uint8_t> ReadFile(const std::string& path) {
   // A pipe that nobody writes must not hold the tool.
-  const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  const UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   if (file.Get() < 0) Fail("open", path, errno);
   struct stat status;
   if (fstat(file.Get(), &status) != 0) Fail("open", path, errno);

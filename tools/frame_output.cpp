@@ -1,9 +1,8 @@
 #include "tools/frame_output.h"
 
 #include <algorithm>
-#include <array>
-#include <cstdio>
 
+#include "tools/format.h"
 #include "tools/hex.h"
 
 namespace tools {
@@ -43,10 +42,7 @@ std::string FrameText(const ExplainedFrame& frame) {
   std::string hex = Hex(std::span(frame.bytes).first(std::min(frame.bytes.size(), kBytesShown)));
   if (is_long) hex += kGoesOn;
   const char* name = frame.protocol == Protocol::kNone ? "-" : ProtocolName(frame.protocol);
-  std::array<char, 64> columns;
-  snprintf(columns.data(), columns.size(), "%-*s  %-*s  ", kHexWidth, hex.c_str(), kNameWidth,
-           name);
-  return columns.data() + frame.words;
+  return Format("%-*s  %-*s  ", kHexWidth, hex.c_str(), kNameWidth, name) + frame.words;
 }
 
 }  // namespace tools

@@ -1,20 +1,15 @@
 #include "tools/frame_texts.h"
 
-#include <array>
-#include <cstdio>
+#include "tools/format.h"
 
 namespace tools {
 
 std::string HexNumber(unsigned value, int digits) {
-  std::array<char, 16> text;
-  snprintf(text.data(), text.size(), "0x%0*X", digits, value);
-  return text.data();
+  return Format("0x%0*X", digits, value);
 }
 
 std::string Signed(int value) {
-  std::array<char, 16> text;
-  snprintf(text.data(), text.size(), "%+d", value);
-  return text.data();
+  return Format("%+d", value);
 }
 
 std::string Count(size_t count, const char* what) {

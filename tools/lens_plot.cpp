@@ -3,15 +3,16 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstdarg>
-#include <cstdio>
 
+#include "tools/format.h"
 #include "tools/known_curves.h"
+#include "tools/svg.h"
 
 namespace tools {
 namespace {
 
 constexpr double kWidth = 960;
+constexpr double kFontSize = 13;
 constexpr double kLeft = 76;
 constexpr double kRight = 930;
 
@@ -20,42 +21,6 @@ constexpr const char* kGrid = "#e4e4e4";
 constexpr const char* kFitColor = "#1f5fa8";
 constexpr const char* kKnownColor = "#7a7a7a";
 constexpr const char* kDroppedColor = "#c4301b";
-
-// Grows an SVG text.
-class Svg {
- public:
-  explicit Svg(double height) {
-    Add("<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"%g\" height=\"%g\" "
-        "viewBox=\"0 0 %g %g\" font-family=\"Helvetica, Arial, sans-serif\" font-size=\"13\" "
-        "fill=\"%s\">\n<rect width=\"100%%\" height=\"100%%\" fill=\"white\"/>\n",
-        kWidth, height, kWidth, height, kInk);
-  }
-
-  [[gnu::format(printf, 2, 3)]] void Add(const char* format, ...) {
-    std::array<char, 1024> piece;
-    va_list arguments;
-    va_start(arguments, format);
-    vsnprintf(piece.data(), piece.size(), format, arguments);
-    va_end(arguments);
-    text_ += piece.data();
-  }
-
-  void Line(double x1, double y1, double x2, double y2, const char* color, const char* more = "") {
-    Add("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\" stroke=\"%s\" %s/>\n", x1, y1, x2,
-        y2, color, more);
-  }
-
-  void Text(double x, double y, const char* anchor, const std::string& text,
-            const char* more = "") {
-    Add("<text x=\"%.1f\" y=\"%.1f\" text-anchor=\"%s\" %s>%s</text>\n", x, y, anchor, more,
-        text.c_str());
-  }
-
-  std::string Finish() { return text_ + "</svg>\n"; }
-
- private:
-  std::string text_;
-};
 
 // Numbers onto pixels.
 struct Axis {
@@ -102,21 +67,15 @@ struct Panel {
   Axis y;
 };
 
-std::string Number(double value) {
-  std::array<char, 32> text;
-  snprintf(text.data(), text.size(), "%.0f", value + 0.0);
-  return text.data();
-}
-
 void DrawGrid(const Panel& panel, bool with_x_numbers, const char* y_name, Svg* svg) {
   const auto& [x, y] = panel;
   for (const double value : x.Ticks()) {
     svg->Line(x.At(value), y.from, x.At(value), y.to, kGrid);
-    if (with_x_numbers) svg->Text(x.At(value), y.from + 18, "middle", Number(value));
+    if (with_x_numbers) svg->Text(x.At(value), y.from + 18, "middle", Format("%.0f", value + 0.0));
   }
   for (const double value : y.Ticks()) {
     svg->Line(x.from, y.At(value), x.to, y.At(value), kGrid);
-    svg->Text(x.from - 8, y.At(value) + 4.5, "end", Number(value));
+    svg->Text(x.from - 8, y.At(value) + 4.5, "end", Format("%.0f", value + 0.0));
   }
   svg->Line(x.from, y.from, x.to, y.from, kInk);
   svg->Line(x.from, y.from, x.from, y.to, kInk);
@@ -272,7 +231,7 @@ std::string FitPicture(const LensFit& fit) {
   const KnownCurve nearest = CompareWithKnown(fit.Table()).front().curve;
   const std::vector<ZfEntry> known = Within(nearest.table, fit.entries.back().place.zoom);
   const Panel curves = CurvePanel(fit, known);
-  Svg svg(kFitHeight);
+  Svg svg(kWidth, kFitHeight, kFontSize, kInk);
   svg.Text(kLeft, 24, "start", "Zoom-to-focus curve fitted to the trace points of focus searches",
            "font-size=\"16\" font-weight=\"bold\"");
   DrawLegend(fit, nearest.name, &svg);
@@ -301,7 +260,7 @@ std::string KnownCurvesPicture() {
   constexpr double kBottom = 500;
   const Panel panel = {.x = RoundAxis(0, zoom_end, 12, kLeft, kRight),
                        .y = RoundAxis(0, focus_end, 8, kBottom, 48)};
-  Svg svg(kBottom + 54);
+  Svg svg(kWidth, kBottom + 54, kFontSize, kInk);
   svg.Text(kLeft, 26, "start", "Zoom-to-focus curves of the known lenses",
            "font-size=\"16\" font-weight=\"bold\"");
   DrawGrid(panel, true, "focus, steps from its zero end", &svg);

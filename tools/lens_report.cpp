@@ -2,9 +2,8 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdarg>
-#include <cstdio>
 
+#include "tools/format.h"
 #include "tools/json.h"
 #include "tools/known_curves.h"
 
@@ -16,15 +15,6 @@ constexpr size_t kPairsOfALine = 6;
 constexpr double kUncertaintyMax = 5;
 // Share of the points beyond which so many dropped ones say that something is wrong.
 constexpr double kDroppedShareMax = 0.25;
-
-[[gnu::format(__printf__, 1, 2)]] std::string Format(const char* format, ...) {
-  std::array<char, 256> text;
-  va_list arguments;
-  va_start(arguments, format);
-  vsnprintf(text.data(), text.size(), format, arguments);
-  va_end(arguments);
-  return text.data();
-}
 
 const char* Reason(Fate fate) {
   constexpr std::array<const char*, 4> kReasons = {"kept", "outlier", "at the end of its search",
@@ -43,9 +33,7 @@ int CountDropped(const LensFit& fit) {
   return static_cast<int>(fit.points.size()) - fit.Count(Fate::kKept);
 }
 
-json_object* NewCount(int64_t count) {
-  return json_object_new_int64(count);
-}
+constexpr auto NewCount = json_object_new_int64;
 
 // Steps, or a measure of them, to the hundredth.
 json_object* NewMeasure(double steps) {

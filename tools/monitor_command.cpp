@@ -14,6 +14,7 @@
 #include <climits>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <memory>
@@ -23,15 +24,17 @@
 
 #include "relay/daemon_datagram.h"
 #include "tools/commands.h"
-#include "tools/descriptor.h"
 #include "tools/device_mode.h"
 #include "tools/failure.h"
+#include "tools/format.h"
 #include "tools/frame_output.h"
+#include "tools/frame_texts.h"
 #include "tools/frame_words.h"
 #include "tools/hex.h"
 #include "tools/json.h"
 #include "tools/output.h"
 #include "tools/parse.h"
+#include "tools/unique_fd.h"
 #include "tools/usage.h"
 
 namespace tools {
@@ -58,11 +61,8 @@ struct Request {
 std::string TraceTime(const timeval& time) {
   tm local;
   localtime_r(&time.tv_sec, &local);
-  std::array<char, 64> text;
-  snprintf(text.data(), text.size(), "%02d/%02d %02d:%02d:%02d.%6d", local.tm_mon + 1,
-           local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec,
-           static_cast<int>(time.tv_usec));
-  return text.data();
+  return Format("%02d/%02d %02d:%02d:%02d.%6d", local.tm_mon + 1, local.tm_mday, local.tm_hour,
+                local.tm_min, local.tm_sec, static_cast<int>(time.tv_usec));
 }
 
 // Rows of 16 bytes, numbered from `offset` on.
@@ -114,8 +114,7 @@ class MonitorView {
       PrintJsonLine(object);
       return;
     }
-    Print(stdout, "%s  %zu %s\n", TraceTime(time_).c_str(), bytes.size(),
-          bytes.size() == 1 ? "byte" : "bytes");
+    Print(stdout, "%s  %s\n", TraceTime(time_).c_str(), Count(bytes.size(), "byte").c_str());
     PrintDump(bytes, offset_);
   }
 
@@ -145,14 +144,11 @@ class MonitorView {
 
   // An object that says what it is and when that came, in seconds since 1970.
   Json NewObject(const char* type) const {
-    constexpr double kUsPerS = 1e6;
-    std::array<char, 64> digits;
-    snprintf(digits.data(), digits.size(), "%lld.%06d", static_cast<long long>(time_.tv_sec),
-             static_cast<int>(time_.tv_usec));
-    const double seconds =
-        static_cast<double>(time_.tv_sec) + static_cast<double>(time_.tv_usec) / kUsPerS;
-    return OwnJson(NewJsonObject(
-        {{"type", NewJsonText(type)}, {"time", json_object_new_double_s(seconds, digits.data())}}));
+    const std::string digits =
+        Format("%lld.%06d", static_cast<long long>(time_.tv_sec), static_cast<int>(time_.tv_usec));
+    return OwnJson(
+        NewJsonObject({{"type", NewJsonText(type)},
+                       {"time", json_object_new_double_s(atof(digits.c_str()), digits.c_str())}}));
   }
 
   bool is_raw_;
@@ -202,8 +198,8 @@ int PollTime(std::optional<Clock::time_point> one, std::optional<Clock::time_poi
 
 // Returns at the count, the time or the signal that ends it.
 void Watch(const Request& request, MonitorView* view) {
-  const Descriptor end_signal(CatchSignals());
-  const Descriptor data(BindDataPort());
+  const UniqueFd end_signal(CatchSignals());
+  const UniqueFd data(BindDataPort());
   std::optional<Clock::time_point> end;
   if (!request.duration.empty()) end = Clock::now() + *ParseDuration(request.duration);
   std::optional<Clock::time_point> quiet;

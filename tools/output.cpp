@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <optional>
 
+#include "tools/format.h"
+
 namespace tools {
 
 namespace {
@@ -91,11 +93,8 @@ std::string Rewritten(std::string_view text, Form form) {
 
 std::string ByteEscapes(std::string_view bytes) {
   std::string text;
-  for (const char byte : bytes) {
-    std::array<char, sizeof("\\xNN")> escape;
-    snprintf(escape.data(), escape.size(), "\\x%02X", static_cast<uint8_t>(byte));
-    text += escape.data();
-  }
+  for (const char byte : bytes)
+    text += Format("\\x%02X", static_cast<uint8_t>(byte));
   return text;
 }
 
@@ -108,9 +107,7 @@ std::string Shown(const Character& character) {
 std::string ShownInJson(const Character& character) {
   if (!character.code.has_value()) return '\\' + ByteEscapes(character.bytes);
   if (*character.code < kDelete || !IsControl(*character.code)) return std::string(character.bytes);
-  std::array<char, sizeof("\\uNNNN")> escape;
-  snprintf(escape.data(), escape.size(), "\\u%04x", static_cast<uint16_t>(*character.code));
-  return escape.data();
+  return Format("\\u%04x", static_cast<uint16_t>(*character.code));
 }
 
 void Write(FILE* stream, std::string_view text) {
@@ -130,11 +127,7 @@ std::string EscapedJson(std::string_view json) {
 void Print(FILE* stream, const char* format, ...) {
   va_list arguments;
   va_start(arguments, format);
-  va_list again;
-  va_copy(again, arguments);
-  std::string text(static_cast<size_t>(vsnprintf(nullptr, 0, format, arguments)), '\0');
-  vsnprintf(text.data(), text.size() + 1, format, again);
-  va_end(again);
+  std::string text = FormatList(format, arguments);
   va_end(arguments);
   const bool ends_line = std::string_view(format).ends_with('\n');
   if (ends_line) text.pop_back();

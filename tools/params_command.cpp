@@ -17,6 +17,7 @@
 #include "tools/commands.h"
 #include "tools/failure.h"
 #include "tools/files.h"
+#include "tools/format.h"
 #include "tools/json.h"
 #include "tools/output.h"
 #include "tools/param_fields.h"
@@ -138,12 +139,8 @@ struct Request {
 
 std::string FieldsHelp() {
   std::string text = "Parameters:\n";
-  for (const ParamField& field : ParamFields()) {
-    char line[160];
-    snprintf(line, sizeof(line), "  %-13s %s: %s\n", field.name, field.help,
-             AllowedText(field).c_str());
-    text += line;
-  }
+  for (const ParamField& field : ParamFields())
+    text += Format("  %-13s %s: %s\n", field.name, field.help, AllowedText(field).c_str());
   return text;
 }
 

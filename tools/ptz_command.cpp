@@ -3,7 +3,6 @@
 #include <cstdio>
 #include <exception>
 #include <memory>
-#include <optional>
 #include <string>
 
 #include "relay/daemon_datagram.h"
@@ -13,6 +12,7 @@
 #include "tools/daemon_ports.h"
 #include "tools/device_mode.h"
 #include "tools/failure.h"
+#include "tools/format.h"
 #include "tools/json.h"
 #include "tools/output.h"
 #include "tools/parse.h"
@@ -31,7 +31,7 @@ void WriteFrame(const PelcoFrame& frame) {
 }
 
 // Sends all of it even when a part fails, then throws the first failure.
-void StopMotion(const PtzVerb& verb, DeviceMode mode) {
+void StopMotion(const PtzVerb& verb, const std::string& model) {
   std::exception_ptr failure;
   const auto attempt = [&failure](const auto& send) {
     try {
@@ -42,19 +42,18 @@ void StopMotion(const PtzVerb& verb, DeviceMode mode) {
   };
   for (const CameraControl& control : StopControls(verb))
     attempt([&control] { SendControl(control); });
-  // A head of this model is stopped by no code.
-  if (mode == MODE_QB610) attempt([] { WriteFrame(PelcoBuild({})); });
+  if (IsStoppedByFrame(model)) attempt([] { WriteFrame(PelcoBuild({})); });
   if (failure) std::rethrow_exception(failure);
 }
 
-// Starts a motion whose stop will follow. The frame that stops a QB-610 goes to another port than
-// its codes do, and the daemon may serve that port first; so the motion takes the same way.
-void StartMotion(const CameraControl& control, DeviceMode mode) {
-  if (mode != MODE_QB610) {
+// Starts a motion whose stop will follow. A stop frame goes to another port than codes do, and the
+// daemon may serve that port first; so the motion takes the same way.
+void StartMotion(const CameraControl& control, const std::string& model) {
+  if (!IsStoppedByFrame(model)) {
     SendControl(control);
     return;
   }
-  const PtzSequence sequence = PtzTranslate(PtzTableForModel("QB-610"), control);
+  const PtzSequence sequence = PtzTranslate(PtzTableForModel(model.c_str()), control);
   for (int i = 0; i < sequence.count; ++i)
     WriteFrame(sequence.steps[static_cast<size_t>(i)].frame);
 }
@@ -78,19 +77,17 @@ VerbValues ValuesOf(const Request& request) {
 }
 
 // A device whose model is not known gets every code.
-std::optional<DeviceMode> RequireMode(const PtzVerb& verb) {
-  const std::string model = DeviceModel();
-  if (model.empty()) return std::nullopt;
-  const DeviceMode mode = ModeOfModel(model);
-  if ((verb.modes & mode) != 0) return mode;
+void RequireAnswer(const std::string& model, const PtzVerb& verb) {
+  if (model.empty() || Answers(model, verb)) return;
   throw Failure(EXIT_STATUS_FAILED, "this device, " + model + ", does not answer " + verb.name +
-                                        "; these do: " + ModesText(verb.modes));
+                                        "; these do: " + AnsweringDevicesText(verb));
 }
 
 void RunVerb(const PtzVerb& verb, const Request& request) {
-  const DeviceMode mode = RequireMode(verb).value_or(MODE_RELAY);
+  const std::string model = DeviceModel();
+  RequireAnswer(model, verb);
   if (&verb == &PtzStopVerb()) {
-    StopMotion(verb, mode);
+    StopMotion(verb, model);
     return;
   }
   const CameraControl control = VerbControl(verb, ValuesOf(request));
@@ -99,8 +96,8 @@ void RunVerb(const PtzVerb& verb, const Request& request) {
     return;
   }
   RunTimed(
-      *ParseDuration(request.duration), [&] { StartMotion(control, mode); },
-      [&] { StopMotion(verb, mode); });
+      *ParseDuration(request.duration), [&] { StartMotion(control, model); },
+      [&] { StopMotion(verb, model); });
 }
 
 // --- The list ----------------------------------------------------------------------------------
@@ -108,10 +105,11 @@ void RunVerb(const PtzVerb& verb, const Request& request) {
 void PrintTable() {
   Print(stdout, "%-16s %-18s %-6s %-5s %s\n", "VERB", "ARGUMENTS", "CODE", "--for", "WORKS IN");
   for (const PtzVerb& verb : PtzVerbs()) {
-    char code[sizeof("0xFFFF")] = "any";
-    if (verb.arguments != VerbArguments::kCode) snprintf(code, sizeof(code), "0x%04X", verb.code);
-    Print(stdout, "%-16s %-18s %-6s %-5s %s\n", verb.name, ArgumentsText(verb.arguments), code,
-          verb.stop_code == NO_STOP_CODE ? "" : "yes", ModesText(verb.modes).c_str());
+    const bool is_any = verb.arguments == VerbArguments::kCode;
+    const std::string code = is_any ? "any" : Format("0x%04X", verb.code);
+    Print(stdout, "%-16s %-18s %-6s %-5s %s\n", verb.name, ArgumentsText(verb.arguments),
+          code.c_str(), verb.stop_code == NO_STOP_CODE ? "" : "yes",
+          AnsweringDevicesText(verb).c_str());
   }
 }
 
@@ -119,7 +117,7 @@ void PrintJsonTable() {
   const Json list = OwnJson(json_object_new_array());
   for (const PtzVerb& verb : PtzVerbs()) {
     json_object* modes = json_object_new_array();
-    for (const std::string& name : ModeNames(verb.modes))
+    for (const std::string& name : AnsweringDevices(verb))
       json_object_array_add(modes, NewJsonText(name));
     const bool is_any = verb.arguments == VerbArguments::kCode;
     json_object* row =
@@ -211,7 +209,7 @@ void AddVerb(CLI::App* ptz, const PtzVerb& verb, CLI::Option* list) {
     word.erase(0, blank + 1);
     parent = FindOrAddParent(ptz, verb, first_word, word);
   }
-  const std::string modes = "; works in " + ModesText(verb.modes);
+  const std::string modes = "; works in " + AnsweringDevicesText(verb);
   CLI::App* app = parent->add_subcommand(word, verb.help + modes)->footer(Example(verb));
   if (parent == ptz) app->group(verb.group);
   app->excludes(list);

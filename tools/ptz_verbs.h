@@ -1,6 +1,7 @@
 // The verbs of `rs232ctl ptz`: a table from words to camera-control records.
 //
-// Free of I/O. What a device makes of a record stands in the tables of its mode.
+// Free of I/O. What a device makes of a record stands in the tables of its mode: those of the relay
+// mode tell which verbs a head answers.
 #pragma once
 
 #include <array>
@@ -39,7 +40,8 @@ constexpr uint16_t NO_STOP_CODE = 0;
 struct PtzVerb {
   const char* name;   // one word, or two
   const char* group;  // the heading it stands under
-  uint8_t modes;      // DeviceModes that answer it
+  // DeviceModes that answer it. MODE_RELAY: every head, even one whose table does not tell so.
+  uint8_t modes;
   uint16_t code;
   std::array<int8_t, PARAMETER_COUNT> parameters;  // fixed, or with kSpeed the signs
   VerbArguments arguments;
@@ -61,6 +63,19 @@ std::span<const PtzVerb> PtzVerbs();
 
 // The verb `stop`. It ends all motion, and takes more than one record to do so.
 const PtzVerb& PtzStopVerb();
+
+// Whether a device of this model answers the verb.
+bool Answers(const std::string& model, const PtzVerb& verb);
+
+// Whether no code stops the head of this model, but only the stop frame itself.
+bool IsStoppedByFrame(const std::string& model);
+
+// Who answers the verb: "relay" for the models without a table of their own, "QB-610", "QB-620",
+// "SD", "HD", "lens".
+std::vector<std::string> AnsweringDevices(const PtzVerb& verb);
+
+// The same in words, e.g. "relay (QB-620)" or "relay (not QB-610), HD".
+std::string AnsweringDevicesText(const PtzVerb& verb);
 
 // "N", "PAN TILT ZOOM", ...; "" for none.
 const char* ArgumentsText(VerbArguments arguments);

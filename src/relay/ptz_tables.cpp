@@ -90,15 +90,10 @@ constexpr auto kTableCommon = std::to_array<PtzRow>({
     {CAMERA_CODE_RIGHT, kFrame, kRight, kFixed, kShortStop},
 });
 
-struct ModelTable {
-  const char* model;
-  std::span<const PtzRow> rows;
-};
-
-constexpr std::array<ModelTable, 2> kModelTables = {{
+constexpr auto kModels = std::to_array<PtzModel>({
     {"QB-610", kTableQb610},
     {"QB-620", kTableQb620},
-}};
+});
 
 // --- Sequences ---------------------------------------------------------------------------------
 
@@ -189,9 +184,13 @@ void AppendJoystick(PtzSequence* sequence, const CameraControl& control) {
 
 }  // namespace
 
+std::span<const PtzModel> PtzModels() {
+  return kModels;
+}
+
 std::span<const PtzRow> PtzTableForModel(const char* model) {
-  for (const ModelTable& table : kModelTables) {
-    if (strcmp(model, table.model) == 0) return table.rows;
+  for (const PtzModel& own : kModels) {
+    if (strcmp(model, own.name) == 0) return own.table;
   }
   return kTableCommon;
 }

@@ -54,7 +54,14 @@ struct PtzSequence {
   int count;
 };
 
-// The table of a model: QB-610 and QB-620 have their own, all others share one.
+// A model with a table of its own.
+struct PtzModel {
+  const char* name;
+  std::span<const PtzRow> table;
+};
+std::span<const PtzModel> PtzModels();
+
+// The table of a model: its own, or the one that all others share.
 std::span<const PtzRow> PtzTableForModel(const char* model);
 
 // The frames that `table` gives for a command; none for a code that is not in it.

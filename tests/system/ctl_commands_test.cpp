@@ -6,6 +6,7 @@
 #include "tests/system/ctl_fixture.h"
 #include "tests/system/lens_fixture.h"
 #include "tests/system/module_fixture.h"
+#include "tools/format.h"
 
 namespace {
 
@@ -133,8 +134,7 @@ TEST_F(CtlLens, InfoTraceAndFit) {
 
   std::string log;
   for (const ZfEntry& entry : ZFTABLE_HERON)
-    log += "TRACE\t" + std::to_string(entry.zoom) + "\t" + std::to_string(entry.focus) +
-           "\tdiff=   0\n";
+    log += tools::Format("TRACE\t%d\t%d\tdiff=   0\n", entry.zoom, entry.focus);
   sim::WriteTextFile("/etc/trace", log);
   EXPECT_NE(RunCtl("lens fit /etc/trace --out /tmp/fit.h --svg /tmp/fit.svg")
                 .output.find("28 trace points"),

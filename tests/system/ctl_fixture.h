@@ -8,7 +8,6 @@
 #include <string>
 
 #include "sim/daemon_process.h"
-#include "sim/wait.h"
 
 // How a run of the tool ended.
 struct CtlResult {
@@ -17,19 +16,14 @@ struct CtlResult {
   std::string errors;
 };
 
-inline std::ostream& operator<<(std::ostream& out, const CtlResult& result) {
-  return out << "status " << result.status.value_or(-1) << ", output: " << result.output
-             << ", errors: " << result.errors;
-}
-
 // Starts the tool with these arguments, as a shell reads them. `ctl.Stop` and the like work on the
 // tool itself.
 std::unique_ptr<sim::DaemonProcess> StartCtl(const std::string& arguments);
 
 // Runs it to its end, without an input.
-CtlResult RunCtl(const std::string& arguments, sim::milliseconds limit = sim::kPatience);
+CtlResult RunCtl(const std::string& arguments);
 
-CtlResult AwaitCtl(sim::DaemonProcess* ctl, sim::milliseconds limit = sim::kPatience);
+CtlResult AwaitCtl(sim::DaemonProcess* ctl);
 
 // Expects that it ends like this, with this one line on standard error ("" for none).
 void ExpectCtl(const std::string& arguments, int status, const std::string& error = "");

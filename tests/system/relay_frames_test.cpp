@@ -16,8 +16,6 @@ TEST_F(RelayFrames, SequencesRunToTheirEndWithTheirWaits) {
       {"QB-100", CAMERA_CODE_UP, "FF 01 00 08 00 1D 26" + stop + stop, 200},
       {"QB-620", 0x1021, "FF 01 00 00 00 00 01 FF 01 00 07 00 00 08", 50},
       {"QB-620", CAMERA_CODE_FOCUS, "FF 01 00 00 00 00 01" + stop, 250},
-      // One without a mode of its own is relayed.
-      {"qb-210", CAMERA_CODE_UP, "FF 01 00 08 00 1D 26" + stop + stop, 200},
   };
   for (const auto& [model, code, frames, waits_ms] : rows) {
     SCOPED_TRACE(std::string(model) + " " + frames);

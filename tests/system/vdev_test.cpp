@@ -8,11 +8,7 @@
 namespace {
 
 TEST(Vdev, RunsWhatIsTypedAndWhatIsGiven) {
-  const struct {
-    const char* line;
-    int status;
-    const char* said;
-  } rows[] = {
+  const std::tuple<const char*, int, const char*> rows[] = {
       {"printf 'right\\nquit\\n' | $VDEV run QB-620 --plain", 0, "head   | pan right at speed 29"},
       {"$VDEV run QB-620 -- sh -c 'echo model $VDEV_MODEL; touch /tmp/vdev_test.mark; exit 7'", 7,
        "model QB-620"},
@@ -21,8 +17,7 @@ TEST(Vdev, RunsWhatIsTypedAndWhatIsGiven) {
       {"$VDEV run QB-620 -- sh -c 'rs232ctl stop; sleep 0.3'", 0, "vdev: rs232d has ended\n"},
       {"$VDEV run QB-310 -- rs232ctl info", 0, "version     2.1\n"},
   };
-  for (const auto& row : rows) {
-    const auto& [line, status, said] = row;
+  for (const auto& [line, status, said] : rows) {
     FILE* pipe = popen((std::string("exec 2>&1; VDEV=" VDEV_PATH "; ") + line).c_str(), "re");
     std::string text;
     for (int byte = 0; (byte = fgetc(pipe)) != EOF;)

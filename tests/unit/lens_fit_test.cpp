@@ -108,29 +108,25 @@ TEST(LensFit, LeavesOutSearchesThatSawNoPeak) {
 }
 
 TEST(LensFit, RefusesToGuess) {
-  const struct {
-    std::vector<int> without;
-    FitOptions options;
-    int last;  // zoom of the last entry with a point
-    const char* says;
-  } rows[] = {
+  // entries without a point, options, zoom of the last entry with a point, message
+  const std::tuple<std::vector<int>, FitOptions, int, const char*> rows[] = {
       {{450, 500, 550}, {}, 1350, "none at zoom 450 to 550 (3 entries, at most 2 allowed)"},
       {{0}, {}, 1350, "none at zoom 0 (1 entry, an end of"},
       {{}, {.spacing = 100}, 700, "none at zoom 800 to 1400 (7 entries, an end"},
       {{}, {}, 2400, "zoom 2400 is beyond every known curve"},
   };
-  for (const auto& row : rows) {
+  for (const auto& [without, options, last, says] : rows) {
     std::vector<TracePoint> points;
-    for (int zoom = 0; zoom <= row.last; zoom += 50) {
-      if (!Has(row.without, zoom)) points.push_back({1, zoom, 200 + zoom, 0});
+    for (int zoom = 0; zoom <= last; zoom += 50) {
+      if (!Has(without, zoom)) points.push_back({1, zoom, 200 + zoom, 0});
     }
     std::string said;
     try {
-      tools::FitLens(points, row.options);
+      tools::FitLens(points, options);
     } catch (const tools::Failure& failure) {
       said = failure.what();
     }
-    EXPECT_NE(said.find(row.says), std::string::npos) << said;
+    EXPECT_NE(said.find(says), std::string::npos) << said;
   }
 }
 
