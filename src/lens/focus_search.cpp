@@ -32,15 +32,19 @@ void MoveFocus(int16_t steps, TimeMark* clock) {
   CUTIL_GetTime(clock);
 }
 
-// True when a move of `step` that began at `clock` has had its time.
+// True when a move of `step` that began at `clock` has had its time and the motor is at rest. The
+// first is cut to whole milliseconds, and says nothing of a move from before the search.
 bool IsMoveOver(const TimeMark& clock, int16_t step) {
-  return CUTIL_CheckTimeout(clock, MotorTimeMs(step, g_lens.DELAY_MS_NORMAL)) == 0;
+  return CUTIL_CheckTimeout(clock, MotorTimeMs(step, g_lens.DELAY_MS_NORMAL)) == 0 &&
+         mfz_move_left_us(MFZ_AXIS_FOCUS) == 0;
 }
 
 int64_t MoveLeftUs(const TimeMark& clock, int16_t step) {
   constexpr int64_t kUsPerMs = 1000;
   const int64_t move_us = MotorTimeMs(step, g_lens.DELAY_MS_NORMAL) * kUsPerMs;
-  return std::clamp<int64_t>(move_us - CUTIL_ElapsedUs(clock), 0, MODE_PASS_PACE_US);
+  const int64_t left_us =
+      std::max(move_us - CUTIL_ElapsedUs(clock), mfz_move_left_us(MFZ_AXIS_FOCUS));
+  return std::clamp<int64_t>(left_us, 0, MODE_PASS_PACE_US);
 }
 
 void Idle() {}

@@ -18,25 +18,18 @@ namespace {
 constexpr int32_t kNoPosition = -1;
 constexpr int64_t kUsPerMs = 1000;
 
-// When each motor makes the last step of its last move, microseconds of the monotonic clock.
-std::array<int64_t, MFZ_AXIS_COUNT> g_last_step_us = {};
+// When each motor has certainly made the last step of its last move, microseconds of the monotonic
+// clock.
+std::array<int64_t, MFZ_AXIS_COUNT> g_move_end_us = {};
 
-int64_t* LastStepUs(MfzAxis axis) {
-  return &g_last_step_us[static_cast<size_t>(axis)];
+int64_t* MoveEndUs(MfzAxis axis) {
+  return &g_move_end_us[static_cast<size_t>(axis)];
 }
 
-void AwaitLastMove(MfzAxis axis) {
-  const int64_t left_us = *LastStepUs(axis) - CUTIL_MonotonicUs();
-  if (left_us > 0) CUTIL_SleepUs(left_us);
-}
-
-// The first step is made at once, or a step's time after the last of the move before; the others
-// follow at the rate that is set.
+// Some micoms make the first step at once, others a step's time after the frame; the rest follow at
+// the rate that is set. The later of the two counts.
 void NoteMove(MfzAxis axis, int32_t steps) {
-  const int64_t next_step_us = *LastStepUs(axis) + MotorTimeUs(1, g_lens.step_delay_ms);
-  const int32_t followers = std::max(abs(steps) - 1, 0);
-  *LastStepUs(axis) =
-      std::max(CUTIL_MonotonicUs(), next_step_us) + MotorTimeUs(followers, g_lens.step_delay_ms);
+  *MoveEndUs(axis) = CUTIL_MonotonicUs() + MotorTimeUs(abs(steps), g_lens.step_delay_ms);
 }
 
 // Returns false when there is no such key or its value is too long.
@@ -91,8 +84,12 @@ void set_limits() {
          g_mfz.zoom_minimum, g_mfz.zoom_maximum, g_mfz.focus_minimum, g_mfz.focus_maximum);
 }
 
+int64_t mfz_move_left_us(MfzAxis axis) {
+  return std::max<int64_t>(*MoveEndUs(axis) - CUTIL_MonotonicUs(), 0);
+}
+
 void mfz_move(MfzAxis axis, int32_t steps) {
-  AwaitLastMove(axis);
+  if (const int64_t left_us = mfz_move_left_us(axis); left_us > 0) CUTIL_SleepUs(left_us);
   if (axis == MFZ_AXIS_ZOOM) {
     i2m_write(I2M_ADDR_ZOOM_MOVE, MoveValue(steps, g_lens.profile.zoom_inverted));
   } else {

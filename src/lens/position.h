@@ -49,9 +49,12 @@ int32_t PositionFromText(const char* text);
 // Sets the limits and the tracking flag from the lens in use, and prints them.
 void set_limits();
 
+// Microseconds after which a motor has certainly made all steps of its last move: a step's time for
+// each of them, from when the move was sent. 0 when it is at rest.
+int64_t mfz_move_left_us(MfzAxis axis);
+
 // Moves a motor by `steps`: one frame. Changes no position. The micom drops what is left of a
-// move when the next one comes; a motor that has not made its last move's steps is waited for.
-// Whoever gives each move its time waits a millisecond at most.
+// move when the next one comes; a motor that may not be at rest is waited for.
 void mfz_move(MfzAxis axis, int32_t steps);
 
 // Moves the focus from `focus` onto the curve at `zoom`, within the focus limits, and returns
