@@ -18,7 +18,6 @@
 #include "lens/sensor_config.h"
 #include "relay/mode_pass.h"
 #include "util/camera_info_file.h"
-#include "util/cthread.h"
 #include "util/process.h"
 #include "util/sleep.h"
 #include "util/time_mark.h"
@@ -42,8 +41,6 @@ enum AfMode : uint8_t {
 
 uint8_t g_af_mode = kDaemonMode;
 
-CTHREAD g_piris_worker;
-
 // --- Sensor and lens configuration -------------------------------------------------------------
 
 struct LensConfig {
@@ -57,38 +54,8 @@ LensConfig ReadConfig() {
   return config;
 }
 
-// Hands the configuration to the P-iris worker. The requests come first: a worker that sees the
-// flags must not regulate ahead of the request that goes with them.
-void Publish(const LensConfig& config) {
-  const int32_t automatic = config.antiflicker == 1 ? 1 : 0;
-  g_mfz.piris_auto_req.store(automatic, std::memory_order_relaxed);
-  g_mfz.piris_manual_req.store(1 - automatic, std::memory_order_relaxed);
-  g_mfz.g_antiflk_enable.store(config.antiflicker, std::memory_order_release);
-  g_mfz.g_sensor_supported.store(config.sensor_supported, std::memory_order_release);
-}
-
-// --- The P-iris worker's routines --------------------------------------------------------------
-
-int StartPiris(void* /*arg*/) {
-  return piris_start();
-}
-
-int StepPiris(void* /*arg*/) {
-  return piris_step();
-}
-
-void EndPiris(void* /*arg*/) {}
-
-void StartPirisWorker() {
-  CTHREAD_Init(&g_piris_worker, nullptr, StartPiris, StepPiris, EndPiris);
-  piris_claim();
-  g_piris_worker.Start(&g_piris_worker);
-}
-
-// A worker in a longer sleep than Stop waits for lives on; it must not touch what is closed next.
-void StopPirisWorker() {
-  g_piris_worker.Stop(&g_piris_worker);
-  piris_release();
+void Configure(const LensConfig& config) {
+  piris_configure(config.antiflicker, config.sensor_supported);
 }
 
 // --- Start-up ----------------------------------------------------------------------------------
@@ -127,8 +94,8 @@ void StartUp() {
   OpenIris();
   set_limits();
   restore_positions();
-  Publish(ReadConfig());
-  StartPirisWorker();
+  Configure(ReadConfig());
+  piris_start_worker();
 }
 
 // --- Camera control ----------------------------------------------------------------------------
@@ -202,7 +169,7 @@ void OnAfMode(const CameraControl& control) {
   const LensConfig config = ReadConfig();
   printf("g_antiflk_enable=%d, g_sensor_supported=%d\n", config.antiflicker,
          config.sensor_supported);
-  Publish(config);
+  Configure(config);
 }
 
 struct ControlRow {
@@ -284,6 +251,6 @@ int camd_a5s(Rs232Context* p_param) {
   ModePass pass;
   ModePassInit(&pass, &g_mfz.context, &kHooks, nullptr);
   pass.Run(&pass);
-  StopPirisWorker();
+  piris_stop_worker();
   return 0;
 }

@@ -77,18 +77,28 @@ struct PirisOrder {
 // One step of the machine. Free of I/O.
 PirisOrder PirisRegulate(PirisRegulator* regulator, const PirisReading& reading);
 
-// The worker's routines. A step serves a raised request or regulates once; while there is
-// nothing to do it pauses for a few milliseconds. Both return 0.
+// Hands the configuration over, for the loop's thread to call: with `antiflicker` 1 the iris is
+// regulated, else it is opened once; without a `sensor_supported` it is left alone. The requests
+// come before the flags: a worker that sees these must not regulate ahead of the request that goes
+// with them.
+void piris_configure(int32_t antiflicker, int32_t sensor_supported);
+
+// Start and stop the worker, for the loop's thread to call; both block as CTHREAD does. A worker in
+// a longer sleep than the stop waits for lives on, but is released.
+void piris_start_worker();
+void piris_stop_worker();
+
+// The worker's routines. A step serves a raised request or regulates once; while there is nothing
+// to do it sleeps until it is configured anew or told to stop. Both return 0.
 int piris_start();
 int piris_step();
 
-// Gives the serial line and the lens mode's channel to the worker, for the loop's thread to call
-// before the worker is started.
+// Gives the serial line and the lens mode's channel to the worker, before it is started.
 void piris_claim();
 
-// Takes the serial line and the lens mode's channel away from the worker, for the loop's thread
-// to call before they are closed: a worker in a long sleep may outlive the mode. Waits while the
-// worker is sending. From then on its moves and settings go nowhere.
+// Takes the serial line and the lens mode's channel away from the worker, before they are closed: a
+// worker in a long sleep may outlive the mode. Waits while the worker is sending. From then on its
+// moves and settings go nowhere.
 void piris_release();
 
 // Moves the iris by `steps`: one frame. Any thread.
