@@ -11,6 +11,7 @@
 #include "lens/drive.h"
 #include "lens/focus_search.h"
 #include "lens/i2m.h"
+#include "lens/i2m_dispatch.h"
 #include "lens/mfz_state.h"
 #include "lens/motor.h"
 #include "lens/piris.h"

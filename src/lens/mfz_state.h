@@ -9,7 +9,7 @@
 
 #include "context/rs232_context.h"
 #include "lens/i2m.h"
-#include "lens/piris.h"
+#include "lens/piris_regulator.h"
 #include "util/time_mark.h"
 
 // Values of g_focus_value_stream.

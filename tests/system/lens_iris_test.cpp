@@ -29,7 +29,7 @@ class LensIris : public LensTest {
 
 TEST_F(LensIris, AutomaticThroughItsStates) {
   LaunchWith("IMX123", "\"TRUE\"");
-  constexpr int kEnough = PIRIS_PATIENCE + 1;
+  constexpr int kEnough = PIRIS_HYSTERESIS_STEPS + 1;
   Script(1, 0, 50);                          // INIT: asks for nothing
   Script(kEnough, 0, 11);                    // MOV: steps, then to MAX
   Script(5, PIRIS_LEVEL_BRIGHT + 1, -50);    // MAX: does not count

@@ -3,7 +3,7 @@
 
 #include "lens/drive.h"
 #include "lens/focus_search.h"
-#include "lens/i2m.h"
+#include "lens/i2m_dispatch.h"
 #include "lens/lens_profile.h"
 #include "lens/mfz_state.h"
 #include "lens/motor.h"
