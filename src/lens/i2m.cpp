@@ -59,5 +59,5 @@ int i2m_request(uint8_t address) {
 }
 
 bool i2m_read_reply(I2mFrame* reply) {
-  return SerialRecv(kTheLine, reply->data(), I2M_FRAME_SIZE, I2M_REPLY_LIMIT_S) >= I2M_FRAME_SIZE;
+  return SerialRecv(kTheLine, reply->data(), I2M_FRAME_SIZE, I2M_REPLY_TIMEOUT_S) >= I2M_FRAME_SIZE;
 }

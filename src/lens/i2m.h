@@ -50,7 +50,7 @@ enum I2mJog : uint16_t {
 };
 
 // Whole seconds that a reply is waited for.
-constexpr int I2M_REPLY_LIMIT_S = 1;
+constexpr int I2M_REPLY_TIMEOUT_S = 1;
 
 using I2mFrame = std::array<uint8_t, I2M_FRAME_SIZE>;
 

@@ -198,7 +198,7 @@ TEST(I2mReadReply, CountsBytesOnly) {
   EXPECT_EQ(reply, (I2mFrame{1, 2, 3, 4, 5, 6}));
   line.Reply({I2M_SYNC, I2M_READ, 1, 0x81, 5});
   support::ExpectTakes(
-      I2M_REPLY_LIMIT_S * 1000, [&] { EXPECT_FALSE(i2m_read_reply(&reply)); }, 1400);
+      I2M_REPLY_TIMEOUT_S * 1000, [&] { EXPECT_FALSE(i2m_read_reply(&reply)); }, 1400);
 }
 
 TEST(I2mDispatch, PrintsRegisterAndValue) {
