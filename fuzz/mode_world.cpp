@@ -616,17 +616,14 @@ class ModeWorld {
     FUZZ_CHECK(ReadSettings(&g_rs232_settings) == 0);
   }
 
-  // The mode has come to its first pass. In the lens mode the one thing that an earlier execution
-  // leaves behind is who drives the lens.
+  // The mode has come to its first pass.
   void BeginStreams() {
     is_running_ = true;
     const auto unread = from_line_.end() - Pending(g_rs232_context.serial);
     // Each line of the camera information file needs an answer.
     FUZZ_CHECK(std::ssize(g_commands) * I2M_FRAME_SIZE <= unread - from_line_.begin());
     from_line_.erase(from_line_.begin(), unread);
-    SendCommand(sim::CameraControlPacket(sim::Control(CAMERA_CODE_AF_MODE, LENS_AF_MODE_DAEMON)));
     pass_began_us_ = NowUs();
-    passes_to_run_ = 1;
   }
 
   void Observe() {

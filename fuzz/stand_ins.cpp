@@ -2,6 +2,7 @@
 
 #include <sys/time.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdarg>
 #include <cstdio>
@@ -36,11 +37,13 @@ constexpr int64_t kBetweenExecutionsUs = 1000 * kUsPerS;
 
 int64_t g_now_us = kBetweenExecutionsUs;
 CTHREAD* g_worker = nullptr;
+bool g_is_worker_step = false;
 
 int Wait(pollfd* fds, nfds_t count, int64_t limit_us) {
   if (g_waits.on_wait) g_waits.on_wait(fds, count);
   const int ready = RealPoll(fds, count, 0);
   if (ready != 0) return ready;
+  if (limit_us < 0 && g_is_worker_step) return errno = EINTR, -1;
   if (limit_us < 0) Fail("a wait without an end");
   PassTime(limit_us);
   return 0;
@@ -80,7 +83,9 @@ void BeginExecution() {
 }
 
 void StepWorker() {
+  g_is_worker_step = true;
   if (g_worker != nullptr) g_worker->step_routine(g_worker->arg);
+  g_is_worker_step = false;
 }
 
 }  // namespace fuzz
@@ -134,6 +139,7 @@ void WrapRunCommand(const char* format, ...) {
 
 void WrapReboot() {
   FUZZ_CHECK(fuzz::g_after_reboot != nullptr);
+  if (fuzz::g_worker != nullptr) fuzz::StopWorker(fuzz::g_worker);
   std::longjmp(*fuzz::g_after_reboot, 1);
 }
 

@@ -6,7 +6,7 @@
 #include "fuzz/check.h"
 #include "fuzz/input.h"
 #include "fuzz/target.h"
-#include "lens/i2m.h"
+#include "lens/i2m_dispatch.h"
 #include "lens/mfz_state.h"
 #include "lens/video_source.h"
 #include "module/camera_info.h"

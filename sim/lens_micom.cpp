@@ -44,14 +44,14 @@ LensMicom::LensMicom(Clock::time_point now, const LensPose& pose, const LensBuil
       iris_(build.iris_travel, pose.iris, kIrisRate),
       now_(now),
       line_empty_(now),
-      move_start_(now),
+      feed_start_(now),
       last_byte_(now),
       last_turn_(now - kRestAfter) {}
 
 // A motor starts when the line was last seen empty, the earliest moment at which a frame may have
 // come: whoever looks at the line too rarely must not make steps disappear.
 void LensMicom::Feed(std::span<const uint8_t> bytes, Clock::time_point now) {
-  move_start_ = line_empty_ - traits.head_start;
+  feed_start_ = line_empty_;
   Tick(now);
   last_byte_ = now;
   for (const uint8_t byte : bytes)
@@ -233,7 +233,7 @@ void LensMicom::MoveMotor(Stepper* motor, int steps, const char* name, const cha
                           const char* negative) {
   const long lost = motor->Lost();
   motor->Advance(now_);  // the frame before this one may have come with it, and long before it
-  motor->Move(steps, move_start_);
+  motor->Move(steps, FirstStep(*motor));
   std::string words = std::string(name) + " " + Steps(steps);
   if (steps != 0) words += std::string(" ") + (steps > 0 ? positive : negative);
   words += " at " + std::to_string(motor->Rate()) + " pps";
@@ -246,11 +246,11 @@ void LensMicom::MoveMotor(Stepper* motor, int steps, const char* name, const cha
 void LensMicom::JogMotor(Stepper* motor, uint16_t value, const char* name) {
   switch (value) {
     case I2M_JOG_POSITIVE:
-      motor->Jog(-1, move_start_);
+      motor->Jog(-1, FirstStep(*motor));
       on_words(std::string(name) + " runs toward 0");
       break;
     case I2M_JOG_NEGATIVE:
-      motor->Jog(1, move_start_);
+      motor->Jog(1, FirstStep(*motor));
       on_words(std::string(name) + " runs toward its maximum");
       break;
     case I2M_JOG_STOP:
@@ -261,6 +261,10 @@ void LensMicom::JogMotor(Stepper* motor, uint16_t value, const char* name) {
       on_words(std::string(name) + " jog " + tools::HexNumber(value, 4) + ", which it has not");
       break;
   }
+}
+
+Clock::time_point LensMicom::FirstStep(const Stepper& motor) const {
+  return traits.starts_late ? now_ + motor.Period() : feed_start_;
 }
 
 void LensMicom::Send(uint8_t kind, uint8_t address, uint8_t high, uint8_t low) {

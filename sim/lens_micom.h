@@ -38,8 +38,8 @@ struct MicomTraits {
   uint8_t minor = 0x05;
   milliseconds answer_after{2};
   bool silent = false;  // answers nothing
-  // By how much motors start before a frame is seen.
-  milliseconds head_start{0};
+  // A motor makes the first step of a move a step's time after the frame, or else at once.
+  bool starts_late = false;
 };
 
 // Between the small moves of a drive the lens counts as moving.
@@ -96,6 +96,7 @@ class LensMicom : public FarEnd {
   void MoveMotor(Stepper* motor, int steps, const char* name, const char* positive,
                  const char* negative);
   void JogMotor(Stepper* motor, uint16_t value, const char* name);
+  Clock::time_point FirstStep(const Stepper& motor) const;
   void Send(uint8_t kind, uint8_t address, uint8_t high, uint8_t low);
 
   Stepper zoom_;
@@ -109,7 +110,7 @@ class LensMicom : public FarEnd {
   Clock::time_point now_;
   // When the line was last seen without a byte: what has come since may have come at once.
   Clock::time_point line_empty_;
-  Clock::time_point move_start_;  // of the moves that the present bytes ask for
+  Clock::time_point feed_start_;  // earliest moment at which the present bytes may have come
   Clock::time_point last_byte_;
   Clock::time_point last_turn_;  // of a motor
 };

@@ -12,15 +12,15 @@ void Stepper::SetRate(int rate) {
   rate_ = rate;
 }
 
-void Stepper::Move(int steps, Clock::time_point now) {
+void Stepper::Move(int steps, Clock::time_point first_step) {
   if (!jogging_) lost_ += std::abs(remaining_);
   jogging_ = false;
   remaining_ = steps;
-  next_step_ = std::max(next_step_, now);
+  next_step_ = std::max(next_step_, first_step);
 }
 
-void Stepper::Jog(int direction, Clock::time_point now) {
-  Move(direction, now);
+void Stepper::Jog(int direction, Clock::time_point first_step) {
+  Move(direction, first_step);
   jogging_ = true;
 }
 
@@ -29,10 +29,9 @@ void Stepper::Stop() {
 }
 
 void Stepper::Advance(Clock::time_point now) {
-  const auto period = std::chrono::nanoseconds(std::chrono::seconds(1)) / rate_;
   while (remaining_ != 0 && next_step_ <= now) {
     Step();
-    next_step_ += period;
+    next_step_ += Period();
   }
 }
 

@@ -16,12 +16,12 @@ class Stepper {
 
   void SetRate(int rate);
 
-  // Starts a move of `steps`, positive away from the zero end, at `now`. A motor that has just
-  // made a step makes the next one no sooner than its rate allows.
-  void Move(int steps, Clock::time_point now);
+  // Starts a move of `steps`, positive away from the zero end: the first is due at `first_step`. A
+  // motor that has just made a step makes the next one no sooner than its rate allows.
+  void Move(int steps, Clock::time_point first_step);
 
   // Runs in a direction (1, -1) until Stop. Steps that Stop leaves undone are not lost.
-  void Jog(int direction, Clock::time_point now);
+  void Jog(int direction, Clock::time_point first_step);
   void Stop();
 
   // Makes the steps due by `now`.
@@ -32,6 +32,8 @@ class Stepper {
 
   int Position() const { return position_; }
   int Rate() const { return rate_; }
+  // Time of a step at the present rate.
+  Clock::duration Period() const { return Clock::duration(std::chrono::seconds(1)) / rate_; }
   bool IsMoving() const { return remaining_ != 0; }
 
   long Lost() const { return lost_; }        // steps of moves that were interrupted

@@ -34,8 +34,8 @@ void SendRecord(CICOMM* channel, CameraQueryKind kind, int32_t setting) {
 // Waits for a packet. A signal does not end the wait.
 bool AwaitPacket(CICOMM* channel) {
   constexpr int64_t kUsPerMs = 1000;
-  const int64_t end_us = CUTIL_MonotonicUs() + CAMERA_QUERY_WAIT_MS * kUsPerMs;
-  int64_t left_ms = CAMERA_QUERY_WAIT_MS;
+  const int64_t end_us = CUTIL_MonotonicUs() + CAMERA_QUERY_TIMEOUT_MS * kUsPerMs;
+  int64_t left_ms = CAMERA_QUERY_TIMEOUT_MS;
   while (left_ms >= 0) {
     const int result = channel->Wait(channel, static_cast<int>(left_ms));
     if (result == 0) return true;

@@ -25,7 +25,7 @@ enum CameraQueryOffset : int {
 };
 
 // Longest wait for an answer, milliseconds.
-constexpr int CAMERA_QUERY_WAIT_MS = 3000;
+constexpr int CAMERA_QUERY_TIMEOUT_MS = 3000;
 
 // The focus measure where there is none.
 constexpr uint16_t FOCUS_VALUE_NONE = 65535;
@@ -44,5 +44,5 @@ CameraAnswer CameraAsk(CICOMM* channel, CameraQueryKind kind);
 void CameraSetExposure(CICOMM* channel, int32_t setting);
 
 // Returns the image's present focus measure, the larger the sharper, or FOCUS_VALUE_NONE. Blocks
-// for up to CAMERA_QUERY_WAIT_MS. Lens loop's thread only.
+// for up to CAMERA_QUERY_TIMEOUT_MS. Lens loop's thread only.
 uint16_t get_focus_value();

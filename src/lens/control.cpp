@@ -7,10 +7,12 @@
 #include "ipc/camera_control.h"
 #include "ipc/cicomm.h"
 #include "ipc/csysmgr.h"
+#include "lens/assist.h"
 #include "lens/camera_query.h"
 #include "lens/drive.h"
 #include "lens/focus_search.h"
 #include "lens/i2m.h"
+#include "lens/i2m_dispatch.h"
 #include "lens/mfz_state.h"
 #include "lens/motor.h"
 #include "lens/piris.h"
@@ -18,10 +20,8 @@
 #include "lens/sensor_config.h"
 #include "relay/mode_pass.h"
 #include "util/camera_info_file.h"
-#include "util/cthread.h"
 #include "util/process.h"
 #include "util/sleep.h"
-#include "util/time_mark.h"
 
 namespace {
 
@@ -33,16 +33,6 @@ constexpr int64_t kRebootPauseUs = 10'000'000;
 
 // Steps of PIRIS_STEP that open the iris fully from wherever it is.
 constexpr int kIrisOpeningSteps = PIRIS_TRAVEL / PIRIS_STEP;
-
-// Values of g_af_mode, and of I2M_ADDR_AF_MODE.
-enum AfMode : uint8_t {
-  kMicomMode = 0,
-  kDaemonMode = 1,
-};
-
-uint8_t g_af_mode = kDaemonMode;
-
-CTHREAD g_piris_worker;
 
 // --- Sensor and lens configuration -------------------------------------------------------------
 
@@ -57,38 +47,8 @@ LensConfig ReadConfig() {
   return config;
 }
 
-// Hands the configuration to the P-iris worker. The requests come first: a worker that sees the
-// flags must not regulate ahead of the request that goes with them.
-void Publish(const LensConfig& config) {
-  const int32_t automatic = config.antiflicker == 1 ? 1 : 0;
-  g_mfz.piris_auto_req.store(automatic, std::memory_order_relaxed);
-  g_mfz.piris_manual_req.store(1 - automatic, std::memory_order_relaxed);
-  g_mfz.g_antiflk_enable.store(config.antiflicker, std::memory_order_release);
-  g_mfz.g_sensor_supported.store(config.sensor_supported, std::memory_order_release);
-}
-
-// --- The P-iris worker's routines --------------------------------------------------------------
-
-int StartPiris(void* /*arg*/) {
-  return piris_start();
-}
-
-int StepPiris(void* /*arg*/) {
-  return piris_step();
-}
-
-void EndPiris(void* /*arg*/) {}
-
-void StartPirisWorker() {
-  CTHREAD_Init(&g_piris_worker, nullptr, StartPiris, StepPiris, EndPiris);
-  piris_claim();
-  g_piris_worker.Start(&g_piris_worker);
-}
-
-// A worker in a longer sleep than Stop waits for lives on; it must not touch what is closed next.
-void StopPirisWorker() {
-  g_piris_worker.Stop(&g_piris_worker);
-  piris_release();
+void Configure(const LensConfig& config) {
+  piris_configure(config.antiflicker, config.sensor_supported);
 }
 
 // --- Start-up ----------------------------------------------------------------------------------
@@ -122,24 +82,17 @@ void StartUp() {
   printf("\n============== build@ %s, %s ============ \n", __DATE__, __TIME__);
   ReportMicomVersion();
   apply_lens_profile(MFZ_PROFILE_HERON);
-  set_motor_speed(g_lens.profile.normal_speed);
-  CUTIL_GetTime(&g_mfz.clock_a);
+  drive_init();
+  set_motor_speed(g_mfz.profile->normal_speed);
+  focus_search_init();
   OpenIris();
   set_limits();
   restore_positions();
-  Publish(ReadConfig());
-  StartPirisWorker();
+  Configure(ReadConfig());
+  piris_start_worker();
 }
 
 // --- Camera control ----------------------------------------------------------------------------
-
-// The request that a command's value makes of the one that stands.
-uint8_t NextRequest(uint8_t request, int8_t value) {
-  if (value > 0) return DRIVE_TOWARD_ZERO;
-  if (value < 0) return DRIVE_TOWARD_MAXIMUM;
-  const bool moving = request == DRIVE_TOWARD_ZERO || request == DRIVE_TOWARD_MAXIMUM;
-  return moving ? DRIVE_STOP : DRIVE_IDLE;
-}
 
 uint16_t JogValue(int8_t value) {
   if (value == 0) return I2M_JOG_STOP;
@@ -147,19 +100,19 @@ uint16_t JogValue(int8_t value) {
 }
 
 // Moves or, with 0, stops a motor: by its drive request, or by the micom's jog register.
-void MoveMotor(int8_t value, uint8_t* request, I2mAddress jog) {
-  if (g_af_mode == kMicomMode) {
+void MoveMotor(MfzAxis axis, int8_t value, I2mAddress jog) {
+  if (g_mfz.g_af_mode == AF_MODE_MICOM) {
     i2m_write(jog, JogValue(value));
     return;
   }
   if (value != 0) focus_search_stop();
-  *request = NextRequest(*request, value);
+  drive_request(axis, value);
 }
 
 void OnFocus(const CameraControl& control) {
   const int8_t value = control.first;
   if (value != 0) set_focus_drive_step(value);
-  MoveMotor(value, &g_mfz.focus_req, I2M_ADDR_FOCUS_JOG);
+  MoveMotor(MFZ_AXIS_FOCUS, value, I2M_ADDR_FOCUS_JOG);
 }
 
 void OnZoom(const CameraControl& control) {
@@ -168,7 +121,7 @@ void OnZoom(const CameraControl& control) {
     set_zoom_drive_step(value);
     g_mfz.g_focus_value_stream = FOCUS_STREAM_ENDED;
   }
-  MoveMotor(value, &g_mfz.zoom_req, I2M_ADDR_ZOOM_JOG);
+  MoveMotor(MFZ_AXIS_ZOOM, value, I2M_ADDR_ZOOM_JOG);
 }
 
 void OnIris(const CameraControl& control) {
@@ -182,27 +135,27 @@ void OnIris(const CameraControl& control) {
 }
 
 void OnStartAf(const CameraControl& /*control*/) {
-  focus_search_start(g_lens.profile.af_start_range);
+  focus_search_start(g_mfz.profile->af_start_range);
 }
 
 void OnAssist(const CameraControl& /*control*/) {
   focus_search_stop();
   printf("'Z'\n");
-  if (g_af_mode == kDaemonMode) {
+  if (g_mfz.g_af_mode == AF_MODE_DAEMON) {
     assist_focus();
   } else {
-    i2m_write(I2M_ADDR_AF_MODE, kMicomMode);
+    i2m_write(I2M_ADDR_AF_MODE, AF_MODE_MICOM);
   }
 }
 
 void OnAfMode(const CameraControl& control) {
   printf("control.c: AF mode= %d\n", control.first);
-  g_af_mode = control.first == LENS_AF_MODE_DAEMON ? kDaemonMode : kMicomMode;
-  i2m_write(I2M_ADDR_AF_MODE, g_af_mode);
+  g_mfz.g_af_mode = control.first == LENS_AF_MODE_DAEMON ? AF_MODE_DAEMON : AF_MODE_MICOM;
+  i2m_write(I2M_ADDR_AF_MODE, g_mfz.g_af_mode);
   const LensConfig config = ReadConfig();
   printf("g_antiflk_enable=%d, g_sensor_supported=%d\n", config.antiflicker,
          config.sensor_supported);
-  Publish(config);
+  Configure(config);
 }
 
 struct ControlRow {
@@ -223,7 +176,7 @@ constexpr std::array<ControlRow, 7> kControls = {{
 // --- The hooks of the pass ---------------------------------------------------------------------
 
 int64_t OnPass(void* /*mode*/) {
-  if (g_af_mode == kDaemonMode) {
+  if (g_mfz.g_af_mode == AF_MODE_DAEMON) {
     focus_search_step();
     drive_step();
     return std::min(focus_search_wait_us(), drive_wait_us());
@@ -284,6 +237,6 @@ int camd_a5s(Rs232Context* p_param) {
   ModePass pass;
   ModePassInit(&pass, &g_mfz.context, &kHooks, nullptr);
   pass.Run(&pass);
-  StopPirisWorker();
+  piris_stop_worker();
   return 0;
 }

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <cstdlib>
 
 #include "lens/focus_search.h"
@@ -15,7 +14,6 @@
 namespace {
 
 constexpr int64_t kUsPerMs = 1000;
-constexpr int64_t kUsPerS = 1'000'000;
 
 using SpeedTable = std::array<int32_t, DRIVE_SPEED_INDEX_MAX + 1>;
 constexpr SpeedTable kZoomSteps = {5, 5, 10, 10, 10, 10, 50, 50, 50, 100, 100};
@@ -25,18 +23,13 @@ int32_t StepFor(const SpeedTable& table, int8_t value) {
   return table[static_cast<size_t>(DriveSpeedIndex(value))];
 }
 
-void PrintPositions() {
-  printf("posZoom=%d, posFocus=%d\n", g_mfz.posZoom, g_mfz.posFocus);
-}
-
 // --- Focus -------------------------------------------------------------------------------------
 
 // `steps` is 0 at the limit.
 void MoveFocus(int32_t steps) {
   if (steps == 0) return;
-  mfz_move(MFZ_AXIS_FOCUS, steps);
-  g_mfz.posFocus = PositionAfter(g_mfz.posFocus, steps);
-  CUTIL_SleepUs(MotorTimeUs(abs(steps), g_lens.DELAY_MS_NORMAL));
+  move_lens(MFZ_AXIS_FOCUS, steps);
+  CUTIL_SleepUs(MotorTimeUs(abs(steps), g_mfz.DELAY_MS_NORMAL));
 }
 
 void StopFocus() {
@@ -45,7 +38,7 @@ void StopFocus() {
 }
 
 void DriveFocus() {
-  const int32_t step = g_lens.profile.focus_drive_step;
+  const int32_t step = g_mfz.focus_drive_step;
   switch (g_mfz.focus_req) {
     case DRIVE_TOWARD_ZERO:
       MoveFocus(-DriveTowardZero(g_mfz.posFocus, g_mfz.focus_minimum, step));
@@ -67,8 +60,8 @@ void DriveFocus() {
 void SendZoomChunks(int32_t amount, int32_t direction, int32_t longest) {
   for (int32_t remaining = amount; remaining > 0;) {
     const int32_t chunk = std::min(remaining, DRIVE_CHUNK_STEPS);
-    CUTIL_SleepUs(DriveChunkTimeUs(longest, amount, chunk, g_lens.DELAY_MS_NORMAL));
-    mfz_move(MFZ_AXIS_ZOOM, direction * chunk);
+    CUTIL_SleepUs(DriveChunkTimeUs(longest, amount, chunk, g_mfz.DELAY_MS_NORMAL));
+    move_lens(MFZ_AXIS_ZOOM, direction * chunk);
     remaining -= chunk;
   }
 }
@@ -78,22 +71,20 @@ void SendZoomChunks(int32_t amount, int32_t direction, int32_t longest) {
 void MoveZoom(int32_t amount, int32_t direction) {
   if (amount == 0) return;
   const int32_t zoom = g_mfz.posZoom + direction * amount;
-  const int32_t delta = g_mfz.tracking_valid != 0 ? track_focus(zoom, g_mfz.posFocus) : 0;
-  g_mfz.posFocus = PositionAfter(g_mfz.posFocus, delta);
-  g_mfz.posZoom = static_cast<int16_t>(zoom);
+  const int32_t delta = g_mfz.tracking_valid != 0 ? follow_curve(zoom) : 0;
   SendZoomChunks(amount, direction, std::max(abs(delta), amount));
 }
 
 void StopZoom() {
   g_mfz.zoom_req = DRIVE_IDLE;
   save_positions(g_mfz.posZoom, g_mfz.posFocus);
-  if (!g_lens.profile.af_after_zoom_stop) return;
-  CUTIL_SleepUs(g_lens.profile.af_wait_ms * kUsPerMs);
-  focus_search_start(g_lens.profile.af_range);
+  if (!g_mfz.profile->af_after_zoom_stop) return;
+  CUTIL_SleepUs(g_mfz.profile->af_wait_ms * kUsPerMs);
+  focus_search_start(g_mfz.profile->af_range);
 }
 
 void DriveZoom() {
-  const int32_t step = g_lens.profile.zoom_drive_step;
+  const int32_t step = g_mfz.zoom_drive_step;
   switch (g_mfz.zoom_req) {
     case DRIVE_TOWARD_ZERO:
       MoveZoom(DriveTowardZero(g_mfz.posZoom, g_mfz.zoom_minimum, step), -1);
@@ -107,6 +98,16 @@ void DriveZoom() {
     default:
       break;
   }
+}
+
+// --- Requests ----------------------------------------------------------------------------------
+
+// The request that a command's value makes of the one that stands.
+uint8_t NextRequest(uint8_t request, int8_t value) {
+  if (value > 0) return DRIVE_TOWARD_ZERO;
+  if (value < 0) return DRIVE_TOWARD_MAXIMUM;
+  const bool moving = request == DRIVE_TOWARD_ZERO || request == DRIVE_TOWARD_MAXIMUM;
+  return moving ? DRIVE_STOP : DRIVE_IDLE;
 }
 
 // --- Waiting -----------------------------------------------------------------------------------
@@ -139,11 +140,21 @@ int32_t DriveChunkTimeUs(int32_t longest, int32_t amount, int32_t chunk, float d
 }
 
 void set_zoom_drive_step(int8_t value) {
-  g_lens.profile.zoom_drive_step = StepFor(kZoomSteps, value);
+  g_mfz.zoom_drive_step = StepFor(kZoomSteps, value);
 }
 
 void set_focus_drive_step(int8_t value) {
-  g_lens.profile.focus_drive_step = StepFor(kFocusSteps, value);
+  g_mfz.focus_drive_step = StepFor(kFocusSteps, value);
+}
+
+void drive_init() {
+  g_mfz.zoom_drive_step = g_mfz.profile->zoom_drive_step;
+  g_mfz.focus_drive_step = g_mfz.profile->focus_drive_step;
+}
+
+void drive_request(MfzAxis axis, int8_t value) {
+  uint8_t* request = axis == MFZ_AXIS_ZOOM ? &g_mfz.zoom_req : &g_mfz.focus_req;
+  *request = NextRequest(*request, value);
 }
 
 void drive_step() {
@@ -155,23 +166,4 @@ int64_t drive_wait_us() {
   const bool at_rest = IsAtRest(g_mfz.focus_req, g_mfz.posFocus, g_mfz.focus_maximum) &&
                        IsAtRest(g_mfz.zoom_req, g_mfz.posZoom, g_mfz.zoom_maximum);
   return at_rest ? MODE_PASS_NO_WORK : MODE_PASS_PACE_US;
-}
-
-void assist_focus() {
-  reset_zf();
-  if (g_mfz.tracking_valid == 0) {
-    save_positions(g_mfz.posZoom, g_mfz.posFocus);
-    PrintPositions();
-    return;
-  }
-  printf("Driving 'assist_focus()'\n");
-  const int32_t delta = track_focus(g_mfz.posZoom, g_mfz.posFocus);
-  g_mfz.posFocus = PositionAfter(g_mfz.posFocus, delta);
-  save_positions(g_mfz.posZoom, g_mfz.posFocus);
-  CUTIL_SleepUs(MotorTimeUs(delta, g_lens.DELAY_MS_NORMAL));
-  printf("done\n");
-  CUTIL_SleepUs(kUsPerS);
-  printf("start AF\n");
-  focus_search_start(g_lens.profile.af_range);
-  PrintPositions();
 }

@@ -1,4 +1,4 @@
-// The continuous drive of zoom and focus, and the focus assist behind the 'F' button.
+// The continuous drive of zoom and focus.
 //
 // While a drive request stands, each pass of the loop moves the motor by one drive step and
 // sleeps for as long as the steps take; the drive ends at the limit or at the stop request. A
@@ -8,13 +8,7 @@
 
 #include <cstdint>
 
-// Values of MfzState::focus_req and zoom_req.
-enum DriveRequest : uint8_t {
-  DRIVE_IDLE = 0,
-  DRIVE_STOP = 1,
-  DRIVE_TOWARD_ZERO = 2,
-  DRIVE_TOWARD_MAXIMUM = 3,
-};
+#include "lens/mfz_state.h"
 
 // Largest index of the speed tables.
 constexpr int DRIVE_SPEED_INDEX_MAX = 10;
@@ -32,9 +26,16 @@ int32_t DriveTowardMaximum(int32_t position, int32_t maximum, int32_t step);
 // steps at `delay_ms` each.
 int32_t DriveChunkTimeUs(int32_t longest, int32_t amount, int32_t chunk, float delay_ms);
 
+// Takes the steps of a tick from the lens in use, until a command sets others.
+void drive_init();
+
 // Set the steps of a tick from a command's signed value other than 0.
 void set_zoom_drive_step(int8_t value);
 void set_focus_drive_step(int8_t value);
+
+// Asks for a drive by a command's signed value: above 0 toward the zero end, below 0 toward the
+// maximum; 0 ends one that stands.
+void drive_request(MfzAxis axis, int8_t value);
 
 // One tick: the focus request, then the zoom request. A stop request is served by saving the
 // positions; a zoom stop then starts a focus search.
@@ -43,7 +44,3 @@ void drive_step();
 // Microseconds after which the next tick is due: MODE_PASS_PACE_US while a request stands,
 // otherwise MODE_PASS_NO_WORK.
 int64_t drive_wait_us();
-
-// Drives the lens into its zero ends, puts the focus on the curve and starts a focus search;
-// without a curve it resets only. Blocks for several seconds.
-void assist_focus();

@@ -22,17 +22,6 @@
 
 #include <cstdint>
 
-// Values of MfzState::af_state. 2 and 3 are not used.
-enum AfState : uint8_t {
-  AF_IDLE = 0,
-  AF_START = 1,
-  AF_DESCEND = 4,
-  AF_SCAN = 5,
-  AF_BACK_OFF = 6,
-  AF_APPROACH = 7,
-  AF_FINISH = 8,
-};
-
 // How far below the best position the approach begins, fine steps.
 constexpr int AF_BACK_OFF_STEPS = 4;
 
@@ -42,6 +31,9 @@ void focus_search_step();
 // Microseconds after which the next step is due: what is left of the present move's time, at most
 // MODE_PASS_PACE_US; MODE_PASS_NO_WORK while no search runs.
 int64_t focus_search_wait_us();
+
+// Starts the clock of the descent.
+void focus_search_init();
 
 // Starts a search over `half_width` steps to either side, from anew where one is running.
 void focus_search_start(int16_t half_width);

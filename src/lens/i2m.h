@@ -3,7 +3,7 @@
 // Frames of six bytes, the same both ways: the daemon writes and reads numbered 16-bit registers,
 // the micom answers reads and sends requests of its own. A write is not acknowledged and complete
 // once it is handed to the line. i2m_send may be called from any thread, since a frame is one
-// write; the parser and i2m_read_reply belong to the lens loop's thread.
+// write; i2m_read_reply belongs to the lens loop's thread. Nothing is kept.
 #pragma once
 
 #include <array>
@@ -50,7 +50,7 @@ enum I2mJog : uint16_t {
 };
 
 // Whole seconds that a reply is waited for.
-constexpr int I2M_REPLY_LIMIT_S = 1;
+constexpr int I2M_REPLY_TIMEOUT_S = 1;
 
 using I2mFrame = std::array<uint8_t, I2M_FRAME_SIZE>;
 
@@ -81,11 +81,3 @@ int i2m_request(uint8_t address);
 // Reads the reply to a read request, at most 2 seconds long. Returns true when six bytes came;
 // nothing but their number is checked. Bytes taken here never reach the parser.
 bool i2m_read_reply(I2mFrame* reply);
-
-// Feeds one received byte to the lens mode's parser; a frame that it completes is printed and
-// dispatched.
-void i2m_parse_byte(uint8_t byte);
-
-// Prints one received frame's register and value, which ends a line, and answers the micom's
-// question for the lens model.
-void i2m_dispatch(uint8_t address, uint8_t high, uint8_t low);

@@ -1,4 +1,4 @@
-// Step rate and step timing of the zoom and focus motors, and the lens in use.
+// Zoom and focus motors: the lens in use, the step rate, moves and their timing.
 //
 // The micom does not say when a move is finished: whoever moves a motor waits for as long as the
 // steps take at the rate that is set. Times are single precision and cut to whole units, never
@@ -8,6 +8,7 @@
 #include <cstdint>
 
 #include "lens/lens_profile.h"
+#include "lens/mfz_state.h"
 
 // A step is given this much longer than the rate says.
 constexpr float MOTOR_TIME_MARGIN = 1.01F;
@@ -17,17 +18,6 @@ constexpr int MOTOR_SPEED_SETTLE_MS = 100;
 constexpr int MOTOR_PRESCALER_BASE = 11000;
 constexpr int MOTOR_PRESCALER_UNIT = 256;
 
-// The lens in use. Written by apply_lens_profile; the two drive steps also by the drive, the
-// present rate by set_motor_speed.
-struct LensParameters {
-  MfzProfile profile;
-  float DELAY_MS_NORMAL;  // milliseconds a step at the normal speed
-  float DELAY_MS_RESET;   // milliseconds a step at the reset speed
-  float step_delay_ms;    // milliseconds a step at the rate that is set; 0 before the first
-};
-
-extern LensParameters g_lens;
-
 // Milliseconds that a step takes at a rate, margin included.
 float MotorStepDelayMs(MotorSpeedIndex speed);
 
@@ -35,10 +25,24 @@ float MotorStepDelayMs(MotorSpeedIndex speed);
 int32_t MotorTimeMs(int32_t steps, float delay_ms);
 int32_t MotorTimeUs(int32_t steps, float delay_ms);
 
-// Makes `profile` the lens in use and prints its banner. Sends nothing.
+// The 16-bit value that moves a motor by `steps`, counted the other way round for an inverted one.
+constexpr uint16_t MoveValue(int32_t steps, bool inverted) {
+  const uint32_t value = static_cast<uint32_t>(steps);
+  return static_cast<uint16_t>((inverted ? 0U - value : value) & 0xFFFFU);
+}
+
+// Makes `profile`, which has to stay, the lens in use and prints its banner. Sends nothing.
 void apply_lens_profile(const MfzProfile& profile);
 
 // Sets the step rate on the micom, prints what the micom reports, and pauses. Blocks for up to
 // the reply's two seconds and MOTOR_SPEED_SETTLE_MS. A micom that does not answer is reported
 // and otherwise ignored.
 void set_motor_speed(MotorSpeedIndex speed);
+
+// Microseconds after which a motor has certainly made all steps of its last move: a step's time for
+// each of them, from when the move was sent. 0 when it is at rest.
+int64_t mfz_move_left_us(MfzAxis axis);
+
+// Moves a motor by `steps`: one frame. Changes no position. The micom drops what is left of a
+// move when the next one comes: a motor that may not be at rest is waited for.
+void mfz_move(MfzAxis axis, int32_t steps);

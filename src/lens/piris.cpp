@@ -1,5 +1,9 @@
 #include "lens/piris.h"
 
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
@@ -9,6 +13,7 @@
 #include "lens/i2m.h"
 #include "lens/mfz_state.h"
 #include "util/bytes.h"
+#include "util/cthread.h"
 #include "util/sleep.h"
 
 namespace {
@@ -28,73 +33,6 @@ CICOMM g_exposure_channel;
 void SleepMs(int ms) {
   CUTIL_SleepUs(ms * kUsPerMs);
 }
-
-// --- The machine -------------------------------------------------------------------------------
-
-bool WantsOpen(const PirisReading& reading) {
-  return reading.deviation > PIRIS_DEAD_BAND;
-}
-
-bool WantsClose(const PirisReading& reading) {
-  return reading.deviation < -PIRIS_DEAD_BAND;
-}
-
-// Counts one more step the same way. Returns true, with the count cleared, when it is enough.
-bool IsPatienceOver(int32_t* count) {
-  if (++*count <= PIRIS_PATIENCE) return false;
-  *count = 0;
-  return true;
-}
-
-// Where the iris is, is not known: regulate.
-PirisOrder Init(PirisRegulator* regulator, const PirisReading& /*reading*/) {
-  *regulator = {.state = STM_IRIS_MOV, .close_count = 0, .open_count = 0};
-  return {PIRIS_EXPOSURE_REGULATED, 0};
-}
-
-// Closed: wait until the picture has been too dark for long enough.
-PirisOrder Min(PirisRegulator* regulator, const PirisReading& reading) {
-  if (!WantsOpen(reading)) {
-    regulator->open_count = 0;
-  } else if (IsPatienceOver(&regulator->open_count)) {
-    regulator->state = STM_IRIS_MOV;
-  }
-  return {PIRIS_EXPOSURE_REGULATED, 0};
-}
-
-// On its way: follow the deviation; as long without effect, an end has been reached.
-PirisOrder Mov(PirisRegulator* regulator, const PirisReading& reading) {
-  if (WantsOpen(reading)) {
-    regulator->close_count = 0;
-    if (IsPatienceOver(&regulator->open_count)) regulator->state = STM_IRIS_MAX;
-    return {PIRIS_EXPOSURE_REGULATED, PIRIS_STEP};
-  }
-  regulator->open_count = 0;
-  if (WantsClose(reading)) {
-    if (IsPatienceOver(&regulator->close_count)) regulator->state = STM_IRIS_MIN;
-    return {PIRIS_EXPOSURE_REGULATED, -PIRIS_STEP};
-  }
-  regulator->close_count = 0;
-  return {PIRIS_EXPOSURE_REGULATED, 0};
-}
-
-// Open: wait until the picture has been too bright for long enough. A level still above the
-// bright one says nothing about that: the count stands still.
-PirisOrder Max(PirisRegulator* regulator, const PirisReading& reading) {
-  const PirisOrder order = {PIRIS_EXPOSURE_OPEN, 0};
-  if (reading.level > PIRIS_LEVEL_BRIGHT) return order;
-  if (!WantsClose(reading)) {
-    regulator->close_count = 0;
-  } else if (IsPatienceOver(&regulator->close_count)) {
-    regulator->state = STM_IRIS_MOV;
-  }
-  return order;
-}
-
-using StateFunction = PirisOrder (*)(PirisRegulator* regulator, const PirisReading& reading);
-
-// Indexed by PirisStateNumber.
-constexpr std::array<StateFunction, STM_IRIS_LAST> kStates = {Init, Min, Mov, Max};
 
 // --- What it acts on ---------------------------------------------------------------------------
 
@@ -135,6 +73,33 @@ void MakeExposure(PirisExposure setting) {
   g_mfz.exposure_in_force = setting;
 }
 
+// --- The worker's sleep ------------------------------------------------------------------------
+
+CTHREAD g_worker;
+
+// Readable when there may be something to do. The worker's: -1 before its start and after its end.
+std::atomic<int> g_wake_event = -1;
+// From then on an idle worker looks at its state again and again, until it is told to stop.
+std::atomic<bool> g_is_ending = false;
+
+void Wake() {
+  if (g_wake_event >= 0) eventfd_write(g_wake_event, 1);
+}
+
+// Sleeps until somebody calls Wake, also if that was before. Without an event, or where waiting for
+// it fails, it is a pause.
+void AwaitWork() {
+  pollfd event = {.fd = g_wake_event, .events = POLLIN, .revents = 0};
+  if (g_is_ending || event.fd < 0 || poll(&event, 1, -1) != 1) {
+    SleepMs(kIdlePauseMs);
+    return;
+  }
+  eventfd_t wake_ups = 0;
+  eventfd_read(event.fd, &wake_ups);
+}
+
+// --- A step ------------------------------------------------------------------------------------
+
 // Returns true, with the request cleared, when it was raised.
 bool TakeRequest(std::atomic<int32_t>* request) {
   return request->exchange(0, std::memory_order_relaxed) == 1;
@@ -142,7 +107,7 @@ bool TakeRequest(std::atomic<int32_t>* request) {
 
 void HoldOpen() {
   if (!TakeRequest(&g_mfz.piris_manual_req)) {
-    SleepMs(kIdlePauseMs);
+    AwaitWork();
     return;
   }
   printf("<<piris_manual_req>>\n");
@@ -171,14 +136,49 @@ void Regulate() {
   if (order.steps != 0) MoveByWorker(order.steps);
 }
 
-}  // namespace
+// --- The worker's routines ---------------------------------------------------------------------
 
-PirisOrder PirisRegulate(PirisRegulator* regulator, const PirisReading& reading) {
-  return kStates[static_cast<size_t>(regulator->state)](regulator, reading);
+int StartWork(void* /*arg*/) {
+  g_wake_event = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+  return piris_start();
 }
+
+int StepWork(void* /*arg*/) {
+  return piris_step();
+}
+
+void EndWork(void* /*arg*/) {
+  const int event = g_wake_event.exchange(-1);
+  if (event >= 0) close(event);
+}
+
+}  // namespace
 
 void PirisMove(int32_t steps) {
   i2m_write(I2M_ADDR_PIRIS_STEP, static_cast<uint16_t>(static_cast<uint32_t>(steps) & 0xFFFFU));
+}
+
+void piris_configure(int32_t antiflicker, int32_t sensor_supported) {
+  const int32_t automatic = antiflicker == 1 ? 1 : 0;
+  g_mfz.piris_auto_req.store(automatic, std::memory_order_relaxed);
+  g_mfz.piris_manual_req.store(1 - automatic, std::memory_order_relaxed);
+  g_mfz.g_antiflk_enable.store(antiflicker, std::memory_order_release);
+  g_mfz.g_sensor_supported.store(sensor_supported, std::memory_order_release);
+  Wake();
+}
+
+void piris_start_worker() {
+  CTHREAD_Init(&g_worker, nullptr, StartWork, StepWork, EndWork);
+  g_is_ending = false;
+  piris_claim();
+  g_worker.Start(&g_worker);
+}
+
+void piris_stop_worker() {
+  g_is_ending = true;
+  Wake();
+  g_worker.Stop(&g_worker);
+  piris_release();
 }
 
 void piris_claim() {
@@ -193,7 +193,7 @@ int piris_start() {
 int piris_step() {
   // Acquire: the requests that belong to the flags are raised before the flags are set.
   if (g_mfz.g_sensor_supported.load(std::memory_order_acquire) == 0) {
-    SleepMs(kIdlePauseMs);
+    AwaitWork();
   } else if (g_mfz.g_antiflk_enable.load(std::memory_order_acquire) == 0) {
     HoldOpen();
   } else {

@@ -1,43 +1,17 @@
 #include "lens/position.h"
 
 #include <algorithm>
-#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
-#include "lens/focus_search.h"
-#include "lens/i2m.h"
 #include "lens/mfz_state.h"
 #include "lens/motor.h"
 #include "util/conf_file.h"
-#include "util/sleep.h"
 
 namespace {
 
 constexpr int32_t kNoPosition = -1;
-constexpr int64_t kUsPerMs = 1000;
-
-// When each motor makes the last step of its last move, microseconds of the monotonic clock.
-std::array<int64_t, MFZ_AXIS_COUNT> g_last_step_us = {};
-
-int64_t* LastStepUs(MfzAxis axis) {
-  return &g_last_step_us[static_cast<size_t>(axis)];
-}
-
-void AwaitLastMove(MfzAxis axis) {
-  const int64_t left_us = *LastStepUs(axis) - CUTIL_MonotonicUs();
-  if (left_us > 0) CUTIL_SleepUs(left_us);
-}
-
-// The first step is made at once, or a step's time after the last of the move before; the others
-// follow at the rate that is set.
-void NoteMove(MfzAxis axis, int32_t steps) {
-  const int64_t next_step_us = *LastStepUs(axis) + MotorTimeUs(1, g_lens.step_delay_ms);
-  const int32_t followers = std::max(abs(steps) - 1, 0);
-  *LastStepUs(axis) =
-      std::max(CUTIL_MonotonicUs(), next_step_us) + MotorTimeUs(followers, g_lens.step_delay_ms);
-}
 
 // Returns false when there is no such key or its value is too long.
 bool LoadPosition(const char* key, int32_t* position) {
@@ -52,6 +26,11 @@ void SavePosition(const char* key, int16_t position) {
   char text[MFZ_CONF_VALUE_MAX + 1];
   snprintf(text, sizeof(text), "%d", position);
   if (CUTIL_SetConfValue(MFZ_CONF_PATH, key, text) != 0) printf("fail in saving %s\n", key);
+}
+
+void CountSteps(MfzAxis axis, int32_t steps) {
+  int16_t* position = axis == MFZ_AXIS_ZOOM ? &g_mfz.posZoom : &g_mfz.posFocus;
+  *position = PositionAfter(*position, steps);
 }
 
 }  // namespace
@@ -75,7 +54,7 @@ int32_t PositionFromText(const char* text) {
 }
 
 void set_limits() {
-  const MfzProfile& profile = g_lens.profile;
+  const MfzProfile& profile = *g_mfz.profile;
   g_mfz.focus_minimum = 0;
   g_mfz.focus_maximum = profile.focus_maximum;
   g_mfz.tracking_valid = profile.zftable.size() >= TRACKING_MIN_ENTRIES ? 1 : 0;
@@ -91,41 +70,29 @@ void set_limits() {
          g_mfz.zoom_minimum, g_mfz.zoom_maximum, g_mfz.focus_minimum, g_mfz.focus_maximum);
 }
 
-void mfz_move(MfzAxis axis, int32_t steps) {
-  AwaitLastMove(axis);
-  if (axis == MFZ_AXIS_ZOOM) {
-    i2m_write(I2M_ADDR_ZOOM_MOVE, MoveValue(steps, g_lens.profile.zoom_inverted));
-  } else {
-    i2m_write(I2M_ADDR_FOCUS_MOVE, MoveValue(steps, g_lens.profile.focus_inverted));
-  }
-  NoteMove(axis, steps);
-}
-
 int32_t track_focus(int32_t zoom, int32_t focus) {
   int32_t target = 0;
-  if (!TrackingFocus(g_lens.profile.zftable, zoom, &target)) return 0;
+  if (!TrackingFocus(g_mfz.profile->zftable, zoom, &target)) return 0;
   target = std::max(std::min(target, g_mfz.focus_maximum), g_mfz.focus_minimum);
   const int32_t delta = target - focus;
   mfz_move(MFZ_AXIS_FOCUS, delta);
   return delta;
 }
 
-void reset_zf() {
-  const MfzProfile& profile = g_lens.profile;
-  focus_search_stop();
-  set_motor_speed(profile.reset_speed);
-  printf("[Reset ZF] Focus:%dstep, Zoom:%dstep \n", profile.focus_maximum, profile.zoom_maximum);
-  mfz_move(MFZ_AXIS_FOCUS, -profile.focus_maximum);
-  mfz_move(MFZ_AXIS_ZOOM, -profile.zoom_maximum);
-  const int32_t steps = std::max(profile.focus_maximum, profile.zoom_maximum);
-  const int32_t wait_ms = MotorTimeMs(steps, g_lens.DELAY_MS_RESET);
-  CUTIL_SleepUs(wait_ms * kUsPerMs);
-  printf("   sleep time: %d[step] * %4.2f[mS] = %d[mS]\n", steps,
-         static_cast<double>(g_lens.DELAY_MS_RESET), wait_ms);
+void move_lens(MfzAxis axis, int32_t steps) {
+  mfz_move(axis, steps);
+  CountSteps(axis, steps);
+}
+
+int32_t follow_curve(int32_t zoom) {
+  const int32_t delta = track_focus(zoom, g_mfz.posFocus);
+  CountSteps(MFZ_AXIS_FOCUS, delta);
+  return delta;
+}
+
+void set_zero_positions() {
   g_mfz.posFocus = 0;
   g_mfz.posZoom = 0;
-  printf("   posZoom=%d, posFocus=%d\n", g_mfz.posZoom, g_mfz.posFocus);
-  set_motor_speed(profile.normal_speed);
 }
 
 int load_positions(int16_t* zoom, int16_t* focus) {

@@ -1,13 +1,14 @@
-// Where zoom and focus stand: limits, moves, the curve between them, and the positions kept
-// across restarts.
+// Where zoom and focus stand: limits, the curve between them, and the positions kept across
+// restarts.
 //
 // The motors report nothing. A position is the count of all steps sent since both motors last ran
-// into their zero ends, and whoever moves a motor adds the steps to it. Lens loop's thread only.
+// into their zero ends. Lens loop's thread only.
 #pragma once
 
 #include <cstdint>
 #include <span>
 
+#include "lens/mfz_state.h"
 #include "lens/tracking_tables.h"
 
 // The file of the positions, which must exist to be written, and its keys.
@@ -20,22 +21,10 @@ constexpr int MFZ_CONF_VALUE_MAX = 15;
 // Entries that a curve must have.
 constexpr size_t TRACKING_MIN_ENTRIES = 2;
 
-enum MfzAxis : int {
-  MFZ_AXIS_FOCUS = 0,
-  MFZ_AXIS_ZOOM = 1,
-  MFZ_AXIS_COUNT,
-};
-
 // `position` moved by `steps`, in 16 bits.
 constexpr int16_t PositionAfter(int16_t position, int32_t steps) {
   return static_cast<int16_t>(
       static_cast<uint16_t>(static_cast<uint32_t>(position) + static_cast<uint32_t>(steps)));
-}
-
-// The 16-bit value that moves a motor by `steps`, counted the other way round for an inverted one.
-constexpr uint16_t MoveValue(int32_t steps, bool inverted) {
-  const uint32_t value = static_cast<uint32_t>(steps);
-  return static_cast<uint16_t>((inverted ? 0U - value : value) & 0xFFFFU);
 }
 
 // Puts the focus that `table` (at least TRACKING_MIN_ENTRIES, evenly spaced) gives for `zoom`
@@ -49,19 +38,20 @@ int32_t PositionFromText(const char* text);
 // Sets the limits and the tracking flag from the lens in use, and prints them.
 void set_limits();
 
-// Moves a motor by `steps`: one frame. Changes no position. The micom drops what is left of a
-// move when the next one comes; a motor that has not made its last move's steps is waited for.
-// Whoever gives each move its time waits a millisecond at most.
-void mfz_move(MfzAxis axis, int32_t steps);
-
 // Moves the focus from `focus` onto the curve at `zoom`, within the focus limits, and returns
 // the steps sent, which the caller adds to the position. A move of 0 steps is sent as well.
 // Above the curve's end nothing is sent and 0 returned.
 int32_t track_focus(int32_t zoom, int32_t focus);
 
-// Stops a running focus search and drives both motors into their zero ends; both positions are
-// 0 then. Blocks for the longer of the two travels and two changes of the step rate.
-void reset_zf();
+// Moves a motor as mfz_move does, and counts the steps in its position.
+void move_lens(MfzAxis axis, int32_t steps);
+
+// Moves the focus from where it stands onto the curve at `zoom` as track_focus does, and counts the
+// steps, which it returns.
+int32_t follow_curve(int32_t zoom);
+
+// Both motors stand at their zero ends.
+void set_zero_positions();
 
 // Reads both positions. Returns 1, or -1 with both set to 0 when one is missing, too long or -1.
 int load_positions(int16_t* zoom, int16_t* focus);

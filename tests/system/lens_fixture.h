@@ -30,8 +30,7 @@ class LensTest : public DeviceTest {
   using Lines = std::vector<std::string>;
 
   // Lays the files of a lens device out, and puts a micom whose lens stands at `positions`, and a
-  // camera daemon, around the daemon. The daemon waits for all steps of a move but the last, as if
-  // a frame were on its way for as long as a step takes.
+  // camera daemon, around the daemon.
   void InstallLens(const Positions& positions, const std::string& sensor = "AR0230",
                    const std::string& antiflicker = "false") {
     const auto [zoom, focus] = positions;
@@ -42,7 +41,7 @@ class LensTest : public DeviceTest {
     auto lens = std::make_unique<sim::LensMicom>(
         sim::Clock::now(), sim::LensPose{.zoom = zoom, .focus = focus, .iris = 40});
     micom = lens.get();
-    micom->traits.head_start = sim::milliseconds(4);
+    micom->traits.starts_late = starts_late;
     Attach(std::move(lens), micom);
   }
 
@@ -115,6 +114,7 @@ class LensTest : public DeviceTest {
   void Focus(int value) { Control(CAMERA_CODE_FOCUS, value); }
 
   sim::LensMicom* micom = nullptr;
+  bool starts_late = false;  // of the micom that InstallLens makes
 
  private:
   // Longer than any command takes.

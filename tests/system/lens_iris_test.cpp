@@ -1,5 +1,6 @@
 // The P-iris through the real daemon: the machine's counts.
 #include "lens/piris.h"
+#include "sim/virtual_time.h"
 #include "tests/system/lens_fixture.h"
 
 namespace {
@@ -28,7 +29,7 @@ class LensIris : public LensTest {
 
 TEST_F(LensIris, AutomaticThroughItsStates) {
   LaunchWith("IMX123", "\"TRUE\"");
-  constexpr int kEnough = PIRIS_PATIENCE + 1;
+  constexpr int kEnough = PIRIS_HYSTERESIS_STEPS + 1;
   Script(1, 0, 50);                          // INIT: asks for nothing
   Script(kEnough, 0, 11);                    // MOV: steps, then to MAX
   Script(5, PIRIS_LEVEL_BRIGHT + 1, -50);    // MAX: does not count
@@ -91,7 +92,10 @@ TEST_F(LensIris, ManualOpensOnce) {
         seen.push_back(frame);
       return seen.size() >= expected.size();
     }));
-    EXPECT_FALSE(daemon->WaitEnd(milliseconds(200)).has_value());  // four steps' time
+    // There is nothing more to do, and nobody wakes up.
+    const uint64_t waits = sim::VirtualTime()->waits(daemon->Pid());
+    EXPECT_FALSE(daemon->WaitEnd(milliseconds(2000)).has_value());
+    EXPECT_LT(sim::VirtualTime()->waits(daemon->Pid()) - waits, 5U);
     EXPECT_EQ(seen, expected);
     EXPECT_EQ(TakeFrames(), Lines{});
     EXPECT_TRUE(camera->TakeExposureOrders().empty()) << "the setting is in force already";

@@ -148,6 +148,8 @@ TEST_P(LensSearchTrials, FindThePeak) {
       const bool above = start < home.focus || start - half_width < kLowestPeak;
       peak = start + (above ? 1 : -1) * (half_width + 40);
     }
+    // Each scene comes with both kinds of micom.
+    micom->traits.starts_late = i % 2 == 1;
     camera->scene = scenes[i % std::size(scenes)];
     camera->scene.offset = peak - sim::InFocus(Pose().zoom);
     Search(half_width);

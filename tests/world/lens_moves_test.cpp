@@ -3,12 +3,13 @@
 
 #include "lens/drive.h"
 #include "lens/focus_search.h"
-#include "lens/i2m.h"
+#include "lens/i2m_dispatch.h"
 #include "lens/lens_profile.h"
 #include "lens/mfz_state.h"
 #include "lens/motor.h"
 #include "lens/position.h"
 #include "lens_line.h"
+#include "relay/mode_pass.h"
 #include "tests/support.h"
 
 namespace {
@@ -161,7 +162,7 @@ TEST(LensProfile, EachHasItsBannerAndItsResetSpeed) {
   for (const auto& [profile, name, reset_ms] : rows) {
     EXPECT_EQ(support::OnStdout([to = profile] { apply_lens_profile(*to); }),
               "MFZ parameter for X_PCODE_" + name + "_V1\nDELAY_MS_NORMAL= 1.96\n");
-    EXPECT_FLOAT_EQ(g_lens.DELAY_MS_RESET, reset_ms);
+    EXPECT_FLOAT_EQ(g_mfz.DELAY_MS_RESET, reset_ms);
     // The curve must fit the travels that a reset drives.
     EXPECT_LT(profile->zftable.back().zoom, profile->zoom_maximum);
     EXPECT_LT(profile->zftable.back().focus, profile->focus_maximum);
@@ -197,7 +198,7 @@ TEST(I2mReadReply, CountsBytesOnly) {
   EXPECT_EQ(reply, (I2mFrame{1, 2, 3, 4, 5, 6}));
   line.Reply({I2M_SYNC, I2M_READ, 1, 0x81, 5});
   support::ExpectTakes(
-      I2M_REPLY_LIMIT_S * 1000, [&] { EXPECT_FALSE(i2m_read_reply(&reply)); }, 1400);
+      I2M_REPLY_TIMEOUT_S * 1000, [&] { EXPECT_FALSE(i2m_read_reply(&reply)); }, 1400);
 }
 
 TEST(I2mDispatch, PrintsRegisterAndValue) {
@@ -237,8 +238,8 @@ TEST(DriveSpeed, ByTheSizeOfTheValue) {
         EXPECT_EQ(DriveSpeedIndex(static_cast<int8_t>(value)), index) << value;
         set_zoom_drive_step(static_cast<int8_t>(value));
         set_focus_drive_step(static_cast<int8_t>(value));
-        EXPECT_EQ(g_lens.profile.zoom_drive_step, zoom_step) << value;
-        EXPECT_EQ(g_lens.profile.focus_drive_step, focus_step) << value;
+        EXPECT_EQ(g_mfz.zoom_drive_step, zoom_step) << value;
+        EXPECT_EQ(g_mfz.focus_drive_step, focus_step) << value;
       }
     }
     ++index;
@@ -256,6 +257,7 @@ class Drive : public testing::Test {
   void SetUp() override {
     support::OnStdout([] {
       apply_lens_profile(MFZ_PROFILE_HERON);
+      drive_init();
       set_limits();
     });
   }
@@ -340,6 +342,12 @@ TEST(FocusSearch, DescendsToTheLowerEndButNeverBelowZero) {
       return g_mfz.af_state == AF_SCAN;
     }));
     EXPECT_EQ(g_mfz.posFocus, lowest) << from;
+  }
+  for (const int unused : {2, 3, AF_FINISH + 1, UINT8_MAX}) {
+    g_mfz.af_state = static_cast<uint8_t>(unused);
+    focus_search_step();
+    EXPECT_EQ(g_mfz.af_state, unused);
+    EXPECT_EQ(focus_search_wait_us(), MODE_PASS_NO_WORK);
   }
   focus_search_stop();
 }
