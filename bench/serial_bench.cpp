@@ -21,8 +21,8 @@
 #include "bench/report.h"
 #include "relay/daemon_datagram.h"
 #include "sim/device.h"
-#include "sim/unique_fd.h"
 #include "sim/world.h"
+#include "tools/unique_fd.h"
 
 namespace bench {
 namespace {
@@ -82,7 +82,7 @@ void RunRound(const Plan& plan, int round, Results* results) {
 // Gives loopback a second address. Programs that look addresses up with AI_ADDRCONFIG find none
 // where 127.0.0.1 is all there is.
 void AddressLoopback() {
-  const sim::UniqueFd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  const tools::UniqueFd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   ifreq request = {};
   strcpy(request.ifr_name, "lo:1");
   auto* address = reinterpret_cast<sockaddr_in*>(&request.ifr_addr);
@@ -152,7 +152,7 @@ class Outside {
   std::string Path() const { return "/proc/self/fd/" + std::to_string(fd_.Get()); }
 
  private:
-  sim::UniqueFd fd_;
+  tools::UniqueFd fd_;
 };
 
 void RenewReadme(const Results& results, const Outside& readme, const Outside& chart) {

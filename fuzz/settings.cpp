@@ -16,7 +16,7 @@
 #include "fuzz/check.h"
 #include "fuzz/input.h"
 #include "fuzz/target.h"
-#include "lens/i2m.h"
+#include "lens/i2m_dispatch.h"
 #include "lens/sensor_config.h"
 #include "lens/video_source.h"
 #include "relay/ptz_tables.h"

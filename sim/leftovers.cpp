@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 
-#include <cstdio>
 #include <filesystem>
 #include <iterator>
 #include <string>
@@ -10,7 +9,7 @@
 #include "cmmap/param_block.h"
 #include "lens/position.h"
 #include "sim/device.h"
-#include "sim/unique_fd.h"
+#include "tools/unique_fd.h"
 
 namespace sim {
 
@@ -21,7 +20,7 @@ size_t DescriptorCount(pid_t pid) {
 }
 
 bool IsParamFileLocked() {
-  const UniqueFd fd(open(PARAM_BLOCK_PATH, O_RDWR | O_CLOEXEC));
+  const tools::UniqueFd fd(open(PARAM_BLOCK_PATH, O_RDWR | O_CLOEXEC));
   struct flock lock = {};
   lock.l_type = F_WRLCK;
   lock.l_whence = SEEK_SET;

@@ -1,11 +1,11 @@
 #include "sim/lens_micom.h"
 
 #include <array>
-#include <cstdio>
 #include <cstdlib>
 #include <numeric>
 #include <utility>
 
+#include "tools/format.h"
 #include "tools/frame_texts.h"
 
 namespace sim {
@@ -83,10 +83,8 @@ void LensMicom::TurnMotors() {
 }
 
 std::string LensMicom::Describe() const {
-  std::array<char, 64> text;
-  snprintf(text.data(), text.size(), "zoom %d, focus %d, iris %d", zoom_.Position(),
-           focus_.Position(), iris_.Position());
-  return text.data();
+  return tools::Format("zoom %d, focus %d, iris %d", zoom_.Position(), focus_.Position(),
+                       iris_.Position());
 }
 
 bool LensMicom::IsMoving() const {

@@ -235,10 +235,12 @@ bool AreBytesOnTheirWay() {
          (IsToGet(g_far_end, g_page->from_daemon) || IsToGet(g_near_end, g_page->to_daemon));
 }
 
-// Whether bytes have arrived that somebody may not have seen.
-bool HaveBytesArrived() {
+// Lets everybody look again once if bytes have arrived. Returns whether they have.
+bool AnnounceArrival() {
   const int64_t written = g_page->written;
-  return g_far_end >= 0 && g_page->arrived.exchange(written) != written;
+  if (g_far_end < 0 || g_page->arrived.exchange(written) == written) return false;
+  ++g_page->epoch;
+  return true;
 }
 
 // The calling thread has looked in vain since `epoch`. Moves the clock if all others have as well.
@@ -287,11 +289,7 @@ int WaitFor(int64_t until_ns, Look look) {
       syscall(SYS_sched_yield);
       continue;
     }
-    if (HaveBytesArrived()) {
-      CountChange();
-      continue;
-    }
-    if (Confirm(epoch)) {
+    if (AnnounceArrival() || Confirm(epoch)) {
       WakeAll();
       continue;
     }

@@ -11,8 +11,8 @@
 
 #include "ipc/camera_control.h"
 #include "sim/pty_line.h"
-#include "sim/unique_fd.h"
 #include "sim/wait.h"
+#include "tools/unique_fd.h"
 
 namespace sim {
 
@@ -32,7 +32,7 @@ class PtzClient {
   void Close() { fd_.Reset(); }
 
  private:
-  UniqueFd fd_;
+  tools::UniqueFd fd_;
 };
 
 // A local UDP socket on 127.0.0.1, bound to `port` (0: any).
@@ -47,7 +47,7 @@ class UdpPeer {
   std::optional<Bytes> Receive(milliseconds limit = kPatience);
 
  private:
-  UniqueFd fd_;
+  tools::UniqueFd fd_;
 };
 
 // What a serial data datagram carried; nothing when it is not one.
@@ -82,7 +82,7 @@ class SyslogRecorder {
   int Fd() const { return fd_.Get(); }
 
  private:
-  UniqueFd fd_;
+  tools::UniqueFd fd_;
 };
 
 }  // namespace sim

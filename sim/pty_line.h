@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "sim/unique_fd.h"
 #include "sim/wait.h"
 #include "tools/hex.h"
+#include "tools/unique_fd.h"
 
 namespace sim {
 
@@ -52,8 +52,8 @@ class PtyLine {
   void HangUp();
 
  private:
-  UniqueFd far_;
-  UniqueFd near_;  // keeps the line up while the daemon has it closed
+  tools::UniqueFd far_;
+  tools::UniqueFd near_;  // keeps the line up while the daemon has it closed
 };
 
 }  // namespace sim

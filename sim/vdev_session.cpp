@@ -19,11 +19,11 @@
 #include "sim/live_screen.h"
 #include "sim/plain_printer.h"
 #include "sim/terminal.h"
-#include "sim/unique_fd.h"
 #include "sim/vdev_commands.h"
 #include "sim/virtual_device.h"
 #include "sim/world.h"
 #include "tools/device_mode.h"
+#include "tools/unique_fd.h"
 
 namespace sim {
 namespace {
@@ -66,7 +66,7 @@ class SessionSignals {
 
  private:
   sigset_t before_;
-  UniqueFd fd_;
+  tools::UniqueFd fd_;
 };
 
 // How a session ended.

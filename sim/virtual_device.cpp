@@ -95,7 +95,7 @@ void VirtualDevice::LaunchDaemon() {
   int pipe_fds[2];
   if (pipe2(pipe_fds, O_CLOEXEC | O_NONBLOCK) != 0) throw std::runtime_error("cannot make a pipe");
   output_.Reset(pipe_fds[0]);
-  const UniqueFd write_end(pipe_fds[1]);
+  const tools::UniqueFd write_end(pipe_fds[1]);
   // The daemon's end blocks: it must not lose lines while they are being printed here.
   fcntl(write_end.Get(), F_SETFL, 0);
   rig.Launch(setup_.daemon,

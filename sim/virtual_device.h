@@ -108,7 +108,7 @@ class VirtualDevice {
   std::unique_ptr<UdpPeer> data_;  // null while the port is left to others
   UdpPeer manager_;
   SyslogRecorder syslog_;
-  UniqueFd output_;
+  tools::UniqueFd output_;
   std::string output_text_;
   std::unique_ptr<PtzClient> client_;
   std::map<std::string, std::string> seen_;

@@ -21,7 +21,7 @@
 #include <string>
 #include <vector>
 
-#include "sim/unique_fd.h"
+#include "tools/unique_fd.h"
 
 namespace sim {
 namespace {
@@ -85,7 +85,7 @@ bool EnterNamespaces() {
 }
 
 void BringLoopbackUp() {
-  const UniqueFd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  const tools::UniqueFd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   ifreq request = {};
   strcpy(request.ifr_name, "lo");
   request.ifr_flags = IFF_UP | IFF_RUNNING;
@@ -98,12 +98,12 @@ void BringLoopbackUp() {
 void MakeDev() {
   struct Node {
     std::string name;
-    UniqueFd fd;
+    tools::UniqueFd fd;
   };
   std::vector<Node> nodes;
   for (const char* name : {"null", "zero", "full", "random", "urandom", "tty"}) {
     const std::string path = std::string("/dev/") + name;
-    UniqueFd fd(open(path.c_str(), O_PATH | O_CLOEXEC));
+    tools::UniqueFd fd(open(path.c_str(), O_PATH | O_CLOEXEC));
     if (fd.IsOpen()) nodes.push_back({name, std::move(fd)});
   }
   Mount("tmpfs", "/dev", "tmpfs", MS_NOSUID, "mode=755");

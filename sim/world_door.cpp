@@ -15,9 +15,9 @@
 #include <system_error>
 
 #include "sim/device.h"
-#include "sim/unique_fd.h"
 #include "sim/world.h"
 #include "tools/device_mode.h"
+#include "tools/unique_fd.h"
 
 namespace sim {
 namespace {
@@ -105,7 +105,7 @@ void Enter(pid_t pid) {
   if (!is_own_user) kinds |= CLONE_NEWUSER;
   std::error_code error;
   const std::filesystem::path here = std::filesystem::current_path(error);
-  const UniqueFd process(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
+  const tools::UniqueFd process(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
   if (setns(process.Get(), kinds) != 0) {
     Fail("cannot enter the world of process " + std::to_string(pid) + ": " + strerror(errno));
   }

@@ -13,7 +13,7 @@
 #include <type_traits>
 
 #include "sim/device.h"
-#include "sim/unique_fd.h"
+#include "tools/unique_fd.h"
 #include "sim/wait.h"
 
 namespace support {

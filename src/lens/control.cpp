@@ -232,10 +232,10 @@ int camd_a5s(Rs232Context* p_param) {
     printf("[%s] Error line[%d], reason('p_param' is NULL)\n", "camd_a5s", kNullParameterLine);
     return -1;
   }
-  g_mfz.context = *p_param;
+  g_mfz.command = p_param->command;
   StartUp();
   ModePass pass;
-  ModePassInit(&pass, &g_mfz.context, &kHooks, nullptr);
+  ModePassInit(&pass, p_param, &kHooks, nullptr);
   pass.Run(&pass);
   piris_stop_worker();
   return 0;

@@ -15,6 +15,5 @@
 constexpr int8_t LENS_AF_MODE_DAEMON = 3;
 
 // Returns 0 at the stop flag (some seconds later when the P-iris worker sleeps), or -1 at once when
-// `p_param` is null. Works on a copy of `p_param`. The firmware-update command ends in the device's
-// reboot.
+// `p_param` is null. The firmware-update command ends in the device's reboot.
 int camd_a5s(Rs232Context* p_param);

@@ -6,9 +6,6 @@
 
 namespace {
 
-// There is one line: which descriptor it has is its own business.
-constexpr int kTheLine = -1;
-
 // Whether `byte` may stand at the parser's place. From the address on every byte may.
 bool Fits(uint8_t place, uint8_t byte) {
   if (place == I2M_SYNC_AT) return byte == I2M_SYNC;
@@ -46,7 +43,7 @@ bool I2mParserTake(I2mParser* parser, uint8_t byte) {
 
 int i2m_send(uint8_t kind, uint8_t address, uint8_t high, uint8_t low) {
   const I2mFrame frame = I2mBuild(kind, address, high, low);
-  return SerialSend(kTheLine, frame.data(), I2M_FRAME_SIZE);
+  return SerialSend(SERIAL_ONE_PORT, frame.data(), I2M_FRAME_SIZE);
 }
 
 int i2m_write(uint8_t address, uint16_t value) {
@@ -59,5 +56,6 @@ int i2m_request(uint8_t address) {
 }
 
 bool i2m_read_reply(I2mFrame* reply) {
-  return SerialRecv(kTheLine, reply->data(), I2M_FRAME_SIZE, I2M_REPLY_TIMEOUT_S) >= I2M_FRAME_SIZE;
+  return SerialRecv(SERIAL_ONE_PORT, reply->data(), I2M_FRAME_SIZE, I2M_REPLY_TIMEOUT_S) >=
+         I2M_FRAME_SIZE;
 }

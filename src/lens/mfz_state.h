@@ -65,7 +65,7 @@ struct FocusSearch {
 
 struct MfzState {
   // control
-  Rs232Context context;  // as the mode was given it; not changed while the worker runs
+  CICOMM* command;  // the command channel; a worker that outlives the mode may still ask for it
   uint8_t g_af_mode = AF_MODE_DAEMON;
   int32_t g_focus_value_stream;  // a FocusValueStream
 

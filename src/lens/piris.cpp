@@ -230,8 +230,7 @@ int piris_query_exposure(int32_t* level, int32_t* deviation) {
 }
 
 void piris_set_exposure(int32_t setting) {
-  CICOMM* channel = g_mfz.context.command;
-  if (channel == nullptr || !BeginSend()) return;
-  CameraSetExposure(channel, setting);
+  if (g_mfz.command == nullptr || !BeginSend()) return;
+  CameraSetExposure(g_mfz.command, setting);
   EndSend();
 }

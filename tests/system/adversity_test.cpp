@@ -16,8 +16,8 @@
 #include "lens/video_source.h"
 #include "net/tcp_socket.h"
 #include "sim/leftovers.h"
-#include "sim/unique_fd.h"
 #include "tests/system/device_fixture.h"
+#include "tools/unique_fd.h"
 
 namespace {
 
@@ -28,7 +28,7 @@ using Adversity = DeviceTest;
 TEST_F(Adversity, TerminalAndReaderOfTheTraceThatAreGone) {
   int ends[2];
   ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
-  const sim::UniqueFd write_end(ends[1]);
+  const tools::UniqueFd write_end(ends[1]);
   close(ends[0]);
   Install();
   const sim::LaunchOptions options = {
@@ -61,8 +61,8 @@ TEST_F(Adversity, OutputThatNobodyReads) {
     } else {
       ASSERT_EQ(*kind == 'p' ? pipe(ends) : socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
     }
-    const sim::UniqueFd reader(ends[0]);
-    const sim::UniqueFd writer(ends[1]);
+    const tools::UniqueFd reader(ends[0]);
+    const tools::UniqueFd writer(ends[1]);
     Install();
     Launch({"1"}, {.output_fd = writer.Get(), .preload = "", .variables = {"NOTIFY_SOCKET=/no"}});
     ASSERT_TRUE(WaitServing());
@@ -104,7 +104,7 @@ class RealTimeShell : public DeviceTest {};
 TEST_F(RealTimeShell, InheritsNoHarm) {
   const rlimit many = {.rlim_cur = 4096, .rlim_max = 4096};
   setrlimit(RLIMIT_NOFILE, &many);
-  std::vector<sim::UniqueFd> left_open;
+  std::vector<tools::UniqueFd> left_open;
   for (int i = 0; i < 1100; ++i)
     left_open.emplace_back(dup(STDIN_FILENO));
   sigset_t all;
@@ -168,10 +168,10 @@ TEST_F(Adversity, PipesInPlaceOfSettings) {
 
 // A listener with a full queue answers no connection, so that the probe of the port hangs.
 TEST_F(Adversity, PortThatHangsHoldsNeitherStartNorEnd) {
-  const sim::UniqueFd listener(ZSK_BindTCPSocketEx(config.ptz_port, ZSK_BIND_REUSEADDR));
+  const tools::UniqueFd listener(ZSK_BindTCPSocketEx(config.ptz_port, ZSK_BIND_REUSEADDR));
   ASSERT_EQ(listen(listener.Get(), 0), 0);
-  std::array<sim::UniqueFd, 4> clients;  // more than fit
-  for (sim::UniqueFd& client : clients) {
+  std::array<tools::UniqueFd, 4> clients;  // more than fit
+  for (tools::UniqueFd& client : clients) {
     int fd = -1;
     ZSK_ASyncConnectTCPSocket(&fd, "127.0.0.1", config.ptz_port);
     client.Reset(fd);

@@ -201,7 +201,7 @@ class ServiceManager {
   }
 
  private:
-  sim::UniqueFd fd_{socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
+  tools::UniqueFd fd_{socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
 };
 
 // What the daemon reports, idle and during an update that takes minutes.

@@ -109,7 +109,7 @@ TEST_F(RelayBytes, SerialBytesReachEveryClientAndTheDataPort) {
 
 // The PTZ port is another's, nobody is bound to the data port: the refusals end nothing.
 TEST_F(RelayBytes, SerialBytesAreServedWithoutAnyoneListening) {
-  const sim::UniqueFd other(ZSK_BindTCPSocketEx(config.ptz_port, ZSK_BIND_REUSEADDR));
+  const tools::UniqueFd other(ZSK_BindTCPSocketEx(config.ptz_port, ZSK_BIND_REUSEADDR));
   ASSERT_TRUE(other.IsOpen());
   Start({"1"});
   EXPECT_EQ(daemon->Errors().find("ZSK_ConnectTCPSocket"), std::string::npos);

@@ -154,7 +154,7 @@ TEST_F(Map, CopiesWithinItsBounds) {
 // Of the file its first byte.
 TEST_F(Map, HoldsTheFileWheneverItChangesTheSemaphore) {
   ASSERT_EQ(Init(), "0 ");
-  const sim::UniqueFd file(open(kPath, O_RDWR | O_CLOEXEC));
+  const tools::UniqueFd file(open(kPath, O_RDWR | O_CLOEXEC));
   int changes = 0;
   g_on_semop = [&] {
     struct flock lock = {};

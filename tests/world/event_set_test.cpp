@@ -11,8 +11,8 @@ namespace {
 using SlotList = std::vector<int>;
 
 // A descriptor that is readable once it is filled.
-struct Source : sim::UniqueFd {
-  Source() : UniqueFd(eventfd(0, EFD_CLOEXEC)) {}
+struct Source : tools::UniqueFd {
+  Source() : tools::UniqueFd(eventfd(0, EFD_CLOEXEC)) {}
   void Fill() const { EXPECT_EQ(eventfd_write(Get(), 1), 0); }
 };
 

@@ -41,7 +41,7 @@ auto ConnectASync(const char* host) {
 
 // Not from a socket, and with -1 from nothing.
 int ReceiveLocal() {
-  const sim::UniqueFd no_socket(eventfd(1, EFD_CLOEXEC));
+  const tools::UniqueFd no_socket(eventfd(1, EFD_CLOEXEC));
   char byte;
   return ZSK_RecvLocalUDPData(no_socket.Get(), 1, &byte, 1);
 }
@@ -121,7 +121,7 @@ TEST(FailureTexts, Sockets) {
        "-1 [CSYSMGR_SendPacket] : error while send message : " + denied + '\n'},
   };
   const sim::UdpPeer datagrams(kTaken);
-  const sim::UniqueFd stream(ZSK_BindTCPSocket(kTaken));
+  const tools::UniqueFd stream(ZSK_BindTCPSocket(kTaken));
   const auto descriptors = support::OpenDescriptors();
   for (const auto& row : rows) {
     const FailingCall call(row.call);

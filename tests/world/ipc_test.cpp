@@ -64,7 +64,7 @@ TEST_F(Channel, OpensAndClosesItsSocket) {
     EXPECT_EQ(support::LocalAddress(fd), bound);
     Close();
     EXPECT_EQ(channel_.GetSocket(&channel_), -1);
-    const sim::UniqueFd reused(dup(0));  // takes the number that became free
+    const tools::UniqueFd reused(dup(0));  // takes the number that became free
     EXPECT_EQ(reused.Get(), fd);
     Close();
     EXPECT_GE(fcntl(fd, F_GETFD), 0);

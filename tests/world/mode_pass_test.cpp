@@ -68,7 +68,7 @@ class ModePassTest : public testing::Test {
   }
 
   sim::PtyLine line_;
-  const sim::UniqueFd near_end_{open(ptsname(line_.FarEnd()), O_RDWR | O_NOCTTY | O_NONBLOCK)};
+  const tools::UniqueFd near_end_{open(ptsname(line_.FarEnd()), O_RDWR | O_NOCTTY | O_NONBLOCK)};
   SerialPort port_{};
   inline static std::atomic<int32_t> stop_ = 0;
   CFDEVENT events_;
@@ -96,7 +96,7 @@ TEST_F(ModePassTest, WhatComesWhileTheLineIsBusyIsNotPassedOver) {
 
 // SIGTERM between the pass's look at the flag and its wait.
 TEST_F(ModePassTest, DoesNotSleepOnceItIsToldToEnd) {
-  const sim::UniqueFd stop_event(eventfd(0, EFD_CLOEXEC));
+  const tools::UniqueFd stop_event(eventfd(0, EFD_CLOEXEC));
   g_rs232_stop_event = stop_event.Get();
   hooks_.periodic = [](void* /*mode*/) {
     stop_ = 1;
@@ -118,7 +118,7 @@ TEST_F(ModePassTest, PausesAfterAReceiveThatFailed) {
   for (int i = 0; i < kPasses; ++i)
     sim::UdpPeer().SendTo(kCommandPort, {});
   support::ExpectTakes(kPasses, [&] { support::OnStderr(pass); });
-  const sim::UniqueFd udp_socket(context_.udp_socket);
+  const tools::UniqueFd udp_socket(context_.udp_socket);
   context_.udp_socket = eventfd(1, EFD_CLOEXEC);  // readable, but no socket
   events_.Add(&events_, context_.udp_socket);
   support::ExpectTakes(kPasses, pass);

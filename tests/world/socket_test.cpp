@@ -18,34 +18,34 @@ namespace {
 
 using sim::Bytes;
 using sim::UdpPeer;
-using sim::UniqueFd;
 using std::string;
 using support::ExpectTakes;
 using support::OnStdout;
 using support::Option;
+using tools::UniqueFd;
 
 constexpr int kPort = 4100;
 
 TEST(TcpConnect, ConnectsByNameAndByAddress) {
-  const UniqueFd listener(ZSK_BindTCPSocketEx(kPort, ZSK_BIND_REUSEADDR));
+  const tools::UniqueFd listener(ZSK_BindTCPSocketEx(kPort, ZSK_BIND_REUSEADDR));
   for (const auto& [host, port] : {std::pair("127.0.0.1", kPort), {"localhost", kPort + 65536}}) {
-    const UniqueFd plain(ZSK_ConnectTCPSocket(host, port));
+    const tools::UniqueFd plain(ZSK_ConnectTCPSocket(host, port));
     EXPECT_EQ(fcntl(plain.Get(), F_GETFL) & O_NONBLOCK, 0);
     EXPECT_EQ(Option(plain.Get(), SOL_SOCKET, SO_SNDTIMEO), 0);  // its seconds: sends may block
-    EXPECT_TRUE(UniqueFd(accept(listener.Get(), nullptr, nullptr)).IsOpen());
+    EXPECT_TRUE(tools::UniqueFd(accept(listener.Get(), nullptr, nullptr)).IsOpen());
     int fd = -1;
     const int result = ZSK_ASyncConnectTCPSocket(&fd, host, port);
-    const UniqueFd async(fd);
+    const tools::UniqueFd async(fd);
     EXPECT_TRUE(result == 0 || result == 1) << result;
     EXPECT_NE(fcntl(fd, F_GETFL) & O_NONBLOCK, 0);
     pollfd writable = {.fd = fd, .events = POLLOUT, .revents = 0};
     EXPECT_EQ(poll(&writable, 1, 5000), 1);
     EXPECT_EQ(Option(fd, SOL_SOCKET, SO_ERROR), 0);
-    EXPECT_TRUE(UniqueFd(accept(listener.Get(), nullptr, nullptr)).IsOpen());
+    EXPECT_TRUE(tools::UniqueFd(accept(listener.Get(), nullptr, nullptr)).IsOpen());
   }
   // Where nobody accepts the connection stays in progress, and nobody waits for it.
   ASSERT_EQ(listen(listener.Get(), 0), 0);
-  const UniqueFd queued(ZSK_ConnectTCPSocket("127.0.0.1", kPort));
+  const tools::UniqueFd queued(ZSK_ConnectTCPSocket("127.0.0.1", kPort));
   int fd = -1;
   EXPECT_EQ(ZSK_ASyncConnectTCPSocket(&fd, "127.0.0.1", kPort), 1);
   close(fd);
@@ -54,7 +54,7 @@ TEST(TcpConnect, ConnectsByNameAndByAddress) {
 TEST(TcpListener, TakesTheOptionsAsked) {
   constexpr int kFreshPort = 4200;  // never used before: without SO_REUSEADDR that counts
   for (const int options : {0, 1, 2, 3}) {
-    const UniqueFd fd(ZSK_BindTCPSocketEx(65536 + kFreshPort + options, options));
+    const tools::UniqueFd fd(ZSK_BindTCPSocketEx(65536 + kFreshPort + options, options));
     EXPECT_EQ(support::LocalAddress(fd.Get()), "0.0.0.0 " + std::to_string(kFreshPort + options));
     EXPECT_EQ(Option(fd.Get(), SOL_SOCKET, SO_REUSEADDR) != 0, (options & 1) != 0);
     EXPECT_EQ(Option(fd.Get(), IPPROTO_TCP, TCP_NODELAY) != 0, (options & 2) != 0);
@@ -67,11 +67,11 @@ TEST(TcpListener, TakesTheOptionsAsked) {
 
 TEST(TcpListener, BindsToTheAddressOfItsKind) {
   // What this system makes of a wish for 4 MiB.
-  const UniqueFd other(socket(AF_INET, SOCK_STREAM, 0));
+  const tools::UniqueFd other(socket(AF_INET, SOCK_STREAM, 0));
   const int wish = 4194304;
   setsockopt(other.Get(), SOL_SOCKET, SO_SNDBUF, &wish, sizeof(wish));
   const auto expect = [&](int made, const char* address) {
-    const UniqueFd fd(made);
+    const tools::UniqueFd fd(made);
     EXPECT_EQ(support::LocalAddress(made), string(address) + ' ' + std::to_string(kPort));
     EXPECT_EQ(Option(made, SOL_SOCKET, SO_REUSEADDR), 1);
     EXPECT_EQ(Option(made, SOL_SOCKET, SO_SNDBUF), Option(other.Get(), SOL_SOCKET, SO_SNDBUF));
@@ -101,7 +101,7 @@ TEST(TcpDottedQuad, LooksAtTheFormOnly) {
 class TcpSendStream : public testing::Test {
  protected:
   TcpSendStream() {
-    const UniqueFd listener(ZSK_BindTCPSocketEx(kPort, ZSK_BIND_REUSEADDR));
+    const tools::UniqueFd listener(ZSK_BindTCPSocketEx(kPort, ZSK_BIND_REUSEADDR));
     sender_.Reset(ZSK_ConnectTCPSocket("127.0.0.1", kPort));
     receiver_.Reset(accept(listener.Get(), nullptr, nullptr));
     for (size_t i = 0; i < bytes_.size(); ++i)
@@ -111,7 +111,7 @@ class TcpSendStream : public testing::Test {
     return ZSK_SendTCPStream(sender_.Get(), bytes_.data(), static_cast<int>(size), timeout_s);
   }
 
-  UniqueFd sender_, receiver_;
+  tools::UniqueFd sender_, receiver_;
   sim::Bytes bytes_ = sim::Bytes(32 << 20);  // more than the system holds for a connection
 };
 
@@ -160,16 +160,16 @@ TEST_F(TcpSendStream, SurvivesAPeerThatIsGone) {
 }
 
 TEST(UdpSocket, BindsToLoopbackOnly) {
-  const UniqueFd fd(ZSK_OpenLocalUDPSSocket(65536 + kPort));
+  const tools::UniqueFd fd(ZSK_OpenLocalUDPSSocket(65536 + kPort));
   EXPECT_EQ(support::LocalAddress(fd.Get()), "127.0.0.1 4100");
   EXPECT_EQ(Option(fd.Get(), SOL_SOCKET, SO_REUSEADDR), 1);
-  const UniqueFd client(ZSK_OpenLocalUDPCSocket());
+  const tools::UniqueFd client(ZSK_OpenLocalUDPCSocket());
   EXPECT_EQ(support::LocalAddress(client.Get()), "0.0.0.0 0");
 }
 
 TEST(UdpSocket, SendsOneDatagram) {
   UdpPeer peer(kPort);
-  const UniqueFd fd(ZSK_OpenLocalUDPCSocket());
+  const tools::UniqueFd fd(ZSK_OpenLocalUDPCSocket());
   for (const string& text : {string("hello"), string(), string(65507, 'x')}) {
     const int length = static_cast<int>(text.size());
     EXPECT_EQ(ZSK_SendLocalUDPData(fd.Get(), 65536 + kPort, text.data(), length), length);
@@ -183,7 +183,7 @@ TEST(UdpSocket, SendsOneDatagram) {
 }
 
 TEST(UdpSocket, ReceivesWithoutWaiting) {
-  const UniqueFd fd(ZSK_OpenLocalUDPSSocket(kPort));
+  const tools::UniqueFd fd(ZSK_OpenLocalUDPSSocket(kPort));
   UdpPeer peer;
   string buffer(8, '~');
   const auto receive = [&](int from) { return ZSK_RecvLocalUDPData(from, 1, buffer.data(), 8); };
@@ -198,7 +198,7 @@ TEST(UdpSocket, ReceivesWithoutWaiting) {
 }
 
 TEST(UdpSocket, ReceivesWithALimit) {
-  const UniqueFd fd(ZSK_OpenLocalUDPSSocket(kPort));
+  const tools::UniqueFd fd(ZSK_OpenLocalUDPSSocket(kPort));
   UdpPeer peer;
   char byte = 0;
   sockaddr_in from = {};
@@ -222,7 +222,7 @@ TEST(UdpSocket, ReceivesWithALimit) {
 
 // Where it is asked not to wait, it blocks: here until the limit of the socket itself.
 TEST(RealTimeUdpSocket, BlocksUntilItBecomesNonBlocking) {
-  const UniqueFd fd(ZSK_OpenLocalUDPSSocket(kPort));
+  const tools::UniqueFd fd(ZSK_OpenLocalUDPSSocket(kPort));
   char byte = 0;
   sockaddr_in from = {};
   const timeval limit = {.tv_sec = 1, .tv_usec = 0};
@@ -239,7 +239,7 @@ TEST(RealTimeUdpSocket, BlocksUntilItBecomesNonBlocking) {
 }
 
 TEST(UdpSocket, EnlargesItsBuffer) {
-  const UniqueFd fd(ZSK_OpenLocalUDPCSocket());
+  const tools::UniqueFd fd(ZSK_OpenLocalUDPCSocket());
   for (const int option : {SO_SNDBUF, SO_RCVBUF}) {
     const int before = ZSK_GetSocketBufferSize(fd.Get(), option);
     EXPECT_EQ(Option(fd.Get(), SOL_SOCKET, option), before);
@@ -254,7 +254,7 @@ TEST(UdpSocket, EnlargesItsBuffer) {
 
 // An option that takes only 0 to 3 stands in for a system that refuses large buffers.
 TEST(UdpSocket, GoesHalfwayWhereTheSystemRefuses) {
-  const UniqueFd fd(ZSK_OpenLocalUDPCSocket());
+  const tools::UniqueFd fd(ZSK_OpenLocalUDPCSocket());
   constexpr int kBufferLock = 72;                                    // SO_BUF_LOCK
   EXPECT_EQ(ZSK_SetSocketBufferSize(fd.Get(), 40, kBufferLock), 2);  // 40, 20, 10, 5, 2
   EXPECT_EQ(ZSK_SetSocketBufferSize(fd.Get(), 20, kBufferLock), 3);  // 20, 11, 6, 4, 3

@@ -58,7 +58,7 @@ TEST(Resources, PortsAreTheDaemonsAsLongAsItRuns) {
   Rs232Context context = {};
   support::OnStderr([&] { EXPECT_EQ(OpenResources(&settings, &context), OpenResult::kReady); });
   const auto take = [](int port) {
-    return sim::UniqueFd(ZSK_OpenLocalUDPSSocket(port)).Get() >= 0;
+    return tools::UniqueFd(ZSK_OpenLocalUDPSSocket(port)).Get() >= 0;
   };
   for (const bool is_free : {false, true}) {
     for (const int port : {settings.udp_port, settings.command_port})
