@@ -13,8 +13,8 @@
 #include <type_traits>
 
 #include "sim/device.h"
-#include "tools/unique_fd.h"
 #include "sim/wait.h"
+#include "tools/unique_fd.h"
 
 namespace support {
 
