@@ -9,7 +9,7 @@
 #include "net/ipv4_address.h"
 #include "net/udp_socket.h"
 #include "util/bytes.h"
-#include "util/sleep.h"
+#include "util/time_mark.h"
 
 namespace {
 

@@ -6,6 +6,7 @@
 
 #include "lens/i2m.h"
 #include "util/sleep.h"
+#include "util/time_mark.h"
 
 namespace {
 

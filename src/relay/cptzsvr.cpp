@@ -17,7 +17,7 @@
 #include "net/readable.h"
 #include "net/tcp_socket.h"
 #include "net/udp_socket.h"
-#include "util/sleep.h"
+#include "util/time_mark.h"
 
 namespace {
 

@@ -10,6 +10,7 @@
 #include "relay/cfdevent.h"
 #include "serial/serial_port.h"
 #include "util/sleep.h"
+#include "util/time_mark.h"
 
 namespace {
 

@@ -15,6 +15,7 @@
 #include "serial/serial_port.h"
 #include "util/notify.h"
 #include "util/sleep.h"
+#include "util/time_mark.h"
 
 namespace {
 

@@ -16,6 +16,7 @@
 #include "util/conf_file.h"
 #include "util/notify.h"
 #include "util/sleep.h"
+#include "util/time_mark.h"
 
 std::atomic<SerialPort*> g_serial_port = nullptr;
 

@@ -11,7 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "util/sleep.h"
+#include "util/time_mark.h"
 
 namespace {
 

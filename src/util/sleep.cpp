@@ -25,10 +25,6 @@ void SleepUntil(int64_t monotonic_ns) {
 
 }  // namespace
 
-int64_t CUTIL_MonotonicUs() {
-  return MonotonicNs() / kNsPerUs;
-}
-
 void CUTIL_SleepUs(int64_t microseconds) {
   const int64_t until_ns = MonotonicNs() + microseconds * kNsPerUs;
   while (true) {

@@ -1,10 +1,7 @@
-// Monotonic time, and a pause that a signal does not shorten.
+// A pause that a signal does not shorten.
 #pragma once
 
 #include <cstdint>
-
-// Microseconds of the monotonic clock: for measuring and limiting, never for showing.
-int64_t CUTIL_MonotonicUs();
 
 // Sleeps for at least `microseconds` of monotonic time on the calling thread. A signal handler
 // that runs meanwhile does not end the pause: the rest of it is slept as well. Reports to the

@@ -50,6 +50,12 @@ int CUTIL_GetTimeMono(MonoTimeMark* mark_out) {
   return 0;
 }
 
+int64_t CUTIL_MonotonicUs() {
+  timespec now;
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return static_cast<int64_t>(now.tv_sec) * kUsPerS + now.tv_nsec / int64_t{kNsPerUs};
+}
+
 int CUTIL_CheckTimeoutAt(const TimeMark& mark, const TimeMark& now, int limit_ms) {
   const int64_t elapsed_us = ElapsedUs(mark, now);
   if (now.seconds < mark.seconds || elapsed_us < 0) return 0;

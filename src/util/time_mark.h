@@ -7,6 +7,9 @@
 
 #include <cstdint>
 
+// Microseconds of the monotonic clock: for measuring and limiting, never for showing.
+int64_t CUTIL_MonotonicUs();
+
 // A moment of the wall clock.
 struct TimeMark {
   uint32_t seconds;
