@@ -4,6 +4,7 @@
 #include <array>
 #include <cstring>
 
+#include "serial/serial_port.h"
 #include "tools/failure.h"
 #include "tools/files.h"
 #include "tools/nearest_name.h"
@@ -14,12 +15,14 @@ namespace tools {
 
 namespace {
 
-constexpr auto kBauds =
-    std::to_array<int32_t>({1200, 2400, 4800, 9600, 19200, 38400, 57600, 115200});
+constexpr auto kBauds = [] {
+  std::array<int32_t, SERIAL_SPEEDS.size()> rates{};
+  std::ranges::transform(SERIAL_SPEEDS, rates.begin(), &SerialSpeed::baud_rate);
+  return rates;
+}();
 constexpr auto kParities = std::to_array<ParamWord>({{"none", 0}, {"even", 1}, {"odd", 2}});
 constexpr auto kSwitch = std::to_array<ParamWord>({{"off", 0}, {"on", 1}});
 
-constexpr int32_t kBaudDefault = 9600;
 constexpr int32_t kDataBitsDefault = 8;
 constexpr int32_t kPtzPortDefault = 4001;
 constexpr int32_t kPortMax = INT16_MAX;  // the daemon keeps it in 16 bits, signed
@@ -37,7 +40,7 @@ constexpr auto kFields = std::to_array<ParamField>({
      "serial ports of the device; the daemon needs 2"},
     {"baud",
      PARAM_SERIAL2_BAUD,
-     kBaudDefault,
+     SERIAL_DEFAULT_SPEED.baud_rate,
      kBauds,
      {},
      0,

@@ -14,6 +14,7 @@
 // First parameter of CAMERA_CODE_AF_MODE for daemon mode; any other is micom mode.
 constexpr int8_t LENS_AF_MODE_DAEMON = 3;
 
-// Returns 0 at the stop flag (some seconds later when the P-iris worker sleeps), or -1 at once when
-// `p_param` is null. The firmware-update command ends in the device's reboot.
+// Returns 0 at the stop flag (some seconds later when the P-iris worker is in the pauses of a
+// request), or -1 at once when `p_param` is null. The firmware-update command ends in the device's
+// reboot.
 int camd_a5s(Rs232Context* p_param);

@@ -2,8 +2,8 @@
 //
 // Runs in the P-iris worker, beside the lens loop. About ten times a second it asks the camera
 // daemon for its exposure figures, opens or closes the iris as the regulator says, and tells the
-// camera daemon which exposure setting goes with the iris. Nothing ends the regulation but the
-// mode's end; the regulator is not reset when it is switched off and on again.
+// camera daemon which exposure setting goes with the iris. An AF-mode
+// command switches the regulation off and on; the regulator keeps its state meanwhile.
 #pragma once
 
 #include <cstdint>

@@ -34,28 +34,11 @@ SerialPort g_port = {.fd = -1,
 
 // --- Line settings ---------------------------------------------------------------------------
 
-struct SpeedRow {
-  int32_t baud_rate;
-  speed_t code;
-};
-
-constexpr std::array<SpeedRow, 8> kSpeeds = {{
-    {1200, B1200},
-    {2400, B2400},
-    {4800, B4800},
-    {9600, B9600},
-    {19200, B19200},
-    {38400, B38400},
-    {57600, B57600},
-    {115200, B115200},
-}};
-constexpr SpeedRow kDefaultSpeed = {9600, B9600};
-
 speed_t SpeedCode(int32_t baud_rate) {
-  for (const SpeedRow& row : kSpeeds) {
+  for (const SerialSpeed& row : SERIAL_SPEEDS) {
     if (row.baud_rate == baud_rate) return row.code;
   }
-  return kDefaultSpeed.code;
+  return SERIAL_DEFAULT_SPEED.code;
 }
 
 tcflag_t SizeFlag(int32_t data_bits) {
@@ -103,16 +86,18 @@ constexpr int64_t kDrainAfterStopUs = 1'000'000;
 constexpr long kDrainLookNs = 50'000'000;
 // How often the output queue is looked at where there is no timer for that.
 constexpr int64_t kQueueLookUs = 1'000;
+// Bytes that a device may still hold when the queue is empty.
+constexpr int kFifoSize = 128;
 
 // Bits per second at which the device really runs.
 int64_t PresentBaudRate(int fd) {
   termios settings;
-  if (tcgetattr(fd, &settings) != 0) return kDefaultSpeed.baud_rate;
+  if (tcgetattr(fd, &settings) != 0) return SERIAL_DEFAULT_SPEED.baud_rate;
   const speed_t code = cfgetospeed(&settings);
-  for (const SpeedRow& row : kSpeeds) {
+  for (const SerialSpeed& row : SERIAL_SPEEDS) {
     if (row.code == code) return row.baud_rate;
   }
-  return kDefaultSpeed.baud_rate;
+  return SERIAL_DEFAULT_SPEED.baud_rate;
 }
 
 // How long a wait may last: what everything queued on the device can take, and once the daemon is
@@ -195,6 +180,7 @@ bool DrainByQueue(int fd, int written) {
     if (IsOver(limit)) return false;
     CUTIL_SleepUs(kQueueLookUs);
   }
+  CUTIL_SleepUs(LineTimeUs(fd, std::clamp(written, 0, kFifoSize)));
   return true;
 }
 

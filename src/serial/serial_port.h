@@ -8,6 +8,7 @@
 
 #include <termios.h>
 
+#include <array>
 #include <atomic>
 #include <csignal>
 #include <cstdint>
@@ -18,9 +19,26 @@
 constexpr char SERIAL_CAPABILITIES_PATH[] = "/etc/capabilities.conf";
 constexpr char SERIAL_DEVICE_KEY[] = "Serial.2.DevPath";
 
+// A speed of the line: bits per second, and the terminal interface's code.
+struct SerialSpeed {
+  int32_t baud_rate;
+  speed_t code;
+};
+constexpr std::array<SerialSpeed, 8> SERIAL_SPEEDS = {{
+    {1200, B1200},
+    {2400, B2400},
+    {4800, B4800},
+    {9600, B9600},
+    {19200, B19200},
+    {38400, B38400},
+    {57600, B57600},
+    {115200, B115200},
+}};
+constexpr SerialSpeed SERIAL_DEFAULT_SPEED = {9600, B9600};
+
 // Line settings as the parameter block stores them.
 struct SerialLine {
-  int32_t baud_rate;  // bits per second, 1200 to 115200 in the usual steps; any other is 9600
+  int32_t baud_rate;  // of SERIAL_SPEEDS; any other is SERIAL_DEFAULT_SPEED
   int32_t data_bits;  // 5, 6, 7; any other is 8
   int32_t parity;     // 1 even, 2 odd; any other is none
   int32_t stop_bits;  // 2; any other is 1
