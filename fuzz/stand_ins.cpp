@@ -3,7 +3,6 @@
 #include <sys/time.h>
 
 #include <cerrno>
-#include <csignal>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>

@@ -261,8 +261,7 @@ TEST_F(Serial, WaitsUntilTheLineIsIdle) {
 using RealTimeSerial = Serial;
 TEST_F(RealTimeSerial, DrainOfADriverThatHangsIsGivenUp) {
   // A margin past the 500 ms of its queue; told to end.
-  for (const auto& [size, queued, stop, least_ms] :
-       {std::array{3, 400, 0, 700}, {4000, 0, 1, 1000}}) {
+  for (const auto& [size, queued, stop, ms] : {std::array{3, 400, 0, 700}, {4000, 0, 1, 1000}}) {
     SlowDriver driver = {.status_error = ENOTTY, .busy = -1, .queued = queued, .hangs = true};
     g_driver = &driver;
     g_rs232_stop = stop;
@@ -281,7 +280,7 @@ TEST_F(RealTimeSerial, DrainOfADriverThatHangsIsGivenUp) {
     const auto begin = sim::Clock::now();
     EXPECT_EQ(worker.Start(&worker), 0);
     EXPECT_TRUE(WaitUntil([&] { return worker.state == CTHREAD_STOPPED; }));
-    EXPECT_GE(sim::Clock::now() - begin, sim::milliseconds(least_ms));
+    EXPECT_GE(sim::Clock::now() - begin, sim::milliseconds(ms));
     port_.Close(&port_);
     EXPECT_EQ(driver.flushes, 1);
     g_rs232_stop = 0;
