@@ -1,0 +1,86 @@
+#!/bin/sh
+# Boots a board in an emulator (Debian's kernel for ARM, BusyBox, the armhf package) and tries what a
+# pseudo-terminal cannot show: a real serial driver, USB adapters, reboots, power cuts.
+#   ./board.sh [--quick | --long] [TEST...]
+#   ./board.sh --shell [MODEL]
+# TEST: settings, drain, break, idle, stop, unbound, usb, update, cuts; all without one. One line for
+# each; status 1 when one failed.
+# --quick: settings, stop and 3 power cuts, in about a minute; --long: 100 power cuts instead of 20
+# --shell: a console on the board, with the far end of MODEL on its line; MODEL: QB-620 (default, a
+# PTZ head), QB-210, QB-310 (camera modules), QB-420 (a lens), ...; `poweroff` ends it
+set -eu
+cd "$(dirname "$0")"
+
+usage() { sed -n '2,11s/^# \{0,1\}//p' "$0"; }
+
+refuse() {
+  usage >&2
+  exit 2
+}
+
+fail() {
+  echo "board.sh: $*" >&2
+  exit 1
+}
+
+tests="settings drain break idle stop unbound usb update cuts"
+case "${1:-}" in
+  -h | --help) usage; exit 0 ;;
+  --shell)
+    [ $# -le 2 ] || refuse
+    case "${2:-}" in -*) refuse ;; esac
+    ;;
+  *)
+    for word in "$@"; do
+      case " --quick --long $tests " in
+        *" $word "*) ;;
+        *) refuse ;;
+      esac
+    done
+    ;;
+esac
+
+# --- What the board is made of --------------------------------------------------------------------
+
+out=$PWD/build-board
+
+# Downloads a package of the board and unpacks it in $out/packages; nothing is installed.
+take_package() {
+  place=$out/packages/$1
+  [ ! -d "$place" ] || return 0
+  rm -rf "$out/download"
+  mkdir -p "$out/download" "$out/packages"
+  (cd "$out/download" && apt-get -o APT::Sandbox::User=root download -qq "$1:armhf") ||
+    fail "cannot download $1:armhf; the kernel of a board comes from Debian (bookworm or later)"
+  dpkg-deb -x "$out"/download/*.deb "$out/download/files"
+  mv "$out/download/files" "$place"
+  rm -rf "$out/download"
+}
+
+take_packages() {
+  kernel=$(apt-cache depends linux-image-armmp:armhf 2>/dev/null |
+    sed -n 's/^ *Depends: \(linux-image-[^:]*\).*/\1/p' | head -n 1)
+  # What is at hand will do where the lists of packages are gone.
+  [ -n "$kernel" ] || kernel=$(cd "$out/packages" 2>/dev/null && echo linux-image-*)
+  case "$kernel" in
+    '' | *'*'*) fail "there is no package linux-image-armmp:armhf to be had (Debian has it)" ;;
+  esac
+  for package in "$kernel" busybox-static libc6 libgcc-s1 libstdc++6 libjson-c5; do
+    take_package "$package"
+  done
+}
+
+build() {
+  cmake --preset release >/dev/null
+  cmake --build --preset release --target far_end
+  cmake --preset armhf >/dev/null
+  cmake --build --preset armhf --target installables
+  (cd build-armhf && cpack -G DEB >/dev/null)
+}
+
+./packaging/build-deps.sh
+./packaging/build-deps.sh --cross armhf qemu-system-arm cpio e2fsprogs python3
+take_packages
+build
+board/make_root.sh "$out" build-armhf/rs232d_*_armhf.deb
+exec python3 board/board_tests.py "$out" build/tests/far_end "$@"

@@ -1,0 +1,307 @@
+"""What is tried on the board; board.sh says how it is called."""
+import os
+import re
+import shutil
+import subprocess
+import sys
+import time
+
+from board import LINE, Board, Failed, FarEnd, await_true, expect
+
+# What the emulator and the socket hold of what the board has sent.
+ON_THE_WAY = 8
+STOP_S = 2.0
+RESIDENT_KIB = 2048
+BUSY = "U" * 2000
+
+
+# --- The serial driver ----------------------------------------------------------------------------
+
+ROWS = [(1200, "none", 8, 1), (2400, "even", 7, 2), (4800, "odd", 8, 1), (9600, "none", 5, 1),
+        (19200, "even", 8, 1), (38400, "odd", 7, 1), (57600, "none", 6, 2), (115200, "none", 8, 1)]
+FOUND = (4800, "E", 7, 2)
+
+
+def set_line(board, baud=9600, parity="none", data=8, stop=1):
+    board.run(f"rs232ctl params set baud={baud} parity={parity} data-bits={data} stop-bits={stop}")
+
+
+def test_settings(board):
+    """The UART runs as the parameter block says; after the stop as it was found."""
+    board.run("/etc/init.d/S60rs232d stop")
+    for baud, parity, data, stop in ROWS:
+        set_line(board, baud, parity, data, stop)
+        board.run(f"stty -F {LINE} 4800 cs7 parenb -parodd cstopb")
+        board.run("/etc/init.d/S60rs232d start")
+        board.await_serving()
+        wanted = (baud, parity[0].upper(), data, stop)
+        has = board.uart()[-1][1:]
+        expect(has == wanted, f"the UART has {has} in place of {wanted}")
+        board.run("/etc/init.d/S60rs232d stop")
+        has = board.uart()[-1][1:]
+        expect(has == FOUND, f"the UART was left with {has}, not as found: {FOUND}")
+    board.run(f"stty -F {LINE} 9600 cs8 -parenb -cstopb")
+    return f"{len(ROWS)} settings in the UART's registers, and restored"
+
+
+def test_drain(board):
+    """A write is over when the line has sent its last byte."""
+    set_line(board, 1200)
+    board.start("1")
+    board.line.clear()
+    board.run(f"rs232ctl write --text {'U' * 240}")
+    board.await_run("grep -q 'SEND *240' /tmp/log")
+    end = time.time()
+    await_true("240 bytes", lambda: len(board.line.received()) >= 240)
+    late = end - board.line.arrivals[-1][0]
+    expect(-0.1 < late < 1, f"the write was over {late:.2f} s after the last byte")
+    return f"the write of 2 s was over {late:.2f} s after the last byte"
+
+
+def test_break(board):
+    """A break is a byte 0 for the clients, and the line goes on."""
+    set_line(board)
+    board.start()
+    board.run("rm -f /tmp/client; sleep 600 | nc 127.0.0.1 4001 >/tmp/client & sleep 1")
+    board.ask("chardev-send-break", id="line0")
+    board.line.send(b"after")
+    board.await_run("grep -q after /tmp/client")
+    got = board.run("od -An -tx1 /tmp/client; killall nc sleep")
+    expect(got.split() == "00 61 66 74 65 72".split(), f"the client has {got}")
+    return "a byte 0, and what came after it"
+
+
+def test_idle(board):
+    """Nothing to do, nothing done; resident memory on ARM."""
+    board.restart()
+    time.sleep(2)
+    look = "grep -h ^voluntary /proc/$(pidof rs232d)/task/*/status; grep VmRSS /proc/$(pidof rs232d)/status"
+    begin, end = [[int(n) for n in re.findall(r"(\d+)(?: kB)?$", text, re.M)]
+                  for text in (board.run(look), board.run(f"sleep 10; {look}"))]
+    wake_ups = sum(end[:-1]) - sum(begin[:-1])
+    expect(wake_ups <= 2, f"{wake_ups} wake-ups in 10 s")
+    expect(end[-1] <= RESIDENT_KIB, f"{end[-1]} KiB resident")
+    return f"{wake_ups} wake-ups in 10 s, {end[-1]} KiB resident"
+
+
+def test_stop(board):
+    """A stop on a busy line is short, and nothing leaves at another speed."""
+    set_line(board, 1200)
+    board.restart()
+    board.line.clear()
+    board.run(f"rs232ctl write --text {BUSY}")
+    time.sleep(0.5)
+    begin = time.time()
+    took = board.run("begin=$(up); pid=$(pidof rs232d); kill $pid; while [ -e /proc/$pid ]; do"
+                     " usleep 10000; done; echo $begin $(up)").split()
+    seconds = float(took[1]) - float(took[0])
+    time.sleep(1)
+    changed = [row[0] for row in board.uart() if row[0] > begin and row[1] != 1200]
+    expect(changed, "the speed was not restored")
+    sent = len(board.line.received())
+    wrong = sum(at > changed[0] for at, _ in board.line.arrivals)
+    expect(seconds <= STOP_S, f"the stop took {seconds:.1f} s")
+    expect(wrong <= ON_THE_WAY, f"{wrong} bytes left at another speed")
+    expect(0 < sent < len(BUSY), f"{sent} bytes were sent")
+    return f"{seconds:.2f} s with {len(BUSY)} bytes queued at 1200 baud; {sent} were sent"
+
+
+def test_unbound(board):
+    """The line is not said to be back while its driver is away."""
+    set_line(board)
+    board.start()
+    device = board.run(f"basename $(readlink /sys/class/tty/{os.path.basename(LINE)}/device)")
+    driver = "/sys/bus/pci/drivers/serial"
+    board.run(f"echo {device} >{driver}/unbind")
+    board.await_run("grep -q 'serial line lost' /tmp/log")
+    time.sleep(5)
+    told = (board.count("serial line lost"), board.count("serial line is back"))
+    expect(told == (1, 0), f"lost was said {told[0]} times, back {told[1]} times")
+    board.run(f"echo {device} >{driver}/bind")
+    board.await_run("grep -q 'serial line is back' /tmp/log")
+    board.line.clear()
+    board.run("rs232ctl write --text bound-again")
+    board.line.await_bytes(b"bound-again")
+    return "lost said once, back once the driver was there"
+
+
+def test_usb(out):
+    """A USB adapter goes away and comes back, idle and under load."""
+    with Board(out, usb=True) as board:
+        board.start()
+        for load in (False, True):
+            if load:
+                board.run(f"(while :; do rs232ctl write --text {BUSY}; done) >/dev/null 2>&1 &"
+                          " echo $! >/tmp/load")
+                time.sleep(2)
+            board.unplug()
+            board.await_run("[ $(grep -c 'serial line lost' /tmp/log) = %d ]" % (1 + load))
+            time.sleep(3)
+            expect(board.count("serial line is back") == load, "back was said without an adapter")
+            board.plug()
+            board.await_run("[ $(grep -c 'serial line is back' /tmp/log) = %d ]" % (1 + load))
+            if load:
+                board.run("kill $(cat /tmp/load)")
+            board.run("rs232ctl write --text plugged-%d" % load)
+            board.line.await_bytes(b"plugged-%d" % load)
+    return "served within a second or two of being plugged in, idle and under load"
+
+
+# --- Reboots --------------------------------------------------------------------------------------
+
+def test_update(out, program):
+    """New firmware for a camera module, the reboot after it, and the service after that."""
+    words = f"{out}/far_end.{os.getpid()}.log"
+    micom = FarEnd(program, "QB-310", words)
+    with Board(out, model="QB-310", reboots=True) as board:
+        board.attach(micom)
+        board.run("/etc/init.d/S60rs232d restart")
+        board.await_run("[ -s /var/nvt/camera.info ]")
+        board.run("head -c 3064 /dev/urandom >/tmp/image; rs232ctl firmware-update --yes /tmp/image")
+        micom.await_words("loader: all bytes are there, the checksum is right", 120)
+        board.read_console("@@RESET", 60, "micom_reset")
+        restarted = FarEnd(program, "QB-310", words)
+        board.attach(restarted)
+        micom.end()
+        board.await_up()
+        board.await_run("[ -s /var/nvt/camera.info ]")
+        board.run("rs232ctl ptz zoom-tele")
+        restarted.await_words("zoom")
+        restarted.end()
+    os.remove(words)
+    return "3000 bytes at 115200 baud, rebooted, served"
+
+
+# How long after a save the power goes, in seconds; None: while it is saved without a pause.
+CUTS = [0.5, 1, None, 2, 3, None, 4, 5, None, 8]
+STORED = r"zoom_position=(\d+)\nfocus_position=(\d+)"
+BAUDS = [1200, 2400, 4800, 19200]
+
+
+def stored(board):
+    return board.run("cat /etc/mfz.conf")
+
+
+def save(board, verb, settled=True):
+    """Has the lens moved, and its positions saved; returns what is stored then."""
+    before = stored(board)
+    board.run(f"rs232ctl ptz {verb}; rs232ctl ptz zoom-stop")
+    if settled:
+        board.await_run(f"[ \"$(cat /etc/mfz.conf)\" != \"{before}\" ]", 5)
+    return stored(board)
+
+
+def test_cuts(out, program, count):
+    """Power cuts after and during saves: settings whole and kept, no writer held up."""
+    disk = f"{out}/disk.{os.getpid()}.ext4"
+    shutil.copy(f"{out}/disk.ext4", disk)
+    lens = FarEnd(program, "QB-420", f"{out}/far_end.{os.getpid()}.log")
+    figures = dict.fromkeys(["broken", "old", "blocked", "params lost"], 0)
+    kept = baud = None
+    try:
+        for number in range(count + 1):
+            with Board(out, model="QB-420", disk=disk) as board:
+                board.attach(lens)
+                if number:
+                    look_after_cut(board, kept, baud, figures)
+                if number == count:
+                    break
+                wait = CUTS[number % len(CUTS)]
+                baud = BAUDS[number % len(BAUDS)]
+                verb = ["zoom-wide", "zoom-tele"][number % 2]
+                kept = save_before_cut(board, verb, baud, wait)
+    finally:
+        lens.end()
+        for file in (disk, lens.words):
+            os.remove(file)
+    told = ", ".join(f"{n} {what}" for what, n in figures.items())
+    expect(not any(figures.values()), f"{count} power cuts: {told}")
+    return f"{count} power cuts: {told}"
+
+
+def save_before_cut(board, verb, baud, wait):
+    """Saves as there is to lose; returns the positions that must be kept, None where any may be."""
+    if wait is None:
+        board.run(f"rs232ctl params set baud={baud}")
+        board.run("(while :; do for verb in wide tele; do rs232ctl ptz zoom-$verb;"
+                  " rs232ctl ptz zoom-stop; done; done) >/dev/null 2>&1 &")
+        time.sleep(3)
+        return None
+    positions = save(board, verb)
+    board.run(f"rs232ctl params set baud={baud}")
+    time.sleep(wait)
+    return positions
+
+
+def look_after_cut(board, kept, baud, figures):
+    text = stored(board)
+    figures["broken"] += not re.fullmatch(STORED, text)
+    figures["old"] += kept is not None and text != kept
+    figures["params lost"] += f"baud          {baud}" not in board.run("rs232ctl params show")
+    try:
+        save(board, "zoom-tele")
+        save(board, "zoom-wide")
+    except Failed:
+        figures["blocked"] += 1
+        board.run("rm -f /etc/temp.conf")
+
+
+# --- The run --------------------------------------------------------------------------------------
+
+ON_ONE_BOARD = {"settings": test_settings, "drain": test_drain, "break": test_break,
+                "idle": test_idle, "stop": test_stop, "unbound": test_unbound}
+
+
+def run_test(name, function, *arguments):
+    begin = time.time()
+    try:
+        verdict, text = "ok", function(*arguments)
+    except Failed as failure:
+        verdict, text = "FAILED", str(failure)
+    print(f"{verdict + ':':7s} {name:9s} {time.time() - begin:4.0f} s  {text}", flush=True)
+    return verdict == "ok"
+
+
+def run_on_one_board(out, names):
+    passed = True
+    for name in names:
+        # The line of a slow speed holds the transmitter up.
+        with Board(out, baud=1200 if name in ("drain", "stop") else 0) as board:
+            passed = run_test(name, ON_ONE_BOARD[name], board) and passed
+    return passed
+
+
+def run_tests(out, program, arguments):
+    names = [word for word in arguments if not word.startswith("--")]
+    is_quick = "--quick" in arguments
+    cuts = 3 if is_quick else 100 if "--long" in arguments else 20
+    every = ["settings", "stop", "cuts"] if is_quick else [*ON_ONE_BOARD, "usb", "update", "cuts"]
+    names = names or every
+    passed = run_on_one_board(out, [name for name in ON_ONE_BOARD if name in names])
+    for name, function, rest in (("usb", test_usb, []), ("update", test_update, [program]),
+                                 ("cuts", test_cuts, [program, cuts])):
+        if name in names:
+            passed = run_test(name, function, out, *rest) and passed
+    return passed
+
+
+def run_shell(out, program, model):
+    far_end = FarEnd(program, model)
+    print(f"board.sh: a {model}; `poweroff` ends it, rs232ctl --help tells what there is")
+    machine = Board.machine(out, model, usb=False, disk=None, reboots=False)
+    subprocess.run([*machine, "-chardev", "stdio,id=con,signal=off", "-serial", "chardev:con",
+                    "-chardev", f"serial,id=line0,path={far_end.pty}",
+                    "-device", "pci-serial,chardev=line0"], check=False)
+    far_end.end()
+
+
+def main():
+    out, program, *arguments = sys.argv[1:]
+    if arguments[:1] == ["--shell"]:
+        run_shell(out, program, *(arguments[1:] or ["QB-620"]))
+        return 0
+    return 0 if run_tests(out, program, arguments) else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())
