@@ -1,10 +1,10 @@
 #!/bin/sh
-# Boots a board in an emulator (Debian's kernel for ARM, BusyBox, the armhf package) and tries what a
-# pseudo-terminal cannot show: a real serial driver, USB adapters, reboots, power cuts.
+# Boots a board in an emulator (Debian's kernel for ARM, BusyBox, the armhf package) and tries what
+# a pseudo-terminal cannot show: a real serial driver, USB adapters, reboots, power cuts.
 #   ./board.sh [--quick | --long] [TEST...]
 #   ./board.sh --shell [MODEL]
-# TEST: settings, drain, break, idle, stop, unbound, usb, update, cuts; all without one. One line for
-# each; status 1 when one failed.
+# TEST: settings, drain, break, idle, stop, unbound, usb, update, cuts; all without one. One line
+# for each; status 1 when one failed.
 # --quick: settings, stop and 3 power cuts, in about a minute; --long: 100 power cuts instead of 20
 # --shell: a console on the board, with the far end of MODEL on its line; MODEL: QB-620 (default, a
 # PTZ head), QB-210, QB-310 (camera modules), QB-420 (a lens), ...; `poweroff` ends it
@@ -50,7 +50,7 @@ take_package() {
   [ ! -d "$place" ] || return 0
   rm -rf "$out/download"
   mkdir -p "$out/download" "$out/packages"
-  (cd "$out/download" && apt-get -o APT::Sandbox::User=root download -qq "$1:armhf") ||
+  (cd "$out/download" && apt-get -o APT::Sandbox::User=root download -qq "$1:armhf" 2>/dev/null) ||
     fail "cannot download $1:armhf; the kernel of a board comes from Debian (bookworm or later)"
   dpkg-deb -x "$out"/download/*.deb "$out/download/files"
   mv "$out/download/files" "$place"

@@ -11,8 +11,8 @@ import subprocess
 import threading
 import time
 
-BOOT_S = 60  # an idle machine takes 5
-COMMAND_S = 60
+BOOT_S = 240  # an idle machine takes 5
+COMMAND_S = 120
 LINE = "/dev/ttyS0"
 USB_LINE = "/dev/ttyUSB0"
 
@@ -26,7 +26,7 @@ def expect(condition, text):
         raise Failed(text)
 
 
-def await_true(what, condition, limit_s=20):
+def await_true(what, condition, limit_s=40):
     """Waits until condition() is true; returns what it returned."""
     end = time.time() + limit_s
     while True:
@@ -68,7 +68,7 @@ class Line:
     def send(self, data):
         self.far.sendall(data)
 
-    def await_bytes(self, data, limit_s=20):
+    def await_bytes(self, data, limit_s=40):
         await_true(f"{data!r} on the line", lambda: data in self.received(), limit_s)
 
 
@@ -80,8 +80,8 @@ class FarEnd:
     WORLD = """
         for place in /etc /var /run /mnt; do mount -t tmpfs tmpfs $place; done
         mkdir /var/nvt /mnt/pts
-        touch /mnt/ptmx /mnt/null
-        for node in pts ptmx null; do mount --bind /dev/$node /mnt/$node; done
+        mount -t devpts -o newinstance,ptmxmode=0666,mode=0620 devpts /mnt/pts
+        ln -s pts/ptmx /mnt/ptmx
         mount --move /mnt /dev
         exec setpriv --pdeathsig KILL "$@" """
 
@@ -92,16 +92,17 @@ class FarEnd:
         self.process = subprocess.Popen(
             ["unshare", namespaces, "sh", "-ec", self.WORLD, "sh", program, model, "4001"],
             stdin=subprocess.PIPE, stdout=output)
-        link = f"/proc/{self.process.pid}/root/dev/ttyS1"
+        root = f"/proc/{self.process.pid}/root"
+        link = f"{root}/dev/ttyS1"
         await_true("the far end's pty", lambda: os.path.islink(link) or self.process.poll())
         expect(self.process.poll() is None, f"no far end for {model}")
-        self.pty = os.readlink(link)
+        self.pty = root + os.readlink(link)
 
     def said(self, words):
         with open(self.words, errors="replace") as file:
             return words in file.read()
 
-    def await_words(self, words, limit_s=20):
+    def await_words(self, words, limit_s=40):
         await_true(f"far end: {words}", lambda: self.said(words), limit_s)
 
     def end(self):
@@ -200,7 +201,7 @@ class Board:
     def await_up(self):
         self.read_console("@@UP", BOOT_S, "boot")
         self.read_console("# ", BOOT_S, "shell")
-        self.console.sendall(b"stty -echo; PS1=; PS2=; alias up='cut -d\" \" -f1 /proc/uptime'; echo @@\"\"SHELL\n")
+        self.console.sendall(b"stty -echo; PS1=; PS2=; echo @@''SHELL\n")
         self.read_console("@@SHELL", COMMAND_S, "shell")
         self.await_serving()
 
@@ -214,11 +215,11 @@ class Board:
                f"{command}: status {match[2]}: {match[1]}")
         return match[1].replace("\r", "").strip()
 
-    def await_run(self, command, limit_s=20):
+    def await_run(self, command, limit_s=40):
         """Until a command succeeds, on the board."""
         polls = limit_s * 20
-        self.run(f"n=0; until {command}; do n=$((n + 1)); [ $n -lt {polls} ] || break; usleep 50000;"
-                 f" done; [ $n -lt {polls} ]", limit_s * 4 + COMMAND_S)
+        self.run(f"n=0; until {command}; do n=$((n + 1)); [ $n -lt {polls} ] || break;"
+                 f" usleep 50000; done; [ $n -lt {polls} ]", limit_s * 4 + COMMAND_S)
 
     def await_serving(self):
         self.await_run("grep -q ':2721 ' /proc/net/udp")  # the command channel
@@ -230,9 +231,7 @@ class Board:
         self.await_serving()
 
     def restart(self):
-        self.run("if pidof rs232d >/dev/null && ! [ -e /var/run/rs232d.pid ]; then"
-                 " kill $(pidof rs232d); while pidof rs232d >/dev/null; do usleep 20000; done; fi;"
-                 " /etc/init.d/S60rs232d restart")
+        self.run("/etc/init.d/S60rs232d restart")
         self.await_serving()
 
     def count(self, words):
@@ -268,7 +267,8 @@ class Board:
 
     def uart(self):
         """[(time, baud, parity, data bits, stop bits)]: every setting that the UART has had."""
-        row = r"@(\d+\.\d+):serial_update_parameters baudrate=(\d+) parity='(.)' data=(\d) stop=(\d)"
+        row = (r"@(\d+\.\d+):serial_update_parameters "
+               r"baudrate=(\d+) parity='(.)' data=(\d) stop=(\d)")
         with open(self.uart_log) as file:
             found = re.findall(row, file.read())
         return [(float(at), int(baud), parity, int(data), int(stop))

@@ -26,7 +26,7 @@ done
 cp "$(find "$out/packages/busybox-static" -path '*bin/busybox' | head -n 1)" "$root/bin/busybox"
 ln -s busybox "$root/bin/sh"
 for library in $libraries; do
-  cp -L "$(find "$out/packages" -name "$library" ! -path '*/debug/*' | head -n 1)" "$root/lib/$library"
+  cp -L "$(find "$out/packages" -name "$library" | head -n 1)" "$root/lib/$library"
 done
 for module in $modules; do
   # Some are part of some kernels.
