@@ -83,4 +83,4 @@ build() {
 take_packages
 build
 board/make_root.sh "$out" build-armhf/rs232d_*_armhf.deb
-exec python3 board/board_tests.py "$out" build/tests/far_end "$@"
+exec python3 -B board/board_tests.py "$out" build/tests/far_end "$@"

@@ -8,6 +8,7 @@ import re
 import select
 import socket
 import subprocess
+import tempfile
 import threading
 import time
 
@@ -74,8 +75,7 @@ class Line:
 
 class FarEnd:
     """A head, module or lens on a pty: the bench's own (tests/service/far_end.cpp), in a mount
-    namespace where it may write its files. `words` is the file that it prints to; None: to
-    standard output."""
+    namespace where it may write its files. Its words are kept, or `shown` on standard output."""
 
     WORLD = """
         for place in /etc /var /run /mnt; do mount -t tmpfs tmpfs $place; done
@@ -85,37 +85,38 @@ class FarEnd:
         mount --move /mnt /dev
         exec setpriv --pdeathsig KILL "$@" """
 
-    def __init__(self, program, model, words=None):
-        self.words = words
+    def __init__(self, program, model, shown=False):
+        self.words = tempfile.NamedTemporaryFile()
         namespaces = "-mn" if os.geteuid() == 0 else "-rmn"
-        output = open(words, "wb") if words else None
         self.process = subprocess.Popen(
             ["unshare", namespaces, "sh", "-ec", self.WORLD, "sh", program, model, "4001"],
-            stdin=subprocess.PIPE, stdout=output)
+            stdin=subprocess.PIPE, stdout=None if shown else self.words)
         root = f"/proc/{self.process.pid}/root"
         link = f"{root}/dev/ttyS1"
         await_true("the far end's pty", lambda: os.path.islink(link) or self.process.poll())
         expect(self.process.poll() is None, f"no far end for {model}")
         self.pty = root + os.readlink(link)
 
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.process.kill()
+        self.process.wait()
+
     def said(self, words):
-        with open(self.words, errors="replace") as file:
+        with open(self.words.name, errors="replace") as file:
             return words in file.read()
 
     def await_words(self, words, limit_s=40):
         await_true(f"far end: {words}", lambda: self.said(words), limit_s)
-
-    def end(self):
-        self.process.kill()
-        self.process.wait()
 
 
 class Board:
     """One board, from power on to power off (`with`). `out` holds what it boots from."""
 
     def __init__(self, out, model="QB-620", usb=False, disk=None, baud=0, reboots=False):
-        self.uart_log = f"{out}/uart.{os.getpid()}.log"
-        open(self.uart_log, "w").close()
+        self.uart_log = tempfile.NamedTemporaryFile()
         self.console, console = socket.socketpair()
         self.qmp, qmp = socket.socketpair()
         far, near = socket.socketpair()
@@ -128,7 +129,7 @@ class Board:
         for name, end in self.ends.items():
             arguments += ["-chardev", f"socket,id={name},fd={end.fileno()}"]
         arguments += ["-serial", "chardev:con", "-mon", "chardev=qmp,mode=control"]
-        arguments += ["-trace", "serial_update_parameters", "-D", self.uart_log,
+        arguments += ["-trace", "serial_update_parameters", "-D", self.uart_log.name,
                       "-msg", "timestamp=on"]
         if usb:
             arguments += ["-device", "nec-usb-xhci,id=usb", "-device", self.adapter()]
@@ -245,7 +246,9 @@ class Board:
 
     def await_qmp(self, is_wanted):
         while True:
-            reply = json.loads(self.qmp_file.readline())
+            line = self.qmp_file.readline()
+            expect(line, "the emulator has ended")
+            reply = json.loads(line)
             if is_wanted(reply):
                 expect("error" not in reply, f"emulator: {reply}")
                 return reply
@@ -269,7 +272,7 @@ class Board:
         """[(time, baud, parity, data bits, stop bits)]: every setting that the UART has had."""
         row = (r"@(\d+\.\d+):serial_update_parameters "
                r"baudrate=(\d+) parity='(.)' data=(\d) stop=(\d)")
-        with open(self.uart_log) as file:
+        with open(self.uart_log.name) as file:
             found = re.findall(row, file.read())
         return [(float(at), int(baud), parity, int(data), int(stop))
                 for at, baud, parity, data, stop in found]

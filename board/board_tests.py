@@ -4,9 +4,10 @@ import re
 import shutil
 import subprocess
 import sys
+import tempfile
 import time
 
-from board import LINE, Board, Failed, FarEnd, await_true, expect
+from board import COMMAND_S, LINE, Board, Failed, FarEnd, await_true, expect
 
 # What the emulator and the socket hold of what the board has sent.
 ON_THE_WAY = 8
@@ -152,25 +153,21 @@ def test_usb(out):
 
 def test_update(out, program):
     """New firmware for a camera module, the reboot after it, and the service after that."""
-    words = f"{out}/far_end.{os.getpid()}.log"
-    micom = FarEnd(program, "QB-310", words)
-    with Board(out, model="QB-310", reboots=True) as board:
+    with (FarEnd(program, "QB-310") as micom,
+          Board(out, model="QB-310", reboots=True) as board):
         board.attach(micom)
-        board.run("/etc/init.d/S60rs232d restart")
+        board.restart()
         board.await_run("[ -s /var/nvt/camera.info ]")
         board.run("head -c 3064 /dev/urandom >/tmp/image")
         board.run("rs232ctl firmware-update --yes /tmp/image")
         micom.await_words("loader: all bytes are there, the checksum is right", 120)
-        board.read_console("@@RESET", 60, "micom_reset")
-        restarted = FarEnd(program, "QB-310", words)
-        board.attach(restarted)
-        micom.end()
-        board.await_up()
-        board.await_run("[ -s /var/nvt/camera.info ]")
-        board.run("rs232ctl ptz zoom-tele")
-        restarted.await_words("zoom")
-        restarted.end()
-    os.remove(words)
+        board.read_console("@@RESET", COMMAND_S, "micom_reset")
+        with FarEnd(program, "QB-310") as reset:
+            board.attach(reset)
+            board.await_up()
+            board.await_run("[ -s /var/nvt/camera.info ]")
+            board.run("rs232ctl ptz zoom-tele")
+            reset.await_words("zoom")
     return "3000 bytes at 115200 baud, rebooted, served"
 
 
@@ -184,52 +181,42 @@ def stored(board):
     return board.run("cat /etc/mfz.conf")
 
 
-def save(board, verb, settled=True):
+def save(board, verb):
     """Has the lens moved, and its positions saved; returns what is stored then."""
     before = stored(board)
     board.run(f"rs232ctl ptz {verb} --for 200ms")
-    if settled:
-        board.await_run(f"[ \"$(cat /etc/mfz.conf)\" != \"{before}\" ]", 5)
+    board.await_run(f"[ \"$(cat /etc/mfz.conf)\" != \"{before}\" ]", 5)
     return stored(board)
 
 
 def test_cuts(out, program, count):
     """Power cuts after and during saves: settings whole and kept, no writer held up."""
-    disk = f"{out}/disk.{os.getpid()}.ext4"
-    shutil.copy(f"{out}/disk.ext4", disk)
-    lens = FarEnd(program, "QB-420", f"{out}/far_end.{os.getpid()}.log")
     figures = dict.fromkeys(["broken", "old", "blocked", "params lost"], 0)
-    kept = baud = None
-    try:
+    with tempfile.NamedTemporaryFile() as disk, FarEnd(program, "QB-420") as lens:
+        shutil.copy(f"{out}/disk.ext4", disk.name)
+        kept = baud = None
         for number in range(count + 1):
-            with Board(out, model="QB-420", disk=disk) as board:
+            with Board(out, model="QB-420", disk=disk.name) as board:
                 board.attach(lens)
-                if number:
+                if number > 0:
                     look_after_cut(board, kept, baud, figures)
-                if number == count:
-                    break
-                wait = CUTS[number % len(CUTS)]
-                baud = BAUDS[number % len(BAUDS)]
-                verb = ["focus-near", "focus-far"][number % 2]
-                kept = save_before_cut(board, verb, baud, wait)
-    finally:
-        lens.end()
-        for file in (disk, lens.words):
-            os.remove(file)
+                if number < count:
+                    baud = BAUDS[number % len(BAUDS)]
+                    kept = save_before_cut(board, baud, CUTS[number % len(CUTS)])
     told = ", ".join(f"{n} {what}" for what, n in figures.items())
     expect(not any(figures.values()), f"{count} power cuts: {told}")
     return f"{count} power cuts: {told}"
 
 
-def save_before_cut(board, verb, baud, wait):
-    """Saves as there is to lose; returns the positions that must be kept, None where any may be."""
+def save_before_cut(board, baud, wait):
+    """Saves what is there to lose; returns the positions that must be kept, None where any may."""
     if wait is None:
         board.run(f"rs232ctl params set baud={baud}")
         board.run("(while :; do for verb in near far; do rs232ctl ptz focus-$verb --for 50ms;"
                   " done; done) >/dev/null 2>&1 &")
         time.sleep(3)
         return None
-    positions = save(board, verb)
+    positions = save(board, "focus-near")
     board.run(f"rs232ctl params set baud={baud}")
     time.sleep(wait)
     return positions
@@ -241,7 +228,6 @@ def look_after_cut(board, kept, baud, figures):
     figures["old"] += kept is not None and text != kept
     figures["params lost"] += f"baud          {baud}" not in board.run("rs232ctl params show")
     try:
-        save(board, "focus-near")
         save(board, "focus-far")
     except Failed:
         figures["blocked"] += 1
@@ -250,59 +236,62 @@ def look_after_cut(board, kept, baud, figures):
 
 # --- The run --------------------------------------------------------------------------------------
 
-ON_ONE_BOARD = {"settings": test_settings, "drain": test_drain, "break": test_break,
-                "idle": test_idle, "stop": test_stop, "unbound": test_unbound}
+ON_BOARD = {"settings": test_settings, "drain": test_drain, "break": test_break,
+            "idle": test_idle, "stop": test_stop, "unbound": test_unbound}
+# Where the far end takes no more than the line of a slow speed would carry.
+SLOW = {test_drain: 1200, test_stop: 1200}
 
 
-def run_test(name, function, *arguments):
+def on_board(out, test):
+    with Board(out, baud=SLOW.get(test, 0)) as board:
+        return test(board)
+
+
+def run_test(name, test):
     begin = time.time()
     try:
-        verdict, text = "ok", function(*arguments)
+        verdict, text = "ok", test()
     except Failed as failure:
         verdict, text = "FAILED", str(failure)
     print(f"{verdict + ':':7s} {name:9s} {time.time() - begin:4.0f} s  {text}", flush=True)
     return verdict == "ok"
 
 
-def run_on_one_board(out, names):
-    passed = True
-    for name in names:
-        # The line of a slow speed holds the transmitter up.
-        with Board(out, baud=1200 if name in ("drain", "stop") else 0) as board:
-            passed = run_test(name, ON_ONE_BOARD[name], board) and passed
-    return passed
-
-
 def run_tests(out, program, arguments):
     names = [word for word in arguments if not word.startswith("--")]
     is_quick = "--quick" in arguments
     cuts = 3 if is_quick else 100 if "--long" in arguments else 20
-    every = ["settings", "stop", "cuts"] if is_quick else [*ON_ONE_BOARD, "usb", "update", "cuts"]
-    names = names or every
-    passed = run_on_one_board(out, [name for name in ON_ONE_BOARD if name in names])
-    for name, function, rest in (("usb", test_usb, []), ("update", test_update, [program]),
-                                 ("cuts", test_cuts, [program, cuts])):
-        if name in names:
-            passed = run_test(name, function, out, *rest) and passed
-    return passed
+    tests = {
+        **{name: lambda test=test: on_board(out, test) for name, test in ON_BOARD.items()},
+        "usb": lambda: test_usb(out),
+        "update": lambda: test_update(out, program),
+        "cuts": lambda: test_cuts(out, program, cuts),
+    }
+    names = names or (["settings", "stop", "cuts"] if is_quick else tests)
+    return all([run_test(name, test) for name, test in tests.items() if name in names])
 
 
 def run_shell(out, program, model):
-    far_end = FarEnd(program, model)
-    print(f"board.sh: a {model}; `poweroff` ends it, rs232ctl --help tells what there is")
-    machine = Board.machine(out, model, usb=False, disk=None, reboots=False)
-    subprocess.run([*machine, "-chardev", "stdio,id=con,signal=off", "-serial", "chardev:con",
-                    "-chardev", f"serial,id=line0,path={far_end.pty}",
-                    "-device", "pci-serial,chardev=line0"], check=False)
-    far_end.end()
+    with FarEnd(program, model, shown=True) as far_end:
+        print(f"board.sh: a {model}; `poweroff` ends it, `rs232ctl --help` tells what there is")
+        machine = Board.machine(out, model, usb=False, disk=None, reboots=False)
+        subprocess.run([*machine, "-chardev", "stdio,id=con,signal=off", "-serial", "chardev:con",
+                        "-chardev", f"serial,id=line0,path={far_end.pty}",
+                        "-device", "pci-serial,chardev=line0"], check=False)
 
 
 def main():
     out, program, *arguments = sys.argv[1:]
-    if arguments[:1] == ["--shell"]:
-        run_shell(out, program, *(arguments[1:] or ["QB-620"]))
-        return 0
-    return 0 if run_tests(out, program, arguments) else 1
+    try:
+        if arguments[:1] == ["--shell"]:
+            run_shell(out, program, *(arguments[1:] or ["QB-620"]))
+            return 0
+        return 0 if run_tests(out, program, arguments) else 1
+    except Failed as failure:
+        print(f"board.sh: {failure}", file=sys.stderr)
+        return 1
+    except KeyboardInterrupt:
+        return 130
 
 
 if __name__ == "__main__":
