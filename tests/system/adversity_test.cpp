@@ -112,7 +112,7 @@ TEST_F(RealTimeShell, InheritsNoHarm) {
   sigfillset(&all);
   pthread_sigmask(SIG_SETMASK, &all, &usual);
   Install();
-  DeviceRig::Launch("/bin/sh", {"-c", "ulimit -f 0; cd /tmp; exec " RS232D_PATH " 1"});
+  DeviceRig::Launch("/bin/sh", {"-c", "ulimit -f 0; cd /tmp; exec '" RS232D_PATH "' 1"});
   pthread_sigmask(SIG_SETMASK, &usual, nullptr);
   ASSERT_TRUE(WaitServing());
   ExpectLineQuiet();
@@ -125,7 +125,7 @@ TEST_F(RealTimeShell, InheritsNoHarm) {
 // line.
 TEST_F(RealTimeShell, NoStandardStreams) {
   Install();
-  DeviceRig::Launch("/bin/sh", {"-c", "exec " RS232D_PATH " 1 0<&- 1>&- 2>&-"});
+  DeviceRig::Launch("/bin/sh", {"-c", "exec '" RS232D_PATH "' 1 0<&- 1>&- 2>&-"});
   ASSERT_TRUE(daemon->WaitServing(config));
   const sim::PtzClient client(config.ptz_port);
   ExpectLineQuiet();
@@ -139,7 +139,8 @@ TEST_F(RealTimeShell, NoDescriptorForTheUdpSocket) {
   Install();
   setenv("ASAN_OPTIONS", "detect_leaks=0", 1);
   DeviceRig::Launch(
-      "/bin/sh", {"-c", "exec 3>&- 4>&- 5>&- 6>&- 7>&- 8>&- 9>&-; ulimit -n 5; exec " RS232D_PATH});
+      "/bin/sh",
+      {"-c", "exec 3>&- 4>&- 5>&- 6>&- 7>&- 8>&- 9>&-; ulimit -n 5; exec '" RS232D_PATH "'"});
   ExpectEnd(1);
 }
 
