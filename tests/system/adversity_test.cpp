@@ -133,17 +133,6 @@ TEST_F(RealTimeShell, NoStandardStreams) {
   EXPECT_EQ(sim::Hex(line.Receive(1, milliseconds(0))), "");
 }
 
-// Standard streams and the serial line take every descriptor; syslog gets none either. A search for
-// leaks at the end would need descriptors of its own.
-TEST_F(RealTimeShell, NoDescriptorForTheUdpSocket) {
-  Install();
-  setenv("ASAN_OPTIONS", "detect_leaks=0", 1);
-  DeviceRig::Launch(
-      "/bin/sh",
-      {"-c", "exec 3>&- 4>&- 5>&- 6>&- 7>&- 8>&- 9>&-; ulimit -n 5; exec '" RS232D_PATH "'"});
-  ExpectEnd(1);
-}
-
 TEST_F(Adversity, PipesInPlaceOfSettings) {
   config.model = "QB-420";
   const std::pair<const char*, bool> rows[] = {
