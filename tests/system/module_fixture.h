@@ -33,7 +33,7 @@ class ModuleTest : public DeviceTest {
     Start();
     Control(CAMERA_CODE_UP);
     EXPECT_TRUE(sim::WaitUntil([&] { return words.ends_with("up key\n"); })) << words;
-    EXPECT_NE(words.find("asked for its sensor\n"), std::string::npos) << words;
+    EXPECT_NE(words.find("sensor query\n"), std::string::npos) << words;
     far_end->on_words = [](const std::string&) {};
   }
 

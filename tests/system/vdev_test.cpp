@@ -14,7 +14,7 @@ TEST(Vdev, RunsWhatIsTypedAndWhatIsGiven) {
        "model QB-620"},
       {"$VDEV run QB-620 -- no-such-program", 127, "cannot run no-such-program"},
       {"$VDEV run QB-620 --daemon /bin/uname -- true", 1, "vdev: /bin/uname did"},
-      {"$VDEV run QB-620 -- sh -c 'rs232ctl stop; sleep 0.3'", 0, "vdev: rs232d has ended\n"},
+      {"$VDEV run QB-620 -- sh -c 'rs232ctl stop; sleep 0.3'", 0, "vdev: rs232d has exited\n"},
       {"$VDEV run QB-310 -- rs232ctl info", 0, "version     2.1\n"},
   };
   for (const auto& [line, status, said] : rows) {
