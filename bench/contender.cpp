@@ -62,8 +62,8 @@ std::vector<std::string> PrepareMinimal64(const Seat& seat) {
 constexpr std::array<Contender, 6> kContenders = {{
     {"rs232d", "the daemon in relay mode: reads of 64 bytes, each also sent to UDP port 1860",
      Role::kSubject, RS232D_PATH, nullptr, kManyClients, nullptr, nullptr, PrepareDaemon},
-    {"ser2net", "ser2net by default: waits for more bytes before it sends (chardelay)",
-     Role::kPeer, "/usr/sbin/ser2net", "-v", kManyClients, nullptr, nullptr, PrepareSer2netDelayed},
+    {"ser2net", "ser2net by default: waits for more bytes before it sends (chardelay)", Role::kPeer,
+     "/usr/sbin/ser2net", "-v", kManyClients, nullptr, nullptr, PrepareSer2netDelayed},
     {"ser2net-nd", "ser2net with chardelay off", Role::kPeer, "/usr/sbin/ser2net", "-v",
      kManyClients, nullptr, nullptr, PrepareSer2netPrompt},
     {"socat", "socat TCP-LISTEN,nodelay,fork: one client", Role::kPeer, "/usr/bin/socat", "-V", 1,

@@ -184,8 +184,8 @@ std::string WithReport(const std::string& document, const std::string& report) {
   const size_t begin = document.find(kReportBegin);
   const size_t end = document.find(kReportEnd);
   if (begin == std::string::npos || end == std::string::npos || end < begin) {
-    throw std::runtime_error(std::string("the document lacks the lines \"") + kReportBegin + "\" and \"" +
-                             kReportEnd + "\"");
+    throw std::runtime_error(std::string("the document lacks the lines \"") + kReportBegin +
+                             "\" and \"" + kReportEnd + "\"");
   }
   return document.substr(0, begin) + kReportBegin + "\n\n" + report + "\n" + document.substr(end);
 }

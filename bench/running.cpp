@@ -108,7 +108,8 @@ void Running::Connect(int count, int first_buffer) {
   const auto probe = NumberedProbe(clients_.size());
   if (count > 0) line_.Send(probe);
   for (const auto& client : clients_) {
-    if (!IsSame(client->Receive(probe.size()), probe)) throw Unmeasured("a client received no bytes");
+    if (!IsSame(client->Receive(probe.size()), probe))
+      throw Unmeasured("a client received no bytes");
   }
 }
 

@@ -106,17 +106,20 @@ std::vector<std::string> Method(const Plan& plan) {
       "latency: " + std::to_string(plan.probes) +
           " probes a round, each 1 to 2 ms (random, the same for all) after the one before; from "
           "the send call to the return of the call that reads the last byte",
-      "bulk: the line is fed in pieces of 64 bytes; except for the 1 MiB piece, at most 8 KiB are in "
+      "bulk: the line is fed in pieces of 64 bytes; except for the 1 MiB piece, at most 8 KiB are "
+      "in "
       "transit, since a pty holds no more and, unlike a line, does not block the writer; the rate "
       "of the bench limits contenders that are faster",
       "line at 11 520 bytes/s: a chunk of about 23 bytes every 2 ms; the arrival at each client "
       "counts separately",
-      "stopped client: with a receive buffer of about 4 KiB and send buffers of at most 16 KiB, the "
+      "stopped client: with a receive buffer of about 4 KiB and send buffers of at most 16 KiB, "
+      "the "
       "contender notices within seconds",
       "idle: all contenders side by side; wake-ups are voluntary context switches of all threads",
       "processor time: of the process and its children, without the kernel threads that serve the "
       "pty",
-      "memory after the bulk run: with one or ten clients connected; sizes: without shared libraries"};
+      "memory after the bulk run: with one or ten clients connected; sizes: without shared "
+      "libraries"};
 }
 
 Results Measure(const Plan& plan) {
@@ -158,7 +161,8 @@ class Outside {
 };
 
 void RenewReadme(const Results& results, const Outside& readme, const Outside& chart) {
-  const std::string link = std::string("![The daemon compared with other relays](") + kChartPath + ")\n\n";
+  const std::string link =
+      std::string("![The daemon compared with other relays](") + kChartPath + ")\n\n";
   const std::string before = sim::ReadTextFile(readme.Path());
   sim::WriteTextFile(readme.Path(), WithReport(before, link + TableReport(results)));
   sim::WriteTextFile(chart.Path(), SvgReport(results));

@@ -21,7 +21,6 @@
 
 namespace sim {
 
-
 struct CameraTraits {
   bool silent = false;           // accepts queries and never answers
   milliseconds answer_after{0};  // above the query timeout, answers come too late

@@ -12,10 +12,9 @@
 
 namespace sim {
 
-
 struct LaunchOptions {
-  int output_fd = -1;   // stdout and stderr; -1: a file of the world for each
-  std::string preload;  // library; "": none
+  int output_fd = -1;                  // stdout and stderr; -1: a file of the world for each
+  std::string preload;                 // library; "": none
   std::vector<std::string> variables;  // NAME=VALUE, added to the environment of this process
 };
 

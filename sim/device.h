@@ -2,7 +2,7 @@
 #pragma
 //
 // Call these functions inside a private world (world.h).
-#pragmaCall these functions inside a private world (world.h).
+#pragmaCall these functions inside a private world(world.h).
 #pragma once
 
 #include <cstdint>

@@ -23,7 +23,7 @@ constexpr milliseconds kKeyTap{250};
 
 enum class Kind {
   kMotion,  // lasts until the second command
-  kTap,     // the daemon or the far end stops it; with a second command, a motion on heads that do not
+  kTap,  // the daemon or the far end stops it; with a second command, a motion on heads that do not
   kToggle,  // alternates between two commands
   kGoTo,    // one of nine keys, whose digit follows the command
   kSet,     // the next digit sets the preset

@@ -18,7 +18,6 @@
 
 namespace sim {
 
-
 struct Style {
   short color;  // -1 is the terminal's own
   attr_t attributes;

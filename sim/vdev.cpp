@@ -32,7 +32,8 @@ using sim::GuestCommand;
 using sim::SessionOptions;
 
 constexpr char kModels[] =
-    "Models: QB-210, QB-220 (SD module), QB-310 to QB-350 (HD module), QB-410 to QB-480 (motorized\n"
+    "Models: QB-210, QB-220 (SD module), QB-310 to QB-350 (HD module), QB-410 to QB-480 "
+    "(motorized\n"
     "lens); any other name, e.g. QB-610 or QB-620, is a PTZ head.";
 
 // The daemon next to this program, or else that of the same installation.
@@ -161,15 +162,17 @@ int main(int argc, char** argv) {
   AddDeviceOptions(run, &options);
   run->add_flag("--plain", options.plain, "print plain lines even on a terminal");
   run->add_flag("--demo", options.demo, "run a short demonstration first");
-  run->add_flag("--once", options.once, "exit after the demonstration, with status 0 if it succeeded")
+  run->add_flag("--once", options.once,
+                "exit after the demonstration, with status 0 if it succeeded")
       ->needs("--demo");
-  run->footer(
-      std::string(kModels) +
-      "\nOn a terminal, vdev shows a live screen. With -- COMMAND [ARGS...], it runs a command in the\n"
-      "device's world instead and returns its exit status.\n"
-      "Examples: vdev run QB-620 --demo\n"
-      "          vdev run QB-620 -- rs232ctl stop");
-  CLI::App* shell = app.add_subcommand("shell", "Run the daemon for MODEL and a shell in the device's world");
+  run->footer(std::string(kModels) +
+              "\nOn a terminal, vdev shows a live screen. With -- COMMAND [ARGS...], it runs a "
+              "command in the\n"
+              "device's world instead and returns its exit status.\n"
+              "Examples: vdev run QB-620 --demo\n"
+              "          vdev run QB-620 -- rs232ctl stop");
+  CLI::App* shell =
+      app.add_subcommand("shell", "Run the daemon for MODEL and a shell in the device's world");
   AddDeviceOptions(shell, &options);
   CLI::App* join = app.add_subcommand(
       "join", "Run a command, or a shell, in the world of a running virtual device");

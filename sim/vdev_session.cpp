@@ -134,7 +134,8 @@ class Input {
   void Open() {
     if (std::exchange(is_open_, true)) return;
     device_->Note(
-        "type commands to drive the device: right, in, stop, tcp TEXT, ... (help lists all); Ctrl-C quits");
+        "type commands to drive the device: right, in, stop, tcp TEXT, ... (help lists all); "
+        "Ctrl-C quits");
     device_->rig.Watch(STDIN_FILENO, [this] { Take(); });
   }
 
@@ -231,8 +232,9 @@ int ServeGuest(VirtualDevice* device, pid_t guest, const SessionSignals& signals
   bool is_serving = true;
   while (true) {
     if (!device->Serve(kLook, signals.Fd()) && std::exchange(is_serving, false)) {
-      fprintf(stderr, "vdev: rs232d %s\n",
-              device->IsRebooting() ? "has rebooted the device and no longer serves" : "has exited");
+      fprintf(
+          stderr, "vdev: rs232d %s\n",
+          device->IsRebooting() ? "has rebooted the device and no longer serves" : "has exited");
     }
     PassSignals(signals, guest);
     int status = 0;

@@ -85,7 +85,8 @@ RunningWorld ChooseWorld(std::optional<pid_t> pid) {
     std::erase_if(worlds, [&](const RunningWorld& world) {
       return world.door != *pid && world.parent != *pid;
     });
-    if (worlds.empty()) Fail("process " + std::to_string(*pid) + " is not a vdev with a running device");
+    if (worlds.empty())
+      Fail("process " + std::to_string(*pid) + " is not a vdev with a running device");
   }
   if (worlds.empty()) Fail("you have no running virtual device; start one with vdev run MODEL");
   if (worlds.size() == 1) return worlds.front();
