@@ -1,9 +1,9 @@
 // faults: injects a failure into the calls of the daemon, one at a time.
 //
-//   faults matrix [MODE]   every failure of every mode, or of this one
-//   faults sample MODE     a few of them
+//   faults matrix [MODE]   every planned failure of every mode, or of MODE
+//   faults sample MODE     about 32 of them
 //   faults kills [COUNT]   SIGKILL at every call of a start and of a save, then at COUNT random
-//                          moments of each (default: 500)
+//                          times of each (default: 500)
 //
 // Each mode and each kind of kills runs in a world of its own, where this program restarts itself
 // on the virtual clock as "faults VERB MODE COUNT".

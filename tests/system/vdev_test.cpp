@@ -1,4 +1,4 @@
-// The virtual device as its user starts it: lines that are typed, and a command in its world.
+// The virtual device as a user starts it: typed commands, and a command in its world.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -7,7 +7,7 @@
 
 namespace {
 
-TEST(Vdev, RunsWhatIsTypedAndWhatIsGiven) {
+TEST(Vdev, RunsTypedAndGivenCommands) {
   const std::tuple<const char*, int, const char*> rows[] = {
       {"printf 'right\\nquit\\n' | $VDEV run QB-620 --plain", 0, "head   | pan right at speed 29"},
       {"$VDEV run QB-620 -- sh -c 'echo model $VDEV_MODEL; touch /tmp/vdev_test.mark; exit 7'", 7,
@@ -25,7 +25,7 @@ TEST(Vdev, RunsWhatIsTypedAndWhatIsGiven) {
     EXPECT_EQ(WEXITSTATUS(pclose(pipe)), status) << line << ": " << text;
     EXPECT_NE(text.find(said), std::string::npos) << line << ": " << text;
   }
-  EXPECT_NE(access("/tmp/vdev_test.mark", F_OK), 0) << "a file has left the world";
+  EXPECT_NE(access("/tmp/vdev_test.mark", F_OK), 0) << "a file escaped from the world";
 }
 
 }  // namespace

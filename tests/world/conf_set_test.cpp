@@ -22,7 +22,7 @@ using std::filesystem::create_symlink;
 using std::string_literals::operator""s;
 
 constexpr char kPath[] = "/etc/test.conf";
-// On another file system than /etc.
+// Not on the file system of /etc.
 constexpr char kElsewhere[] = "/var/test.conf";
 constexpr char kInUse[] = "-1 [CUTIL_SetConfValue] temp.conf is already used ...\n";
 
@@ -44,10 +44,10 @@ TEST(ConfSet, RewritesOneValue) {
       {"a=5", "b", "7", "a=5\nb=7\n"},
       {"a = 1\n", "a", "9", "a=9\n"},
       {"a=1\r\nb=2\r\n", "a", "9", "a=9\nb=2\r\n"},
-      // Lines that only look like the key's.
+      // Lines that only resemble the key's.
       {"# a=1\n\n[a]\n", "a", "9", "# a=1\n\n[a]\na=9\n"},
       {" a=1\na#=1\nab=1\na\t=1\n", "a", "9", " a=1\na#=1\nab=1\na\t=1\na=9\n"},
-      // Bytes that are no text, and lines beyond 1023 characters, which count as several.
+      // Binary bytes, and lines of more than 1023 characters, which are split.
       {zeros + "\na=1\n" + zeros, "a", "9", zeros + "\na=9\n" + zeros},
       {long_line + "a=1\n", "a", "9", long_line + "a=9\n"},
       {long_line + long_line, "a", "9", long_line + long_line + "\na=9\n"},
@@ -72,7 +72,7 @@ TEST(ConfSet, KeepsThePermissions) {
   }
 }
 
-TEST(ConfSet, LeavesTheFileAloneWhereItCannotBegin) {
+TEST(ConfSet, LeavesTheFileUnchangedWhenItCannotStart) {
   EXPECT_EQ(Set("/etc/absent.conf", "a", "2"),
             "-1 [CUTIL_SetConfValue] we can't open the file : /etc/absent.conf\n");
   EXPECT_FALSE(TempExists());
@@ -80,7 +80,7 @@ TEST(ConfSet, LeavesTheFileAloneWhereItCannotBegin) {
   WriteTextFile(CUTIL_TEMP_CONF_PATH, "theirs");
   EXPECT_EQ(Set(kElsewhere, "a", "2"), kInUse);
   {
-    const FailingCall call("access");  // it came after the look at it
+    const FailingCall call("access");  // the file appeared after the check
     EXPECT_EQ(Set(kElsewhere, "a", "2"), kInUse);
   }
   EXPECT_EQ(ReadTextFile(CUTIL_TEMP_CONF_PATH), "theirs");
@@ -92,8 +92,9 @@ TEST(ConfSet, LeavesTheFileAloneWhereItCannotBegin) {
   EXPECT_EQ(ReadTextFile(kElsewhere), "a=1\n");
 }
 
-// On a full disk, or where the bytes do not get to the medium: a rename could leave an empty file.
-TEST(ConfSet, KeepsTheOldFileWhereTheNewOneCannotBeWritten) {
+// On a full disk, or if the data does not reach the medium: a rename could then leave an empty
+// file.
+TEST(ConfSet, KeepsTheOldFileWhenTheNewOneCannotBeWritten) {
   const auto descriptors = support::OpenDescriptors();
   for (const auto& [error, call] : {std::pair(ENOSPC, ""), {EPERM, "fsync"}}) {
     ASSERT_EQ(mount("tmpfs", "/etc", "tmpfs", 0, "size=64k"), 0);
@@ -121,14 +122,14 @@ TEST(ConfSet, LeavesTheTemporaryFileOfAFailedRename) {
 
 // --- Files of odd kinds and sizes ----------------------------------------------------------------
 
-TEST(OddFiles, SettingsBeyondTheLimitAreAsUnreadable) {
+TEST(OddFiles, RejectsSettingsBeyondTheSizeLimit) {
   char value[CUTIL_CONF_VALUE_SIZE] = "";
   const string too_long =
       "[CUTIL_OpenSettings] error open, reason(/etc/test.conf is longer than 1048576 bytes)\n";
   const std::pair<std::function<int()>, string> readers[] = {
       {[&] { return CUTIL_GetConfValue(kPath, "a", value, sizeof(value)); }, too_long},
       {[&] { return conf_get_value(kPath, value, 1, "a"); }, too_long},
-      {[] { return CUTIL_KillProcAll(kPath, 0); }, ""},  // says it to syslog
+      {[] { return CUTIL_KillProcAll(kPath, 0); }, ""},  // reports to syslog
       {[] { return CUTIL_SetConfValue(kPath, "a", "2"); },
        "[CUTIL_SetConfValue] we can't open the file : /etc/test.conf\n"},
   };
@@ -140,8 +141,8 @@ TEST(OddFiles, SettingsBeyondTheLimitAreAsUnreadable) {
   }
 }
 
-// A line's '*' stands for no file of the working directory.
-TEST(OddFiles, CameraInformationIsWrittenIntoAFileOnly) {
+// A '*' in a line must not expand to files of the working directory.
+TEST(OddFiles, WritesCameraInformationOnlyIntoRegularFiles) {
   const std::pair<void (*)(), string> rows[] = {
       {[] {}, ""},
       {[] { WriteTextFile(CAMERA_INFO_PATH, "MODEL=earlier\n"); }, ""},
