@@ -1,8 +1,6 @@
 // The files that the daemon reads from a device: settings files and the parameter block.
-#pragma
 //
 // Call these functions inside a private world (world.h).
-#pragmaCall these functions inside a private world(world.h).
 #pragma once
 
 #include <cstdint>

@@ -26,7 +26,7 @@ termios g_asked;
 // Simulates a UART driver, which a pty lacks: its answers while bytes leave the line.
 struct SlowDriver {
   int status_error;    // errno of a query of the transmitter; 0: supported
-  int busy;            // number of queries or drains until the line is idle; -1: never
+  int busy;            // number of queries of either kind until the line is idle; -1: never
   int queued;          // bytes in the queue while busy
   bool hangs = false;  // only a signal ends the drain call
   int status_queries = 0;
