@@ -4,10 +4,6 @@
 // A pty holds about 8 KiB and refuses the rest, while a real line would block the writer. So at
 // most kWindow bytes are in transit at any time, and no contender outruns the pty. Only the last
 // case has no such limit. The bench feeds and drains in one thread on its own processor.
-//
-// A pty holds about 8 KiB and refuses the rest, where a line would hold the writer back: at most
-// kWindow bytes are on their way at any time, so that no contender outruns it. Only the last case
-// has no such limit. The bench feeds and drains in one thread on its own processor.
 #include <unistd.h>
 
 #include <algorithm>

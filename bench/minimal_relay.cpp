@@ -4,10 +4,6 @@
 // One poll loop over line, listener and clients; blocking sends, no framing, no messages, no
 // handling of clients that stop reading. With UDP-PORT, each read from the line is also sent there
 // as a serial data datagram.
-//
-// One poll loop over line, listener and clients; plain blocking sends, no framing, no messages,
-// no rule for a client that does not read. With UDP-PORT each read from the line also goes there
-// as a serial data datagram.
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netinet/in.h>

@@ -2,9 +2,6 @@
 //
 // If the machine has more than one processor, the bench runs on the first and every contender on
 // the second, so they do not compete.
-//
-// Where the machine has more than one processor, the bench stays on the first and every contender
-// on the second, so that neither takes the other's time.
 #pragma once
 
 #include <memory>

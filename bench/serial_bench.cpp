@@ -2,8 +2,6 @@
 // bench, and measures the in-process paths.
 //
 // Everything runs in a private world, in rounds: scene by scene, contender by contender.
-//
-// Everything happens in a private world, in rounds: scene by scene, every contender in turn.
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <net/if.h>

@@ -15,20 +15,6 @@
 //   - the start and each pass take no longer than the sum of the mode's waits, and the daemon does
 //     not spin;
 //   - the mode ends when told to stop, and leaks no descriptor.
-//
-// The mode runs as it does on a device, on real sockets and a real pty, but in one thread with the
-// world: whenever its pass sleeps, the world makes the next event of the script, or lets the
-// passes that follow the last one run. Time is virtual.
-// Holds, after every pass and at the end:
-//   - what clients and local processes send arrives at the far end of the line whole and in order,
-//     between good frames of the mode and nothing else, while the line is there;
-//   - what comes from the line arrives at every client, from its connecting on, and in the data
-//     datagrams; nobody else is dropped but who takes nothing for CPTZSVR_SEND_TIMEOUT_S;
-//   - the packets of a firmware update follow each other as the far end accepts them;
-//   - the camera information file is written whole;
-//   - the start and each pass take no longer than the mode's waits add up to, and the daemon does
-//     not spin;
-//   - the mode ends when it is told to, and leaves no descriptor open.
 #include <linux/sockios.h>
 #include <netinet/in.h>
 #include <sched.h>

@@ -3,9 +3,6 @@
 //
 // Waits take no real time; they advance the virtual clock. Each read of the clock takes a
 // microsecond, so a loop that polls the clock ends.
-//
-// No wait takes any time; the clock is set on by it. Every look at the clock takes a microsecond,
-// so that a loop that watches it ends.
 #pragma once
 
 #include <poll.h>

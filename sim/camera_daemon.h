@@ -3,9 +3,6 @@
 //
 // It has no thread: its owner polls Fd and calls Serve. It computes its answers from the optical
 // model and the pose of the lens.
-//
-// It has no thread of its own: its owner polls Fd and calls Serve. What it sees comes from the
-// optical model and from the lens's pose, which it asks its owner for.
 #pragma once
 
 #include <cstdint>

@@ -3,9 +3,6 @@
 //
 // A rig belongs to one thread. While that thread waits (wait.h), it serves the far end and the
 // camera daemon, which have no threads.
-//
-// A rig belongs to one thread, which serves everything while it waits (wait.h): far end and camera
-// daemon have no thread of their own.
 #pragma once
 
 #include <functional>

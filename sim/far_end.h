@@ -2,9 +2,6 @@
 //
 // It receives the bytes that the daemon wrote and answers through a callback. It has no clock and
 // no thread: callers pass the time, so a test can choose it.
-//
-// It takes the bytes that the daemon wrote and answers by a callback. It has no clock and no
-// thread of its own: time is handed in, so that a test may choose it, and goes on only with it.
 #pragma once
 
 #include <cstdint>

@@ -3,10 +3,6 @@
 // It receives 10-byte frames, answers queries about itself, and obeys menu keys and lens settings
 // without an answer. The firmware-update setting hands the line to its loader for good: the reset
 // that would return from it is not simulated.
-//
-// It takes 10-byte frames: answers queries about itself, obeys menu keys and lens settings
-// without an answer. The setting that enters the firmware update hands the line to its loader;
-// only a reset, which is not simulated, would bring it back.
 #pragma once
 
 #include <termios.h>

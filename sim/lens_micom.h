@@ -2,9 +2,6 @@
 //
 // It answers the register protocol and drives three steppers. Frames with a wrong checksum are
 // noise. The positions are those of the simulated motors, whatever the daemon assumes.
-//
-// It answers the register protocol and drives three steppers. Frames with a wrong checksum are
-// noise to it. It knows nothing of what the daemon believes: the lens is where its motors are.
 #pragma once
 
 #include <cstdint>

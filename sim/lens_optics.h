@@ -3,10 +3,6 @@
 // Sharpness falls with the distance between the focus motor and the position in focus at the
 // current zoom. Brightness depends on the light of the scene, the iris and the exposure. The noise
 // comes from a seeded generator, the only state.
-//
-// Sharpness falls off with the distance of the focus motor from the position that is in focus at
-// the present zoom. Brightness follows the scene's light, the iris and the exposure. Pure numbers;
-// the noise comes from a generator with a seed of its own.
 #pragma once
 
 #include <cstdint>

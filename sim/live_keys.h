@@ -3,9 +3,6 @@
 //
 // A terminal reports key presses and repeats, but no releases. A motion therefore lasts while
 // repeats arrive and stops after a pause.
-//
-// A terminal reports that a key is pressed and repeated, not that it is released. A motion
-// therefore lasts as long as repeats arrive, and is stopped when none has come for a while.
 #pragma once
 
 #include <set>

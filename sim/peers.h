@@ -2,9 +2,6 @@
 //
 // Each owns one socket: poll Fd(), then call Receive. Receive and WaitFor return on timeout; Send
 // waits for buffer space. Errors throw std::runtime_error.
-//
-// Each owns one socket: poll Fd(), then Receive. Receive and WaitFor give up after a limit; Send
-// waits for room. What cannot be opened or sent throws std::runtime_error.
 #pragma once
 
 #include <cstdint>

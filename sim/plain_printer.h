@@ -2,9 +2,6 @@
 //
 // Repeated words are printed once with a count, and a moving far end is described twice a second.
 // On a terminal, long lines of the daemon are truncated.
-//
-// What is said several times in a row is printed once, with how often; a far end that moves is
-// described twice a second. On a terminal long lines of the daemon are cut.
 #pragma once
 
 #include <cstdio>

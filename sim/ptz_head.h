@@ -2,9 +2,6 @@
 //
 // It decodes Pelco-D, turns its motors during a motion, stores presets, and answers each frame with
 // sync, address, alarms (none) and checksum.
-//
-// It decodes Pelco-D, turns its motors while a motion lasts, keeps presets, and answers each
-// frame as heads do: sync, address, alarms (none), checksum.
 #pragma once
 
 #include <cstdint>

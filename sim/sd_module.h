@@ -2,9 +2,6 @@
 //
 // It accepts Pelco-D frames: menu keys, zoom until a frame without zoom, and the model query, the
 // only frame it answers. It has no pan, tilt or focus motors.
-//
-// It takes Pelco-D frames: keys for its menu, zoom that lasts until a frame without it, and the
-// query for its model, the only frame that it answers. It has no pan, tilt or focus motors.
 #pragma once
 
 #include <cstdint>

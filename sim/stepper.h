@@ -3,10 +3,6 @@
 // It steps at the set rate between two mechanical ends. Steps against an end have no effect. A new
 // move replaces a running one, whose remaining steps are lost. Position is the true position, which
 // no protocol reports.
-//
-// It steps at the rate set, from one mechanical end to the other; a step against an end is made
-// in vain. A new move takes the place of a running one, whose remaining steps are lost. Where the
-// motor really is, is known here only.
 #pragma once
 
 #include "sim/wait.h"

@@ -1,9 +1,6 @@
 // The terminal of a live screen, drawn with ncurses. Only one may exist at a time.
 //
 // Texts are UTF-8, one cell per character. A terminal without UTF-8 shows ASCII replacements.
-//
-// Texts are UTF-8; each character takes one cell. On a terminal without UTF-8 everything is drawn
-// in ASCII.
 #pragma once
 
 // The ncurses macros would redefine common names such as "move" and "timeout".

@@ -8,16 +8,6 @@
 //
 // Unsuitable for tests of real time, tests that stop a process, and tests in which one process
 // waits for a lock of another: the clock would stand still forever.
-//
-// libvtime.so is preloaded into all of them. While virtual time runs, every wait of theirs takes no
-// real time: the clock, which they share, jumps to the nearest end of a wait once every thread
-// waits and has found nothing ready since anything was last done. So simulated motors keep their
-// time however busy the machine is, and a wait of ten seconds is over at once. Processes that other
-// programs start (a shell of the daemon's, say) are not on the clock: it stands still while a
-// thread on the clock waits for one of them.
-//
-// Not for tests that are about real time, that stop a process, or in which one process waits for a
-// lock of another: the clock would stand still for ever.
 #pragma once
 
 #include <sys/types.h>

@@ -4,12 +4,6 @@
 // is a set of new namespaces (mount, network, IPC, PID; a user namespace as well unless the caller
 // is root) with overlays on /etc, /tmp, /var and /usr, a new /dev, and only the loopback interface.
 // When its first process exits, the kernel kills all others and drops every mount.
-//
-// The daemon has fixed files, ports and a semaphore key, and runs device programs by their
-// path. A world is a set of namespaces of its own (mount, network, IPC, processes; a user
-// namespace as well where the caller is not root) in which /etc, /tmp, /var and /usr are
-// overlaid, /dev is new, and only loopback exists. What happens in it stays in it: when its
-// first process ends, the kernel ends all others and drops every mount.
 #pragma once
 
 #include <functional>

@@ -4,10 +4,6 @@
 // connects, sends and receives; in the lens mode, positions are saved and focus and exposure are
 // queried. Then the daemon idles and gets SIGTERM. After a transient failure, a second round must
 // succeed completely.
-//
-// Start, then rounds: a datagram and a command are served; a PTZ client comes, sends and receives;
-// in the lens mode positions are saved, focus and exposure are asked for. Then idleness, SIGTERM
-// and the end. After a failure that passes, a second round must find everything in order.
 #pragma once
 
 #include <sys/sem.h>

@@ -5,9 +5,6 @@
 //
 // A seed determines the events. The ordinary tests run three lives; ./soak.sh runs more, controlled
 // by the variables RS232_LIFE_SEED and RS232_LIFE_SECONDS (real time).
-//
-// A seed decides what happens. The tests run three lives; ./soak.sh runs more, by these variables:
-// RS232_LIFE_SEED, and RS232_LIFE_SECONDS of real time.
 #include <sys/ipc.h>
 #include <sys/sem.h>
 #include <sys/socket.h>
