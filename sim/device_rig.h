@@ -1,5 +1,6 @@
 // The device around the daemon: its files, the serial line and its far end, the processes that talk
-// to the daemon, and the daemon itself. Everything that runs the daemon on this machine uses it.
+// to the daemon, and the daemon itself. vdev, the system tests, the fault injection and the service
+// test use it.
 //
 // A rig belongs to one thread. While that thread waits (wait.h), it serves the far end and the
 // camera daemon, which have no threads.
@@ -57,7 +58,7 @@ class DeviceRig : public Pump {
   DeviceConfig config;
   PtyLine line;
   UdpPeer sender;
-  std::unique_ptr<FarEnd> far_end;       // null: the caller owns the far end
+  std::unique_ptr<FarEnd> far_end;       // null: the caller serves the line
   std::unique_ptr<CameraDaemon> camera;  // null: none
   std::unique_ptr<DaemonProcess> daemon;
   // Interval between ticks of an idle far end, and so the largest delay of its answers.

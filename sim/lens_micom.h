@@ -104,7 +104,7 @@ class LensMicom : public FarEnd {
   Stepper focus_;
   Stepper iris_;
   std::map<uint8_t, uint16_t> registers_;
-  std::vector<uint8_t> partial_;  // frame
+  std::vector<uint8_t> partial_;  // partial frame
   std::vector<uint8_t> noise_;
   std::deque<Answer> answers_;
   std::vector<LensFrame> frames_;

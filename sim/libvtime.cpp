@@ -85,9 +85,8 @@ struct Page {
 Page* g_page;
 std::atomic<bool> g_is_running;
 thread_local Slot* t_slot __attribute__((tls_model("initial-exec")));
-thread_local int t_looks
-    __attribute__((tls_model("initial-exec")));  // since the thread's last wait
-std::atomic<int> g_far_end = -1;                 // ends of the pty in this process
+thread_local int t_looks __attribute__((tls_model("initial-exec")));  // since its last wait
+std::atomic<int> g_far_end = -1;  // ends of the pty in this process
 std::atomic<int> g_near_end = -1;
 
 template <typename Function>

@@ -23,7 +23,8 @@ constexpr milliseconds kKeyTap{250};
 
 enum class Kind {
   kMotion,  // lasts until the second command
-  kTap,  // the daemon or the far end stops it; with a second command, a motion on heads that do not
+  kTap,     // stopped by the daemon or the far end; a motion if it has a second command and the
+            // head does not stop by itself
   kToggle,  // alternates between two commands
   kGoTo,    // one of nine keys, whose digit follows the command
   kSet,     // the next digit sets the preset
