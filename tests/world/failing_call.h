@@ -7,8 +7,9 @@
 
 class FailingCall {
  public:
-  // The source lists the functions that can fail at its end; "": none.
-  explicit FailingCall(const char* name, int error = EPERM);
+  // The source lists the functions that can fail at its end; "": none. The first `passes` calls
+  // succeed.
+  explicit FailingCall(const char* name, int error = EPERM, int passes = 0);
   ~FailingCall();
   FailingCall(const FailingCall&) = delete;
   FailingCall& operator=(const FailingCall&) = delete;
