@@ -398,7 +398,7 @@ test_hd() {
   head -c 2064 /dev/urandom >/run/image
   rs232ctl firmware-update --yes /run/image >/dev/null 2>&1 &
   local update=$!
-  check "HD: firmware read from /tmp and written" saw "loader: all bytes are there"
+  check "HD: firmware read from /tmp and written" saw "loader: all bytes received"
   check "HD: notice to the system manager" saw "manager: 53 59 53 50"
   check "HD: /bin/micom_reset is run" test -s /var/nvt/probe
   check_confinement

@@ -159,7 +159,7 @@ bool MicomLoader::CheckTail() {
     return false;
   }
   stage_ = Stage::kDone;
-  on_words("loader: all bytes are there, the checksum is right");
+  on_words("loader: all bytes received, checksum correct");
   return true;
 }
 

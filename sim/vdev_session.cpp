@@ -105,7 +105,7 @@ int Stop(VirtualDevice* device, const Ending& ending) {
 class Player {
  public:
   explicit Player(const SessionOptions& options) {
-    // A device that is the user's afterwards must not have rebooted.
+    // A device that the user goes on driving must not have rebooted.
     if (options.demo) script_ = DemoScript(options.device.model, options.once);
   }
 

@@ -121,13 +121,13 @@ string Params(const string& line) {
   return "";
 }
 
-// What is not on the medium is not reported as stored, but where it is in place already.
+// Data that has not reached the medium must be reported as an error, unless it is already in place.
 TEST(ConfSet, WaitsUntilTheMediumHasAllOfIt) {
   WriteTextFile(kPath, "a=1\n");
   WriteTextFile(PARAM_BLOCK_PATH, string(PARAM_BLOCK_SIZE, '\0'));
   const auto set = [] { return Set(kPath, "a", "2"); };
   const std::tuple<const char*, int, std::function<string()>, string> rows[] = {
-      // A rename could leave an empty file.
+      // A rename before the sync could leave an empty file.
       {"fsync", 0, set,
        "-3 [CUTIL_SetConfValue] error, reason(rewrite /etc/test.conf, Input/output error)\n"},
       {"fsync", 1, set, "0 [CUTIL_SetConfValue] error, reason(sync /etc, Input/output error)\n"},

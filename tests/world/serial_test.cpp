@@ -99,7 +99,7 @@ extern "C" int close(int fd) {
   return CallNext<int>("close", fd);
 }
 
-// A driver that takes no settings.
+// Simulates a driver that rejects settings.
 bool g_refuses = false;
 
 extern "C" int tcsetattr(int fd, int when, const termios* settings) noexcept {
