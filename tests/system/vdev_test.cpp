@@ -13,7 +13,7 @@ TEST(Vdev, RunsTypedAndGivenCommands) {
       {"vdev run QB-620 -- sh -c 'echo model $VDEV_MODEL; touch /tmp/vdev_test.mark; exit 7'", 7,
        "model QB-620"},
       {"vdev run QB-620 -- no-such-program", 127, "cannot run no-such-program"},
-      {"vdev run QB-620 --daemon /bin/uname -- true", 1, "vdev: /bin/uname did"},
+      {"vdev run QB-620 --daemon /bin/uname -- true", 1, "vdev: /bin/uname failed"},
       {"vdev run QB-620 -- sh -c 'rs232ctl stop; sleep 0.3'", 0, "vdev: rs232d has exited\n"},
       {"vdev run QB-310 -- rs232ctl info", 0, "version     2.1\n"},
   };
