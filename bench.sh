@@ -1,9 +1,9 @@
 #!/bin/sh
-# Compares the daemon with general serial-to-TCP relays on one bench and prints a table.
+# Compares the daemon with general serial-to-TCP relays and prints a table.
 #   ./bench.sh [--install-peers] [--quick | --long] [--readme]
-# Relays (ser2net, socat) that are not installed are left out. --install-peers installs them; note
-# that the package of ser2net starts a service of its own. With --readme the table in README.md and
-# docs/pictures/bench.svg are replaced.
+# Skips relays (ser2net, socat) that are not installed. --install-peers installs them; the ser2net
+# package then also starts a service. --readme updates the table in README.md and
+# docs/pictures/bench.svg.
 set -eu
 cd "$(dirname "$0")"
 
@@ -15,10 +15,10 @@ esac
 
 ./packaging/build-deps.sh
 for package in $peers; do
-  ./packaging/build-deps.sh "$package" || true # said below
+  ./packaging/build-deps.sh "$package" || true # reported below
 done
 for peer in /usr/sbin/ser2net /usr/bin/socat; do
-  [ -x $peer ] || echo "bench.sh: goes on without $peer (--install-peers installs it)" >&2
+  [ -x $peer ] || echo "bench.sh: skipping $peer, which is not installed (use --install-peers)" >&2
 done
 cmake --preset release >/dev/null
 cmake --build --preset release --target serial_bench

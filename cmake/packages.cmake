@@ -1,4 +1,4 @@
-# What is installed, and the packages made of it by `cpack`:
+# Installed files, and the packages that `cpack` makes of them:
 #   rs232d_VERSION_ARCH.deb      daemon, rs232ctl, systemd unit, manual pages, completion
 #   rs232d-sim_VERSION_ARCH.deb  vdev
 #   rs232d-VERSION-ARCH.tar.gz   daemon, rs232ctl and init script, for a board without dpkg
@@ -7,11 +7,12 @@ if(NOT RS232_DEBIAN_ARCHITECTURE)
                   OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
 endif()
 
-# Everything that an install takes, without the tests.
+# Builds everything that `install` needs, without the tests.
 add_custom_target(installables)
 add_dependencies(installables rs232d)
 
-# Compresses `source` to `name`.gz and installs it; -n leaves the time out of the result.
+# Compresses `source` to `name`.gz and installs it; -n omits the timestamp, for reproducible
+# results.
 function(rs232_install_compressed source name destination component)
   get_filename_component(source ${source} ABSOLUTE)
   set(result ${CMAKE_BINARY_DIR}/compressed/${component}/${name}.gz)
@@ -37,7 +38,7 @@ rs232_install_compressed(src/daemon/man/rs232d.8 rs232d.8 ${CMAKE_INSTALL_MANDIR
 install(PROGRAMS packaging/S60rs232d
         DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/rs232d/examples COMPONENT support)
 rs232_install_legal(rs232d support)
-# Not part of a plain install.
+# Only in the archive, not in a plain install.
 install(PROGRAMS packaging/S60rs232d DESTINATION /etc/init.d COMPONENT busybox EXCLUDE_FROM_ALL)
 
 if(RS232_TOOLS)
@@ -66,7 +67,7 @@ set(CPACK_COMPONENTS_ALL ${RS232_DEB_COMPONENTS})
 set(CPACK_COMPONENTS_GROUPING ONE_PER_GROUP)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
     OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
-# Read once for each generator: the archive holds other components than the packages.
+# Selects the components of each generator: those of the archive differ from those of the packages.
 set(CPACK_PROJECT_CONFIG_FILE ${CMAKE_SOURCE_DIR}/cmake/cpack_generator.cmake)
 set(CPACK_RS232_ARCHITECTURE ${RS232_DEBIAN_ARCHITECTURE})
 

@@ -1,8 +1,7 @@
-# shellcheck shell=sh
-# A root directory of its own for the scripts that try packages out: an overlay over this system,
-# whose changes are in memory only, with a new /proc, /dev, /run and /tmp. Sourced.
+# Functions for the package tests, to be sourced: a private root directory. It is an overlay over
+# this system whose changes stay in memory, with a new /proc, /dev, /run and /tmp.
 
-# Waits until a command succeeds, 20 seconds at most. Returns 1 when it never did.
+# Waits at most 20 seconds until a command succeeds. Returns 1 on timeout.
 await() {
   tries=200
   until "$@"; do
@@ -12,8 +11,8 @@ await() {
   done
 }
 
-# Makes the root, with the files FILE... in its /test, and goes there. It takes a process that has
-# mount, pid, net, ipc and uts namespaces of its own.
+# Makes the root with FILE... in its /test, and changes to it. The caller must be in mount, PID,
+# network, IPC and UTS namespaces of its own.
 make_root() {
   mount --make-rprivate /
   mount -t tmpfs -o mode=755 tmpfs /mnt
@@ -35,7 +34,7 @@ make_root() {
   busybox ip link set lo up
 }
 
-# Makes the directory in which make_root was left the root.
+# Makes the directory that make_root changed to the root.
 enter_root() {
   pivot_root . mnt
   umount -l /mnt
