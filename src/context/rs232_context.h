@@ -21,9 +21,9 @@ struct Rs232Settings {
   int32_t udp_port;                   // this daemon's local UDP port; 0: assigned by the system
   int32_t command_port;  // the daemon's port on the command channel, RS232_COMMAND_PORT
   int32_t baud_rate;     // bits per second
-  int32_t data_bits;     // these and the baud rate are unchecked: the serial port replaces unknown
-                         // values by defaults
-  int32_t parity;        // 0 none, 1 even, 2 odd
+  int32_t data_bits;  // unchecked, like baud rate and stop bits: the serial port replaces unknown
+                      // values by defaults
+  int32_t parity;     // 0 none, 1 even, 2 odd
   int32_t stop_bits;
   int16_t ptz_port;  // TCP port of the PTZ server; 0 or negative: no server
 };

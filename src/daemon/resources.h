@@ -16,8 +16,8 @@ enum class OpenResult {
 
 // Opens the serial line, the UDP socket, the command channel, the event set and, if the PTZ port is
 // positive, the PTZ server, in this order, as configured in `settings`. Stores them in `context`,
-// with a pointer to `settings`, which must outlive it. Stops at the first failure, except that a
-// PTZ server without a listener is not a failure. An error of the UDP socket is logged to syslog.
+// with a pointer to `settings`, which must outlive it. Stops at the first failure. A PTZ server
+// without a listener is not a failure. An error of the UDP socket is logged to syslog.
 OpenResult OpenResources(Rs232Settings* settings, Rs232Context* context);
 
 // Releases what is open, also after OpenResult::kEnd: PTZ server, command channel, event set,

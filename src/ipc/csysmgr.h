@@ -1,7 +1,7 @@
 // CSYSMGR: one-way notices to the device's system manager.
 //
-// Each notice is one datagram to CSYSMGR_PORT of this host; there is no answer. No state between
-// calls; any thread may call. Messages go to standard output.
+// Each notice is one datagram to CSYSMGR_PORT of this host; there is no answer. Keeps no state
+// between calls; any thread may call. Messages go to standard output.
 #pragma once
 
 #include <cstdint>

@@ -3,7 +3,7 @@
 // Frames of six bytes in both directions. The daemon writes and reads numbered 16-bit registers;
 // the micom answers reads and sends requests of its own. A write is not acknowledged. Any thread
 // may call i2m_send, because a frame is one write; only the lens loop's thread may call
-// i2m_read_reply. No state between calls.
+// i2m_read_reply. Keeps no state between calls.
 #pragma once
 
 #include <array>
@@ -37,8 +37,7 @@ enum I2mAddress : uint8_t {
   I2M_ADDR_FOCUS_MOVE = 0x0D,   // write: focus steps
   I2M_ADDR_ZOOM_JOG = 0x20,     // write: an I2mJog
   I2M_ADDR_FOCUS_VALUE = 0x21,  // write: focus measure of the image
-  I2M_ADDR_FOCUS_VALUE_REQ =
-      0x22,                   // from the micom: 1 starts the stream of focus measures, 0 stops it
+  I2M_ADDR_FOCUS_VALUE_REQ = 0x22,  // from the micom: 1 starts the focus measures, 0 stops them
   I2M_ADDR_AF_MODE = 0x23,    // write: an AfMode; 1 the daemon drives the lens, 0 the micom does
   I2M_ADDR_MFZ_MODEL = 0x30,  // from the micom: requests the sensor code and the lens model code
 };

@@ -91,7 +91,7 @@ struct MfzState {
   int16_t posZoom;
 
   // drive
-  uint8_t focus_req;  // both are a DriveRequest
+  uint8_t focus_req;  // a DriveRequest, like zoom_req
   uint8_t zoom_req;
   int32_t zoom_drive_step;  // steps per tick
   int32_t focus_drive_step;

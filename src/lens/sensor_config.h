@@ -3,7 +3,7 @@
 //
 // The tuning is a JSON file whose name consists of sensor, lens and lens model. A missing or
 // unreadable value counts as "no". The only message is a line on standard output for a file that is
-// too long. Blocks on file I/O only; no state between calls.
+// too long. Blocks on file I/O only and keeps no state between calls.
 #pragma once
 
 #include <cstddef>

@@ -1,7 +1,7 @@
 // CFDEVENT: a set of descriptors to watch for input.
 //
 // A table of descriptors, a wait over all of them, and a test of each one after the wait. The set
-// does not own the descriptors; its owner stores it as a value. Main thread only.
+// does not own the descriptors. Main thread only.
 //
 // The daemon uses only the table: the pass polls the table together with further descriptors and
 // calls neither Wait nor IsSet.
@@ -24,8 +24,8 @@ struct CFDEVENT {
   fd_set fdset;               // readable descriptors of the last wait
   int reg_count;              // number of registered descriptors
 
-  // Sets the count to 0 but keeps the slots, and Add still counts from there: the set cannot be
-  // reused without CFDEVENT_Init.
+  // Sets the count to 0 but leaves the descriptors in their slots. Call CFDEVENT_Init before using
+  // the set again.
   void (*Deinit)(CFDEVENT* self);
 
   // Registers a descriptor below FD_SETSIZE. A descriptor added twice takes two slots. Returns its

@@ -66,9 +66,9 @@ struct CPTZSVR {
   bool read_closed[CPTZSVR_MAX_CLIENTS];  // closed by the client; its queue is still sent
 };
 
-// Starts the server. If another process already serves the port, the server has no listener; it
-// finds out by a connection to the port, which it closes at once. A failed connection is the normal
-// case and prints a line on standard error. Returns 0, or -1 if the listener could not be opened.
+// Starts the server. Connects to the port first: if another process answers, closes that connection
+// and runs without a listener. Normally the connection fails, which prints a line on standard
+// error. Returns 0, or -1 if the listener could not be opened.
 int CPTZSVR_Init(CPTZSVR* self, int16_t port);
 
 // Recv without the wait: reads from the lowest-numbered client whose entry in the polled `sources`

@@ -1,7 +1,8 @@
 // The two kinds of datagrams on the daemon's own UDP port.
 //
-// In, from any local process: a 16-bit little-endian code, then its data. Out, to
-// 127.0.0.1:SERIAL_DATA_PORT, one for every read from the serial line: a header, then the bytes.
+//   In, from any local process: a 16-bit little-endian code, then its data.
+//   Out, to 127.0.0.1:SERIAL_DATA_PORT, one for every read from the serial line: a header, then the
+//   bytes.
 #pragma once
 
 #include <cstdint>

@@ -67,7 +67,7 @@ struct ModePass {
   bool client_backpressure;  // client input is not read, because the line has no room
   int reported_clients;      // as last reported to the service manager
   bool reported_line;
-  int64_t stray_line_us;  // monotonic time of the next report of a stray datagram
+  int64_t stray_line_us;  // monotonic time; no report of stray datagrams before it
 
   // Runs one pass. Returns 0, or 1 without serving anything if the stop flag is set.
   int (*RunOnce)(ModePass* self);

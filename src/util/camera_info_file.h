@@ -1,7 +1,7 @@
 // The camera information file. Other processes of the device read from it which camera is connected
 // to the serial line.
 //
-// The modes choose the lines. No state between calls; any thread may call.
+// The modes choose the lines. Keeps no state between calls; any thread may call.
 #pragma once
 
 #include <initializer_list>

@@ -2,7 +2,7 @@
 //
 // A process is identified by its command line: a name matches every process whose program path, as
 // started, begins with it (/bin/abc matches /bin/abcd too). Low process numbers belong to the
-// system and are never signalled. No state between calls; any thread may call.
+// system and are never signalled. Keeps no state between calls; any thread may call.
 #pragma once
 
 // Lists of processes to stop before a reboot. One name per line, at most CUTIL_LIST_LINE_MAX
@@ -14,7 +14,7 @@ constexpr int CUTIL_LIST_LINE_MAX = 31;
 constexpr int CUTIL_LIST_MAX_NAMES = 16;
 // Bytes of a command line that are compared.
 constexpr int CUTIL_COMMAND_LINE_MAX = 255;
-// Lowest process numbers that are examined: for signalling, and by CUTIL_IsProc.
+// Lowest process numbers examined: for signalling, and by CUTIL_IsProc.
 constexpr int CUTIL_FIRST_KILLED_PID = 20;
 constexpr int CUTIL_FIRST_FOUND_PID = 21;
 
@@ -27,8 +27,8 @@ constexpr int CUTIL_COMMAND_SIZE = 256;
 
 // Resets the camera's microcontroller, stops the processes of both lists, unmounts removable
 // storage and reboots the device. Pauses for 3 seconds in total and does not return. If a list
-// names this daemon, the daemon ends before the reboot. SIGTERM gets its default action just before
-// the reboot command and then ends the process.
+// names this daemon, the daemon ends before the reboot. Restores the default action of SIGTERM just
+// before the reboot command; SIGTERM then ends the process.
 [[noreturn]] void CUTIL_Reboot();
 
 // Sends `signal` to every process that matches a name in the list file `list_path`, once for each

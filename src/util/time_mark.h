@@ -1,9 +1,8 @@
-// Time marks: timestamps that the caller stores, and tests whether a number of milliseconds has
-// passed since.
+// Time marks: timestamps that the caller stores, and timeout tests on them.
 //
 // Wall-clock marks follow changes of the clock; a clock that was set back counts as a timeout, so
-// no wait can hang on it. Monotonic marks have their own type. No state between calls; nothing
-// blocks; any thread may call.
+// no wait can hang on it. Monotonic marks have their own type. Keeps no state between calls and
+// never blocks; any thread may call.
 #pragma once
 
 #include <cstdint>
@@ -30,7 +29,7 @@ int CUTIL_GetTime(TimeMark* mark_out);
 // returns 0 if `now` is before `mark`. A negative limit never expires.
 int CUTIL_CheckTimeoutAt(const TimeMark& mark, const TimeMark& now, int limit_ms);
 
-// Does the same with the current wall-clock time.
+// The same test with the current wall-clock time as `now`.
 int CUTIL_CheckTimeout(const TimeMark& mark, int limit_ms);
 
 // Returns the wall-clock microseconds since `mark`. If the clock was set back to an earlier second,
