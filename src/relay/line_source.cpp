@@ -16,7 +16,7 @@ namespace {
 
 constexpr int64_t kUsPerS = 1'000'000;
 constexpr int64_t kRetryUs = LINE_SOURCE_RETRY_S * kUsPerS;
-// Pause after a read that found nothing on a line that was said to be ready.
+// Pause after a read without data on a line that poll reported as ready.
 constexpr int64_t kEmptyReadPauseUs = 1'000;
 
 void HandleHangup(LineSource* self, const char* reason) {
