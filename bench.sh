@@ -1,8 +1,8 @@
 #!/bin/sh
 # Compares the daemon with general serial-to-TCP relays on one bench and prints a table.
-#   ./bench.sh [--quick | --long] [--readme]
-# With --readme the table in README.md and docs/pictures/bench.svg are replaced. Peers that cannot
-# be installed are left out.
+#   ./bench.sh [--quick | --long] [--docs]
+# --docs replaces the report in docs/benchmarks.md and its chart. Peers that cannot be installed are
+# skipped.
 set -eu
 cd "$(dirname "$0")"
 

@@ -14,7 +14,7 @@ using Row = std::vector<std::string>;
 using Table = std::vector<Row>;  // the head first
 
 constexpr char kNothing[] = "-";
-constexpr char kReportBegin[] = "<!-- bench: begin, written by ./bench.sh --readme -->";
+constexpr char kReportBegin[] = "<!-- bench: begin, written by ./bench.sh --docs -->";
 constexpr char kReportEnd[] = "<!-- bench: end -->";
 
 // The label and the unit stand to the left, everything else to the right.
