@@ -8,11 +8,19 @@
 set -eu
 cd "$(dirname "$0")"
 
+case "${1:-}" in
+  -h | --help) sed -n '2,/^[^#]/s/^# \{0,1\}//p' "$0"; exit 0 ;;
+esac
+
 ./packaging/build-deps.sh gcovr
 cmake --preset coverage >/dev/null
 cmake --build --preset coverage
 find build-coverage -name '*.gcda' -delete
 ctest --preset coverage --parallel "$((2 * $(nproc)))" -E '^faults' "$@"
+if [ -z "$(find build-coverage -name '*.gcda' -print -quit)" ]; then
+  echo "coverage.sh: no test ran" >&2
+  exit 1
+fi
 
 # Without what no test could take: the ways of exceptions, and of blocks that never begin.
 mkdir -p build-coverage/report

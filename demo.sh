@@ -11,7 +11,7 @@ once=""
 for argument in "$@"; do
   case "$argument" in
     --once) once="--once" ;;
-    -h | --help) sed -n '2,6s/^# \{0,1\}//p' "$0"; exit 0 ;;
+    -h | --help) sed -n '2,/^[^#]/s/^# \{0,1\}//p' "$0"; exit 0 ;;
     -*) echo "demo.sh: unknown option '$argument' (usage: ./demo.sh [MODEL] [--once])" >&2; exit 2 ;;
     *) model="$argument" ;;
   esac

@@ -8,7 +8,7 @@
 set -eu
 cd "$(dirname "$0")"
 
-usage() { sed -n '2,7s/^# \{0,1\}//p' "$0"; }
+usage() { sed -n '2,/^[^#]/s/^# \{0,1\}//p' "$0"; }
 
 RS232_LIFE_SEED="$(od -An -N4 -tu4 /dev/urandom | tr -d ' ')"
 if [ "${1:-}" = --seed ] && [ $# -ge 2 ]; then

@@ -6,6 +6,9 @@
 set -eu
 cd "$(dirname "$0")"
 
+case "${1:-}" in
+  -h | --help) sed -n '2,/^[^#]/s/^# \{0,1\}//p' "$0"; exit 0 ;;
+esac
 preset="${1:-release}"
 [ $# -eq 0 ] || shift
 

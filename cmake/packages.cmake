@@ -31,6 +31,8 @@ endfunction()
 
 install(TARGETS rs232d RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR} COMPONENT runtime)
 install(FILES packaging/rs232d.service DESTINATION lib/systemd/system COMPONENT support)
+install(FILES packaging/rs232d.tmpfiles DESTINATION lib/tmpfiles.d RENAME rs232d.conf
+        COMPONENT support)
 rs232_install_compressed(src/daemon/man/rs232d.8 rs232d.8 ${CMAKE_INSTALL_MANDIR}/man8 support)
 install(PROGRAMS packaging/S60rs232d
         DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/rs232d/examples COMPONENT support)

@@ -6,6 +6,9 @@
 # another processor, and the emulator for its programs.
 set -eu
 
+case "${1:-}" in
+  -h | --help) sed -n '2,/^[^#]/s/^# \{0,1\}//p' "$0"; exit 0 ;;
+esac
 architecture=""
 triplet=""
 if [ "${1:-}" = "--cross" ]; then

@@ -124,7 +124,8 @@ test_packages() {
   # libstdc++ would nearly double the daemon's memory.
   ! ldd /usr/sbin/rs232d | grep libstdc++ || fail "the daemon loads libstdc++"
   check_files /usr/sbin/rs232d /usr/bin/rs232ctl /usr/bin/vdev \
-    /usr/lib/systemd/system/rs232d.service /usr/share/man/man8/rs232d.8.gz \
+    /usr/lib/systemd/system/rs232d.service /usr/lib/tmpfiles.d/rs232d.conf \
+    /usr/share/man/man8/rs232d.8.gz \
     /usr/share/doc/rs232d/copyright
   [ -L /etc/systemd/system/multi-user.target.wants/rs232d.service ] || fail "not enabled"
   check_unit
@@ -143,11 +144,26 @@ test_packages() {
   diff before after >left || { cat left; fail "left behind"; }
 }
 
+# The script removes a leftover temporary file of settings at the first start after boot only.
+test_leftover() {
+  echo "another boot" >/var/run/rs232d.boot
+  for is_left in false true; do
+    : >/etc/temp.conf
+    "$@" start
+    expect is_serving
+    "$@" stop
+    if [ -e /etc/temp.conf ]; then found=true; else found=false; fi
+    [ $found = $is_left ] || fail "temp.conf is left: $found, not $is_left"
+  done
+  rm /etc/temp.conf
+}
+
 test_archive() {
   busybox tar xzf ./*.tar.gz -C /
   mkdir applets
   busybox --install -s /test/applets
   exercise "by the archive" env PATH=/test/applets sh /etc/init.d/S60rs232d
+  test_leftover env PATH=/test/applets sh /etc/init.d/S60rs232d
 }
 
 daemon_pid() { busybox pidof rs232d; }

@@ -433,6 +433,15 @@ test_lens() {
 
 is_replaced() { [ "$(stat -c %i "$1")" != "$2" ]; }
 
+# systemd removes a leftover temporary file of settings at boot only.
+test_leftover() {
+  : >/etc/temp.conf
+  systemd-tmpfiles --create --remove rs232d.conf
+  now "temp.conf: stays while the system runs" test -e /etc/temp.conf
+  systemd-tmpfiles --create --remove --boot rs232d.conf
+  now "temp.conf: removed at boot" test ! -e /etc/temp.conf
+}
+
 # --- Inside -------------------------------------------------------------------------------------
 
 test_inside() {
@@ -449,6 +458,7 @@ test_inside() {
   check_probe
   check "installed: enabled" systemctl is-enabled --quiet rs232d
   check "installed: not started without a device" state_is ConditionResult no
+  test_leftover
   test_relay
   test_restarts
   test_sd

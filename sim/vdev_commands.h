@@ -32,10 +32,11 @@ struct ScriptStep {
   milliseconds watch;
 };
 
-// The demonstration of a model.
-std::vector<ScriptStep> DemoScript(const std::string& model);
+// The demonstration of a model. With `updates` that of an HD module ends in new firmware, and so in
+// a reboot of the device.
+std::vector<ScriptStep> DemoScript(const std::string& model, bool updates);
 
 // Whether the device has shown everything that its demonstration should; notes what is missing.
-bool DemoShowedAll(VirtualDevice* device);
+bool DemoShowedAll(VirtualDevice* device, bool updates);
 
 }  // namespace sim

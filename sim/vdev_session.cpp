@@ -105,7 +105,8 @@ int Stop(VirtualDevice* device, const Ending& ending) {
 class Player {
  public:
   explicit Player(const SessionOptions& options) {
-    if (options.demo) script_ = DemoScript(options.device.model);
+    // A device that is the user's afterwards must not have rebooted.
+    if (options.demo) script_ = DemoScript(options.device.model, options.once);
   }
 
   // Plays the steps that are due. Returns false once the script is over.
@@ -258,7 +259,7 @@ int RunPlainSession(const SessionOptions& options) {
   bool is_playing = options.demo;
   bool showed_all = true;
   const auto end_demo = [&] {
-    if (std::exchange(is_playing, false)) showed_all = DemoShowedAll(&device);
+    if (std::exchange(is_playing, false)) showed_all = DemoShowedAll(&device, options.once);
   };
   const Ending ending = Serve(&device, signals, kLook, [&] {
     if (player.Serve(&device)) return true;

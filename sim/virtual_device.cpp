@@ -30,6 +30,9 @@ namespace {
 // A file that has not changed for this long is complete.
 constexpr milliseconds kFileSettled{50};
 
+// For the rest of a firmware update and the pauses before the reboot.
+constexpr milliseconds kStopPatience{30'000};
+
 constexpr char kCameraInfoPath[] = "/var/nvt/camera.info";
 
 std::string Dump(std::span<const uint8_t> bytes) {
@@ -245,14 +248,16 @@ void VirtualDevice::UpdateFirmware(size_t payload) {
 bool VirtualDevice::Stop() {
   if (client_) rig.Unwatch(client_->Fd());
   client_.reset();
+  if (!is_rebooting_) {
+    rig.daemon->Signal(SIGTERM);
+    // A daemon that awaits an answer ends once it has it, one that updates firmware reboots.
+    Serve(kStopPatience, -1);
+  }
   if (is_rebooting_) {
     Note("rs232d has rebooted the device and waits for the system to end it: ended");
     rig.daemon->Signal(SIGKILL);
     return rig.daemon->WaitEnd() == -SIGKILL;
   }
-  rig.daemon->Signal(SIGTERM);
-  // A daemon that awaits an answer ends once it has it.
-  Serve(kPatience, -1);
   const auto status = rig.daemon->WaitEnd(milliseconds(0));
   TakeDaemonLines();
   if (!status.has_value()) {

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 
 #include "tools/failure.h"
 #include "tools/unique_fd.h"
@@ -56,6 +57,13 @@ void Fill(int fd, const std::string& path, std::span<const uint8_t> bytes,
   Fail("write", shown_path, error);
 }
 
+// A new name outlives a loss of power only once its directory is on the medium.
+bool SyncDirectoryOf(const std::string& path) {
+  const std::string directory = std::filesystem::absolute(path).parent_path();
+  const UniqueFd file(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  return file.Get() >= 0 && fsync(file.Get()) == 0;
+}
+
 }  // namespace
 
 std::vector<uint8_t> ReadFile(const std::string& path) {
@@ -87,6 +95,10 @@ void CreateFile(const std::string& path, std::span<const uint8_t> bytes) {
   const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kFileMode);
   if (fd < 0) Fail("create", path, errno);
   Fill(fd, path, bytes, path);
+  if (SyncDirectoryOf(path)) return;
+  const int error = errno;
+  unlink(path.c_str());
+  Fail("create", path, error);
 }
 
 }  // namespace tools

@@ -19,7 +19,8 @@ std::vector<uint8_t> ReadStandardInput();
 // or the new one, never a part.
 void PlaceFile(const std::string& path, std::span<const uint8_t> bytes);
 
-// Makes a new file; one that is there already is left alone, and a failure.
+// Makes a new file, which outlives a loss of power once this returns; one that is there already is
+// left alone, and a failure.
 void CreateFile(const std::string& path, std::span<const uint8_t> bytes);
 
 }  // namespace tools

@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -64,8 +65,9 @@ class MappedBlock {
     throw Failure(EXIT_STATUS_FAILED, path_ + " was cut while it was read");
   }
 
-  // Stores all changes in one turn. The bytes of other fields are not touched: their owners may
-  // have changed them since anybody looked.
+  // Stores all changes in one turn and waits until the medium has them: what is reported as stored
+  // outlives a loss of power. The bytes of other fields are not touched: their owners may have
+  // changed them since anybody looked.
   void Store(const std::vector<ParamChange>& changes) {
     map_.Lock(&map_);
     // Who had the locks last may have cut the file.
@@ -75,6 +77,9 @@ class MappedBlock {
       if (is_whole) StoreParam(change, static_cast<uint8_t*>(map_.map));
     map_.Unlock(&map_);
     RequireWhole(path_, status.st_size);
+    // Others need not wait for the medium: it comes after their locks.
+    if (msync(map_.map, PARAM_BLOCK_SIZE, MS_SYNC) == 0) return;
+    throw Failure(EXIT_STATUS_FAILED, "cannot write " + path_ + ": " + strerror(errno));
   }
 
  private:

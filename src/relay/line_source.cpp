@@ -47,7 +47,9 @@ int LineSourceRead(LineSource* self, uint8_t* buffer, int size) {
 void LineSourceServe(LineSource* self) {
   if (LineSourceWaitLimitUs(*self) > 0) return;
   Rs232Context* context = self->context;
-  if (OpenRS232(context, SerialLineOf(*context->settings)) < 0) {
+  const SerialLine line = SerialLineOf(*context->settings);
+  if (OpenRS232(context, line) < 0 || !IsRS232Usable(*context, line)) {
+    CloseRS232(context);
     self->retry_us = CUTIL_MonotonicUs() + kRetryUs;
     return;
   }

@@ -3,8 +3,9 @@
 // A line whose device goes away (an adapter is unplugged, the far end of a pty closes) is ready
 // for ever and has nothing. It is then closed and taken out of the event set, and opened again with
 // the settings of start-up: the first attempt comes LINE_SOURCE_RETRY_S later, and so does each
-// further one. One line on standard error says that it is lost, and one that it is back. What is
-// sent meanwhile is lost, as on a closed port. Main thread only; nothing here waits for the line.
+// further one. One line on standard error says that it is lost, and one that it is back: when it
+// has a device that took the settings. What is sent meanwhile is lost, as on a closed port. Main
+// thread only; nothing here waits for the line.
 #pragma once
 
 #include <cstdint>

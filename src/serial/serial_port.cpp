@@ -30,7 +30,8 @@ SerialPort g_port = {.fd = -1,
                      .Write = nullptr,
                      .Read = nullptr,
                      .tells_transmitter = false,
-                     .has_unsent = false};
+                     .has_unsent = false,
+                     .stop_seen_us = 0};
 
 // --- Line settings ---------------------------------------------------------------------------
 
@@ -80,8 +81,11 @@ constexpr int64_t kUsPerS = 1'000'000;
 constexpr int64_t kBitsPerCharacter = 12;
 // What a driver may lag behind the line before the wait is given up.
 constexpr int64_t kDrainMarginUs = 200'000;
-// The longest wait once the daemon is told to end.
+// What all waits together may last once the daemon is told to end.
 constexpr int64_t kDrainAfterStopUs = 1'000'000;
+// What a device's FIFO gets to empty itself before the line settings change: 64 characters at 1200
+// bits per second.
+constexpr int64_t kFifoDrainUs = 700'000;
 // How often the driver's own drain call is interrupted.
 constexpr long kDrainLookNs = 50'000'000;
 // How often the output queue is looked at where there is no timer for that.
@@ -100,9 +104,9 @@ int64_t PresentBaudRate(int fd) {
   return SERIAL_DEFAULT_SPEED.baud_rate;
 }
 
-// How long a wait may last: what everything queued on the device can take, and once the daemon is
-// told to end no more than kDrainAfterStopUs.
+// How long a wait may last: what everything queued on the device can take.
 struct DrainLimit {
+  SerialPort* port;
   int64_t begin_us;
   int64_t length_us;
 };
@@ -116,15 +120,24 @@ int64_t LineTimeUs(int fd, int characters) {
   return characters * kBitsPerCharacter * kUsPerS / PresentBaudRate(fd);
 }
 
-DrainLimit DrainLimitFor(int fd, int written, int64_t begin_us) {
+DrainLimit DrainLimitFor(SerialPort* self, int fd, int written, int64_t begin_us) {
   const int characters = std::max({QueuedBytes(fd), written, 0});
-  return {.begin_us = begin_us, .length_us = LineTimeUs(fd, characters) + kDrainMarginUs};
+  return {
+      .port = self, .begin_us = begin_us, .length_us = LineTimeUs(fd, characters) + kDrainMarginUs};
+}
+
+// One limit for all waits from the first that finds the stop flag set: what is still to be sent may
+// be several frames.
+bool IsStopOver(SerialPort* self) {
+  if (g_rs232_stop.load(std::memory_order_relaxed) == 0) return false;
+  const int64_t now_us = CUTIL_MonotonicUs();
+  int64_t seen_us = 0;
+  return !self->stop_seen_us.compare_exchange_strong(seen_us, now_us) &&
+         now_us - seen_us >= kDrainAfterStopUs;
 }
 
 bool IsOver(const DrainLimit& limit) {
-  const int64_t waited_us = CUTIL_MonotonicUs() - limit.begin_us;
-  const bool is_stopping = g_rs232_stop.load(std::memory_order_relaxed) != 0;
-  return waited_us >= limit.length_us || (is_stopping && waited_us >= kDrainAfterStopUs);
+  return IsStopOver(limit.port) || CUTIL_MonotonicUs() - limit.begin_us >= limit.length_us;
 }
 
 enum class Transmitter { kEmpty, kBusy, kUnknown };
@@ -138,8 +151,8 @@ Transmitter QueryTransmitter(int fd) {
 }
 
 // Each drain returns false when it was given up.
-bool DrainByStatus(int fd, int written) {
-  const DrainLimit limit = DrainLimitFor(fd, written, CUTIL_MonotonicUs());
+bool DrainByStatus(SerialPort* self, int fd, int written) {
+  const DrainLimit limit = DrainLimitFor(self, fd, written, CUTIL_MonotonicUs());
   while (QueryTransmitter(fd) == Transmitter::kBusy) {
     if (IsOver(limit)) return false;
     CUTIL_NotifyServe();
@@ -166,6 +179,14 @@ bool MakeDrainTimer(timer_t* timer) {
   return timer_create(CLOCK_MONOTONIC, &event, timer) == 0;
 }
 
+// The calling thread's timer, made with the first call; null when there is none to be had.
+timer_t* DrainTimer() {
+  thread_local timer_t timer;
+  thread_local bool has_timer = false;
+  if (!has_timer) has_timer = MakeDrainTimer(&timer);
+  return has_timer ? &timer : nullptr;
+}
+
 // Starts the timer, or with 0 stops it. It fires again and again: one signal may come just before
 // the call that it is meant for.
 void SetDrainTimer(timer_t timer, long period_ns) {
@@ -174,8 +195,8 @@ void SetDrainTimer(timer_t timer, long period_ns) {
   timer_settime(timer, 0, &setting, nullptr);
 }
 
-bool DrainByQueue(int fd, int written) {
-  const DrainLimit limit = DrainLimitFor(fd, written, CUTIL_MonotonicUs());
+bool DrainByQueue(SerialPort* self, int fd, int written) {
+  const DrainLimit limit = DrainLimitFor(self, fd, written, CUTIL_MonotonicUs());
   while (QueuedBytes(fd) > 0) {
     if (IsOver(limit)) return false;
     CUTIL_SleepUs(kQueueLookUs);
@@ -187,22 +208,20 @@ bool DrainByQueue(int fd, int written) {
 // For devices that cannot tell when the shift register is empty (USB adapters, ptys): lets the
 // driver wait. Its call has no limit of its own: an adapter whose flow control holds it up would
 // hold the daemon up for ever. A timer interrupts the call so that it can be given up.
-bool DrainByDriver(int fd, int written) {
-  thread_local timer_t timer;
-  thread_local bool has_timer = false;
-  if (!has_timer) has_timer = MakeDrainTimer(&timer);
-  if (!has_timer) return DrainByQueue(fd, written);
+bool DrainByDriver(SerialPort* self, int fd, int written) {
+  timer_t* const timer = DrainTimer();
+  if (timer == nullptr) return DrainByQueue(self, fd, written);
   const int64_t begin_us = CUTIL_MonotonicUs();
-  SetDrainTimer(timer, kDrainLookNs);
+  SetDrainTimer(*timer, kDrainLookNs);
   bool is_waiting = tcdrain(fd) != 0 && errno == EINTR;
   if (is_waiting) {
-    const DrainLimit limit = DrainLimitFor(fd, written, begin_us);
+    const DrainLimit limit = DrainLimitFor(self, fd, written, begin_us);
     while (is_waiting && !IsOver(limit)) {
       CUTIL_NotifyServe();
       is_waiting = tcdrain(fd) != 0 && errno == EINTR;
     }
   }
-  SetDrainTimer(timer, 0);
+  SetDrainTimer(*timer, 0);
   return !is_waiting;
 }
 
@@ -210,9 +229,9 @@ bool DrainByDriver(int fd, int written) {
 bool WaitTransmitterEmpty(SerialPort* self, int fd, int written) {
   const Transmitter state = self->tells_transmitter ? QueryTransmitter(fd) : Transmitter::kUnknown;
   if (state == Transmitter::kEmpty) return true;
-  if (state == Transmitter::kBusy) return DrainByStatus(fd, written);
+  if (state == Transmitter::kBusy) return DrainByStatus(self, fd, written);
   if (self->fd == fd) self->tells_transmitter = false;
-  return DrainByDriver(fd, written);
+  return DrainByDriver(self, fd, written);
 }
 
 // --- Writing -------------------------------------------------------------------------------------
@@ -233,16 +252,37 @@ void UnlockWrites() {
 
 // --- The slots ---------------------------------------------------------------------------------
 
+// What a wait that was given up left must not go out at another speed. The driver's queue is
+// discarded; the few bytes in the device's FIFO can only be waited for.
+void DiscardUnsent(int fd) {
+  tcflush(fd, TCOFLUSH);
+  const int64_t latest_us = CUTIL_MonotonicUs() + kFifoDrainUs;
+  while (QueryTransmitter(fd) == Transmitter::kBusy && CUTIL_MonotonicUs() < latest_us)
+    CUTIL_NotifyServe();
+}
+
+// Closing waits for up to half a minute for what the driver still holds, and some cannot discard
+// it. The timer's signal ends that wait.
+void CloseWithoutWait(int fd) {
+  timer_t* const timer = DrainTimer();
+  if (timer != nullptr) SetDrainTimer(*timer, kDrainLookNs);
+  close(fd);
+  if (timer != nullptr) SetDrainTimer(*timer, 0);
+}
+
 void Close(SerialPort* self) {
   LockWrites();
   const int fd = self->fd.exchange(-1);
-  if (fd >= 0) {
-    // What is left would go out at another speed, and hold up the close.
-    if (self->has_unsent) tcflush(fd, TCOFLUSH);
-    tcsetattr(fd, TCSANOW, &self->saved);
+  UnlockWrites();
+  if (fd < 0) return;
+  const bool has_unsent = self->has_unsent;
+  if (has_unsent) DiscardUnsent(fd);
+  tcsetattr(fd, TCSANOW, &self->saved);
+  if (has_unsent) {
+    CloseWithoutWait(fd);
+  } else {
     close(fd);
   }
-  UnlockWrites();
 }
 
 int Write(SerialPort* self, const void* buffer, int length) {
@@ -279,6 +319,7 @@ int SerialPortOpen(SerialPort* self, const char* path, const SerialLine& line) {
   self->Read = Read;
   self->tells_transmitter = true;
   self->has_unsent = false;
+  self->stop_seen_us = 0;
   const termios settings = RawSettings(line);
   HandleDrainSignal();
   setvbuf(stdout, nullptr, _IONBF, 0);
@@ -310,6 +351,18 @@ int OpenRS232(Rs232Context* context, const SerialLine& line) {
 
 const char* OpenedDevicePath() {
   return g_device_path;
+}
+
+bool IsRS232Usable(const Rs232Context& context, const SerialLine& line) {
+  const termios asked = RawSettings(line);
+  termios found = {};
+  if (tcgetattr(context.serial, &found) != 0) return false;
+  if (found.c_iflag != asked.c_iflag || found.c_oflag != asked.c_oflag ||
+      found.c_lflag != asked.c_lflag) {
+    return false;
+  }
+  char none = 0;
+  return read(context.serial, &none, 0) == 0 || errno == EAGAIN || errno == EINTR;
 }
 
 int CloseRS232(Rs232Context* context) {

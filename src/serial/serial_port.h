@@ -63,15 +63,16 @@ struct SerialPort {
   std::atomic<int> fd;  // the open device, -1 when not open
   termios saved;        // settings found on the device when it was opened
 
-  // Discards what a wait that was given up left unsent, restores the saved settings and closes the
-  // device. Nothing happens when it is not open.
+  // Restores the saved settings and closes the device; nothing happens when it is not open. What a
+  // wait that was given up left unsent is discarded first, as far as the driver can, and the
+  // device's FIFO gets some tenths of a second: nothing goes out at another speed.
   void (*Close)(SerialPort* self);
 
   // Writes the buffer with one `write` (what does not fit is not written) and waits until the
   // last bit has left the transmitter. The wait keeps the processor busy where the driver tells
   // when that is; elsewhere it sleeps in the driver's drain call. It is given up once it has lasted
-  // longer than the bytes need on the line plus a margin, or a second after it began when the
-  // daemon is told to end. Returns what `write` returned, or -1 when the port is not open.
+  // longer than the bytes need on the line plus a margin. Once the daemon is told to end, all waits
+  // together get one second. Returns what `write` returned, or -1 when the port is not open.
   int (*Write)(SerialPort* self, const void* buffer, int length);
 
   // Waits at most `timeout_ms` (not negative) for input and reads once, at most `length` bytes.
@@ -80,6 +81,7 @@ struct SerialPort {
 
   std::atomic<bool> tells_transmitter;  // the driver may know when the transmitter is empty
   std::atomic<bool> has_unsent;         // the wait of the last write was given up
+  std::atomic<int64_t> stop_seen_us;    // monotonic time at which a wait found the stop flag set; 0
 };
 
 // Opens `path` with the line settings and saves those it finds; makes standard output
@@ -93,6 +95,12 @@ extern std::atomic<SerialPort*> g_serial_port;
 // Opens the daemon's port, which must be closed, on the device that SERIAL_CAPABILITIES_PATH names
 // and stores its descriptor, or -1, in `context`. Returns what it stored.
 int OpenRS232(Rs232Context* context, const SerialLine& line);
+
+// Whether the open port of `context` has a device behind it that took the settings of `line`. A
+// driver without one (an unbound UART leaves its node) opens, keeps what it is told and fails every
+// read, even one of no bytes. Speed and framing prove nothing: a pty keeps no framing, and an
+// adapter may run at the nearest speed it has.
+bool IsRS232Usable(const Rs232Context& context, const SerialLine& line);
 
 // Path of the device that OpenRS232 opened last, or failed to open; empty before.
 const char* OpenedDevicePath();

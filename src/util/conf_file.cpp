@@ -1,5 +1,6 @@
 #include "util/conf_file.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -101,6 +102,18 @@ int FlushAndSync(FILE* in, FILE* out) {
   return fflush(out) == 0 && fsync(fileno(out)) == 0 ? 0 : errno;
 }
 
+// Forces the renaming itself to the medium. A loss of power soon after it would otherwise bring the
+// old file and the temporary one back, and the latter keeps every writer out. Readers have the new
+// file in any case: a failure is reported, and changes no result.
+void SyncDirectory() {
+  const int directory = open(CUTIL_SETTINGS_DIRECTORY, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (directory < 0 || fsync(directory) != 0) {
+    printf("[CUTIL_SetConfValue] error, reason(sync %s, %s)\n", CUTIL_SETTINGS_DIRECTORY,
+           strerror(errno));
+  }
+  if (directory >= 0) close(directory);
+}
+
 // Fills the temporary file `out`, closes both files and puts the one in the other's place.
 // Returns 0 or -3.
 int Replace(const char* path, FILE* in, FILE* out, const char* key, const char* value) {
@@ -113,7 +126,9 @@ int Replace(const char* path, FILE* in, FILE* out, const char* key, const char* 
     printf("[CUTIL_SetConfValue] error, reason(rewrite %s, %s)\n", path, strerror(error));
     return -3;
   }
-  return rename(CUTIL_TEMP_CONF_PATH, path) == 0 ? 0 : -3;
+  if (rename(CUTIL_TEMP_CONF_PATH, path) != 0) return -3;
+  SyncDirectory();
+  return 0;
 }
 
 void PrintInUse() {

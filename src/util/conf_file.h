@@ -9,6 +9,8 @@
 
 #include <cstddef>
 
+// Where the files that are rewritten stand.
+constexpr char CUTIL_SETTINGS_DIRECTORY[] = "/etc";
 // Temporary file of a rewrite, renamed over the file rewritten.
 constexpr char CUTIL_TEMP_CONF_PATH[] = "/etc/temp.conf";
 
@@ -46,5 +48,7 @@ int CUTIL_GetConfValue(const char* path, const char* key, char* value_out, size_
 // CUTIL_SETTINGS_MAX; -2 when the temporary file cannot be created; -3 when writing it failed (it
 // is then removed) or renaming it failed (it stays). Failures but the last print one line on
 // standard output. `path` is replaced whole or left as it was, also across a loss of power: the
-// call blocks until the medium has the bytes. Permissions are kept.
+// call blocks until the medium has the bytes and the renaming. When only the latter cannot be had,
+// one line says so and the result is 0: the new value is in place, and a loss of power within
+// seconds may undo it. Permissions are kept.
 int CUTIL_SetConfValue(const char* path, const char* key, const char* value);

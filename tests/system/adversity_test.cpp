@@ -112,7 +112,7 @@ TEST_F(RealTimeShell, InheritsNoHarm) {
   sigfillset(&all);
   pthread_sigmask(SIG_SETMASK, &all, &usual);
   Install();
-  DeviceRig::Launch("/bin/sh", {"-c", "ulimit -f 0; cd /tmp; exec " RS232D_PATH " 1"});
+  DeviceRig::Launch("/bin/sh", {"-c", "ulimit -f 0; cd /tmp; exec '" RS232D_PATH "' 1"});
   pthread_sigmask(SIG_SETMASK, &usual, nullptr);
   ASSERT_TRUE(WaitServing());
   ExpectLineQuiet();
@@ -125,22 +125,12 @@ TEST_F(RealTimeShell, InheritsNoHarm) {
 // line.
 TEST_F(RealTimeShell, NoStandardStreams) {
   Install();
-  DeviceRig::Launch("/bin/sh", {"-c", "exec " RS232D_PATH " 1 0<&- 1>&- 2>&-"});
+  DeviceRig::Launch("/bin/sh", {"-c", "exec '" RS232D_PATH "' 1 0<&- 1>&- 2>&-"});
   ASSERT_TRUE(daemon->WaitServing(config));
   const sim::PtzClient client(config.ptz_port);
   ExpectLineQuiet();
   EXPECT_EQ(daemon->Stop(), 0);
   EXPECT_EQ(sim::Hex(line.Receive(1, milliseconds(0))), "");
-}
-
-// Standard streams and the serial line take every descriptor; syslog gets none either. A search for
-// leaks at the end would need descriptors of its own.
-TEST_F(RealTimeShell, NoDescriptorForTheUdpSocket) {
-  Install();
-  setenv("ASAN_OPTIONS", "detect_leaks=0", 1);
-  DeviceRig::Launch(
-      "/bin/sh", {"-c", "exec 3>&- 4>&- 5>&- 6>&- 7>&- 8>&- 9>&-; ulimit -n 5; exec " RS232D_PATH});
-  ExpectEnd(1);
 }
 
 TEST_F(Adversity, PipesInPlaceOfSettings) {

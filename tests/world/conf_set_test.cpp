@@ -1,13 +1,17 @@
 #include <sys/mount.h>
 #include <sys/stat.h>
 
+#include <CLI/CLI.hpp>
 #include <cerrno>
 #include <cstring>
 #include <functional>
 
+#include "cmmap/param_block.h"
 #include "lens/sensor_config.h"
 #include "tests/support.h"
 #include "tests/world/failing_call.h"
+#include "tools/commands.h"
+#include "tools/failure.h"
 #include "util/camera_info_file.h"
 #include "util/conf_file.h"
 #include "util/process.h"
@@ -92,22 +96,51 @@ TEST(ConfSet, LeavesTheFileAloneWhereItCannotBegin) {
   EXPECT_EQ(ReadTextFile(kElsewhere), "a=1\n");
 }
 
-// On a full disk, or where the bytes do not get to the medium: a rename could leave an empty file.
-TEST(ConfSet, KeepsTheOldFileWhereTheNewOneCannotBeWritten) {
+TEST(ConfSet, KeepsTheOldFileWhereTheDiskIsFull) {
   const auto descriptors = support::OpenDescriptors();
-  for (const auto& [error, call] : {std::pair(ENOSPC, ""), {EPERM, "fsync"}}) {
-    ASSERT_EQ(mount("tmpfs", "/etc", "tmpfs", 0, "size=64k"), 0);
-    const string before = "a=1\n" + string(error == ENOSPC ? 40000 : 0, 'x');
-    WriteTextFile(kPath, before);
-    const FailingCall failing(call);
-    EXPECT_EQ(Set(kPath, "a", "2"),
-              string("-3 [CUTIL_SetConfValue] error, reason(rewrite /etc/test.conf, ") +
-                  strerror(error) + ")\n");
-    EXPECT_EQ(ReadTextFile(kPath), before);
-    EXPECT_FALSE(TempExists());
-    umount2("/etc", MNT_DETACH);
-  }
+  ASSERT_EQ(mount("tmpfs", "/etc", "tmpfs", 0, "size=64k"), 0);
+  const string before = "a=1\n" + string(40000, 'x');
+  WriteTextFile(kPath, before);
+  EXPECT_EQ(Set(kPath, "a", "2"),
+            "-3 [CUTIL_SetConfValue] error, reason(rewrite /etc/test.conf, No space left on "
+            "device)\n");
+  EXPECT_EQ(ReadTextFile(kPath), before);
+  EXPECT_FALSE(TempExists());
+  umount2("/etc", MNT_DETACH);
   EXPECT_EQ(support::OpenDescriptors(), descriptors);
+}
+
+string Params(const string& line) {
+  CLI::App app;
+  tools::AddParamsCommand(&app);
+  try {
+    app.parse("params " + line);
+  } catch (const tools::Failure& failure) {
+    return failure.what();
+  }
+  return "";
+}
+
+// What is not on the medium is not reported as stored, but where it is in place already.
+TEST(ConfSet, WaitsUntilTheMediumHasAllOfIt) {
+  WriteTextFile(kPath, "a=1\n");
+  WriteTextFile(PARAM_BLOCK_PATH, string(PARAM_BLOCK_SIZE, '\0'));
+  const auto set = [] { return Set(kPath, "a", "2"); };
+  const std::tuple<const char*, int, std::function<string()>, string> rows[] = {
+      // A rename could leave an empty file.
+      {"fsync", 0, set,
+       "-3 [CUTIL_SetConfValue] error, reason(rewrite /etc/test.conf, Input/output error)\n"},
+      {"fsync", 1, set, "0 [CUTIL_SetConfValue] error, reason(sync /etc, Input/output error)\n"},
+      {"msync", 0, [] { return Params("set baud=9600"); },
+       "cannot write /var/nvt/param.dat: Input/output error"},
+      {"fsync", 1, [] { return Params("create --file /etc/new.dat"); },
+       "cannot create /etc/new.dat: Input/output error"},
+  };
+  for (const auto& [call, passes, store, said] : rows) {
+    const FailingCall failing(call, EIO, passes);
+    EXPECT_EQ(store(), said);
+  }
+  EXPECT_EQ(ReadTextFile(kPath), "a=2\n");
 }
 
 TEST(ConfSet, LeavesTheTemporaryFileOfAFailedRename) {

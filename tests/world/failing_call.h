@@ -8,8 +8,9 @@
 
 class FailingCall {
  public:
-  // The functions that can fail stand at the end of the source; "" for none.
-  explicit FailingCall(const char* name, int error = EPERM);
+  // The functions that can fail stand at the end of the source; "" for none. The first `passes`
+  // calls go well.
+  explicit FailingCall(const char* name, int error = EPERM, int passes = 0);
   ~FailingCall();
   FailingCall(const FailingCall&) = delete;
   FailingCall& operator=(const FailingCall&) = delete;

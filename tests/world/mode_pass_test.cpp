@@ -151,19 +151,4 @@ TEST_F(ModePassTest, DatagramsThatAreNoCommandsAreIgnored) {
   EXPECT_EQ(commands, std::vector<int>{CICOMM_PCMD_MICOM_FIRMWARE_UPDATE});
 }
 
-TEST_F(ModePassTest, SlowClientGetsWhatWaits) {
-  sim::PtzClient client(kPtzPort);
-  const Bytes chunk(1000, 'c');
-  size_t sent = 0;
-  support::OnStderr([&] {
-    server_.Accept(&server_, 5000000);
-    for (; server_.queues[0].count == 0; sent += chunk.size())
-      server_.SendAll(&server_, chunk.data(), static_cast<int>(chunk.size()));
-    EXPECT_EQ(client.Receive(sent - chunk.size()).size(), sent - chunk.size());
-    for (int i = 0; i < 10 && server_.queues[0].count > 0; ++i)
-      pass_.RunOnce(&pass_);
-  });
-  EXPECT_EQ(client.Receive(chunk.size()), chunk);
-}
-
 }  // namespace

@@ -9,6 +9,8 @@
 #include <thread>
 
 #include "context/rs232_context.h"
+#include "relay/cfdevent.h"
+#include "relay/line_source.h"
 #include "serial/serial_io.h"
 #include "serial/serial_port.h"
 #include "sim/pty_line.h"
@@ -28,7 +30,9 @@ struct SlowDriver {
   int status_error;    // of a query of the transmitter; 0 when it can tell
   int busy;            // how many queries of either kind find bytes still under way
   int queued;          // bytes in its queue while it is busy
-  bool hangs = false;  // its drain call ends only by a signal
+  bool hangs = false;  // its drain call and closing end only by a signal
+  int fifo = 0;        // `busy` once its queue is discarded
+  bool changes_speed_of_bytes = false;
   int status_queries = 0;
   int drains = 0;
   int flushes = 0;  // of its output
@@ -83,12 +87,25 @@ extern "C" int tcdrain(int fd) {
 }
 
 extern "C" int tcflush(int fd, int queue) noexcept {
-  if (g_driver != nullptr) g_driver->flushes += queue == TCOFLUSH;
+  if (g_driver != nullptr && queue == TCOFLUSH) {
+    ++g_driver->flushes;
+    g_driver->busy = g_driver->fifo;
+  }
   return CallNext<int>("tcflush", fd, queue);
 }
 
+extern "C" int close(int fd) {
+  if (g_driver != nullptr && g_driver->hangs && fd == g_watched) pause();
+  return CallNext<int>("close", fd);
+}
+
+// A driver that takes no settings.
+bool g_refuses = false;
+
 extern "C" int tcsetattr(int fd, int when, const termios* settings) noexcept {
   g_asked = *settings;
+  if (g_driver != nullptr) g_driver->changes_speed_of_bytes |= g_driver->busy != 0;
+  if (g_refuses) return 0;
   return CallNext<int>("tcsetattr", fd, when, settings);
 }
 
@@ -221,27 +238,24 @@ TEST_F(Serial, WaitsUntilTheLineIsIdle) {
   constexpr int kMarginMs = 200;
   const struct {
     SlowDriver driver;
-    int stop, least_ms;
+    int least_ms;
     int status_queries;  // of two writes, the second to an idle line; -1 for any number
     int drains;          // of both
   } rows[] = {
-      {{0, 0, 0}, 0, 0, 2, 0},
-      {{0, 50, 0}, 0, 0, -1, 0},
+      {{0, 0, 0}, 0, 2, 0},
+      {{0, 50, 0}, 0, -1, 0},
       // A margin past the 4 ms of the line, or the 500 of its queue.
-      {{0, kForever, 0}, 0, kMarginMs + 3, -1, 0},
-      {{0, kForever, 400}, 0, kMarginMs + 500, -1, 0},
-      {{EINTR, 0, 0}, 0, kMarginMs + 3, -1, 0},
+      {{0, kForever, 0}, kMarginMs + 3, -1, 0},
+      {{0, kForever, 400}, kMarginMs + 500, -1, 0},
+      {{EINTR, 0, 0}, kMarginMs + 3, -1, 0},
       // Who cannot tell is not asked again.
-      {{ENOTTY, 0, 0}, 0, 0, 1, 2},
-      // Told to end.
-      {{0, kForever, 4000}, 1, 1000, -1, 0},
+      {{ENOTTY, 0, 0}, 0, 1, 2},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(&row - rows);
     ASSERT_EQ(SerialPortOpen(&port_, kPath, kLine), 0);
     SlowDriver driver = row.driver;
     g_driver = &driver;
-    g_rs232_stop = row.stop;
     ExpectTakes(row.least_ms, [this] { EXPECT_EQ(port_.Write(&port_, "abc", 3), 3); });
     driver.busy = std::max(driver.busy, 0);
     EXPECT_EQ(port_.Write(&port_, "abc", 3), 3);
@@ -251,8 +265,58 @@ TEST_F(Serial, WaitsUntilTheLineIsIdle) {
     line_.Receive(6);
     port_.Close(&port_);
     EXPECT_EQ(driver.flushes, driver.status_error == EINTR);  // given up for good
+    g_driver = nullptr;
+  }
+}
+
+// Told to end with several frames to go. Nothing goes out at the speed that is restored.
+TEST_F(Serial, StopOnABusyLineTakesTwoSecondsAtMost) {
+  constexpr int kForever = -1;
+  for (const auto& [fifo, ms] : {std::pair(0, 1000), {50, 1000}, {kForever, 1700}}) {
+    ASSERT_EQ(SerialPortOpen(&port_, kPath, kLine), 0);
+    SlowDriver driver = {.status_error = 0, .busy = kForever, .queued = 4000, .fifo = fifo};
+    g_driver = &driver;
+    g_rs232_stop = 1;
+    const auto stop = [this] {
+      for (int i = 0; i < 3; ++i)
+        port_.Write(&port_, "abc", 3);
+      port_.Close(&port_);
+    };
+    ExpectTakes(ms, stop, 200);
+    EXPECT_EQ(driver.flushes, 1);
+    EXPECT_EQ(driver.changes_speed_of_bytes, fifo == kForever);
     g_rs232_stop = 0;
     g_driver = nullptr;
+  }
+}
+
+// A device may open and be none.
+TEST_F(Serial, LineIsBackOnceItTakesSettingsAndCanBeRead) {
+  static CFDEVENT events;
+  CFDEVENT_Init(&events);
+  g_rs232_context.events = &events;
+  g_rs232_context.settings = &g_rs232_settings;
+  g_rs232_context.serial = -1;
+  g_rs232_settings.parity = 1;  // which a pty does not keep
+  const std::tuple<const char*, const char*, bool, string> rows[] = {
+      {"/dev/none", "", false, ""},
+      {"/dev/null", "", false, ""},
+      {kPath, "read", false, ""},
+      {kPath, "", true, ""},
+      {kPath, "", false, "[LineSource] serial line is back\n"},
+  };
+  for (const auto& [path, failing, refuses, said] : rows) {
+    sim::WriteTextFile(SERIAL_CAPABILITIES_PATH, string(SERIAL_DEVICE_KEY) + "=" + path + "\n");
+    LineSource source;
+    LineSourceInit(&source, &g_rs232_context);
+    g_refuses = refuses;
+    const auto serve = [&, call = failing] {
+      const FailingCall failing_call(call, EIO);
+      LineSourceServe(&source);
+    };
+    EXPECT_EQ(support::OnStderr(serve), said);
+    EXPECT_EQ(g_serial_port != nullptr && g_rs232_context.serial >= 0, !said.empty());
+    EXPECT_GT(LineSourceWaitLimitUs(source), 0);
   }
 }
 
@@ -260,32 +324,27 @@ TEST_F(Serial, WaitsUntilTheLineIsIdle) {
 // signals.
 using RealTimeSerial = Serial;
 TEST_F(RealTimeSerial, DrainOfADriverThatHangsIsGivenUp) {
-  // A margin past the 500 ms of its queue; told to end.
-  for (const auto& [size, queued, stop, ms] : {std::array{3, 400, 0, 700}, {4000, 0, 1, 1000}}) {
-    SlowDriver driver = {.status_error = ENOTTY, .busy = -1, .queued = queued, .hangs = true};
-    g_driver = &driver;
-    g_rs232_stop = stop;
-    ASSERT_EQ(SerialPortOpen(&port_, kPath, kLine), 0);
-    static int length;
-    length = size;
-    CTHREAD worker;
-    CTHREAD_Init(
-        &worker, &port_, nullptr,
-        [](void* port) {
-          auto* const self = static_cast<SerialPort*>(port);
-          EXPECT_GT(self->Write(self, Bytes(4000).data(), length), 0);
-          return -1;
-        },
-        nullptr);
-    const auto begin = sim::Clock::now();
-    EXPECT_EQ(worker.Start(&worker), 0);
-    EXPECT_TRUE(WaitUntil([&] { return worker.state == CTHREAD_STOPPED; }));
-    EXPECT_GE(sim::Clock::now() - begin, sim::milliseconds(ms));
-    port_.Close(&port_);
-    EXPECT_EQ(driver.flushes, 1);
-    g_rs232_stop = 0;
-    g_driver = nullptr;
-  }
+  SlowDriver driver = {.status_error = ENOTTY, .busy = -1, .queued = 400, .hangs = true};
+  g_driver = &driver;
+  ASSERT_EQ(SerialPortOpen(&port_, kPath, kLine), 0);
+  g_watched = port_.fd;
+  CTHREAD worker;
+  CTHREAD_Init(
+      &worker, &port_, nullptr,
+      [](void* port) {
+        auto* const self = static_cast<SerialPort*>(port);
+        EXPECT_EQ(self->Write(self, "abc", 3), 3);
+        return -1;
+      },
+      nullptr);
+  const auto begin = sim::Clock::now();
+  EXPECT_EQ(worker.Start(&worker), 0);
+  EXPECT_TRUE(WaitUntil([&] { return worker.state == CTHREAD_STOPPED; }));
+  EXPECT_GE(sim::Clock::now() - begin, sim::milliseconds(700));  // 500 of its queue, and a margin
+  port_.Close(&port_);
+  g_watched = -1;
+  EXPECT_EQ(driver.flushes, 1);
+  g_driver = nullptr;
 }
 
 // --- Send, receive, trace ------------------------------------------------------------------------
@@ -311,7 +370,7 @@ TEST_F(Serial, PrintsTraceLines) {
               head + text);
 }
 
-// At first, once it is closed again, and where it could not be opened again.
+// At first, and once it is closed again.
 TEST_F(Serial, FailsWhileClosed) {
   g_rs232_context.trace_level = 1;
   char byte = 'x';
@@ -321,15 +380,10 @@ TEST_F(Serial, FailsWhileClosed) {
   };
   EXPECT_TRUE(fails(&byte));
   OpenDaemonPort();
-  EXPECT_EQ(SerialSend(1, nullptr, 1), -1);
-  EXPECT_EQ(SerialRecv(1, nullptr, 1, 60), -1);
+  EXPECT_TRUE(fails(nullptr));
   EXPECT_EQ(CloseRS232(&g_rs232_context), 0);
   EXPECT_EQ(g_rs232_context.serial, -1);
   EXPECT_TRUE(fails(&byte));
-  OpenDaemonPort();
-  sim::WriteTextFile(SERIAL_CAPABILITIES_PATH, string(SERIAL_DEVICE_KEY) + "=/dev/none\n");
-  EXPECT_EQ(OpenRS232(&g_rs232_context, kLine), -1);
-  EXPECT_EQ(SerialSend(1, &byte, 1), -1);
 }
 
 TEST_F(Serial, ReceivesInPieces) {
