@@ -1,9 +1,8 @@
 #!/bin/sh
 # Compares the daemon with general serial-to-TCP relays and prints a table.
-#   ./bench.sh [--install-peers] [--quick | --long] [--readme]
+#   ./bench.sh [--install-peers] [--quick | --long] [--docs]
 # Skips relays (ser2net, socat) that are not installed. --install-peers installs them; the ser2net
-# package then also starts a service. --readme updates the table in README.md and
-# docs/pictures/bench.svg.
+# package then also starts a service. --docs updates docs/benchmarks.md and its chart.
 set -eu
 cd "$(dirname "$0")"
 

@@ -14,7 +14,7 @@ using Row = std::vector<std::string>;
 using Table = std::vector<Row>;  // header first
 
 constexpr char kNothing[] = "-";
-constexpr char kReportBegin[] = "<!-- bench: begin, written by ./bench.sh --readme -->";
+constexpr char kReportBegin[] = "<!-- bench: begin, written by ./bench.sh --docs -->";
 constexpr char kReportEnd[] = "<!-- bench: end -->";
 
 // Label and unit are left-aligned, all other columns right-aligned.

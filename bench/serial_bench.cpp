@@ -28,8 +28,9 @@ namespace bench {
 namespace {
 
 const Seat kOnlySeat = {.serial_path = "/dev/ttyS1", .port = 4001};
-constexpr char kReadmePath[] = "README.md";
+constexpr char kReportPath[] = "docs/benchmarks.md";
 constexpr char kChartPath[] = "docs/pictures/bench.svg";
+constexpr char kChartLink[] = "![The daemon compared with other relays](pictures/bench.svg)\n\n";
 
 // rounds, probes, bulk_share, line_seconds, stop_seconds, idle_seconds, path_seconds
 constexpr Plan kOrdinary = {5, 200, 1, 5, 15, 5, 0.1};
@@ -158,26 +159,24 @@ class Outside {
   tools::UniqueFd fd_;
 };
 
-void RenewReadme(const Results& results, const Outside& readme, const Outside& chart) {
-  const std::string link =
-      std::string("![The daemon compared with other relays](") + kChartPath + ")\n\n";
-  const std::string before = sim::ReadTextFile(readme.Path());
-  sim::WriteTextFile(readme.Path(), WithReport(before, link + TableReport(results)));
+void UpdateDocs(const Results& results, const Outside& report, const Outside& chart) {
+  const std::string before = sim::ReadTextFile(report.Path());
+  sim::WriteTextFile(report.Path(), WithReport(before, kChartLink + TableReport(results)));
   sim::WriteTextFile(chart.Path(), SvgReport(results));
 }
 
-int Run(const Plan& plan, bool renews_readme) {
-  std::optional<Outside> readme;
+int Run(const Plan& plan, bool update_docs) {
+  std::optional<Outside> report;
   std::optional<Outside> chart;
-  if (renews_readme) {
-    readme.emplace(kReadmePath);
+  if (update_docs) {
+    report.emplace(kReportPath);
     chart.emplace(kChartPath);
   }
   return sim::RunInWorld([&] {
     try {
       const Results results = Measure(plan);
       fputs(TableReport(results).c_str(), stdout);
-      if (renews_readme) RenewReadme(results, *readme, *chart);
+      if (update_docs) UpdateDocs(results, *report, *chart);
       return EXIT_SUCCESS;
     } catch (const std::exception& error) {
       Progress(error.what());
@@ -192,17 +191,17 @@ int Run(const Plan& plan, bool renews_readme) {
 int main(int argc, char** argv) {
   bool quick = false;
   bool is_long = false;
-  bool renews_readme = false;
+  bool update_docs = false;
   CLI::App app{"Compare the daemon in relay mode with general serial-to-TCP relays."};
   app.add_flag("--quick", quick, "a smoke test of a few seconds; do not quote its figures");
   app.add_flag("--long", is_long, "more rounds, and 60 s with a stopped client");
-  app.add_flag("--readme", renews_readme, "update the table and the chart in README.md");
+  app.add_flag("--docs", update_docs, "update the report and the chart in docs/");
   CLI11_PARSE(app, argc, argv);
   try {
     return bench::Run(quick     ? bench::kQuick
                       : is_long ? bench::kLong
                                 : bench::kOrdinary,
-                      renews_readme);
+                      update_docs);
   } catch (const std::exception& error) {
     bench::Progress(error.what());
     return EXIT_FAILURE;

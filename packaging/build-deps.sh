@@ -1,9 +1,9 @@
 #!/bin/sh
-# Installs the build dependencies on Debian and Ubuntu if run as root or with sudo; otherwise prints
-# the missing packages.
+# Installs missing build dependencies on Debian and Ubuntu when run as root or with sudo; otherwise
+# lists the missing packages.
 #   build-deps.sh [--cross armhf|arm64] [PACKAGE...]
-# PACKAGE: additional packages. --cross: the compiler and the libraries for another processor, and
-# an emulator to run the results.
+# PACKAGE: further packages that the caller needs. --cross selects the compiler and the libraries of
+# another processor, and the emulator for its programs.
 set -eu
 
 case "${1:-}" in
@@ -31,11 +31,11 @@ fi
 packages="$packages $*"
 
 if ! command -v dpkg-query >/dev/null 2>&1; then
-  echo "build-deps: not Debian or Ubuntu; install the equivalents of: $packages" >&2
+  echo "build-deps: no Debian or Ubuntu; the build needs what these packages hold: $packages" >&2
   exit 0
 fi
 
-# The package may be installed only for another architecture.
+# A package may be installed for another architecture than the wanted one.
 is_installed() {
   wanted="$(dpkg --print-architecture)|all"
   [ "$1" = "${1#*:}" ] || wanted="${1#*:}"
@@ -69,13 +69,13 @@ fi
 echo "build-deps: installing$missing"
 export DEBIAN_FRONTEND=noninteractive
 [ -z "$foreign" ] || $as_root dpkg --add-architecture "$foreign"
-# Continue with the current package lists if they cannot be updated.
+# If a package list cannot be updated, the present one may do.
 $as_root apt-get update -qq || true
 # shellcheck disable=SC2086  # a list of words
 if ! $as_root apt-get install -y -qq --no-install-recommends $missing >/dev/null; then
   echo "build-deps: could not install$missing" >&2
   [ -z "$architecture" ] ||
-    echo "build-deps: $architecture packages need a package source that provides them (Ubuntu:" \
+    echo "build-deps: packages of $architecture need a source that has them (Ubuntu:" \
       "ports.ubuntu.com)" >&2
   exit 1
 fi

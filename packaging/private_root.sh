@@ -1,7 +1,8 @@
-# Functions for the package tests, to be sourced: a private root directory. It is an overlay over
-# this system whose changes stay in memory, with a new /proc, /dev, /run and /tmp.
+# shellcheck shell=sh
+# Functions for a private root directory, sourced by the scripts that test packages: an overlay over
+# this system that keeps its changes in memory, with a new /proc, /dev, /run and /tmp.
 
-# Waits at most 20 seconds until a command succeeds. Returns 1 on timeout.
+# Retries a command until it succeeds, for about 20 seconds. Returns 1 on a timeout.
 await() {
   tries=200
   until "$@"; do
@@ -11,8 +12,8 @@ await() {
   done
 }
 
-# Makes the root with FILE... in its /test, and changes to it. The caller must be in mount, PID,
-# network, IPC and UTS namespaces of its own.
+# Creates the root with copies of FILE... in its /test, and changes to it. The process must have its
+# own mount, pid, net, ipc and uts namespaces.
 make_root() {
   mount --make-rprivate /
   mount -t tmpfs -o mode=755 tmpfs /mnt
@@ -34,7 +35,7 @@ make_root() {
   busybox ip link set lo up
 }
 
-# Makes the directory that make_root changed to the root.
+# Makes the current directory, where make_root ended, the root.
 enter_root() {
   pivot_root . mnt
   umount -l /mnt
