@@ -32,6 +32,9 @@ void AddParamsCommand(CLI::App* app);
 // New firmware for the microcontroller of an HD camera module.
 void AddFirmwareUpdateCommand(CLI::App* app);
 
+// Tells how the daemon is, or why it does not run.
+void AddStatusCommand(CLI::App* app);
+
 // Sends a stop datagram to the daemon's UDP port.
 void AddStopCommand(CLI::App* app);
 

@@ -149,8 +149,7 @@ bool TableAnswers(std::span<const PtzRow> table, const PtzVerb& verb) {
 // What a relayed model without a table of its own may be called.
 constexpr char kCommonHead[] = "";
 
-constexpr std::pair<DeviceMode, const char*> kModeNames[] = {
-    {MODE_SD, "SD"}, {MODE_HD, "HD"}, {MODE_LENS, "lens"}};
+constexpr std::array kOtherModes = {MODE_SD, MODE_HD, MODE_LENS};
 
 }  // namespace
 
@@ -185,8 +184,8 @@ std::vector<std::string> AnsweringDevices(const PtzVerb& verb) {
   for (const PtzModel& own : PtzModels()) {
     if (Answers(own.name, verb)) names.emplace_back(own.name);
   }
-  for (const auto& [mode, name] : kModeNames) {
-    if ((verb.modes & mode) != 0) names.emplace_back(name);
+  for (const DeviceMode mode : kOtherModes) {
+    if ((verb.modes & mode) != 0) names.emplace_back(ModeName(mode));
   }
   return names;
 }
@@ -200,26 +199,16 @@ std::string AnsweringDevicesText(const PtzVerb& verb) {
   }
   std::string text = is_common ? "relay" : "";
   if (!exceptions.empty()) text = (is_common ? "relay (not " : "relay (") + exceptions + ")";
-  for (const auto& [mode, name] : kModeNames) {
-    if ((verb.modes & mode) != 0) text += (text.empty() ? "" : ", ") + std::string(name);
+  for (const DeviceMode mode : kOtherModes) {
+    if ((verb.modes & mode) != 0) text += (text.empty() ? "" : ", ") + std::string(ModeName(mode));
   }
   return text;
 }
 
 const char* ArgumentsText(VerbArguments arguments) {
-  switch (arguments) {
-    case kSpeed:
-      return "[--speed N]";
-    case kNumber:
-      return "N";
-    case kMove:
-      return "PAN TILT ZOOM";
-    case kCode:
-      return "HEX [P1 [P2 [P3]]]";
-    case kNone:
-      break;
-  }
-  return "";
+  constexpr std::array<const char*, 5> kTexts = {"", "[--speed N]", "N", "PAN TILT ZOOM",
+                                                 "HEX [P1 [P2 [P3]]]"};
+  return kTexts[static_cast<size_t>(arguments)];
 }
 
 CameraControl VerbControl(const PtzVerb& verb, const VerbValues& values) {

@@ -1,5 +1,6 @@
 // The other commands of the tool: bytes for the line, files, firmware, and what is refused.
 #include <filesystem>
+#include <functional>
 
 #include "cmmap/cmmap.h"
 #include "cmmap/param_block.h"
@@ -7,6 +8,7 @@
 #include "tests/system/lens_fixture.h"
 #include "tests/system/module_fixture.h"
 #include "tools/format.h"
+#include "tools/processes.h"
 
 namespace {
 
@@ -43,6 +45,54 @@ TEST_F(CtlCommand, WrongLinesGetOneLineAndAStatus) {
 }
 
 // The second one is more than the daemon's socket holds while the line is slow: nothing may be
+TEST_F(CtlCommand, StatusTellsHowTheDaemonIsAndWhatItLacks) {
+  sim::DaemonProcess help(RS232D_PATH, {"--help"});
+  EXPECT_EQ(help.WaitEnd(), 0);
+  EXPECT_TRUE(help.Output().starts_with("Usage: rs232d [TRACE]\n"));
+  Start();
+  const CtlResult running = RunCtl("status");
+  EXPECT_EQ(running.status, 0);
+  EXPECT_NE(running.output.find("\nline     /dev/ttyS1, 9600 8N1, open\nclients  "),
+            std::string::npos)
+      << running.output;
+  daemon->Stop();
+
+  // Each takes one thing more away; what the tool says of it, and how many faults there are.
+  std::optional<sim::UdpPeer> other;
+  CMMAP map = {};
+  const std::string by_this = tools::ProcessText(getpid());
+  const std::tuple<std::function<void()>, std::string, const char*> rows[] = {
+      {[] { sim::WriteTextFile("/etc/temp.conf", ""); },
+       "warning  settings         /etc/temp.conf is left over", "nothing keeps it from its start"},
+      {[&] { other.emplace(RS232_COMMAND_PORT); },
+       "fault    command port     udp 10017, taken by " + by_this, "1 fault found"},
+      {[&] {
+         CMMAP_Init(&map, PARAM_BLOCK_PATH, PARAM_BLOCK_KEY, CMMAP_OPEN, PARAM_BLOCK_SIZE);
+         map.Lock(&map);
+       },
+       "fault    block's locks    file lock held by " + by_this, "2 faults found"},
+      {[&] {
+         config.serial_count = 1;
+         Install();
+       },
+       "fault    serial ports     1 in the parameter block", "3 faults found"},
+      {[&] { std::filesystem::remove(config.serial_path); },
+       "fault    serial device    there is no /dev/ttyS1", "4 faults found"},
+      {[] { std::filesystem::remove(PARAM_BLOCK_PATH); },
+       "fault    block's locks    semaphore held by " + by_this, "4 faults found"},
+  };
+  for (const auto& [take_away, finding, faults] : rows) {
+    take_away();
+    const CtlResult result = RunCtl("status");
+    EXPECT_EQ(result.status, 3);
+    EXPECT_NE(result.output.find(finding), std::string::npos) << finding << "\n" << result.output;
+    EXPECT_EQ(result.errors, std::string("rs232ctl: rs232d does not run; ") + faults + "\n");
+  }
+  EXPECT_NE(RunCtl("status --json").output.find("\"running\": false"), std::string::npos);
+  map.Unlock(&map);
+  map.Deinit(&map);
+}
+
 // lost.
 TEST_F(CtlCommand, WritesItsInput) {
   config.baud_rate = 115200;
