@@ -44,7 +44,6 @@ TEST_F(CtlCommand, WrongLinesGetOneLineAndAStatus) {
   ExpectCtl("stop", 1, "/etc/udp_port_table.conf gives no port as RS232_DAEMON_PORT");
 }
 
-// The second one is more than the daemon's socket holds while the line is slow: nothing may be
 TEST_F(CtlCommand, StatusTellsHowTheDaemonIsAndWhatItLacks) {
   sim::DaemonProcess help(RS232D_PATH, {"--help"});
   EXPECT_EQ(help.WaitEnd(), 0);
@@ -94,6 +93,7 @@ TEST_F(CtlCommand, StatusTellsHowTheDaemonIsAndWhatItLacks) {
 }
 
 // lost.
+// The second one is more than the daemon's socket holds while the line is slow: nothing may be
 TEST_F(CtlCommand, WritesItsInput) {
   config.baud_rate = 115200;
   Start();
