@@ -93,9 +93,8 @@ TEST_F(CtlCommand, StatusTellsHowTheDaemonIsAndWhatItLacks) {
   map.Deinit(&map);
 }
 
-// lost.
-// lost.
 // The second one is more than the daemon's socket holds while the line is slow: nothing may be
+// lost.
 TEST_F(CtlCommand, WritesItsInput) {
   config.baud_rate = 115200;
   Start();
@@ -145,6 +144,8 @@ TEST_F(CtlParams, AreShownAndSetAllOrNone) {
   EXPECT_NE(RunCtl("params show").output.find("parity        even\n"), std::string::npos);
 
   std::filesystem::remove(PARAM_BLOCK_PATH);
+  ExpectCtl("params create --file /tmp/block model=QB-61O", 0,
+            "warning: unknown model QB-61O; the daemon takes it for a PTZ head");
   ExpectCtl("params create model=QB-610 ptz-enable=on", 0);
   EXPECT_EQ(std::filesystem::file_size(PARAM_BLOCK_PATH), PARAM_BLOCK_SIZE);
   Launch();
@@ -180,7 +181,7 @@ TEST_F(CtlLens, InfoTraceAndFit) {
   EXPECT_EQ(RunCtl("info --json").output, "{\n  \"version\": \"1.5-s\"\n}\n");
   ExpectCtl("monitor --for 1ms", 0,
             "warning: this device, QB-420, sends no serial data; 'rs232d 1 | rs232ctl frames' "
-            "shows its line");
+            "shows its line\nrs232ctl: listening at UDP port 1860 of 127.0.0.1");
   sim::WriteTextFile("/etc/trace", daemon->Output());
   const std::string words = RunCtl("frames < /etc/trace").output;
   EXPECT_NE(words.find(" reply: version 1.5-s\n"), std::string::npos) << words;
@@ -210,16 +211,18 @@ TEST_F(CtlFirmware, AsksAtATerminalAndNowhereElse) {
   ExpectCtl(line_arguments + " --yes", 1, "this device, QB-210, takes no firmware");
   StartMicom({});
   const std::string deed =
-      "write 3000 bytes of firmware into the camera module of this QB-310 and reboot the device";
-  ExpectCtl(line_arguments, 4,
-            "there is no terminal to ask at whether to " + deed + "; --yes says so");
+      "This will write 3000 bytes of firmware into the camera module of this QB-310 and reboot the "
+      "device";
+  ExpectCtl(line_arguments, 4, deed + ": stdin is not a terminal; use --yes to confirm");
+  ExpectCtl("firmware-update --yes /etc/passwd", 4,
+            "/etc/passwd does not look like a firmware image: it is plain text: stdin is not a "
+            "terminal; use --force to confirm");
   sim::PtyLine terminal("/dev/asking");
   const std::string at_terminal = line_arguments + " < /dev/asking";
   terminal.Send(Bytes{'n', '\n'});
   const CtlResult refused = RunCtl(at_terminal);
   EXPECT_EQ(refused.status, 4);
-  EXPECT_EQ(refused.errors,
-            "This will " + deed + ". Go on? [y/N] rs232ctl: declined; nothing was done\n");
+  EXPECT_EQ(refused.errors, deed + ". Go on? [y/N] rs232ctl: declined; nothing was done\n");
   EXPECT_FALSE(std::filesystem::exists(kImagePath));
   terminal.Send(Bytes{'y', '\n'});
   EXPECT_EQ(RunCtl(at_terminal).status, 0);
