@@ -52,6 +52,8 @@ if(RS232_BENCH_WORLD AND RS232_VDEV)
   add_dependencies(installables vdev)
   install(TARGETS vdev RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT sim)
   rs232_install_compressed(sim/man/vdev.1 vdev.1 ${CMAKE_INSTALL_MANDIR}/man1 sim)
+  install(FILES tools/completion/vdev
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT sim)
   rs232_install_legal(rs232d-sim sim)
 endif()
 
