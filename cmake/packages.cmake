@@ -83,6 +83,8 @@ set(CPACK_DEBIAN_DAEMON_DESCRIPTION
 "Owns the second serial port of a network camera or video encoder: relays it
 to PTZ clients and local processes, and drives camera modules and motorized
 lenses. Comes with rs232ctl, which talks to the daemon.")
+# Draws the pictures of `rs232ctl lens`, which a board does not need.
+set(CPACK_DEBIAN_DAEMON_PACKAGE_SUGGESTS gnuplot-nox)
 set(CPACK_DEBIAN_DAEMON_PACKAGE_CONTROL_EXTRA
     ${CMAKE_SOURCE_DIR}/packaging/deb/postinst ${CMAKE_SOURCE_DIR}/packaging/deb/prerm
     ${CMAKE_SOURCE_DIR}/packaging/deb/postrm)

@@ -39,7 +39,7 @@ void Fit(const FitArguments& arguments) {
   const LensFit fit = FitLens(log.points, arguments.options);
   const std::string table = TableText(arguments.name, fit.Table());
   if (!arguments.out.empty()) WriteText(arguments.out, table);
-  if (!arguments.svg.empty()) WriteText(arguments.svg, FitPicture(fit));
+  if (!arguments.svg.empty()) DrawFit(fit, arguments.svg);
   PrintText(arguments.json ? FitJson(log, fit) : FitReport(log, fit));
   if (!arguments.json && arguments.out.empty()) PrintText("\n" + table);
   const std::string warnings = FitWarnings(log, fit);
@@ -102,7 +102,7 @@ void AddPlotCommand(CLI::App* lens) {
     if (svg->empty()) {
       PrintText(KnownCurvesText());
     } else {
-      WriteText(*svg, KnownCurvesPicture());
+      DrawKnownCurves(*svg);
     }
   });
 }
