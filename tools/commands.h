@@ -11,6 +11,9 @@ namespace tools {
 // Fits a lens's tracking table to recorded focus searches; shows the built-in tables.
 void AddLensCommand(CLI::App* app);
 
+// Records focus searches: a command of `lens`.
+void AddLensRecordCommand(CLI::App* lens);
+
 // Explains bytes that are pasted or piped.
 void AddFramesCommand(CLI::App* app);
 

@@ -3,11 +3,14 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cctype>
+#include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -15,6 +18,7 @@
 #include "module/firmware_update.h"
 #include "module/micom_firmware.h"
 #include "tools/commands.h"
+#include "tools/daemon_output.h"
 #include "tools/daemon_ports.h"
 #include "tools/device_mode.h"
 #include "tools/failure.h"
@@ -96,8 +100,43 @@ void Ask(const std::string& statement, const char* option) {
   throw Failure(EXIT_STATUS_DECLINED, "declined; nothing was done");
 }
 
+// Tells of the update until it has ended, as the daemon's lines do.
+void Follow(DaemonOutput* output, size_t bytes) {
+  using Clock = std::chrono::steady_clock;
+  // All sends of one packet in vain take less.
+  constexpr std::chrono::seconds kSilenceMax{(MICOM_ROUNDS + 1) * MICOM_TRIES_PER_ROUND *
+                                             MICOM_ANSWER_TIMEOUT_S};
+  constexpr int kStep = 5;  // percent
+  Clock::time_point heard = Clock::now();
+  Clock::time_point begin = heard;
+  for (int next = 0; Clock::now() - heard < kSilenceMax;) {
+    for (const std::string& line : output->NewLines()) {
+      heard = Clock::now();
+      if (line.starts_with("Recv ACK")) begin = heard;
+      if (line.find("Error line") != std::string::npos) {
+        throw Failure(EXIT_STATUS_FAILED, "the update failed: " + line);
+      }
+      if (line == "end") {
+        Print(stdout, "the module has its firmware; the device reboots\n");
+        return;
+      }
+      int percent = 0;
+      if (sscanf(line.c_str(), "* write %3d%%", &percent) != 1 || percent < next) continue;
+      const double seconds = std::chrono::duration<double>(heard - begin).count() + 0.001;
+      const double written = static_cast<double>(bytes) * percent / 100;
+      Print(stdout, "%3d %%, %.1f KB/s, %.0f s left\n", percent, written / seconds / 1000,
+            seconds * (100 - percent) / std::max(percent, 1));
+      fflush(stdout);
+      next = percent - percent % kStep + kStep;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  }
+  throw Failure(EXIT_STATUS_FAILED, "nothing is heard of the update; look at what rs232d prints");
+}
+
 struct Request {
   std::string path;
+  bool is_followed = false;
   bool is_sure = false;
   bool is_forced = false;
 };
@@ -110,6 +149,13 @@ void RunUpdate(const Request& request) {
     Ask(request.path + " does not look like a firmware image: " + doubt, "--force");
   }
   if (!request.is_sure) Ask("This will " + consequence, "--yes");
+  std::optional<DaemonOutput> output;
+  std::string blind;
+  try {
+    if (request.is_followed) output.emplace();
+  } catch (const Failure& failure) {
+    blind = failure.what();
+  }
   PlaceFile(MICOM_FIRMWARE_PATH, image);
   try {
     SendCommand(CICOMM_PCMD_MICOM_FIRMWARE_UPDATE);
@@ -118,6 +164,10 @@ void RunUpdate(const Request& request) {
     throw;
   }
   Print(stdout, "ordered to %s\n", consequence.c_str());
+  if (!blind.empty()) Print(stderr, "rs232ctl: warning: %s\n", blind.c_str());
+  if (output.has_value() && ModeOfModel(DeviceModel()) == MODE_HD) {
+    Follow(&*output, image.size() - MICOM_IMAGE_HEADER_SIZE);
+  }
 }
 
 }  // namespace
@@ -130,6 +180,7 @@ void AddFirmwareUpdateCommand(CLI::App* app) {
       ->type_name("")
       ->required();
   update->add_flag("--yes", request->is_sure, "do not ask");
+  update->add_flag("--follow", request->is_followed, "tell of the update until it has ended");
   update->add_flag("--force", request->is_forced, "take a file that does not look like an image");
   update->footer(
       "The daemon serves nothing else while it writes, then reboots the device, also after a "

@@ -114,8 +114,10 @@ void AddLensCommand(CLI::App* app) {
   lens->require_subcommand(1);
   lens->footer(
       "Examples:\n"
+      "  rs232ctl lens record trace.log\n"
       "  rs232ctl lens fit trace.log --out table.h --svg fit.svg\n"
       "  rs232ctl lens plot --svg curves.svg");
+  AddLensRecordCommand(lens);
   AddFitCommand(lens);
   AddPlotCommand(lens);
 }

@@ -1,4 +1,5 @@
 // The other commands of the tool: bytes for the line, files, firmware, and what is refused.
+#include <csignal>
 #include <filesystem>
 #include <functional>
 
@@ -186,6 +187,19 @@ TEST_F(CtlLens, InfoTraceAndFit) {
   const std::string words = RunCtl("frames < /etc/trace").output;
   EXPECT_NE(words.find(" reply: version 1.5-s\n"), std::string::npos) << words;
 
+  const auto record = StartCtl("lens record /tmp/recorded --searches 2 --to 50");
+  EXPECT_EQ(record->WaitEnd(milliseconds(60'000)), 0);
+  const std::string recorded = sim::ReadTextFile("/tmp/recorded");
+  EXPECT_EQ(sim::CountOf("TRACE\t   0\t", recorded), 2U) << recorded;
+  EXPECT_EQ(sim::CountOf("TRACE\t  50\t", recorded), 2U) << recorded;
+  const auto cut_short = StartCtl("lens record /tmp/recorded");
+  ASSERT_TRUE(WaitOutput("TRACE\t  50\t", 3));
+  cut_short->Signal(SIGINT);
+  EXPECT_EQ(AwaitCtl(cut_short.get()).status, 128 + SIGINT);
+  const size_t searches = CountInOutput("TRACE");
+  Serve(sim::Clock::now() + milliseconds(20'000));
+  EXPECT_EQ(CountInOutput("TRACE"), searches) << "not stopped";
+
   std::string log;
   for (const ZfEntry& entry : ZFTABLE_HERON)
     log += tools::Format("TRACE\t%d\t%d\tdiff=   0\n", entry.zoom, entry.focus);
@@ -225,7 +239,11 @@ TEST_F(CtlFirmware, AsksAtATerminalAndNowhereElse) {
   EXPECT_EQ(refused.errors, deed + ". Go on? [y/N] rs232ctl: declined; nothing was done\n");
   EXPECT_FALSE(std::filesystem::exists(kImagePath));
   terminal.Send(Bytes{'y', '\n'});
-  EXPECT_EQ(RunCtl(at_terminal).status, 0);
+  const CtlResult followed = RunCtl("firmware-update --follow" + at_terminal.substr(15));
+  EXPECT_EQ(followed.status, 0) << followed.errors;
+  EXPECT_TRUE(
+      followed.output.ends_with(" s left\nthe module has its firmware; the device reboots\n"))
+      << followed.output;
   ASSERT_TRUE(manager.Receive(milliseconds(20'000)).has_value());
   ExpectStored(kSize);
   for (const auto& entry : std::filesystem::directory_iterator("/tmp"))
