@@ -4,7 +4,6 @@
 #include <array>
 #include <cstring>
 
-#include "serial/serial_port.h"
 #include "tools/failure.h"
 #include "tools/files.h"
 #include "tools/nearest_name.h"
@@ -165,14 +164,14 @@ std::vector<uint8_t> NewParamBlock() {
   return block;
 }
 
-LineSettings LineSettingsIn(std::span<const uint8_t> block) {
+SerialLine LineSettingsIn(std::span<const uint8_t> block) {
   return {.baud_rate = Taken(block, PARAM_SERIAL2_BAUD),
           .data_bits = Taken(block, PARAM_SERIAL2_DATA_BITS),
           .parity = Taken(block, PARAM_SERIAL2_PARITY),
           .stop_bits = Taken(block, PARAM_SERIAL2_STOP_BITS)};
 }
 
-LineSettings ReadLineSettings() {
+SerialLine ReadLineSettings() {
   std::vector<uint8_t> block;
   try {
     block = ReadFile(PARAM_BLOCK_PATH);

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "cmmap/param_block.h"
+#include "serial/serial_port.h"
 
 namespace tools {
 
@@ -72,16 +73,9 @@ void StoreParam(const ParamChange& change, uint8_t* block);
 std::vector<uint8_t> NewParamBlock();
 
 // The serial line as the daemon sets it.
-struct LineSettings {
-  int32_t baud_rate;
-  int32_t data_bits;
-  int32_t parity;  // 0 none, 1 even, 2 odd
-  int32_t stop_bits;
-};
-
-LineSettings LineSettingsIn(std::span<const uint8_t> block);
+SerialLine LineSettingsIn(std::span<const uint8_t> block);
 
 // From this device's block; the defaults where that cannot be read.
-LineSettings ReadLineSettings();
+SerialLine ReadLineSettings();
 
 }  // namespace tools

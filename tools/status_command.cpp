@@ -259,7 +259,7 @@ class Inspection {
 // --- Output ------------------------------------------------------------------------------------
 
 // "9600 8N1".
-std::string LineText(const LineSettings& line) {
+std::string LineText(const SerialLine& line) {
   constexpr std::array<char, 3> kParities = {'N', 'E', 'O'};
   return std::to_string(line.baud_rate) + " " + std::to_string(line.data_bits) +
          kParities[static_cast<size_t>(line.parity)] + std::to_string(line.stop_bits);
@@ -306,10 +306,8 @@ void PrintState(const Inspection& device) {
   row("clients", clients);
 }
 
-// Of a daemon that serves all that is not as it should be.
 void PrintChecks(const Inspection& device) {
   for (const auto& [name, grade, finding, remedy] : device.checks) {
-    if (device.is_serving && grade == Grade::kOk) continue;
     Print(stdout, "%-8s %-16s %s\n", GradeName(grade), name, finding.c_str());
     if (!remedy.empty()) Print(stdout, "%-8s %-16s -> %s\n", "", "", remedy.c_str());
   }
@@ -373,8 +371,8 @@ void AddStatusCommand(CLI::App* app) {
   const auto is_json = std::make_shared<bool>();
   status->add_flag("--json", *is_json, "print a JSON object");
   status->footer(
-      "Where the daemon does not run, each condition of a start is printed with a verdict and "
-      "what helps, and the status is 3. Root sees more than others do.\n"
+      "Each condition of a start is printed with a verdict and what helps. Where the daemon does "
+      "not serve the status is 3. Root sees more than others do.\n"
       "Example: rs232ctl status --json");
   status->final_callback([is_json] { RunStatus(*is_json); });
 }

@@ -35,7 +35,7 @@ constexpr size_t kAhead = 2 * kPiece;
 
 double BytesPerSecond() {
   constexpr double kStartBit = 1;
-  const LineSettings line = ReadLineSettings();
+  const SerialLine line = ReadLineSettings();
   const double bits = kStartBit + line.data_bits + (line.parity == 0 ? 0 : 1) + line.stop_bits;
   return line.baud_rate / bits;
 }
