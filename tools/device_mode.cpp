@@ -13,7 +13,7 @@
 namespace tools {
 
 const char* ModeName(DeviceMode mode) {
-  constexpr std::array<const char*, 4> kNames = {"relay", "SD", "HD", "lens"};
+  constexpr const char* kNames[] = {"relay", "SD", "HD", "lens"};
   return kNames[static_cast<size_t>(std::countr_zero(static_cast<uint8_t>(mode)))];
 }
 

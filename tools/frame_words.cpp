@@ -73,8 +73,7 @@ std::vector<std::string> ProtocolNames(bool with_datagrams) {
 }
 
 const char* VerdictName(Verdict verdict) {
-  constexpr std::array<const char*, 5> kVerdicts = {"good", "bad-checksum", "malformed", "cut-off",
-                                                    "noise"};
+  constexpr const char* kVerdicts[] = {"good", "bad-checksum", "malformed", "cut-off", "noise"};
   return kVerdicts[static_cast<size_t>(verdict)];
 }
 

@@ -118,7 +118,7 @@ void DrawFit(const LensFit& fit, const std::string& path) {
           "$known with lines linetype 4 title '" +
           nearest.name + ", the nearest known curve'" + PlotPoints(fit, 2, true) +
           "unset key\nset size 1,0.31\nset origin 0,0\nset ylabel 'residual, steps'\n" +
-          kZoomLabel + Format("set yrange [%f:%f]\n", -reach, reach) +
+          kZoomLabel + Format("set yrange [%f:%f]\n", -1.3 * fit.cutoff, 1.3 * fit.cutoff) +
           Format("plot 0 linetype 1, %f linetype 2 dashtype 3, %f linetype 2 dashtype 3, ",
                  fit.cutoff, -fit.cutoff) +
           "$known using 1:3 with lines linetype 4" + PlotPoints(fit, 3, false));

@@ -213,8 +213,7 @@ std::string AnsweringDevicesText(const PtzVerb& verb) {
 }
 
 const char* ArgumentsText(VerbArguments arguments) {
-  constexpr std::array<const char*, 5> kTexts = {"", "[--speed N]", "N", "PAN TILT ZOOM",
-                                                 "HEX [P1 [P2 [P3]]]"};
+  constexpr const char* kTexts[] = {"", "[--speed N]", "N", "PAN TILT ZOOM", "HEX [P1 [P2 [P3]]]"};
   return kTexts[static_cast<size_t>(arguments)];
 }
 

@@ -45,7 +45,7 @@ constexpr char kDaemonName[] = "rs232d";
 enum class Grade { kOk, kWarning, kFault };
 
 const char* GradeName(Grade grade) {
-  constexpr std::array<const char*, 3> kNames = {"ok", "warning", "fault"};
+  constexpr const char* kNames[] = {"ok", "warning", "fault"};
   return kNames[static_cast<size_t>(grade)];
 }
 
