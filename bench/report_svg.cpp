@@ -5,12 +5,10 @@
 
 #include "bench/report.h"
 #include "bench/statistics.h"
-#include "tools/svg.h"
+#include "bench/svg.h"
 
 namespace bench {
 namespace {
-
-using tools::Svg;
 
 struct Panel {
   const char* title;

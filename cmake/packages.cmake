@@ -55,6 +55,8 @@ if(RS232_BENCH_WORLD AND RS232_VDEV)
   add_dependencies(installables vdev)
   install(TARGETS vdev RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT sim)
   rs232_install_compressed(sim/man/vdev.1 vdev.1 ${CMAKE_INSTALL_MANDIR}/man1 sim)
+  install(FILES tools/completion/vdev
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT sim)
   rs232_install_legal(rs232d-sim sim)
 endif()
 
@@ -84,6 +86,8 @@ set(CPACK_DEBIAN_DAEMON_DESCRIPTION
 "Owns the second serial port of a network camera or video encoder: relays it
 to PTZ clients and local processes, and drives camera modules and motorized
 lenses. Comes with rs232ctl, which talks to the daemon.")
+# Draws the pictures of `rs232ctl lens`, which a board does not need.
+set(CPACK_DEBIAN_DAEMON_PACKAGE_SUGGESTS gnuplot-nox)
 set(CPACK_DEBIAN_DAEMON_PACKAGE_CONTROL_EXTRA
     ${CMAKE_SOURCE_DIR}/packaging/deb/postinst ${CMAKE_SOURCE_DIR}/packaging/deb/prerm
     ${CMAKE_SOURCE_DIR}/packaging/deb/postrm)

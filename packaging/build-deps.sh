@@ -21,9 +21,9 @@ if [ "${1:-}" = "--cross" ]; then
   esac
 fi
 
-packages="g++ cmake ninja-build libgtest-dev libcli11-dev libjson-c-dev libncurses-dev"
+packages="g++ cmake ninja-build libgtest-dev libcli11-dev libjson-c-dev libncurses-dev gnuplot-nox"
 if [ -n "$architecture" ]; then
-  packages="g++-$triplet cmake ninja-build libcli11-dev qemu-user"
+  packages="g++-$triplet cmake ninja-build libcli11-dev gnuplot-nox qemu-user"
   for library in libgtest-dev libjson-c-dev libstdc++6; do
     packages="$packages $library:$architecture"
   done

@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 
 #include "tools/failure.h"
 #include "tools/unique_fd.h"
@@ -76,8 +77,18 @@ std::vector<uint8_t> ReadFile(const std::string& path) {
   return ReadAll(file.Get(), path);
 }
 
-std::vector<uint8_t> ReadStandardInput() {
-  return ReadAll(STDIN_FILENO, "standard input");
+std::vector<uint8_t> ReadStream(const std::string& path) {
+  if (path == "-") return ReadAll(STDIN_FILENO, "standard input");
+  const UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  if (file.Get() < 0) Fail("open", path, errno);
+  return ReadAll(file.Get(), path);
+}
+
+void WriteText(const std::string& path, const std::string& text) {
+  std::ofstream file(path, std::ios::binary);
+  file << text;
+  file.close();
+  if (!file) Fail("write", path, errno);
 }
 
 void PlaceFile(const std::string& path, std::span<const uint8_t> bytes) {

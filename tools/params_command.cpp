@@ -16,12 +16,14 @@
 #include "cmmap/cmmap.h"
 #include "cmmap/param_block.h"
 #include "tools/commands.h"
+#include "tools/device_mode.h"
 #include "tools/failure.h"
 #include "tools/files.h"
 #include "tools/format.h"
 #include "tools/json.h"
 #include "tools/output.h"
 #include "tools/param_fields.h"
+#include "tools/processes.h"
 
 namespace tools {
 
@@ -119,6 +121,11 @@ void Show(const std::string& path, bool is_json) {
 std::vector<ParamChange> ParseChanges(const std::vector<std::string>& texts) {
   std::vector<ParamChange> changes;
   std::transform(texts.begin(), texts.end(), std::back_inserter(changes), ParseParamChange);
+  for (const ParamChange& change : changes) {
+    if (!IsModel(*change.field) || IsKnownModel(change.model)) continue;
+    Print(stderr, "rs232ctl: warning: unknown model %s; the daemon takes it for a PTZ head\n",
+          change.model.c_str());
+  }
   return changes;
 }
 
@@ -132,6 +139,9 @@ void Create(const std::string& path, const std::vector<std::string>& texts) {
 void Set(const std::string& path, const std::vector<std::string>& texts) {
   const std::vector<ParamChange> changes = ParseChanges(texts);
   MappedBlock(path).Store(changes);
+  if (path != PARAM_BLOCK_PATH) return;
+  Print(stdout, "a running daemon has the old values until it is restarted: %s\n",
+        IsService() ? "systemctl restart rs232d" : "/etc/init.d/S60rs232d restart");
 }
 
 // --- The command line --------------------------------------------------------------------------

@@ -1,4 +1,5 @@
 // rs232d [TRACE]: the serial-port daemon.
+// rs232d --help | --version
 //
 // TRACE, a number other than 0, prints a trace of the serial traffic on standard output. The
 // daemon stays in the foreground and ends at SIGTERM or a stop datagram with status 0; so does
@@ -14,6 +15,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 #include "context/rs232_context.h"
 #include "daemon/dispatch.h"
@@ -23,6 +25,21 @@
 #include "util/output.h"
 
 namespace {
+
+constexpr char kHelp[] =
+    "Usage: rs232d [TRACE]\n"
+    "Serves the device's second serial port. Stays in the foreground.\n"
+    "  TRACE      a number other than 0: print what goes over the line\n"
+    "  --help     print this help\n"
+    "  --version  print the version\n"
+    "What it needs stands in rs232d(8); 'rs232ctl status' says what is missing.\n";
+constexpr char kVersion[] = "rs232d " RS232_VERSION "\n";
+
+// The text that the only argument asks for; null where it is the trace level.
+const char* TextAskedFor(const char* argument) {
+  if (strcmp(argument, "--help") == 0) return kHelp;
+  return strcmp(argument, "--version") == 0 ? kVersion : nullptr;
+}
 
 void OnTerminate(int /*signal*/) {
   const int error = errno;
@@ -106,6 +123,10 @@ int Run() {
 }  // namespace
 
 int main(int argc, char** argv) {
+  if (const char* text = argc == 2 ? TextAskedFor(argv[1]) : nullptr) {
+    fputs(text, stdout);
+    return EXIT_SUCCESS;
+  }
   BecomeOwnMaster();
   g_rs232_context = {};
   if (argc == 2) g_rs232_context.trace_level = atoi(argv[1]);

@@ -108,6 +108,10 @@ TEST(FrameWords, ExplainsDatagramsAndTheirPayload) {
       {cut_command,
        "0+40 command cut-off: camera control, whose record is cut off; it announces 17 bytes, 8 "
        "are there\n"},
+      {sim::CameraControlPacket(sim::Control(0x1021, -1)) +
+           sim::CameraControlPacket(sim::Control(0x1012, 0, -64)),
+       "0+49 command good: camera control 0x1021: preset go 255\n"
+       "49+49 command good: camera control 0x1012: tilt-down --speed 64\n"},
       {sim::CommandPacket(CAMERA_QUERY, Bytes{2, 0, 0, 0, 0x39, 0x30, 0, 0, 0, 0, 0, 0}),
        "0+44 command good: camera query: focus measure 12345\n"},
   };
