@@ -135,7 +135,7 @@ TEST_F(RealTimeLensReboot, FirmwareCommandRebootsTheDevice) {
   StartLens({.zoom = 0, .focus = 200});
   const double ordered = Uptime();
   sim::WriteTextFile("/etc/new_firmware", std::string(164, 'x'));
-  const CtlResult order = RunCtl("firmware-update --yes /etc/new_firmware");
+  const CtlResult order = RunCtl("firmware-update --yes --force /etc/new_firmware");
   EXPECT_EQ(order.output, "ordered to lay out 100 bytes of firmware and reboot this QB-420\n");
   EXPECT_EQ(sim::Hex(manager.Receive().value_or(sim::Bytes())), kNotice);
   ExpectRunsAfter(ordered);
