@@ -1,20 +1,29 @@
 #!/bin/sh
-# Builds the daemon's code with gcov's counters in build-coverage, runs every test, and prints for
-# each file of src/ how much of it ran: lines and branches.
-#   ./coverage.sh [CTEST-OPTION...]     without options the whole suite, e.g. -R '^unit_tests'
-# The injected failures are left out: they would hit the writing of the counters.
-# Status 1 when less than 95 % of the lines or 85 % of the branches ran. What did not run is shown
-# by build-coverage/report/index.html, and why it did not by docs/test-coverage.md.
+# Builds the daemon with gcov counters in build-coverage, runs every test, and prints the line and
+# branch coverage of each file in src/.
+#   ./coverage.sh [CTEST-OPTION...]     e.g. -R '^unit_tests'; default: all tests
+# The fault injection is excluded, because it would also disturb the writing of the counters.
+# Status 1 if less than 95 % of the lines or 85 % of the branches ran.
+# build-coverage/report/index.html shows the code that did not run; docs/test-coverage.md explains
+# why it did not.
 set -eu
 cd "$(dirname "$0")"
+
+case "${1:-}" in
+  -h | --help) sed -n '2,/^[^#]/s/^# \{0,1\}//p' "$0"; exit 0 ;;
+esac
 
 ./packaging/build-deps.sh gcovr
 cmake --preset coverage >/dev/null
 cmake --build --preset coverage
 find build-coverage -name '*.gcda' -delete
 ctest --preset coverage --parallel "$((2 * $(nproc)))" -E '^faults' "$@"
+if [ -z "$(find build-coverage -name '*.gcda' -print -quit)" ]; then
+  echo "coverage.sh: no test ran" >&2
+  exit 1
+fi
 
-# Without what no test could take: the ways of exceptions, and of blocks that never begin.
+# Without unreachable code: branches of exceptions, and blocks that never begin.
 mkdir -p build-coverage/report
 gcovr --root . --object-directory build-coverage --filter src/ --exclude-throw-branches \
   --exclude-unreachable-branches --csv build-coverage/report/files.csv \

@@ -1,8 +1,8 @@
 #!/bin/sh
-# Builds the project and shows the real daemon at work on a virtual device.
+# Builds the project and runs the real daemon on a virtual device.
 #   ./demo.sh [MODEL] [--once]     MODEL: QB-620 (default), QB-210, QB-310, QB-420, ...
-# Shows a short sequence, then is yours to drive; with --once it ends there, with status 0 when
-# everything was seen.
+# Runs a short demonstration, then lets you drive the device. With --once it exits after the
+# demonstration, with status 0 if it succeeded.
 set -eu
 cd "$(dirname "$0")"
 
@@ -11,7 +11,7 @@ once=""
 for argument in "$@"; do
   case "$argument" in
     --once) once="--once" ;;
-    -h | --help) sed -n '2,6s/^# \{0,1\}//p' "$0"; exit 0 ;;
+    -h | --help) sed -n '2,/^[^#]/s/^# \{0,1\}//p' "$0"; exit 0 ;;
     -*) echo "demo.sh: unknown option '$argument' (usage: ./demo.sh [MODEL] [--once])" >&2; exit 2 ;;
     *) model="$argument" ;;
   esac

@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
-# Builds the fuzz targets with clang and libFuzzer and runs each for a time, two at once.
-#   ./fuzz.sh SECONDS [TARGET...]     TARGET: a directory of fuzz/corpus; all without one
-# Prints a table. Status 1 when a target found something; the input that shows it is left in
-# build-fuzz/findings/TARGET, and `build-fuzz/targets/TARGET FILE` runs it again. What the targets
-# learn is kept in build-fuzz/corpus/TARGET and used the next time.
+# Builds the fuzz targets with clang and libFuzzer and runs each for SECONDS, two at a time.
+#   ./fuzz.sh SECONDS [TARGET...]     TARGET: a directory of fuzz/corpus; default: all
+# Prints a table; status 1 if a target found a fault. The input is saved in
+# build-fuzz/findings/TARGET; `build-fuzz/targets/TARGET FILE` runs it again. New corpus inputs are
+# kept in build-fuzz/corpus/TARGET for the next run.
 set -euo pipefail
 cd "$(dirname "$0")"
 
@@ -24,7 +24,7 @@ cmake --preset fuzz >/dev/null
 cmake --build --preset fuzz
 [ $# -gt 0 ] || set -- $(ls fuzz/corpus)
 
-# Paths relative to here go on working in the private world, which hides /tmp and /var.
+# Relative paths stay valid in the private world, which hides /tmp and /var.
 run_target() {
   local target="$1" log="build-fuzz/logs/$1.log"
   local -a dictionary=() seeds=("build-fuzz/corpus/$1")
@@ -39,7 +39,7 @@ run_target() {
     "${dictionary[@]}" "${seeds[@]}" >"$log" 2>&1 || echo "finding" >>"$log"
 }
 
-# A row of the table, from the target's log.
+# Prints a row of the table from the target's log.
 report() {
   local target="$1" log="build-fuzz/logs/$1.log"
   local executions speed counters finding="none"

@@ -1,14 +1,14 @@
 #!/bin/sh
-# Builds the project and runs the daemon through a long random life (tests/system/long_life_test.cpp),
-# each mode in a private world of its own, all at once. Prints one line of figures for each mode,
-# and what was wrong with its seed and moment; status 1 when something was.
+# Builds the project and runs the daemon through long random lives (tests/system/long_life_test.cpp),
+# all modes in parallel, each in its own private world. Prints a line of figures for each mode, and
+# any fault with its seed and time; status 1 if there was one.
 #   ./soak.sh [--seed SEED] [SECONDS] [MODE...]
-# SECONDS: real time, 300 without. A round of three lives, which takes up to a minute, is finished.
-# MODE: relay, sd, hd, lens; all without one
+# SECONDS: real time, default 300. Completes a started round of three lives (up to a minute).
+# MODE: relay, sd, hd, lens; default: all
 set -eu
 cd "$(dirname "$0")"
 
-usage() { sed -n '2,7s/^# \{0,1\}//p' "$0"; }
+usage() { sed -n '2,/^[^#]/s/^# \{0,1\}//p' "$0"; }
 
 RS232_LIFE_SEED="$(od -An -N4 -tu4 /dev/urandom | tr -d ' ')"
 if [ "${1:-}" = --seed ] && [ $# -ge 2 ]; then

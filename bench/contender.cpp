@@ -14,11 +14,11 @@
 namespace bench {
 namespace {
 
-// Bytes that the minimal relay reads from the line at once.
+// Read size of the minimal relay.
 constexpr int kMinimalRead = 4096;
 
-constexpr char kOneClient[] = "each client gets a process of its own, and they share the line";
-constexpr char kNoRule[] = "has no rule for a client that does not read";
+constexpr char kOneClient[] = "forks a process per client, and these compete for the line";
+constexpr char kNoRule[] = "does not handle a client that stops reading";
 
 std::vector<std::string> PrepareDaemon(const Seat& seat) {
   sim::InstallDevice(
@@ -62,15 +62,15 @@ std::vector<std::string> PrepareMinimal64(const Seat& seat) {
 constexpr std::array<Contender, 6> kContenders = {{
     {"rs232d", "the daemon in relay mode: reads of 64 bytes, each also sent to UDP port 1860",
      Role::kSubject, RS232D_PATH, nullptr, kManyClients, nullptr, nullptr, PrepareDaemon},
-    {"ser2net", "ser2net as it comes: waits for more bytes before it sends (chardelay)",
-     Role::kPeer, "/usr/sbin/ser2net", "-v", kManyClients, nullptr, nullptr, PrepareSer2netDelayed},
+    {"ser2net", "ser2net by default: waits for more bytes before it sends (chardelay)", Role::kPeer,
+     "/usr/sbin/ser2net", "-v", kManyClients, nullptr, nullptr, PrepareSer2netDelayed},
     {"ser2net-nd", "ser2net with chardelay off", Role::kPeer, "/usr/sbin/ser2net", "-v",
      kManyClients, nullptr, nullptr, PrepareSer2netPrompt},
     {"socat", "socat TCP-LISTEN,nodelay,fork: one client", Role::kPeer, "/usr/bin/socat", "-V", 1,
      kOneClient, kOneClient, PrepareSocat},
-    {"minimal", "the least a relay can do: a poll loop, reads of 4096 bytes", Role::kLimit,
+    {"minimal", "a minimal relay: a poll loop, reads of 4096 bytes", Role::kLimit,
      MINIMAL_RELAY_PATH, nullptr, kManyClients, nullptr, kNoRule, PrepareMinimal},
-    {"minimal64", "the same with reads of 64 bytes, each also sent to UDP port 1860", Role::kLimit,
+    {"minimal64", "minimal with reads of 64 bytes, each also sent to UDP port 1860", Role::kLimit,
      MINIMAL_RELAY_PATH, nullptr, kManyClients, nullptr, kNoRule, PrepareMinimal64},
 }};
 
@@ -90,7 +90,7 @@ std::string VersionOf(const Contender& contender) {
       std::string(contender.program) + " " + contender.version_option + " 2>&1";
   FILE* output = popen(command.c_str(), "r");
   if (output == nullptr) return "";
-  // The first number behind the word.
+  // The first number after "version".
   constexpr char kDigits[] = "0123456789";
   std::string text(4096, '\0');
   text.resize(fread(text.data(), 1, text.size(), output));

@@ -1,4 +1,4 @@
-// The programs that are compared, as data: how each is started, and what it cannot do.
+// Table of the compared programs: how to start each and what it cannot do.
 #pragma once
 
 #include <span>
@@ -7,13 +7,13 @@
 
 namespace bench {
 
-// Most clients of any measurement.
+// Maximum number of clients of any measurement.
 constexpr int kManyClients = 10;
-// Baud rate of the line, and the most bytes a second that it carries so (10 bits a byte).
+// Baud rate of the line, and its capacity in bytes a second (10 bits a byte).
 constexpr int kBaudRate = 115200;
 constexpr int kLineBytesPerSecond = kBaudRate / 10;
 
-// Where a contender works: its line and its TCP port.
+// The line and TCP port of a contender.
 struct Seat {
   std::string serial_path;
   int port;
@@ -26,25 +26,25 @@ struct Contender {
   const char* what;
   Role role;
   const char* program;
-  const char* version_option;  // prints the version; null where the build's own is meant
+  const char* version_option;  // prints the version; null: part of this build
   int most_clients;
-  // Why it does not take part with more clients / with a client that stops reading; null: it does.
+  // Why it is not measured with more clients, or with a client that stops reading; null: it is.
   const char* no_more_clients;
   const char* no_stopped_client;
-  // Lays out what the program reads, and returns its arguments.
+  // Writes the files that the program reads, and returns its arguments.
   std::vector<std::string> (*prepare)(const Seat& seat);
 };
 
-// In the order in which they are measured; the subject is the first.
+// In the order of measurement, the subject first.
 std::span<const Contender> Contenders();
 
 bool IsInstalled(const Contender& contender);
 
-// Runs the program for its version.
+// Runs the program to get its version.
 std::string VersionOf(const Contender& contender);
 
-// Size of the program without its symbols, in KiB, shared libraries not counted. Throws
-// std::runtime_error where it cannot be stripped.
+// Size in KiB of the program without symbols and shared libraries. Throws std::runtime_error if it
+// cannot be stripped.
 double StrippedKib(const Contender& contender);
 
 }  // namespace bench

@@ -33,7 +33,8 @@ void LineFeed::Run(double seconds, const std::function<void()>& watch) {
   for (auto tick = begin; tick < end; tick += kChunkEvery) {
     while (ReadUntil(tick)) {
     }
-    // Before a chunk is on its way: looking at the system's tables takes longer than a chunk does.
+    // Before the chunk is sent, because reading the system's tables takes longer than a chunk's
+    // transit.
     if (watch && tick >= next_watch) {
       watch();
       next_watch += kWatchEvery;
@@ -44,8 +45,8 @@ void LineFeed::Run(double seconds, const std::function<void()>& watch) {
   }
 }
 
-// Feeds what the line has brought by now. Bytes that the contender left no room for are gone, as
-// they are when an UART's buffer overruns.
+// Feeds the bytes due by now. Discards bytes for which the contender left no room, as a UART buffer
+// overrun does.
 void LineFeed::Feed(Clock::duration since_start, uint64_t done_before) {
   const double due = std::chrono::duration<double>(since_start).count() * kLineBytesPerSecond;
   const uint64_t size = static_cast<uint64_t>(due) - (fed_ + refused_ - done_before);
@@ -58,7 +59,7 @@ void LineFeed::Feed(Clock::duration since_start, uint64_t done_before) {
   if (taken > 0) chunks_.push_back({.end = fed_, .fed = now});
 }
 
-// Reads what arrives before `end`. Returns false once `end` has come.
+// Reads bytes that arrive before `end`. Returns false once `end` has passed.
 bool LineFeed::ReadUntil(Clock::time_point end) {
   const auto left = end - Clock::now();
   return left.count() > 0 && receivers_.Read(left);

@@ -1,5 +1,5 @@
-// The line at a steady rate: what an UART brings in, in small chunks at even distances, watched
-// at every client.
+// Feeds the line at a steady rate, in small, evenly spaced chunks like those of a UART, and watches
+// every client.
 #pragma once
 
 #include <functional>
@@ -10,34 +10,34 @@
 
 namespace bench {
 
-// An UART with a FIFO of 16 bytes or more interrupts every one to some milliseconds.
+// A UART with a FIFO of at least 16 bytes interrupts every one to a few milliseconds.
 constexpr std::chrono::milliseconds kChunkEvery{2};
 
 class LineFeed {
  public:
-  // Feeds the line of `running`, whose clients are connected, and reads its clients.
+  // Feeds the line of `running`, whose clients are connected, and reads from them.
   explicit LineFeed(const Running& running);
   LineFeed(const LineFeed&) = delete;
   LineFeed& operator=(const LineFeed&) = delete;
 
-  // Feeds for `seconds`, then waits until what was fed has arrived, or nothing has for a while.
-  // Calls `watch`, if there is one, ten times a second.
+  // Feeds for `seconds`, then waits until everything has arrived, or nothing more does. Calls
+  // `watch`, if set, ten times a second.
   void Run(double seconds, const std::function<void()>& watch = nullptr);
 
-  // The client `index` is read no more.
+  // Stops reading from client `index`.
   void StopReading(size_t index) { receivers_.StopReading(index); }
 
-  // Microseconds from feeding a chunk to its arrival, every chunk at every client that reads,
-  // since the last call. One that has not arrived counts with the time it has been on its way.
+  // Microseconds from feeding each chunk to its arrival at each reading client, since the last
+  // call. A chunk still in transit counts with its time so far.
   std::vector<double> TakeTimes();
 
-  // Bytes that clients which read did not get: lost on their way, or not taken from the line,
-  // which waits for nobody.
+  // Bytes missing at the reading clients: lost in transit, or discarded when the line had no room
+  // for them.
   uint64_t MissingBytes() const;
 
  private:
   struct Chunk {
-    uint64_t end;  // place in the stream behind it
+    uint64_t end;  // stream offset of its end
     sim::Clock::time_point fed;
   };
 
@@ -48,7 +48,7 @@ class LineFeed {
   int line_;
   Receivers receivers_;
   std::vector<Chunk> chunks_;
-  std::vector<size_t> arrived_;  // chunks at each client
+  std::vector<size_t> arrived_;  // chunks received by each client
   uint64_t fed_ = 0;
   uint64_t refused_ = 0;
   std::vector<double> times_;

@@ -40,7 +40,7 @@ std::string Compiler() {
 #endif
 }
 
-// Seconds that all processors together have been idle since the start of the machine.
+// Idle time of all processors since boot, in seconds.
 double IdleSeconds() {
   std::ifstream file("/proc/uptime");
   double up = 0;

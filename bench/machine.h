@@ -1,14 +1,14 @@
-// The machine that the figures are of.
+// Description of the machine under test.
 #pragma once
 
 #include <string>
 
 namespace bench {
 
-// Processors, kernel, compiler and date, in one line.
+// Processors, kernel, compiler and date in one line.
 std::string DescribeMachine();
 
-// How many processors others keep busy, watched for a second.
+// Number of processors kept busy by other programs, measured for one second.
 double BusyProcessors();
 
 }  // namespace bench

@@ -1,4 +1,4 @@
-// The scenes of the comparison, each of which adds its figures, and the paths within the daemon.
+// The scenes of the comparison and the in-process paths of the daemon. Each adds its figures.
 #pragma once
 
 #include <random>
@@ -8,33 +8,33 @@
 
 namespace bench {
 
-// How much is measured.
+// Amount of measurement.
 struct Plan {
   int rounds;
-  int probes;           // of each latency figure in a round
-  double bulk_share;    // of the bytes of the full form
-  double line_seconds;  // line at its full rate, each number of clients, all rounds together
-  double stop_seconds;  // with a client that does not read
-  double idle_seconds;  // each number of clients
-  double path_seconds;  // each path within the daemon, at least
+  int probes;           // per latency figure and round
+  double bulk_share;    // of the bytes of an ordinary run
+  double line_seconds;  // line at its full rate, per number of clients, over all rounds
+  double stop_seconds;  // with a client that stops reading
+  double idle_seconds;  // per number of clients
+  double path_seconds;  // minimum per in-process path
 };
 
-// Probes of 7 bytes each way, one at a time, the contender asleep before each.
+// Latency of single 7-byte probes each way, with the contender asleep before each.
 void MeasureLatency(const Plan& plan, int round, Session* session);
 
-// Bytes each way as fast as they go, memory before and after.
+// Maximum throughput each way, and the memory before and after.
 void MeasureBulk(const Plan& plan, Session* session);
 
-// The line at its full rate, with one client and with ten.
+// The line at its full rate with one client and with ten.
 void MeasureLine(const Plan& plan, Session* session);
 
-// The same with ten clients of which one stops reading.
+// The line at its full rate with ten clients, one of which stops reading.
 void MeasureStoppedClient(const Plan& plan, Session* session);
 
-// All contenders at rest, side by side: the idle do not disturb each other.
+// All contenders idle at the same time: they do not disturb each other.
 void MeasureIdle(const Plan& plan, Results* results);
 
-// The paths inside the daemon that every byte or command takes, each alone.
+// The paths in the daemon that every byte or command takes, one by one.
 void MeasurePaths(const Plan& plan, Results* results);
 
 }  // namespace bench

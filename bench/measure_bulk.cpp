@@ -1,9 +1,9 @@
-// Bulk: a stream each way as fast as it goes, every byte checked, and the processor time that each
-// megabyte costs.
+// Bulk: the maximum rate of a stream each way, with every byte checked, and the processor time per
+// megabyte.
 //
-// A pty holds about 8 KiB and refuses the rest, where a line would hold the writer back: at most
-// kWindow bytes are on their way at any time, so that no contender outruns it. Only the last case
-// has no such limit. The bench feeds and drains in one thread on its own processor.
+// A pty holds about 8 KiB and refuses the rest, while a real line would block the writer. So at
+// most kWindow bytes are in transit at any time, and no contender outruns the pty. Only the last
+// case has no such limit. The bench feeds and drains in one thread on its own processor.
 #include <unistd.h>
 
 #include <algorithm>
@@ -22,10 +22,10 @@ constexpr char kSection[] = "Bulk, every byte checked";
 constexpr char kMemorySection[] = "Memory";
 constexpr size_t kWindow = 8192;
 constexpr double kMegabyte = 1e6;
-// Pieces that are fed before the receivers are looked at again.
+// Number of pieces fed before the receivers are polled again.
 constexpr int kBurst = 16;
 constexpr std::chrono::seconds kStall{2};
-// Bytes that an UART's driver hands over at once, at most, and those of the daemon's reads.
+// Maximum number of bytes that a UART driver delivers at once, and the size of the daemon's reads.
 constexpr size_t kLinePiece = 64;
 
 struct Route {
@@ -33,20 +33,20 @@ struct Route {
   std::vector<int> to;
 };
 
-// How much goes over it, how much of it with one call, and how much may be on its way.
+// The total size, the size per call, and the maximum in transit.
 struct Load {
   size_t total;
   size_t piece;
   size_t window;
 };
 
-// A stream on its way from one descriptor to one or more others.
+// Transfers a stream from one descriptor to one or more others.
 class Transfer {
  public:
   Transfer(const Route& route, const Load& load)
       : from_(route.from), load_(load), receivers_(route.to) {}
 
-  // Returns when all have everything. Throws Unmeasured.
+  // Returns when every receiver has the whole stream. Throws Unmeasured.
   void Run() {
     while (receivers_.Least() < load_.total) {
       Feed();
@@ -73,7 +73,7 @@ class Transfer {
       const auto bytes = StreamBytes(fed_, Piece());
       const ssize_t written = write(from_, bytes.data(), bytes.size());
       if (written > 0) fed_ += static_cast<size_t>(written);
-      if (written < 0 && errno != EAGAIN) throw Unmeasured("the connection ends");
+      if (written < 0 && errno != EAGAIN) throw Unmeasured("connection lost");
       is_blocked_ = written < 0;
     }
   }
@@ -85,7 +85,7 @@ class Transfer {
   bool is_blocked_ = false;
 };
 
-// Adds megabytes a second, and processor milliseconds a megabyte.
+// Adds the rate in MB/s and the processor time in ms/MB.
 void Record(const std::string& id, const std::string& label, int clients, const Load& load,
             const std::function<Route(const Running&)>& route, Session* session) {
   const std::vector<Figure> figures = {{id + ".rate", kSection, label, "MB/s", true},

@@ -1,6 +1,6 @@
-// Latency: from the call that hands a probe of 7 bytes over to the return of the call that has its
-// last byte. The bench sleeps in poll meanwhile and for 1 to 2 ms, at random, before each probe:
-// long enough for every contender to be asleep, in step with none of its timers.
+// Latency: from the call that sends a 7-byte probe to the return of the call that reads its last
+// byte. Before each probe the bench pauses for a random 1 to 2 ms: long enough for every contender
+// to fall asleep, and not in step with its timers.
 #include <unistd.h>
 
 #include <thread>
@@ -18,19 +18,19 @@ constexpr char kSection[] = "Latency of a 7-byte frame, p50 and p99";
 constexpr int kPauseLeastUs = 1000;
 constexpr int kPauseMostUs = 2000;
 
-// The two figures of one series of probes.
+// The figures of one series of probes.
 std::vector<Figure> Series(const std::string& id, const std::string& label) {
   return {{id + ".p50", kSection, label + ", p50", "us"},
           {id + ".p99", kSection, label + ", p99", "us"}};
 }
 
-// Sends numbered probes from one descriptor to one or more others. Returns median and tail of the
-// times until the last of them has a probe, then of those until the first has it.
+// Sends numbered probes from one descriptor to one or more others. Returns median and p99 of the
+// time until the last receiver has a probe, then of the time until the first one has it.
 std::vector<double> SendProbes(int probes, std::mt19937* random, int from,
                                const std::vector<int>& to) {
   Clock::time_point begin;
   uint64_t end = 0;
-  std::vector<double> times;  // of one probe, as it arrives
+  std::vector<double> times;  // of the current probe
   Receivers receivers(to, [&](size_t index, Clock::time_point when) {
     const std::chrono::duration<double, std::micro> time = when - begin;
     if (receivers.Received(index) == end) times.push_back(time.count());
@@ -45,10 +45,10 @@ std::vector<double> SendProbes(int probes, std::mt19937* random, int from,
     std::this_thread::sleep_for(std::chrono::microseconds(pause(*random)));
     begin = Clock::now();
     if (write(from, probe.data(), probe.size()) != static_cast<ssize_t>(probe.size())) {
-      throw Unmeasured("a frame is not taken");
+      throw Unmeasured("a probe was not accepted");
     }
     while (times.size() < to.size()) {
-      if (!receivers.Read(sim::kPatience)) throw Unmeasured("a frame does not arrive");
+      if (!receivers.Read(sim::kPatience)) throw Unmeasured("a probe did not arrive");
     }
     last.push_back(times.back());
     first.push_back(times.front());
@@ -60,7 +60,7 @@ std::vector<double> SendProbes(int probes, std::mt19937* random, int from,
 }  // namespace
 
 void MeasureLatency(const Plan& plan, int round, Session* session) {
-  // Every contender gets the same pauses.
+  // The pauses are the same for every contender.
   std::mt19937 random(static_cast<uint32_t>(round));
   const auto record = [&](bool to_line, int clients, const std::vector<Figure>& figures) {
     session->Record(clients, figures, [&](Running& running) {

@@ -1,5 +1,5 @@
-// The line at its full rate, 11 520 bytes a second in chunks of about 23 bytes every 2 ms: what it
-// costs, and what becomes of it when one of ten clients stops reading.
+// The line at its full rate, 11 520 bytes a second in chunks of about 23 bytes every 2 ms: its
+// cost, and the effect of one of ten clients that stops reading.
 #include <cmath>
 #include <optional>
 
@@ -33,7 +33,7 @@ std::vector<double> FeedAndCount(int clients, double seconds, Running* running) 
   feed.Run(seconds);
   const double passed = std::chrono::duration<double>(Clock::now() - begin).count();
   const double used = running->Cpu() - before;
-  if (feed.MissingBytes() > 0) throw Unmeasured("bytes are lost");
+  if (feed.MissingBytes() > 0) throw Unmeasured("bytes lost");
   return {kPercent * used / passed, Percentile(feed.TakeTimes(), kTail)};
 }
 
@@ -41,7 +41,7 @@ std::vector<double> FeedAndCount(int clients, double seconds, Running* running) 
 
 constexpr int kSmallReceiveBuffer = 4096;
 constexpr double kBeforeSeconds = 2;
-// The client that stops: the first, which contenders that serve clients in order serve first.
+// The client that stops is the first, because some contenders serve clients in order.
 constexpr size_t kStopped = 0;
 
 const std::vector<Figure> kStoppedFigures = {

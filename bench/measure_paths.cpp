@@ -22,13 +22,13 @@ namespace {
 
 constexpr double kNsPerS = 1e9;
 
-// Makes the compiler believe that a value is used.
+// Prevents the compiler from optimizing a value away.
 template <typename T>
 void Keep(const T& value) {
   asm volatile("" : : "r,m"(value) : "memory");
 }
 
-// The same, and that it may be another one from now on.
+// Also makes the compiler assume that the value changes.
 template <typename T>
 void Keep(T& value) {
   if constexpr (sizeof(T) <= sizeof(void*)) {
@@ -48,7 +48,7 @@ class Paths {
  public:
   Paths(double seconds, Results* results) : seconds_(seconds), results_(results) {}
 
-  // Adds the processor time of one call, of as many as take the time of the plan.
+  // Adds the mean processor time of a call, measured for at least the planned time.
   template <typename Path>
   void Add(const std::string& label, Path path) {
     double taken = 0;
@@ -104,7 +104,7 @@ void AddCommands(Paths* paths) {
     Keep(payload);
     Keep(CameraControlDecode(payload.data()));
   });
-  // The table of most rows; the code of its last row, and the one that needs arithmetic.
+  // The longest table: its last code, and the code that needs arithmetic.
   const auto translate = [&control](uint16_t code) {
     CameraControl coded = control;
     coded.code = code;
@@ -117,7 +117,7 @@ void AddCommands(Paths* paths) {
   paths->Add("PTZ table, joystick", translate(CAMERA_CODE_JOYSTICK));
 }
 
-// A settings file of the size that devices have, with the key on its last line.
+// Writes a settings file of realistic size, with the key on its last line.
 std::string MakeSettings() {
   std::string path = std::string(sim::kWorldDirectory) + "/settings";
   std::string text;

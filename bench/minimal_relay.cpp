@@ -1,8 +1,8 @@
-// minimal_relay PORT DEVICE READ-SIZE [UDP-PORT]: the least that a relay between a serial line and
-// TCP clients can do, as a measure for those that do more.
+// minimal_relay PORT DEVICE READ-SIZE [UDP-PORT]: a minimal relay between a serial line and TCP
+// clients, as a baseline for the others.
 //
-// One poll loop over line, listener and clients; plain blocking sends, no framing, no messages,
-// no rule for a client that does not read. With UDP-PORT each read from the line also goes there
+// One poll loop over line, listener and clients; blocking sends, no framing, no messages, no
+// handling of clients that stop reading. With UDP-PORT, each read from the line is also sent there
 // as a serial data datagram.
 #include <arpa/inet.h>
 #include <fcntl.h>
@@ -74,7 +74,7 @@ void WriteAll(int fd, size_t size) {
   }
 }
 
-// Sends what the line said to the local data port.
+// Sends bytes from the line to the local data port.
 class DataPort {
  public:
   explicit DataPort(const char* port)

@@ -1,5 +1,4 @@
-// Results as people read them: tables in Markdown, padded so that a terminal shows them as well;
-// bar charts in SVG.
+// Reports of the results: Markdown tables, padded for terminals, and SVG bar charts.
 #pragma once
 
 #include <string>
@@ -8,17 +7,17 @@
 
 namespace bench {
 
-// A number as the tables show it: three significant digits, no exponent.
+// Formats a number for the tables: three significant digits, no exponent.
 std::string Number(double value);
 
-// The tables with everything around them.
+// The tables with the description of the machine, the contenders and the method.
 std::string TableReport(const Results& results);
 
-// Small multiples of the figures that matter most.
+// Small multiples of the most important figures.
 std::string SvgReport(const Results& results);
 
-// `document` with what is between its two lines "bench: begin" and "bench: end" replaced by
-// `report`. Throws std::runtime_error when they are not there.
+// Returns `document` with `report` between its lines "bench: begin" and "bench: end". Throws
+// std::runtime_error if these lines are missing.
 std::string WithReport(const std::string& document, const std::string& report);
 
 }  // namespace bench

@@ -1,16 +1,14 @@
-// Small multiples: one panel a figure, one bar a contender. A panel may show a second figure as a
-// paler bar behind the first.
+// Small multiples: one panel per figure, one bar per contender. A panel may show a second figure as
+// a paler bar behind the first.
 #include <algorithm>
 #include <array>
 
 #include "bench/report.h"
 #include "bench/statistics.h"
-#include "tools/svg.h"
+#include "bench/svg.h"
 
 namespace bench {
 namespace {
-
-using tools::Svg;
 
 struct Panel {
   const char* title;
@@ -51,7 +49,7 @@ constexpr double kHeadHeight = 42;
 constexpr double kMargin = 16;
 constexpr double kGap = 14;
 
-// A bar longer than this many times the middle one is cut, so that the others stay readable.
+// Bars longer than this many times the median are cut off, so that the others remain readable.
 constexpr double kCut = 4;
 
 struct Shade {
@@ -65,7 +63,7 @@ constexpr std::array<Shade, 3> kShades = {
 constexpr char kBold[] = "font-weight=\"bold\"";
 constexpr char kPale[] = "fill=\"#64748b\"";
 
-// The value at the right end of a panel's axis.
+// The value at the end of a panel's axis.
 double AxisEnd(const Results& results, const Panel& panel) {
   std::vector<double> values;
   double longest = 0;
@@ -86,7 +84,7 @@ void AppendBar(double x, double y, double value, double axis_end, const char* co
   svg->Add("<rect x=\"%.1f\" y=\"%.1f\" width=\"%.1f\" height=\"%.1f\" rx=\"1.5\" fill=\"%s\"/>\n",
            x, y, length, kBarHeight, color);
   if (value <= axis_end) return;
-  // The bar goes on: a gap across it near its end.
+  // A gap near the end marks a cut bar.
   svg->Add("<path d=\"M%.1f %.1f l5 -%.1f\" stroke=\"#fff\" stroke-width=\"3\"/>\n",
            x + length - 14, y + kBarHeight + 2, kBarHeight + 4);
 }
@@ -138,14 +136,14 @@ std::string SvgReport(const Results& results) {
   const double height = 2 * kMargin + rows * (PanelHeight(results) + kGap);
   const double width = 2 * kMargin + kColumns * kPanelWidth + (kColumns - 1) * kGap;
   Svg svg(width, height, 11.5, "#0f172a");
-  svg.Add("<title>rs232d beside other relays; shorter is better</title>\n");
+  svg.Add("<title>rs232d compared with other relays; shorter is better</title>\n");
   for (size_t i = 0; i < kPanels.size(); ++i) {
     const double x = kMargin + static_cast<double>(i % kColumns) * (kPanelWidth + kGap);
     const double y = kMargin + static_cast<double>(i / kColumns) * (PanelHeight(results) + kGap);
     AppendPanel(results, kPanels[i], x, y, &svg);
   }
   svg.Text(kMargin, height - 8, "start",
-           "Shorter is better everywhere. A bar with a gap is longer than it is drawn.", kPale);
+           "Shorter is better. A gap marks a bar that exceeds the axis.", kPale);
   return svg.Finish();
 }
 

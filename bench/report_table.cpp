@@ -1,4 +1,4 @@
-// The tables: one a section of figures, one column a contender, then the ratios.
+// The tables: one per section, one column per contender, then the ratios.
 #include <algorithm>
 #include <cmath>
 #include <optional>
@@ -11,20 +11,20 @@ namespace bench {
 namespace {
 
 using Row = std::vector<std::string>;
-using Table = std::vector<Row>;  // the head first
+using Table = std::vector<Row>;  // header first
 
 constexpr char kNothing[] = "-";
-constexpr char kReportBegin[] = "<!-- bench: begin, written by ./bench.sh --readme -->";
+constexpr char kReportBegin[] = "<!-- bench: begin, written by ./bench.sh --docs -->";
 constexpr char kReportEnd[] = "<!-- bench: end -->";
 
-// The label and the unit stand to the left, everything else to the right.
+// Label and unit are left-aligned, all other columns right-aligned.
 constexpr size_t kLeftColumns = 2;
 
 std::string NoteMark(size_t index) {
   return std::string("[").append(std::to_string(index + 1)).append("]");
 }
 
-// Reasons are numbered over the whole report, each once.
+// Numbers the distinct reasons of the whole report.
 class Footnotes {
  public:
   std::string Mark(const std::string& reason) {
@@ -48,7 +48,7 @@ std::vector<std::string> Sections(const Results& results) {
   return sections;
 }
 
-// True for a section in which more than the subject takes part.
+// True for a section with figures of contenders other than the subject.
 bool IsComparison(const Results& results, const std::string& section) {
   return std::any_of(results.Figures().begin(), results.Figures().end(), [&](const Figure& figure) {
     return figure.section == section &&
@@ -85,7 +85,7 @@ std::optional<double> Minimal(const Results& results, const Figure& figure) {
   return results.Value(figure.id, *found->kind);
 }
 
-// Only of two values above 0.
+// Empty unless both values are above 0.
 std::string RatioText(std::optional<double> own, std::optional<double> other) {
   return own > 0.0 && other > 0.0 ? Number(*own / *other) : kNothing;
 }
@@ -155,7 +155,7 @@ std::string Number(double value) {
   constexpr int kDigits = 3;
   const double size = std::fabs(value);
   const int before_point = size < 1 ? 1 : static_cast<int>(std::floor(std::log10(size))) + 1;
-  // Small values keep what tells them apart; an exact nought stays one.
+  // Keeps enough decimals to distinguish small values; an exact 0 stays "0".
   int decimals = std::max(kDigits - before_point, 0);
   if (size > 0 && size < 0.1) decimals = kDigits;
   if (std::floor(size) == size) decimals = 0;
@@ -174,7 +174,7 @@ std::string TableReport(const Results& results) {
   text += "\n";
   for (size_t i = 0; i < notes.Notes().size(); ++i)
     text += ListItem(NoteMark(i) + " " + notes.Notes()[i]);
-  text += "\nHow it is measured:\n\n";
+  text += "\nMethod:\n\n";
   for (const std::string& line : results.method)
     text += ListItem(line);
   return text;
@@ -184,8 +184,8 @@ std::string WithReport(const std::string& document, const std::string& report) {
   const size_t begin = document.find(kReportBegin);
   const size_t end = document.find(kReportEnd);
   if (begin == std::string::npos || end == std::string::npos || end < begin) {
-    throw std::runtime_error(std::string("no lines \"") + kReportBegin + "\" and \"" + kReportEnd +
-                             "\" in the document");
+    throw std::runtime_error(std::string("the document lacks the lines \"") + kReportBegin +
+                             "\" and \"" + kReportEnd + "\"");
   }
   return document.substr(0, begin) + kReportBegin + "\n\n" + report + "\n" + document.substr(end);
 }

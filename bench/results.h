@@ -1,4 +1,4 @@
-// What a run of the benchmark has found: figures, and for each contender its samples of them.
+// Results of a benchmark run: figures, with the samples of each contender.
 #pragma once
 
 #include <map>
@@ -20,16 +20,16 @@ struct Figure {
   bool more_is_better = false;
 };
 
-// What one contender has of one figure: samples, one a round, or the reason why there are none.
+// The samples of one contender for one figure, one a round, or the reason why there are none.
 struct Cell {
   std::vector<double> samples;
   std::string reason;
 
-  // A contender that failed once has no value, however the other rounds went.
+  // A contender that failed in any round has no value.
   bool HasValue() const { return reason.empty() && !samples.empty(); }
 };
 
-// A contender that takes part.
+// An installed contender.
 struct Entrant {
   const Contender* kind;
   std::string version;
@@ -38,18 +38,18 @@ struct Entrant {
 class Results {
  public:
   std::string machine;
-  std::vector<std::string> method;  // how was measured
+  std::vector<std::string> method;  // description of the measurements
   std::vector<Entrant> entrants;    // the subject first
 
-  // Adds a sample, and the figure where it is not there yet.
+  // Adds a sample, and the figure if it is new.
   void Add(const Figure& figure, const Contender& entrant, double value);
-  // Says why a contender has no value of a figure. The first reason stays.
+  // Records why a contender has no value of a figure. Keeps the first reason.
   void AddReason(const Figure& figure, const Contender& entrant, const std::string& reason);
 
   const std::vector<Figure>& Figures() const { return figures_; }
-  // Null where the contender has nothing of the figure, not even a reason.
+  // Null if the contender has neither samples nor a reason.
   const Cell* Find(const std::string& figure, const Contender& entrant) const;
-  // The median of a contender, where it has a value.
+  // The median of a contender; nullopt if it has no value.
   std::optional<double> Value(const std::string& figure, const Contender& entrant) const;
 
  private:

@@ -17,7 +17,7 @@ using sim::Clock;
 constexpr std::chrono::microseconds kListenLook{100};
 constexpr sim::milliseconds kStopLimit{2000};
 
-// Processors that this process was given at the start.
+// Processors available to this process at the start.
 std::vector<int> GivenProcessors() {
   cpu_set_t set;
   CPU_ZERO(&set);
@@ -30,7 +30,7 @@ std::vector<int> GivenProcessors() {
 }
 
 struct Processors {
-  int bench = -1;  // -1: wherever the kernel likes
+  int bench = -1;  // -1: any
   int contender = -1;
 };
 Processors g_processors;
@@ -43,7 +43,7 @@ void MoveTo(int processor) {
   sched_setaffinity(0, sizeof(set), &set);
 }
 
-// What is started meanwhile runs on the contenders' processor from its first instruction on.
+// While this object exists, new processes start on the contenders' processor.
 class OnContendersProcessor {
  public:
   OnContendersProcessor() { MoveTo(g_processors.contender); }
@@ -97,7 +97,7 @@ void Running::AddClient(int receive_buffer) {
   const auto probe = NumberedProbe(clients_.size());
   clients_.push_back(std::make_unique<sim::PtzClient>(port_, receive_buffer));
   clients_.back()->Send(probe);
-  if (!IsSame(line_.Receive(probe.size()), probe)) throw Unmeasured("a client is not served");
+  if (!IsSame(line_.Receive(probe.size()), probe)) throw Unmeasured("a client was not served");
   fcntl(clients_.back()->Fd(), F_SETFL, O_NONBLOCK);
 }
 
@@ -108,7 +108,8 @@ void Running::Connect(int count, int first_buffer) {
   const auto probe = NumberedProbe(clients_.size());
   if (count > 0) line_.Send(probe);
   for (const auto& client : clients_) {
-    if (!IsSame(client->Receive(probe.size()), probe)) throw Unmeasured("a client gets no bytes");
+    if (!IsSame(client->Receive(probe.size()), probe))
+      throw Unmeasured("a client received no bytes");
   }
 }
 

@@ -1,7 +1,7 @@
-// A contender at work: started on a seat of its own, with clients, until it is destroyed.
+// A running contender with its line and clients.
 //
-// Where the machine has more than one processor, the bench stays on the first and every contender
-// on the second, so that neither takes the other's time.
+// If the machine has more than one processor, the bench runs on the first and every contender on
+// the second, so they do not compete.
 #pragma once
 
 #include <memory>
@@ -15,35 +15,36 @@
 
 namespace bench {
 
-// Why a contender has no value of a figure.
+// Thrown with the reason why a contender has no value of a figure.
 struct Unmeasured : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// Bytes of a probe: a Pelco-D frame's worth.
+// Size of a probe, that of a Pelco-D frame.
 constexpr size_t kProbeSize = 7;
-// A piece of the stream, so that none is taken for another.
+// Probe `number`: a piece of the stream, different from its neighbours.
 std::span<const uint8_t> NumberedProbe(uint64_t number);
 
-// Puts the bench on its processor. Returns in words who runs where.
+// Moves the bench to its processor. Returns a description of the assignment.
 std::string TakeProcessor();
 
 class Running {
  public:
-  // Starts the program and waits until it listens. Throws Unmeasured when it does not.
+  // Starts the program and waits until it listens. Throws Unmeasured if it does not.
   Running(const Contender& contender, const Seat& seat);
   Running(const Running&) = delete;
   Running& operator=(const Running&) = delete;
-  // Closes the clients, then ends the program.
+  // Closes the clients, then stops the program.
   ~Running();
 
   int Port() const { return port_; }
   pid_t Pid() const { return process_->Pid(); }
-  // Seconds from its start until it listened.
+  // Seconds from the start of the program until it listened.
   double StartSeconds() const { return start_seconds_; }
 
-  // Sees to it that exactly `count` clients are connected and served, of which the first has
-  // about `first_buffer` bytes to receive into when that is not 0. Throws Unmeasured.
+  // Connects or closes clients until exactly `count` are connected, and checks that all are served.
+  // `first_buffer` is the approximate receive buffer of the first client; 0: the default. Throws
+  // Unmeasured.
   void Connect(int count, int first_buffer = 0);
 
   // The descriptors of the line's far end and of the clients, all non-blocking.

@@ -1,7 +1,7 @@
 // serial_bench: compares the daemon in relay mode with general serial-to-TCP relays on the same
-// bench, and adds what the in-process paths cost.
+// bench, and measures the in-process paths.
 //
-// Everything happens in a private world, in rounds: scene by scene, every contender in turn.
+// Everything runs in a private world, in rounds: scene by scene, contender by contender.
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <net/if.h>
@@ -28,8 +28,9 @@ namespace bench {
 namespace {
 
 const Seat kOnlySeat = {.serial_path = "/dev/ttyS1", .port = 4001};
-constexpr char kReadmePath[] = "README.md";
+constexpr char kReportPath[] = "docs/benchmarks.md";
 constexpr char kChartPath[] = "docs/pictures/bench.svg";
+constexpr char kChartLink[] = "![The daemon compared with other relays](pictures/bench.svg)\n\n";
 
 // rounds, probes, bulk_share, line_seconds, stop_seconds, idle_seconds, path_seconds
 constexpr Plan kOrdinary = {5, 200, 1, 5, 15, 5, 0.1};
@@ -61,7 +62,7 @@ std::vector<Entrant> TakePart() {
     if (IsInstalled(contender)) {
       entrants.push_back({&contender, VersionOf(contender)});
     } else {
-      Progress(std::string(contender.id) + " is missing: no " + contender.program);
+      Progress(std::string(contender.id) + " is not installed: " + contender.program);
     }
   }
   return entrants;
@@ -79,8 +80,8 @@ void RunRound(const Plan& plan, int round, Results* results) {
   }
 }
 
-// Gives loopback a second address. Programs that look addresses up with AI_ADDRCONFIG find none
-// where 127.0.0.1 is all there is.
+// Adds a second address to loopback. With 127.0.0.1 alone, programs that resolve addresses with
+// AI_ADDRCONFIG find none.
 void AddressLoopback() {
   const tools::UniqueFd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   ifreq request = {};
@@ -91,34 +92,38 @@ void AddressLoopback() {
   ioctl(fd.Get(), SIOCSIFADDR, &request);
 }
 
-// Processors that others keep busy, beyond which the figures say little.
+// Maximum number of processors busy with other work for meaningful figures.
 constexpr double kMostBusy = 0.2;
-constexpr char kBusy[] = "the machine was busy with other work: no figures to quote";
+constexpr char kBusy[] = "the machine was busy with other work: do not quote these figures";
 
 std::vector<std::string> Method(const Plan& plan) {
   return {
       "medians over " + std::to_string(plan.rounds) +
-          " rounds, every contender in turn in each; started anew for each scene; a contender "
-          "that fails in one round has no value",
-      "the last two columns: the daemon's value divided by the best peer's and by minimal's",
+          " rounds; each round runs every contender in turn, restarted for each scene; a contender "
+          "that fails in any round has no value",
+      "the last two columns: the daemon's value divided by that of the best peer and of minimal",
       "latency: " + std::to_string(plan.probes) +
-          " probes a round, 1 to 2 ms (at random, the same for all) after the one before; from "
-          "the call that sends to the return of the call that has the last byte",
-      "bulk: the line is fed in pieces of 64 bytes; at most 8 KiB are on their way at any time, "
-      "since a pty holds no more and, unlike a line, does not hold the writer back (but for the 1 "
-      "MiB piece); where a contender is faster than the feeding bench, the rate is the bench's",
-      "line at 11 520 bytes/s: a chunk of about 23 bytes every 2 ms; a chunk counts as arrived "
-      "at each client by itself",
-      "stopped client: its receive buffer about 4 KiB, every send buffer at most 16 KiB, so that "
-      "the contender notices within seconds",
+          " probes a round, each 1 to 2 ms (random, the same for all) after the one before; from "
+          "the send call to the return of the call that reads the last byte",
+      "bulk: the line is fed in pieces of 64 bytes; except for the 1 MiB piece, at most 8 KiB are "
+      "in "
+      "transit, since a pty holds no more and, unlike a line, does not block the writer; the rate "
+      "of the bench limits contenders that are faster",
+      "line at 11 520 bytes/s: a chunk of about 23 bytes every 2 ms; the arrival at each client "
+      "counts separately",
+      "stopped client: with a receive buffer of about 4 KiB and send buffers of at most 16 KiB, "
+      "the "
+      "contender notices within seconds",
       "idle: all contenders side by side; wake-ups are voluntary context switches of all threads",
-      "processor time is that of the process and its children; what the kernel's own threads do "
-      "for the pty counts for nobody",
-      "memory with a client or ten connected after the bulk run; sizes without shared libraries"};
+      "processor time: of the process and its children, without the kernel threads that serve the "
+      "pty",
+      "memory after the bulk run: with one or ten clients connected; sizes: without shared "
+      "libraries"};
 }
 
 Results Measure(const Plan& plan) {
-  // A connection that a contender closes must not end the bench. What it starts has the default.
+  // A contender that closes a connection must not kill the bench. A handler, unlike SIG_IGN, is not
+  // inherited by the contenders.
   signal(SIGPIPE, [](int) {});
   Results results;
   results.machine = DescribeMachine();
@@ -129,7 +134,7 @@ Results Measure(const Plan& plan) {
   results.method.insert(results.method.begin(), TakeProcessor());
   if (is_busy) results.method.emplace_back(kBusy);
   AddressLoopback();
-  // Somebody listens where serial data datagrams go, as on the device; none is read here.
+  // Binds the port of serial data datagrams, as on the device, but reads none.
   const sim::UdpPeer data(SERIAL_DATA_PORT);
   for (int round = 0; round < plan.rounds; ++round)
     RunRound(plan, round, &results);
@@ -142,8 +147,7 @@ Results Measure(const Plan& plan) {
 
 // --- Reports -----------------------------------------------------------------------------------
 
-// A file that is opened outside the world, which may have another one in its place, and written
-// within.
+// A file opened outside the world, where its path may be hidden, and written inside.
 class Outside {
  public:
   explicit Outside(const char* path) : fd_(open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0644)) {
@@ -155,25 +159,24 @@ class Outside {
   tools::UniqueFd fd_;
 };
 
-void RenewReadme(const Results& results, const Outside& readme, const Outside& chart) {
-  const std::string link = std::string("![The daemon beside other relays](") + kChartPath + ")\n\n";
-  const std::string before = sim::ReadTextFile(readme.Path());
-  sim::WriteTextFile(readme.Path(), WithReport(before, link + TableReport(results)));
+void UpdateDocs(const Results& results, const Outside& report, const Outside& chart) {
+  const std::string before = sim::ReadTextFile(report.Path());
+  sim::WriteTextFile(report.Path(), WithReport(before, kChartLink + TableReport(results)));
   sim::WriteTextFile(chart.Path(), SvgReport(results));
 }
 
-int Run(const Plan& plan, bool renews_readme) {
-  std::optional<Outside> readme;
+int Run(const Plan& plan, bool update_docs) {
+  std::optional<Outside> report;
   std::optional<Outside> chart;
-  if (renews_readme) {
-    readme.emplace(kReadmePath);
+  if (update_docs) {
+    report.emplace(kReportPath);
     chart.emplace(kChartPath);
   }
   return sim::RunInWorld([&] {
     try {
       const Results results = Measure(plan);
       fputs(TableReport(results).c_str(), stdout);
-      if (renews_readme) RenewReadme(results, *readme, *chart);
+      if (update_docs) UpdateDocs(results, *report, *chart);
       return EXIT_SUCCESS;
     } catch (const std::exception& error) {
       Progress(error.what());
@@ -188,17 +191,17 @@ int Run(const Plan& plan, bool renews_readme) {
 int main(int argc, char** argv) {
   bool quick = false;
   bool is_long = false;
-  bool renews_readme = false;
-  CLI::App app{"Compares the daemon in relay mode with general serial-to-TCP relays."};
-  app.add_flag("--quick", quick, "a few seconds, to see that it works; no figures to quote");
-  app.add_flag("--long", is_long, "more rounds, and a client stopped for 60 s");
-  app.add_flag("--readme", renews_readme, "renews the table and the chart of README.md");
+  bool update_docs = false;
+  CLI::App app{"Compare the daemon in relay mode with general serial-to-TCP relays."};
+  app.add_flag("--quick", quick, "a smoke test of a few seconds; do not quote its figures");
+  app.add_flag("--long", is_long, "more rounds, and 60 s with a stopped client");
+  app.add_flag("--docs", update_docs, "update the report and the chart in docs/");
   CLI11_PARSE(app, argc, argv);
   try {
     return bench::Run(quick     ? bench::kQuick
                       : is_long ? bench::kLong
                                 : bench::kOrdinary,
-                      renews_readme);
+                      update_docs);
   } catch (const std::exception& error) {
     bench::Progress(error.what());
     return EXIT_FAILURE;

@@ -12,8 +12,8 @@ constexpr double kMsPerS = 1000;
 
 }  // namespace
 
-// The contender, started if need be; every start is a sample of the start-up time. One that did not
-// start before is not tried again.
+// Returns the contender and starts it if necessary. Every start is a sample of the start-up time. A
+// contender that failed to start is not started again.
 Running& Session::Get() {
   if (fails_to_start_) throw Unmeasured("does not start");
   if (running_ == nullptr) {

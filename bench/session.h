@@ -1,5 +1,5 @@
-// One contender's turn in a scene: started when the first figure asks for it, started anew after
-// one that failed, so that a failure spoils no other figure.
+// Runs one contender in a scene. Starts it for the first figure and again after a failure, so a
+// failure affects no other figure.
 #pragma once
 
 #include <functional>
@@ -13,18 +13,18 @@ namespace bench {
 
 class Session {
  public:
-  // `results` outlives the session.
+  // `results` must outlive the session.
   Session(const Contender& contender, const Seat& seat, Results* results)
       : contender_(contender), seat_(seat), results_(results) {}
 
   const Contender& Kind() const { return contender_; }
 
-  // Calls `action` with the contender. More clients than it serves, or an exception, is the reason
-  // why it has none of these figures.
+  // Calls `action` with the running contender. If it does not serve that many clients, or on an
+  // exception, records the reason for these figures.
   void Try(int clients, const std::vector<Figure>& figures,
            const std::function<void(Running&)>& action);
 
-  // The same, and adds what `measure` returns, one value a figure.
+  // Like Try, and adds the values that `measure` returns, one per figure.
   void Record(int clients, const std::vector<Figure>& figures,
               const std::function<std::vector<double>(Running&)>& measure);
 

@@ -18,8 +18,8 @@ using sim::Clock;
 constexpr char kSendBufferPath[] = "/proc/sys/net/ipv4/tcp_wmem";
 constexpr char kSmallSendBuffers[] = "4096 16384 16384";
 
-// Bytes that a server has given to the kernel for a client on loopback and that the client's end
-// has not taken yet; -1 once the server has closed the connection.
+// Bytes in the server's send queue that have not reached the client's end yet; -1 once the server
+// has closed the connection.
 long UnsentBytes(unsigned server_port, unsigned client_port) {
   constexpr unsigned kEstablished = 0x01;
   constexpr unsigned kCloseWait = 0x08;
@@ -64,7 +64,7 @@ void StoppedClient::Look() {
     dropped_after_ = std::chrono::duration<double>(now - last_taken_).count();
     return;
   }
-  // Bytes in both buffers only grow while nobody reads.
+  // The two buffers only grow while nobody reads.
   if (unsent + unread > held_) last_taken_ = now;
   held_ = std::max(held_, unsent + unread);
 }

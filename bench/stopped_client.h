@@ -1,4 +1,4 @@
-// A client of a server that does not read, as the kernel sees it from both ends.
+// Watches both ends of the connection of a client that does not read.
 #pragma once
 
 #include <string>
@@ -7,9 +7,9 @@
 
 namespace bench {
 
-// The send buffers of the world's connections, small while it lives. The kernel holds megabytes
-// for a client on loopback: at the line's rate it would take minutes until a server notices that
-// nobody reads. Small buffers, as on a board with little memory, bring the moment forward.
+// Limits the send buffers of the world's connections while it exists. On loopback the kernel
+// buffers megabytes per client, so at the line's rate a server would need minutes to notice a
+// stopped client. Small buffers, as on a board with little memory, shorten that time.
 class SmallSendBuffers {
  public:
   SmallSendBuffers();
@@ -23,16 +23,16 @@ class SmallSendBuffers {
 
 class StoppedClient {
  public:
-  // `fd` is the client's socket, which is not read from now on.
+  // `fd` is the client's socket, which must not be read from now on.
   StoppedClient(int server_port, int fd);
 
-  // Called some times a second.
+  // Samples the connection; call it several times a second.
   void Look();
 
-  // For how long the connection has taken no byte, in seconds, up to the drop.
+  // Seconds since the connection last accepted a byte, up to the drop.
   double TakesNothingFor() const;
 
-  // Seconds from the last byte taken to the drop; negative while it is not dropped.
+  // Seconds from the last accepted byte to the drop; negative until then.
   double DroppedAfter() const { return dropped_after_; }
 
  private:

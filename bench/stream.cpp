@@ -13,8 +13,8 @@
 namespace bench {
 namespace {
 
-// The stream repeats itself after a prime number of bytes, so that no power of two fits it; what
-// is handed out in one piece may run beyond the end of the first period.
+// The stream has a prime period, so no power of two divides it. A piece may extend beyond the first
+// period.
 constexpr size_t kPeriod = 65521;
 constexpr size_t kPiece = 1 << 20;
 constexpr size_t kReadSize = 65536;
@@ -57,7 +57,7 @@ bool Receivers::Read(std::chrono::nanoseconds limit, int writer) {
 void Receivers::Take(size_t index) {
   const ssize_t count = read(polls_[index].fd, buffer_.data(), buffer_.size());
   const auto now = sim::Clock::now();
-  if (count <= 0) throw Unmeasured("a connection ends");
+  if (count <= 0) throw Unmeasured("connection lost");
   const auto expected = StreamBytes(received_[index], static_cast<size_t>(count));
   if (!std::equal(expected.begin(), expected.end(), buffer_.begin())) {
     throw Unmeasured("bytes lost or changed after byte " + std::to_string(received_[index]));

@@ -1,5 +1,5 @@
-// The bytes that go through a contender, and the ends at which they arrive. Every byte follows from
-// its place, so that a lost, a doubled or a changed one shows at once.
+// The byte stream sent through a contender, and its receivers. Each byte follows from its offset,
+// so lost, repeated and changed bytes are detected.
 #pragma once
 
 #include <poll.h>
@@ -13,32 +13,32 @@
 
 namespace bench {
 
-// Up to `size` bytes of the stream from `offset` on; may be fewer.
+// At most `size` bytes of the stream from `offset`; may return fewer.
 std::span<const uint8_t> StreamBytes(uint64_t offset, size_t size);
 
-// Descriptors at each of which the stream arrives, from its beginning on.
+// Descriptors that each receive the whole stream.
 class Receivers {
  public:
-  // Told after each read: the receiver's index, and when the read returned.
+  // Called after each read with the receiver's index and the time the read returned.
   using OnRead = std::function<void(size_t index, sim::Clock::time_point when)>;
 
   explicit Receivers(const std::vector<int>& fds, OnRead on_read = nullptr);
 
-  // Sleeps until bytes arrive, `writer` (if not -1) takes bytes, or `limit` has passed, and reads
-  // once from every receiver that has some. Returns false when the limit has passed. Throws
-  // Unmeasured when bytes are lost or changed, or a connection ends.
+  // Waits until bytes arrive, `writer` (-1: none) is writable, or `limit` has passed, and reads
+  // once from every readable receiver. Returns false on timeout. Throws Unmeasured if bytes are
+  // lost or changed, or if a connection ends.
   bool Read(std::chrono::nanoseconds limit, int writer = -1);
 
-  // Whether `writer` took bytes in the last Read.
+  // True if `writer` was writable in the last Read.
   bool IsWritable() const { return polls_.back().revents != 0; }
 
-  // A receiver that is not read any more has a hole in its place: the others keep their index.
+  // Stops reading from a receiver. The others keep their index.
   void StopReading(size_t index) { polls_[index].fd = -1; }
   bool IsRead(size_t index) const { return polls_[index].fd >= 0; }
 
   size_t Count() const { return received_.size(); }
   uint64_t Received(size_t index) const { return received_[index]; }
-  // Bytes that all receivers which are read have.
+  // Number of bytes that every receiver still read from has received.
   uint64_t Least() const;
 
  private:

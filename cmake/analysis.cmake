@@ -1,7 +1,7 @@
-# Static analysis of src/, sim/ and tools/, in the preset `analysis`. A warning is an error.
-#   tidy       clang-tidy by .clang-tidy; sim/ and tools/ have fewer checks
-#   tidy_src   the same of src/ only, a fifth of the time
-#   cppcheck   every finding but those of .cppcheck-suppressions, which says why
+# Static analysis of src/, sim/ and tools/ in the preset `analysis`. Warnings are errors.
+#   tidy       clang-tidy with the checks of .clang-tidy; fewer in sim/ and tools/
+#   tidy_src   clang-tidy of src/ only, in a fifth of the time
+#   cppcheck   all findings except those in .cppcheck-suppressions, each with its reason
 add_custom_target(tidy
   COMMAND run-clang-tidy -quiet -p ${CMAKE_BINARY_DIR} "${CMAKE_SOURCE_DIR}/(src|sim|tools)/.*"
   WORKING_DIRECTORY ${CMAKE_SOURCE_DIR} VERBATIM)

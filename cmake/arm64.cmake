@@ -1,5 +1,5 @@
-# Toolchain of a 64-bit ARM board: Debian's cross compiler, and its libraries as arm64 packages
-# beside those of this machine. What was built runs here under qemu-aarch64.
+# Toolchain for a 64-bit ARM board: Debian's cross compiler, with its libraries as arm64 packages.
+# The results run under qemu-aarch64.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR aarch64)
 set(RS232_DEBIAN_ARCHITECTURE arm64)

@@ -1,9 +1,10 @@
-# Makes a fault in a released program harder to exploit, and stops it at the first sign of one.
+# Compiler and linker options that make faults in a release harder to exploit and stop the program
+# at the first sign of one.
 include(CheckCXXCompilerFlag)
 
 set(RS232_HARDENING $<$<CONFIG:Release>:-fPIE> $<$<CONFIG:Release>:-fstack-protector-strong>
                     $<$<CONFIG:Release>:-D_GLIBCXX_ASSERTIONS>)
-# Each only where the compiler has it for this processor.
+# Use only the options that the compiler supports on this processor.
 foreach(flag -fstack-clash-protection -fcf-protection -mbranch-protection=standard
              -ftrivial-auto-var-init=zero)
   string(MAKE_C_IDENTIFIER "RS232_HAS${flag}" has_flag)
@@ -16,8 +17,9 @@ if(CMAKE_SIZEOF_VOID_P EQUAL 8)
   list(APPEND RS232_HARDENING $<$<CONFIG:Release>:-U_FORTIFY_SOURCE>
        $<$<CONFIG:Release>:-D_FORTIFY_SOURCE=2>)
 else()
-  # The C library's fortified ppoll takes times of 32 bits even where _TIME_BITS says 64: a wait of
-  # less than a second would be none. Some compilers fortify unasked.
+  # Undo the fortification that some compilers enable by default: the C library's fortified ppoll
+  # uses a 32-bit time_t even with _TIME_BITS=64, so a wait of less than a second would return at
+  # once.
   add_compile_options(-U_FORTIFY_SOURCE)
 endif()
 add_link_options($<$<CONFIG:Release>:LINKER:-z,relro,-z,now>)

@@ -1,4 +1,4 @@
-# What is installed, and the packages made of it by `cpack`:
+# Installed files, and the packages that `cpack` makes of them:
 #   rs232d_VERSION_ARCH.deb      daemon, rs232ctl, systemd unit, manual pages, completion
 #   rs232d-sim_VERSION_ARCH.deb  vdev
 #   rs232d-VERSION-ARCH.tar.gz   daemon, rs232ctl and init script, for a board without dpkg
@@ -7,11 +7,12 @@ if(NOT RS232_DEBIAN_ARCHITECTURE)
                   OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
 endif()
 
-# Everything that an install takes, without the tests.
+# Builds everything that `install` needs, without the tests.
 add_custom_target(installables)
 add_dependencies(installables rs232d)
 
-# Compresses `source` to `name`.gz and installs it; -n leaves the time out of the result.
+# Compresses `source` to `name`.gz and installs it; -n omits the timestamp, for reproducible
+# results.
 function(rs232_install_compressed source name destination component)
   get_filename_component(source ${source} ABSOLUTE)
   set(result ${CMAKE_BINARY_DIR}/compressed/${component}/${name}.gz)
@@ -31,11 +32,13 @@ endfunction()
 
 install(TARGETS rs232d RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR} COMPONENT runtime)
 install(FILES packaging/rs232d.service DESTINATION lib/systemd/system COMPONENT support)
+install(FILES packaging/rs232d.tmpfiles DESTINATION lib/tmpfiles.d RENAME rs232d.conf
+        COMPONENT support)
 rs232_install_compressed(src/daemon/man/rs232d.8 rs232d.8 ${CMAKE_INSTALL_MANDIR}/man8 support)
 install(PROGRAMS packaging/S60rs232d
         DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/rs232d/examples COMPONENT support)
 rs232_install_legal(rs232d support)
-# Not part of a plain install.
+# Only in the archive, not in a plain install.
 install(PROGRAMS packaging/S60rs232d DESTINATION /etc/init.d COMPONENT busybox EXCLUDE_FROM_ALL)
 
 if(RS232_TOOLS)
@@ -52,6 +55,8 @@ if(RS232_BENCH_WORLD AND RS232_VDEV)
   add_dependencies(installables vdev)
   install(TARGETS vdev RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT sim)
   rs232_install_compressed(sim/man/vdev.1 vdev.1 ${CMAKE_INSTALL_MANDIR}/man1 sim)
+  install(FILES tools/completion/vdev
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT sim)
   rs232_install_legal(rs232d-sim sim)
 endif()
 
@@ -64,7 +69,7 @@ set(CPACK_COMPONENTS_ALL ${RS232_DEB_COMPONENTS})
 set(CPACK_COMPONENTS_GROUPING ONE_PER_GROUP)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
     OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
-# Read once for each generator: the archive holds other components than the packages.
+# Selects the components of each generator: those of the archive differ from those of the packages.
 set(CPACK_PROJECT_CONFIG_FILE ${CMAKE_SOURCE_DIR}/cmake/cpack_generator.cmake)
 set(CPACK_RS232_ARCHITECTURE ${RS232_DEBIAN_ARCHITECTURE})
 
@@ -81,6 +86,8 @@ set(CPACK_DEBIAN_DAEMON_DESCRIPTION
 "Owns the second serial port of a network camera or video encoder: relays it
 to PTZ clients and local processes, and drives camera modules and motorized
 lenses. Comes with rs232ctl, which talks to the daemon.")
+# Draws the pictures of `rs232ctl lens`, which a board does not need.
+set(CPACK_DEBIAN_DAEMON_PACKAGE_SUGGESTS gnuplot-nox)
 set(CPACK_DEBIAN_DAEMON_PACKAGE_CONTROL_EXTRA
     ${CMAKE_SOURCE_DIR}/packaging/deb/postinst ${CMAKE_SOURCE_DIR}/packaging/deb/prerm
     ${CMAKE_SOURCE_DIR}/packaging/deb/postrm)

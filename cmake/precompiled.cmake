@@ -1,13 +1,14 @@
-# Headers that nearly every file of a folder reads, compiled once: a third of a build's time. Not
-# behind ccache, which knows the files of the last build anyway. A file still includes all that it
-# uses: builds without this would not compile otherwise.
+# Precompiled headers, which save a third of the build time. Off with ccache, which already caches
+# unchanged files. Every file still includes all the headers that it uses, since builds without
+# precompiled headers need them.
 set(default ON)
 if(CMAKE_CXX_COMPILER_LAUNCHER MATCHES "ccache")
   set(default OFF)
 endif()
 option(RS232_PCH "Precompile headers" ${default})
 
-# g++ 12 no longer sees that a line is of a system header, and warns of bounds within std::string.
+# With precompiled headers, g++ 12 does not recognize system headers and warns about bounds in
+# std::string.
 set(RS232_PCH_OPTIONS "")
 if(RS232_PCH AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   set(RS232_PCH_OPTIONS -Wno-array-bounds -Wno-restrict -Wno-stringop-overflow)
@@ -20,8 +21,8 @@ function(rs232_precompile target)
   endif()
 endfunction()
 
-# rs232_precompile_as(OWNER TARGET...): the targets take what OWNER precompiles; they have to have
-# its options.
+# rs232_precompile_as(OWNER TARGET...): the targets reuse the precompiled headers of OWNER and must
+# have the same compile options.
 function(rs232_precompile_as owner)
   if(RS232_PCH)
     foreach(target ${ARGN})

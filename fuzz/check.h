@@ -1,4 +1,4 @@
-// What the fuzz targets demand: a property that does not hold ends the run as a finding.
+// Checks of the fuzz targets. A failed check ends the run as a finding.
 #pragma once
 
 #include <fcntl.h>
@@ -10,11 +10,11 @@
 
 namespace fuzz {
 
-// Standard error, also where the target's own is closed; above the descriptors that the daemon and
-// the checks of them reach.
+// A copy of standard error that works even if the target's is closed; numbered above the
+// descriptors that the daemon uses and the checks count.
 inline const int g_report_fd = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 200);
 
-// Says what does not hold, and aborts.
+// Reports the failed property and aborts.
 [[noreturn]] inline void Fail(const std::string& what) {
   dprintf(g_report_fd, "FINDING: %s\n", what.c_str());
   abort();

@@ -1,4 +1,4 @@
-// Moves a libFuzzer program into a private world before it starts: it runs itself again there.
+// Restarts a libFuzzer program in a private world.
 #include <unistd.h>
 
 #include <cstdio>
@@ -20,7 +20,7 @@ int LLVMFuzzerInitialize(int* /*argc*/, char*** argv) {
   const int status = sim::RunInWorld([arguments] {
     setenv(kInWorld, "1", 1);
     execv("/proc/self/exe", arguments);
-    perror("cannot run again in the private world");
+    perror("cannot restart in the private world");
     return EXIT_FAILURE;
   });
   fflush(nullptr);

@@ -1,4 +1,4 @@
-// The bytes of one execution, taken piece by piece.
+// Reads the input bytes of one execution piece by piece.
 #pragma once
 
 #include <algorithm>
@@ -19,7 +19,7 @@ class Input {
 
   bool IsEmpty() const { return left_.empty(); }
 
-  // The next `count` bytes, fewer at the end. They belong to the caller of the target.
+  // The next `count` bytes, or fewer at the end. The caller of the target owns the memory.
   std::span<const uint8_t> Bytes(size_t count) {
     const auto bytes = left_.first(std::min(count, left_.size()));
     left_ = left_.subspan(bytes.size());
@@ -27,7 +27,7 @@ class Input {
   }
   std::span<const uint8_t> Rest() { return Bytes(left_.size()); }
 
-  // The next byte, 0 at the end; a 16-bit and a 32-bit number, little-endian.
+  // The next byte (0 at the end), and a 16-bit and a 32-bit little-endian number.
   uint8_t Byte() { return IsEmpty() ? 0 : Bytes(1)[0]; }
   uint16_t Word() {
     const unsigned low = Byte();
@@ -38,7 +38,7 @@ class Input {
     return low | static_cast<uint32_t>(Word()) << 16;
   }
 
-  // The text up to the next line feed, which is passed over; one with a NUL ends there.
+  // The text up to the next line feed, which is skipped. Ends at a NUL.
   std::string Line() {
     const auto end = std::find(left_.begin(), left_.end(), '\n');
     const std::string line = Text(Bytes(static_cast<size_t>(end - left_.begin())));

@@ -1,19 +1,20 @@
-// In: a script of events around the daemon in the mode that the program is named for (kModes): a
-// byte for how things are at first, then events (kEvents).
+// Input: a script of events around the daemon, in the mode named by the program (kModes): a byte
+// with the initial state, then events (kEvents).
 //
-// The mode runs as it does on a device, on real sockets and a real pty, but in one thread with the
-// world: whenever its pass sleeps, the world makes the next event of the script, or lets the
-// passes that follow the last one run. Time is virtual.
-// Holds, after every pass and at the end:
-//   - what clients and local processes send arrives at the far end of the line whole and in order,
-//     between good frames of the mode and nothing else, while the line is there;
-//   - what comes from the line arrives at every client, from its connecting on, and in the data
-//     datagrams; nobody else is dropped but who takes nothing for CPTZSVR_SEND_TIMEOUT_S;
-//   - the packets of a firmware update follow each other as the far end accepts them;
-//   - the camera information file is written whole;
-//   - the start and each pass take no longer than the mode's waits add up to, and the daemon does
+// The mode runs as on a device, with real sockets and a real pty, but in one thread with the world:
+// whenever a pass waits, the world runs the next event of the script, or more passes for the last
+// event. Time is virtual.
+// Checked after every pass and at the end:
+//   - all bytes from clients and local processes reach the far end of the line in order, with only
+//     valid frames of the mode between them, while the line is up;
+//   - all bytes from the line reach every client from its connection on, and the data datagrams;
+//   the
+//     daemon drops only clients that accept no bytes for CPTZSVR_SEND_TIMEOUT_S;
+//   - the packets of a firmware update are sent in order, as the far end accepts them;
+//   - the camera information file is complete;
+//   - the start and each pass take no longer than the sum of the mode's waits, and the daemon does
 //     not spin;
-//   - the mode ends when it is told to, and leaves no descriptor open.
+//   - the mode ends when told to stop, and leaks no descriptor.
 #include <linux/sockios.h>
 #include <netinet/in.h>
 #include <sched.h>
@@ -62,20 +63,21 @@ using sim::Bytes;
 using ByteSpan = std::span<const uint8_t>;
 
 constexpr int64_t kLongestStartUs = 15 * kUsPerS;
-// Until the reboot: the wait for the sign of the update mode, the notice, and for each packet.
+// Limits until the reboot: the wait for the loader's signature with the notice, and each packet
+// exchange.
 constexpr int64_t kLongestRebootUs = (13 + HD_REBOOT_NOTICE_S) * kUsPerS;
 constexpr int64_t kLongestExchangeUs = 4'200'000;
-// How long the kernel may take to hand bytes on, milliseconds of the machine's own time.
+// Timeout for bytes in transit in the kernel, in real time.
 constexpr sim::milliseconds kKernelTime{5000};
-// Passes that may go by without an event before the daemon counts as spinning.
+// More passes than this without an event count as spinning.
 constexpr int kMostPasses = 3000;
 constexpr int kPassesOfWork = 60;
 constexpr int kMostLinePending = 2000;
 constexpr size_t kMostClients = 16;
-// Clients with a mark of their own; further ones send nothing.
+// Number of clients with a distinct mark; further clients send nothing.
 constexpr size_t kMarkedClients = 10;
 constexpr uint8_t kLocalMark = 0xB0;
-// A byte of the script from which on nothing comes where the daemon waits for an answer.
+// Script bytes from this value on mean that no answer arrives.
 constexpr uint8_t kNothingComes = 0xC0;
 
 // --- The modes ---------------------------------------------------------------------------------
@@ -94,12 +96,12 @@ bool IsPelcoFrame(ByteSpan bytes) {
 struct ModeRow {
   std::string_view name;
   const char* model;
-  // What the mode puts on the line besides others' bytes.
+  // The frames that the mode itself sends on the line.
   size_t frame_size;
   bool (*is_frame)(ByteSpan frame);
   uint8_t sync;
   bool sends_serial_data;
-  size_t info_lines;  // of the camera information file
+  size_t info_lines;  // in the camera information file
   int64_t longest_pass_us;
 };
 
@@ -120,12 +122,12 @@ int Pending(int fd) {
   return ioctl(fd, FIONREAD, &count) == 0 ? count : 0;
 }
 
-// Asks `is_done` until it is so or the kernel has had its time. Returns its last answer.
+// Polls `is_done` until it is true or kKernelTime has passed. Returns its last value.
 template <typename Condition>
 bool AwaitKernel(Condition is_done) {
   const auto end = sim::Clock::now() + kKernelTime;
   while (!is_done()) {
-    if (sim::Clock::now() > end) return is_done();  // the machine itself may have stood still
+    if (sim::Clock::now() > end) return is_done();  // this process may have been suspended
     sched_yield();
   }
   return true;
@@ -136,13 +138,13 @@ bool StandsAt(const Bytes& all, size_t at, ByteSpan part) {
          std::ranges::equal(ByteSpan(&all[at], part.size()), part);
 }
 
-// A process that sends marked bytes to the line: the mark in the high nibble, a count in the low
-// one.
+// A process that sends marked bytes to the line: the mark in the high nibble, a counter in the low
+// nibble.
 struct Sender {
   uint8_t mark = kLocalMark;
   size_t sent = 0;
   size_t arrived = 0;
-  int expected = 0;  // count of the next byte to arrive, -1 when bytes may have been lost
+  int expected = 0;  // counter of the next byte to arrive; -1: unknown after a loss
   bool may_lose = false;
 
   Bytes Make(size_t count) const {
@@ -163,17 +165,17 @@ struct Sender {
 struct Client {
   sim::PtzClient socket;
   in_port_t port;
-  Sender* sender;  // null for one that sends nothing
+  Sender* sender;  // null: sends nothing
   bool is_admitted = false;
   bool is_reading = true;
-  bool has_ended = false;   // by itself
-  int64_t stopped_us = -1;  // when it stopped reading for the first time
-  size_t next = 0;          // of the line's bytes, the next that it gets
+  bool has_ended = false;   // the client closed
+  int64_t stopped_us = -1;  // first time that it stopped reading
+  size_t next = 0;          // index of the next byte from the line
 
   bool IsOpen() const { return socket.Fd() >= 0; }
 };
 
-// Every packet of an update, in order.
+// All packets of an update, in order.
 std::vector<MicomPacket> UpdatePackets(ByteSpan payload) {
   std::vector packets = {MicomHeaderPacket(static_cast<uint32_t>(payload.size()))};
   for (size_t at = 0; at < payload.size(); at += MICOM_DATA_MAX)
@@ -182,7 +184,8 @@ std::vector<MicomPacket> UpdatePackets(ByteSpan payload) {
   return packets;
 }
 
-// Returns false when the mode ended in the device's reboot. Keeps nothing across the jump.
+// Returns false if the mode ended with a reboot of the device. Uses no local variable across the
+// jump.
 [[gnu::noinline]] bool RunToItsEnd() {
   static std::jmp_buf after_reboot;
   g_after_reboot = &after_reboot;
@@ -226,13 +229,13 @@ class ModeWorld {
     FUZZ_CHECK(sim::DescriptorCount(getpid()) == open_before);
   }
 
-  // --- Events: each takes its particulars from the script --------------------------------------
+  // --- Events: each reads its arguments from the script ----------------------------------------
 
   void Connect() {
-    // More than the listener's backlog would not get through.
+    // A connection beyond the listener's backlog would not complete.
     const auto waiting = std::ranges::count(clients_, false, &Client::is_admitted);
     if (clients_.size() == kMostClients || waiting >= ZSK_BACKLOG) return;
-    // Takes little at a time but sends all at once, and ends without a trace.
+    // A small receive buffer, a large send buffer, and no TIME_WAIT state after close.
     sim::PtzClient socket(g_rs232_settings.ptz_port, 4096);
     const int send_buffer = 65536;
     const linger at_once = {.l_onoff = 1, .l_linger = 0};
@@ -257,7 +260,7 @@ class ModeWorld {
     if (sent > 0) client->sender->sent += static_cast<size_t>(sent);
   }
 
-  // In good order, or with a reset that may lose what is under way.
+  // Ends with a shutdown, or with a reset that may lose bytes in transit.
   void ClientEnds() {
     const bool is_reset = script_.Byte() % 2 == 1;
     Client* client = PickClient();
@@ -280,7 +283,7 @@ class ModeWorld {
     local_->sent += bytes.size();
   }
 
-  // Any bytes at the daemon's own port but those that would go to the line without a mark.
+  // Sends any bytes to the daemon's own port, except unmarked bytes for the line.
   void RawDatagram() {
     const auto bytes = script_.Bytes(script_.Byte() % 16);
     const int code = bytes.size() < RS232_UDP_CODE_SIZE ? -1 : LoadLe16(bytes.data());
@@ -297,7 +300,7 @@ class ModeWorld {
     SendCommand(sim::CameraControlPacket(sim::Control(code, first, second, third)));
   }
 
-  // A command with any payload, or any bytes at all.
+  // Sends a command with any payload, or any bytes at all.
   void RawCommand() {
     const uint8_t command = script_.Byte();
     const auto bytes = script_.Bytes(script_.Byte() % 64);
@@ -356,8 +359,7 @@ class ModeWorld {
     is_on_line ? ReplyOnLine() : AnswerCamera();
   }
 
-  // Lets the daemon do what there is to do, as many passes as the last event says; then come the
-  // next events.
+  // Runs as many passes as the last event specifies, then the next events.
   int NextWakeUp(pollfd* fds, nfds_t count, int64_t limit_us) {
     const bool has_work = limit_us >= 0 && limit_us <= MODE_PASS_PACE_US;
     const int64_t end_us = limit_us < 0 ? INT64_MAX : NowUs() + limit_us;
@@ -379,7 +381,7 @@ class ModeWorld {
     return -1;
   }
 
-  // The script is over: everybody takes what there is. Returns as poll.
+  // At the end of the script: receives everything that is left. Returns as poll does.
   int TakeTheRest(pollfd* fds, nfds_t count) {
     for (Client& client : clients_)
       client.is_reading = true;
@@ -392,8 +394,7 @@ class ModeWorld {
     return ready;
   }
 
-  // Whether the kernel still has bytes between a client and the daemon that did not fit into a
-  // buffer.
+  // True if bytes between a client and the daemon still wait for buffer space.
   bool IsUnderWay() const {
     const auto has_unsent = [](const Client& client) {
       int unsent = 0;
@@ -409,7 +410,7 @@ class ModeWorld {
     FUZZ_CHECK(NowUs() - pass_began_us_ <= longest_us);
   }
 
-  // Whoever had taken nothing for too long when the pass began has been dropped by it.
+  // A pass must drop the clients whose send timeout had expired when it began.
   void CheckSlowClients() const {
     const CPTZSVR* server = g_rs232_context.ptz_server;
     for (int slot = 0; slot < CPTZSVR_MAX_CLIENTS; ++slot) {
@@ -432,7 +433,7 @@ class ModeWorld {
     FUZZ_CHECK(AwaitKernel([&] { return Pending(g_rs232_context.serial) == before + count; }));
   }
 
-  // What comes of a read on the line that the daemon waits in.
+  // Runs when the daemon waits for a reply on the line.
   void ReplyOnLine() {
     if (is_running_) are_streams_known_ = false;
     const uint8_t how = script_.IsEmpty() ? kNothingComes : script_.Byte();
@@ -442,7 +443,7 @@ class ModeWorld {
     SendOnLine(reply);
   }
 
-  // How much of from_line_ the daemon has read.
+  // Number of bytes of from_line_ that the daemon has read.
   size_t ReadTotal() const {
     if (!IsLineUp()) return from_line_.size();
     return from_line_.size() - static_cast<size_t>(Pending(g_rs232_context.serial));
@@ -462,23 +463,24 @@ class ModeWorld {
     to_line_.erase(to_line_.begin(), to_line_.begin() + static_cast<std::ptrdiff_t>(at));
   }
 
-  // A frame, a packet of an update or a byte that was sent through. Returns its size, 0 when it is
-  // not there as a whole.
+  // Consumes a frame, an update packet or a relayed byte. Returns its size; 0 if it is incomplete.
   size_t TakePart(ByteSpan bytes) {
     if (bytes[0] == MICOM_START) return TakePacket(bytes);
     if (bytes[0] != mode_.sync) {
       const auto sender = std::ranges::find(senders_, bytes[0] & 0xF0, &Sender::mark);
-      if (sender == senders_.end()) Fail("a byte that nobody sent: " + sim::Hex(bytes.first(1)));
+      if (sender == senders_.end())
+        Fail("unexpected byte on the line: " + sim::Hex(bytes.first(1)));
       sender->NoteArrived(bytes[0]);
       return 1;
     }
     if (bytes.size() < mode_.frame_size) return 0;
     const ByteSpan frame = bytes.first(mode_.frame_size);
-    if (!mode_.is_frame(frame)) Fail("a frame that is none: " + sim::Hex(frame));
+    if (!mode_.is_frame(frame)) Fail("invalid frame: " + sim::Hex(frame));
     return frame.size();
   }
 
-  // The next packet of the update, once the one before was accepted, or that one again.
+  // Accepts the next packet of the update after the acceptance of the last one, or a repetition of
+  // the last one.
   size_t TakePacket(ByteSpan bytes) {
     for (const size_t number : {packets_taken_ + 1, packets_taken_}) {
       if (number < 1 || number > update_.size()) continue;
@@ -495,7 +497,7 @@ class ModeWorld {
       FUZZ_CHECK(sends_of_packet_ <= (is_data ? MICOM_TRIES_PER_ROUND * MICOM_ROUNDS : 1));
       return count;
     }
-    Fail("no packet of the update: " + sim::Hex(bytes));
+    Fail("not a packet of the update: " + sim::Hex(bytes));
   }
 
   // --- Clients ---------------------------------------------------------------------------------
@@ -510,8 +512,8 @@ class ModeWorld {
     if (client->sender != nullptr) client->sender->may_lose = true;
   }
 
-  // A client is let in by the same pass, before it looks at the line: it gets what is read from
-  // now on.
+  // The pass that admits a client does so before it reads the line: the client receives all bytes
+  // read from now on.
   void NoteAdmissions() {
     for (const int fd : g_rs232_context.ptz_server->clients) {
       sockaddr_in peer = {};
@@ -564,8 +566,8 @@ class ModeWorld {
     if (mode_.sends_serial_data && is_running_) FUZZ_CHECK(datagrams_at_ == read_total_);
   }
 
-  // The camera daemon answers a question as the script says: not, with a good packet, with a bad
-  // one.
+  // Answers the camera daemon's queries as the script says: not at all, or with a good or a bad
+  // packet.
   void AnswerCamera() {
     uint8_t question[CICOMM_HEADER_SIZE + CAMERA_QUERY_SIZE];
     sockaddr_in asker = {};
@@ -586,14 +588,15 @@ class ModeWorld {
 
   // --- From the start to the end ---------------------------------------------------------------
 
-  // The device's files and the daemon's globals, by the first byte of the script.
+  // Prepares the device's files and the daemon's globals, controlled by the first byte of the
+  // script.
   void Prepare() {
-    // The alarm of libFuzzer must not interrupt a client that connects.
+    // libFuzzer's alarm must not interrupt a connecting client.
     struct sigaction on_alarm = {};
     sigaction(SIGALRM, nullptr, &on_alarm);
     on_alarm.sa_flags |= SA_RESTART;
     sigaction(SIGALRM, &on_alarm, nullptr);
-    // Sockets of earlier executions must not pile up; a small buffer fills up sooner.
+    // Sockets of earlier executions must not accumulate, and a small send buffer fills sooner.
     sim::WriteTextFile("/proc/sys/net/ipv4/tcp_max_tw_buckets", "0");
     sim::WriteTextFile("/proc/sys/net/ipv4/tcp_wmem", "4096 4096 4096");
     const uint8_t how = script_.Byte();
@@ -616,11 +619,11 @@ class ModeWorld {
     FUZZ_CHECK(ReadSettings(&g_rs232_settings) == 0);
   }
 
-  // The mode has come to its first pass.
+  // Called at the first pass of the mode.
   void BeginStreams() {
     is_running_ = true;
     const auto unread = from_line_.end() - Pending(g_rs232_context.serial);
-    // Each line of the camera information file needs an answer.
+    // Each line of the camera information file requires an answer.
     FUZZ_CHECK(std::ssize(g_commands) * I2M_FRAME_SIZE <= unread - from_line_.begin());
     from_line_.erase(from_line_.begin(), unread);
     pass_began_us_ = NowUs();
@@ -635,7 +638,7 @@ class ModeWorld {
     TakeDatagrams();
   }
 
-  // Everything that was under way has arrived.
+  // Checks that everything in transit arrives.
   void CheckEnd() {
     FUZZ_CHECK(g_rs232_stop != 0);
     if (is_told_to_stop_) return;
@@ -657,7 +660,7 @@ class ModeWorld {
     FUZZ_CHECK(g_commands.empty() || mode_.info_lines > 0);
     size_t line = 0;
     for (const std::string& command : g_commands) {
-      FUZZ_CHECK(!command.starts_with("echo 'VERSION=15.15'"));  // of HD_NO_VALUE
+      FUZZ_CHECK(!command.starts_with("echo 'VERSION=15.15'"));  // from HD_NO_VALUE
       FUZZ_CHECK(command.starts_with(kBegins[line]));
       FUZZ_CHECK(
           command.ends_with(line == 0 ? " > /var/nvt/camera.info" : " >> /var/nvt/camera.info"));
@@ -675,16 +678,16 @@ class ModeWorld {
   std::array<Sender, kMarkedClients + 1> senders_;
   Sender* const local_ = &senders_.back();
   std::vector<Client> clients_;
-  Bytes from_line_;        // what came from the line, without what the start read and what got lost
-  Bytes to_line_;          // arrived at the far end, not taken apart yet
-  size_t read_total_ = 0;  // of from_line_, as of the last look
+  Bytes from_line_;        // sent by the far end, without bytes read at start-up or lost
+  Bytes to_line_;          // received by the far end, not parsed yet
+  size_t read_total_ = 0;  // bytes of from_line_ read at the last check
   size_t datagrams_at_ = 0;
   std::vector<MicomPacket> update_;  // the packets of a firmware update
   size_t packets_taken_ = 0;
   int packets_sent_ = 0;
-  int sends_of_packet_ = 0;    // of the last one
-  ptrdiff_t acceptances_ = 0;  // answers that may accept a packet
-  bool is_running_ = false;    // the mode has come to its passes
+  int sends_of_packet_ = 0;    // of the last packet
+  ptrdiff_t acceptances_ = 0;  // acceptance bytes sent
+  bool is_running_ = false;    // the first pass has begun
   bool is_told_to_stop_ = false;
   bool are_streams_known_ = true;
   int passes_ = 0;         // since the last event
@@ -692,8 +695,8 @@ class ModeWorld {
   int64_t pass_began_us_ = 0;
 };
 
-// By the low nibble of an event's first byte; the high one is how many passes follow it, 15 for
-// many.
+// Indexed by the low nibble of an event's first byte. The high nibble is the number of passes that
+// follow; 15: many.
 constexpr std::array kEvents = {&ModeWorld::Connect,
                                 &ModeWorld::ClientSends,
                                 &ModeWorld::ClientEnds,

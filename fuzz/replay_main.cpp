@@ -1,5 +1,5 @@
-// Runs a fuzz target over the files of directories, without libFuzzer: TARGET DIRECTORY... Ends
-// with status 0 when every property held.
+// Runs a fuzz target on all files of directories, without libFuzzer: TARGET DIRECTORY... Status 0
+// means that every check held.
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -15,10 +15,10 @@
 
 namespace {
 
-// By their paths.
+// Contents by path.
 using Seeds = std::map<std::string, std::string>;
 
-// Read before the world hides some of the machine's directories.
+// Called before the world hides some of the machine's directories.
 Seeds ReadSeeds(std::span<char* const> paths) {
   Seeds seeds;
   for (const std::string path : paths) {
@@ -28,13 +28,13 @@ Seeds ReadSeeds(std::span<char* const> paths) {
   return seeds;
 }
 
-// The daemon's own messages go nowhere.
+// Discards the daemon's messages.
 int Replay(const Seeds& seeds) {
   if (freopen("/dev/null", "w", stdout) == nullptr) return EXIT_FAILURE;
   if (freopen("/dev/null", "w", stderr) == nullptr) return EXIT_FAILURE;
   for (const auto& [path, bytes] : seeds) {
     dprintf(fuzz::g_report_fd, "%s\n", path.c_str());
-    // Of its exact size, so that a look behind the end is noticed.
+    // A copy of the exact size, so that sanitizers detect reads beyond the end.
     const std::vector<uint8_t> data(bytes.begin(), bytes.end());
     LLVMFuzzerTestOneInput(data.data(), data.size());
   }

@@ -1,6 +1,5 @@
-// In: the kind of a settings file, by the first byte (kKinds), the texts and the buffer size of
-// that kind, then the file.
-// Holds: what stands above each kind's check.
+// Input: the kind of a settings file (kKinds), the texts and the buffer size for that kind, then
+// the file. Each kind's check states its properties.
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -32,7 +31,7 @@ constexpr char kTuning[] = "/etc/isp/isp_imx123_m12_2812.json";
 struct Case {
   std::string texts[2];
   size_t size;       // of a buffer
-  std::string file;  // stands at the kind's path
+  std::string file;  // contents of the file at the kind's path
 };
 
 bool IsTerminated(const std::vector<char>& text) {
@@ -45,7 +44,7 @@ bool IsCutOf(const std::string& text, const std::vector<char>& cut) {
 
 // --- Values ------------------------------------------------------------------------------------
 
-// The value of the first line that has exactly this key.
+// Reads the value of the first line with exactly this key. Returns false if there is none.
 bool FindsExactly(const std::string& key, std::string* value) {
   std::vector<char> text(SENSOR_CONF_VALUE_SIZE, '\0');
   int32_t number = 0;
@@ -58,8 +57,8 @@ bool FindsExactly(const std::string& key, std::string* value) {
   return result == 0;
 }
 
-// A value is terminated and part of the file; a small buffer gets the same value, cut; a key found
-// whole is found as a beginning; the number of a value is that of its text.
+// A value is NUL-terminated and part of the file; a small buffer receives the truncated value; an
+// exact key is also found as a prefix; the number equals that of the text.
 void CheckValue(const Case& input) {
   const std::string& key = input.texts[0];
   std::vector<char> value(CUTIL_CONF_VALUE_SIZE, 'x');
@@ -84,16 +83,16 @@ bool IsLineOf(const std::string& key, const std::string& piece) {
   return text.substr(0, end) == key;
 }
 
-// A word that reader and writer take alike.
+// True for a word that the reader and the writer interpret alike.
 bool IsPlain(const std::string& word) {
   return !word.empty() && word.size() < 64 && std::ranges::all_of(word, [](unsigned char c) {
     return isalnum(c) != 0 || strchr("._-/", c) != nullptr;
   });
 }
 
-// The file becomes exactly what replacing the key's lines, or appending one, gives; a reader finds
-// the value unless it takes an earlier line for the key that the writer does not; nothing is left
-// behind.
+// The new file equals the old one with the key's lines replaced, or with one line appended. The
+// reader finds the value, unless it matches an earlier line that the writer does not. No temporary
+// file remains.
 void CheckRewrite(const Case& input) {
   const auto& [key, value] = input.texts;
   const std::string pair = key + '=' + value + '\n';
@@ -127,11 +126,11 @@ void CheckRewrite(const Case& input) {
 
 constexpr char kUntouched = '\x7F';
 
-// Nothing outside line and buffer is touched; a token is a part of the line without '=' and line
-// end; where none begins the buffer stays as it was; a small buffer gets the same, cut.
+// The parser stays within line and buffer. A token is a part of the line without '=' and line end.
+// Without a token, the buffer is unchanged. A small buffer receives the truncated token.
 void CheckToken(const Case& input) {
   const std::string line = input.file.c_str();
-  // Of its exact size, so that a look behind the end is noticed.
+  // A copy of the exact size, so that sanitizers detect reads beyond the end.
   const std::vector<char> exact(line.c_str(), line.c_str() + line.size() + 1);
   std::vector<char> whole(line.size() + 1, kUntouched);
   std::vector<char> cut(input.size % 80, kUntouched);
@@ -155,7 +154,7 @@ void CheckToken(const Case& input) {
 
 // --- The tuning file and the sensor ------------------------------------------------------------
 
-// The flag is set only where the file says "true"; a file that is no JSON counts as "no".
+// The flag is set only if the file says "true"; an invalid JSON file counts as false.
 void CheckTuning(const Case& input) {
   sim::WriteTextFile(VIDEO_SOURCE_PATH, "VideoSource.1.Dev=IMX123\n");
   sim::WriteTextFile(LENS_CAPABILITIES_PATH, "Camera.1.LensModel=2812\nCamera.1.Lens=m12\n");
@@ -165,13 +164,13 @@ void CheckTuning(const Case& input) {
   int32_t supported = -1;
   FUZZ_CHECK(read_sensor_lens_config(&antiflicker, &supported) == 0);
   FUZZ_CHECK(supported == 1 && (antiflicker == 0 || antiflicker == 1));
-  // Its letters may be escaped, but the value cannot be had without its path.
+  // The letters may be escaped, but the value requires its path.
   if (antiflicker == 1) FUZZ_CHECK(strchr(text, '{') != nullptr);
   free(text);
 }
 
-// The sensor is known only by one of its names; the micom's question for the lens is answered with
-// codes that go together, or not at all. The file is two, cut at the first form feed.
+// The sensor is recognized only by one of its names. The micom's lens query receives a valid pair
+// of codes or no answer. The input holds two files, separated by the first form feed.
 void CheckSensor(const Case& input) {
   const size_t cut = std::min(input.file.find('\f'), input.file.size());
   std::string source = input.file.substr(0, cut);
@@ -217,9 +216,9 @@ void CheckSettings(const Rs232Settings& settings, const sim::DeviceConfig& devic
              1);
 }
 
-// In: how many bytes the block lacks, its words, a line of the port table, the model name.
-// The settings are those of the block, with what is out of range replaced; a block that is too
-// short or has too few ports is refused; at most one mode's test takes a model.
+// Input: the number of missing bytes of the block, its words, a line of the port table, the model
+// name. The settings equal those of the block, with values out of range replaced. A block that is
+// too short or has too few ports is rejected. At most one mode matches a model.
 void CheckParamBlock(const Case& input) {
   fuzz::Input fields(reinterpret_cast<const uint8_t*>(input.file.data()), input.file.size());
   const uint16_t missing = fields.Word();
@@ -244,8 +243,8 @@ void CheckParamBlock(const Case& input) {
 
 struct Kind {
   const char* path;
-  size_t texts;   // lines of the input before the file
-  bool has_size;  // then a byte with the size of a buffer
+  size_t texts;   // number of input lines before the file
+  bool has_size;  // followed by a byte with the buffer size
   void (*check)(const Case& input);
 };
 

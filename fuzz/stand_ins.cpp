@@ -13,7 +13,7 @@
 #include "util/cthread.h"
 #include "util/process.h"
 
-// The names that the linker gives to a wrapped function's replacement.
+// The names that --wrap gives to the replacements.
 int WrapPpoll(pollfd* fds, nfds_t count, const timespec* limit,
               const sigset_t* mask) asm("__wrap_ppoll");
 int WrapPoll(pollfd* fds, nfds_t count, int timeout_ms) asm("__wrap_poll");
@@ -31,7 +31,7 @@ namespace fuzz {
 namespace {
 
 constexpr int64_t kNsPerUs = 1'000;
-// Longer than any move or pause of the daemon.
+// Longer than any wait of the daemon.
 constexpr int64_t kBetweenExecutionsUs = 1000 * kUsPerS;
 
 int64_t g_now_us = kBetweenExecutionsUs;
@@ -43,7 +43,7 @@ int Wait(pollfd* fds, nfds_t count, int64_t limit_us) {
   const int ready = RealPoll(fds, count, 0);
   if (ready != 0) return ready;
   if (limit_us < 0 && g_is_worker_step) return errno = EINTR, -1;
-  if (limit_us < 0) Fail("a wait without an end");
+  if (limit_us < 0) Fail("a wait without a timeout");
   PassTime(limit_us);
   return 0;
 }
@@ -92,7 +92,7 @@ void StepWorker() {
 int WrapPpoll(pollfd* fds, nfds_t count, const timespec* limit, const sigset_t* /*mask*/) {
   int64_t limit_us = -1;
   if (limit != nullptr) limit_us = limit->tv_sec * fuzz::kUsPerS + limit->tv_nsec / fuzz::kNsPerUs;
-  // Only the pass waits for more than the PTZ server.
+  // Only the wait of a pass has more sources than the PTZ server.
   const bool is_pass = count > CPTZSVR_SOURCES && fuzz::g_waits.on_pass;
   return is_pass ? fuzz::g_waits.on_pass(fds, count, limit_us) : fuzz::Wait(fds, count, limit_us);
 }
@@ -123,7 +123,7 @@ void WrapSleepUs(int64_t microseconds) {
 }
 
 void WrapRunCommand(const char* format, ...) {
-  // What a shell takes for plain words, and the redirections that the daemon uses.
+  // Characters without special meaning to a shell here, and the redirections that the daemon uses.
   constexpr char kHarmless[] =
       "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz =./-_*><:~!@,()'";
   char command[CUTIL_COMMAND_SIZE] = {};

@@ -1,8 +1,8 @@
-// What stands in for the parts of the daemon that reach beyond it: time and waits, shell commands,
-// the reboot, the worker thread, the serial line. Linked in their place (CMakeLists.txt: --wrap).
+// Replacements for the parts of the daemon that act on the system: time and waits, shell commands,
+// the reboot and the worker thread. The linker substitutes them (CMakeLists.txt: --wrap).
 //
-// No wait takes any time; the clock is set on by it. Every look at the clock takes a microsecond,
-// so that a loop that watches it ends.
+// Waits take no real time; they advance the virtual clock. Each read of the clock takes a
+// microsecond, so a loop that polls the clock ends.
 #pragma once
 
 #include <poll.h>
@@ -18,34 +18,36 @@ namespace fuzz {
 constexpr int64_t kUsPerMs = 1000;
 constexpr int64_t kUsPerS = 1'000'000;
 
-// Microseconds of the virtual clock; wall clock and monotonic clock are one.
+// Time of the virtual clock in microseconds. Wall clock and monotonic clock are the same.
 int64_t NowUs();
 void PassTime(int64_t us);
 
-// Goes on to a whole second far enough ahead that nothing of an earlier execution is pending.
+// Advances the clock to a whole second after all timeouts of earlier executions, and resets the
+// state below.
 void BeginExecution();
 
-// What poll says about the descriptors now; waits up to `real_ms` of the machine's own time for
-// bytes that the kernel still has under way.
+// Polls the descriptors with the real poll; waits up to `real_ms` of real time for bytes in transit
+// in the kernel.
 int RealPoll(pollfd* fds, nfds_t count, int real_ms) asm("__real_poll");
 
-// What the world does while the daemon waits. Both may be empty; BeginExecution empties them.
+// Hooks for the waits of the daemon. Both may be empty; BeginExecution clears them.
 struct Waits {
-  // The sleep of a mode's pass. `limit_us` is negative for one without an end. Returns as poll.
+  // Replaces the wait of a mode's pass. `limit_us` is negative if it has no timeout. Returns as
+  // poll does.
   std::function<int(pollfd* fds, nfds_t count, int64_t limit_us)> on_pass;
-  // Before any other wait looks at its descriptors: the peers' chance to have sent something.
+  // Runs before any other wait polls its descriptors, so that peers can send.
   std::function<void(const pollfd* fds, nfds_t count)> on_wait;
 };
 inline Waits g_waits;
 
-// The shell commands since BeginExecution, as the shell would get them; none is run. One with
-// anything but harmless words in it is a finding.
+// The shell commands since BeginExecution. They are not run. A command with unexpected characters
+// is a finding.
 inline std::vector<std::string> g_commands;
 
-// Where CUTIL_Reboot goes, which does not return; a reboot while it is null is a finding.
+// Target of the jump out of CUTIL_Reboot, which does not return; null: a reboot is a finding.
 inline std::jmp_buf* g_after_reboot = nullptr;
 
-// Lets the worker thread that was started last, if it still runs, make one step. It has no thread
+// Runs one step of the last started worker, if it is still running. It has no thread of its own
 // here.
 void StepWorker();
 

@@ -1,6 +1,6 @@
-// In: the kind of a stream, by the first byte, then bytes of the line.
-// Holds: a parser cuts the stream into frames with a good head, wherever they lie; of the lens
-// micom's frames only the question for the lens model is answered, each time with one good frame.
+// Input: a byte that selects the kind of stream, then bytes of the line.
+// Checked: the parser finds every frame with a valid head, whatever surrounds it; of the frames of
+// the lens micom, only the query for the lens model is answered, each time with one valid frame.
 #include <algorithm>
 
 #include "fuzz/check.h"
@@ -22,13 +22,13 @@ bool IsMicomHead(ByteSpan bytes) {
   return bytes[I2M_SYNC_AT] == I2M_SYNC && (kind == I2M_WRITE || kind == I2M_READ);
 }
 
-// The sync byte is all that the SD mode looks at.
+// The SD mode checks only the sync byte.
 bool IsSdHead(ByteSpan bytes) {
   return bytes[PELCO_SYNC_AT] == PELCO_SYNC;
 }
 
-// `take` gets each byte. It has to take a frame with its last byte: the first good head and what
-// follows it, then the first one behind that frame.
+// Feeds each byte to `take`, which must report a frame exactly at its last byte: the first frame
+// with a valid head, then the first one after its end.
 template <typename Take>
 void CheckFrames(ByteSpan bytes, size_t frame_size, bool (*is_head)(ByteSpan bytes), Take take) {
   size_t begin = 0;

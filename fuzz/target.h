@@ -1,5 +1,5 @@
-// What every fuzz target defines: one execution with the bytes given. Returns 0. Runs in a private
-// world (sim/world.h), never on the machine's own files.
+// The function of every fuzz target: runs one execution with the given bytes and returns 0. Runs in
+// a private world (sim/world.h), never on the files of the machine.
 #pragma once
 
 #include <cstddef>

@@ -1,11 +1,14 @@
 #!/bin/sh
-# Sees to it that what the build needs is installed: installs it on Debian and Ubuntu when run
-# as root or with sudo, otherwise says exactly what is missing.
+# Installs missing build dependencies on Debian and Ubuntu when run as root or with sudo; otherwise
+# lists the missing packages.
 #   build-deps.sh [--cross armhf|arm64] [PACKAGE...]
-# Arguments are further packages that the caller needs. --cross takes the compiler and the
-# libraries of another processor, and the emulator for what was built for it.
+# PACKAGE: further packages that the caller needs. --cross selects the compiler and the libraries of
+# another processor, and the emulator for its programs.
 set -eu
 
+case "${1:-}" in
+  -h | --help) sed -n '2,/^[^#]/s/^# \{0,1\}//p' "$0"; exit 0 ;;
+esac
 architecture=""
 triplet=""
 if [ "${1:-}" = "--cross" ]; then
@@ -18,9 +21,9 @@ if [ "${1:-}" = "--cross" ]; then
   esac
 fi
 
-packages="g++ cmake ninja-build libgtest-dev libcli11-dev libjson-c-dev libncurses-dev"
+packages="g++ cmake ninja-build libgtest-dev libcli11-dev libjson-c-dev libncurses-dev gnuplot-nox"
 if [ -n "$architecture" ]; then
-  packages="g++-$triplet cmake ninja-build libcli11-dev qemu-user"
+  packages="g++-$triplet cmake ninja-build libcli11-dev gnuplot-nox qemu-user"
   for library in libgtest-dev libjson-c-dev libstdc++6; do
     packages="$packages $library:$architecture"
   done
@@ -32,7 +35,7 @@ if ! command -v dpkg-query >/dev/null 2>&1; then
   exit 0
 fi
 
-# A package may be there for another architecture than the one that is asked for.
+# A package may be installed for another architecture than the wanted one.
 is_installed() {
   wanted="$(dpkg --print-architecture)|all"
   [ "$1" = "${1#*:}" ] || wanted="${1#*:}"
@@ -66,7 +69,7 @@ fi
 echo "build-deps: installing$missing"
 export DEBIAN_FRONTEND=noninteractive
 [ -z "$foreign" ] || $as_root dpkg --add-architecture "$foreign"
-# What is at hand may do where a list cannot be had.
+# If a package list cannot be updated, the present one may do.
 $as_root apt-get update -qq || true
 # shellcheck disable=SC2086  # a list of words
 if ! $as_root apt-get install -y -qq --no-install-recommends $missing >/dev/null; then

@@ -1,8 +1,8 @@
 # shellcheck shell=sh
-# A root directory of its own for the scripts that try packages out: an overlay over this system,
-# whose changes are in memory only, with a new /proc, /dev, /run and /tmp. Sourced.
+# Functions for a private root directory, sourced by the scripts that test packages: an overlay over
+# this system that keeps its changes in memory, with a new /proc, /dev, /run and /tmp.
 
-# Waits until a command succeeds, 20 seconds at most. Returns 1 when it never did.
+# Retries a command until it succeeds, for about 20 seconds. Returns 1 on a timeout.
 await() {
   tries=200
   until "$@"; do
@@ -12,8 +12,8 @@ await() {
   done
 }
 
-# Makes the root, with the files FILE... in its /test, and goes there. It takes a process that has
-# mount, pid, net, ipc and uts namespaces of its own.
+# Creates the root with copies of FILE... in its /test, and changes to it. The process must have its
+# own mount, pid, net, ipc and uts namespaces.
 make_root() {
   mount --make-rprivate /
   mount -t tmpfs -o mode=755 tmpfs /mnt
@@ -35,7 +35,7 @@ make_root() {
   busybox ip link set lo up
 }
 
-# Makes the directory in which make_root was left the root.
+# Makes the current directory, where make_root ended, the root.
 enter_root() {
   pivot_root . mnt
   umount -l /mnt

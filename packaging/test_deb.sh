@@ -1,10 +1,10 @@
 #!/bin/sh
 # Installs the packages of a build tree in a private root, starts and stops the daemon there on a
-# pseudo-terminal, removes and purges the packages, and looks for what is left behind; then does
-# the same with the archive for BusyBox boards, also under an init that respawns the daemon.
+# pseudo-terminal, removes and purges the packages, and checks that nothing is left behind. Then
+# starts and stops the daemon of the archive for BusyBox boards, also under an init that respawns it.
 #   test_deb.sh [BUILD-DIRECTORY]     as root; needs busybox
-# The private root is an overlay over this system in namespaces of its own: nothing that happens
-# there is seen outside or outlives the script.
+# The private root is an overlay over this system in its own namespaces: the script changes nothing
+# outside it, and nothing in it outlives the script.
 set -eu
 
 sources=$(dirname "$0")
@@ -50,7 +50,7 @@ put_word() {
     dd of=/var/nvt/param.dat bs=1 seek="$1" conv=notrunc status=none
 }
 
-# Makes the device's files, and a pseudo-terminal whose output is kept in /run/line.out.
+# Creates the device's files and a pseudo-terminal, and records its output in /run/line.out.
 make_device() {
   script -qfc 'tty >/run/line; exec sleep 600' /run/line.out </dev/null >/dev/null &
   expect test -s /run/line
@@ -72,8 +72,8 @@ is_serving() { is_bound udp $UDP_PORT && is_bound udp 10017 && is_bound tcp $PTZ
 has_ended() { ! is_bound udp $UDP_PORT && ! is_bound udp 10017; }
 has_reached_line() { grep -q "$1" /run/line.out; }
 
-# Starts the daemon by an init script, sends it bytes for the line, stops it both ways:
-# WORDS SCRIPT..., where WORDS is what reaches the line and SCRIPT how the script is called.
+# exercise WORDS SCRIPT...: starts the daemon by the init script SCRIPT, sends WORDS to the line
+# through it, and stops it by the script and by rs232ctl.
 exercise() {
   words=$1
   shift
@@ -93,7 +93,7 @@ exercise() {
 
 # --- Inside -------------------------------------------------------------------------------------
 
-# Every path where a package or the daemon puts anything; not the package manager's own records.
+# Lists every path that a package or the daemon may write, without the package manager's records.
 list_files() {
   find /etc /usr /var \( -path /var/lib/dpkg -o -path /var/log -o -path /var/cache \) \
     -prune -o -print | sort
@@ -121,10 +121,11 @@ test_packages() {
     is_installed $package || fail "$package is not installed"
     dpkg -V $package || fail "$package differs from what it holds"
   done
-  # It would nearly double the daemon's memory.
+  # libstdc++ would nearly double the daemon's memory.
   ! ldd /usr/sbin/rs232d | grep libstdc++ || fail "the daemon loads libstdc++"
   check_files /usr/sbin/rs232d /usr/bin/rs232ctl /usr/bin/vdev \
-    /usr/lib/systemd/system/rs232d.service /usr/share/man/man8/rs232d.8.gz \
+    /usr/lib/systemd/system/rs232d.service /usr/lib/tmpfiles.d/rs232d.conf \
+    /usr/share/man/man8/rs232d.8.gz \
     /usr/share/doc/rs232d/copyright
   [ -L /etc/systemd/system/multi-user.target.wants/rs232d.service ] || fail "not enabled"
   check_unit
@@ -133,7 +134,7 @@ test_packages() {
   exercise "by the package" sh /usr/share/doc/rs232d/examples/S60rs232d
   vdev run QB-620 --demo --once >vdev.log 2>&1 || { cat vdev.log; fail "vdev"; }
 
-  # Over itself, as an upgrade.
+  # Reinstall, as an upgrade does.
   dpkg -i ./*.deb >dpkg.log 2>&1 || { cat dpkg.log; fail "dpkg -i over itself"; }
   dpkg --remove rs232d-sim rs232d >dpkg.log 2>&1 || { cat dpkg.log; fail "dpkg --remove"; }
   [ ! -e /usr/sbin/rs232d ] || fail "the daemon is left"
@@ -143,17 +144,32 @@ test_packages() {
   diff before after >left || { cat left; fail "left behind"; }
 }
 
+# The script removes a leftover temporary file of settings at the first start after boot only.
+test_leftover() {
+  echo "another boot" >/var/run/rs232d.boot
+  for is_left in false true; do
+    : >/etc/temp.conf
+    "$@" start
+    expect is_serving
+    "$@" stop
+    if [ -e /etc/temp.conf ]; then found=true; else found=false; fi
+    [ $found = $is_left ] || fail "temp.conf is left: $found, not $is_left"
+  done
+  rm /etc/temp.conf
+}
+
 test_archive() {
   busybox tar xzf ./*.tar.gz -C /
   mkdir applets
   busybox --install -s /test/applets
   exercise "by the archive" env PATH=/test/applets sh /etc/init.d/S60rs232d
+  test_leftover env PATH=/test/applets sh /etc/init.d/S60rs232d
 }
 
 daemon_pid() { busybox pidof rs232d; }
-# Exactly one daemon, another than PID, and it serves.
+# is_respawned PID: exactly one daemon runs, it is not PID, and it is ready.
 is_respawned() { is_serving && [ "$(daemon_pid | wc -w)" = 1 ] && [ "$(daemon_pid)" != "$1" ]; }
-# The init script in the process tree of the init below, with WORD: expects that it says so.
+# script_says ARGUMENT TEXT: runs the init script under the init below and expects TEXT.
 script_says() {
   nsenter -t "$init" -m -p env PATH=/test/applets sh /etc/init.d/S60rs232d "$1" >script.log
   grep -q "$2" script.log || { cat script.log; fail "S60rs232d $1"; }

@@ -1,9 +1,9 @@
 #!/bin/bash
-# Boots systemd in a private root, installs the packages of a build tree there and drives every
-# mode of the daemon as the service that its unit confines; then looks at the confinement itself.
+# Boots systemd in a private root, installs the packages of a build tree there, tests every mode of
+# the daemon as a service, and checks the confinement by its unit.
 #   test_unit.sh [BUILD-DIRECTORY]     as root; needs systemd, busybox, and tests/far_end built
-# The private root is an overlay over this system, in namespaces and a control group of its own:
-# nothing that happens there is seen outside or outlives the script.
+# The private root is an overlay over this system in its own namespaces and control group: the script
+# changes nothing outside it, and nothing in it outlives the script.
 set -Eeuo pipefail
 
 sources=$(dirname "$0")
@@ -18,13 +18,13 @@ fail() {
   exit 1
 }
 
-# One check: WHAT COMMAND...; the command may take a while to become true.
+# check WHAT COMMAND...: retries the command until it succeeds, up to the timeout of await.
 check() {
   await "${@:2}" || fail "not so: $1 (${*:2})"
   printf 'ok: %2d s %s\n' $SECONDS "$1"
 }
 
-# The same of what has to be so at once.
+# now WHAT COMMAND...: the command must succeed at once.
 now() {
   "${@:2}" || fail "not so: $1 (${*:2})"
   printf 'ok: %2d s %s\n' $SECONDS "$1"
@@ -42,7 +42,7 @@ leave_world() {
     wait "$world" || true
   fi 2>/dev/null
   [ -n "$group" ] || return 0
-  # The group is empty only once everything in the world has ended.
+  # The group is not empty until every process in the world has ended.
   await remove_group || echo "test_unit: $group is left" >&2
 }
 
@@ -51,7 +51,7 @@ remove_group() {
   [ ! -d "$group" ]
 }
 
-# Takes the process number of the world's systemd, as it is seen outside.
+# Sets `init` to the process id of the world's systemd, as seen from outside.
 find_init() {
   init=$(tr -d ' ' <"/proc/$world/task/$world/children")
   [ -n "$init" ]
@@ -85,7 +85,7 @@ run_in_world() {
   in_world bash /test/test_unit.sh --inside
 }
 
-# The targets that the unit refers to, and no more: a board's own services are not wanted.
+# Creates only the targets that the unit refers to, without other services.
 make_targets() {
   local name
   mount -t tmpfs -o mode=755 tmpfs usr/lib/systemd/system
@@ -93,7 +93,7 @@ make_targets() {
   for name in sysinit basic local-fs multi-user network; do
     printf '[Unit]\nDefaultDependencies=no\n' >usr/lib/systemd/system/$name.target
   done
-  # A reboot as it is up to the point where the services are down.
+  # A reboot up to the point where the services are down.
   printf '[Unit]\nDefaultDependencies=no\n' >usr/lib/systemd/system/shutdown.target
   printf '[Unit]\nDefaultDependencies=no\nRequires=shutdown.target down.service\n' \
     >usr/lib/systemd/system/reboot.target
@@ -105,7 +105,7 @@ boot_in_root() {
   make_root "$0" "$sources/private_root.sh" "$1"/*.deb "$1/tests/far_end"
   mount -t sysfs sysfs sys
   mount -t cgroup2 cgroup2 sys/fs/cgroup
-  # One that a daemon may open, although nothing is behind it, and one that it may not.
+  # A device that the daemon may open, although it has no hardware, and one that it may not.
   mknod dev/ttyS40 c 4 104
   mknod dev/kmsg c 1 11
   rm -rf etc/systemd/system usr/sbin/policy-rc.d var/nvt
@@ -133,14 +133,14 @@ daemon_pid() { systemctl show -P MainPID rs232d; }
 status_is() { grep -q "^$1:[[:space:]]*$2\$" "/proc/$(daemon_pid)/status"; }
 shows() { systemctl show -P StatusText rs232d | grep -qx -- "$1"; }
 is_up() { state_is ActiveState active && is_serving; }
-# More often than a service is started without a pause, unless it may be.
+# More restarts than the default limit of systemd permits.
 is_tried_again() { [ "$(systemctl show -P NRestarts rs232d)" -ge 8 ]; }
 has_reported() { ! state_is WatchdogTimestampMonotonic "$1"; }
 file_is() { [ "$(stat -c "$1" "$2" 2>/dev/null)" = "$3" ]; }
 holds() { grep -q -- "$2" "$1" 2>/dev/null; }
 has_ended() { ! kill -0 "$1" 2>/dev/null; }
 
-# Makes a device of MODEL and starts its daemon.
+# start_device MODEL: creates a device and starts its daemon.
 start_device() {
   : >/run/rs232d.log
   rm -f /run/to_line /var/nvt/camera.info
@@ -153,7 +153,7 @@ start_device() {
   now "$1: serves when its start has returned" is_serving
 }
 
-# Stops the daemon within LIMIT seconds and takes the device away.
+# stop_device MODEL LIMIT: stops the daemon within LIMIT seconds and removes the device.
 stop_device() {
   local begin=$SECONDS
   systemctl stop rs232d
@@ -172,13 +172,14 @@ drop_device() {
 stopped_well() {
   state_is ActiveState inactive && state_is Result success && state_is ExecMainStatus 0
 }
-# What the start prints of a port that nobody serves yet is none.
+# The refused probe of the PTZ port at start-up is not a failure.
 no_failures() { ! said "reason(\|can't\|fail in"; }
 
 # --- The confinement ----------------------------------------------------------------------------
 
-# Stands for /bin/micom_reset, which the daemon's shell runs: tries what the unit allows or forbids
-# and writes NAME yes|no for each to /var/nvt/probe, and what it is itself to /var/nvt/probe.self.
+# Replaces /bin/micom_reset, which the daemon's shell runs, by a probe. It attempts each operation
+# that the unit allows or forbids, writes NAME yes|no to /var/nvt/probe, and its own process
+# attributes to /var/nvt/probe.self.
 make_probe() {
   cat >/bin/micom_reset <<'PROBE'
 #!/bin/bash
@@ -226,7 +227,7 @@ PROBE
   chmod +x /bin/micom_reset
 }
 
-# Everything that the probe tries, and whether the unit allows it.
+# The operations of the probe, and whether the unit allows them.
 allowed() {
   cat <<'ALLOWED'
 write:/etc yes
@@ -261,7 +262,7 @@ setuid:user no
 ALLOWED
 }
 
-# Without the unit nothing is forbidden, or the probe would prove nothing.
+# Outside the unit every operation must succeed; otherwise the probe would prove nothing.
 check_probe() {
   echo handed >/tmp/handed
   echo $$ >/run/other
@@ -323,7 +324,7 @@ is_restarted() {
   [ "$(daemon_pid)" != "$1" ] && [ "$(daemon_pid)" != 0 ] && is_serving
 }
 
-# What ends the daemon, and what keeps it from starting.
+# Ends of the daemon, and causes that prevent its start.
 test_restarts() {
   start_device QB-620
   local ended
@@ -432,6 +433,15 @@ test_lens() {
 
 is_replaced() { [ "$(stat -c %i "$1")" != "$2" ]; }
 
+# systemd removes a leftover temporary file of settings at boot only.
+test_leftover() {
+  : >/etc/temp.conf
+  systemd-tmpfiles --create --remove rs232d.conf
+  now "temp.conf: stays while the system runs" test -e /etc/temp.conf
+  systemd-tmpfiles --create --remove --boot rs232d.conf
+  now "temp.conf: removed at boot" test ! -e /etc/temp.conf
+}
+
 # --- Inside -------------------------------------------------------------------------------------
 
 test_inside() {
@@ -441,13 +451,14 @@ test_inside() {
   make_probe
   mkdir -p /var/nvt
   mkdir -p /etc/systemd/system/rs232d.service.d
-  # Messages where this script reads them: no journal runs here. A shorter pause before a restart.
+  # Write messages to a file, since no journal runs here, and shorten the pause before a restart.
   printf '[Service]\nStandardOutput=append:/run/rs232d.log\nStandardError=inherit\n
     RestartSec=100ms\n' >/etc/systemd/system/rs232d.service.d/test.conf
   dpkg -i /test/*.deb >/run/dpkg.log 2>&1 || { cat /run/dpkg.log; fail "dpkg -i"; }
   check_probe
   check "installed: enabled" systemctl is-enabled --quiet rs232d
   check "installed: not started without a device" state_is ConditionResult no
+  test_leftover
   test_relay
   test_restarts
   test_sd

@@ -44,7 +44,7 @@ std::vector<ExposureOrder> CameraDaemon::TakeExposureOrders() {
   return std::exchange(exposure_orders_, {});
 }
 
-// Takes what a careful process would: whole packets of the right kind.
+// Accepts only complete packets of a known kind.
 void CameraDaemon::TakePacket(std::span<const uint8_t> packet, int port, Clock::time_point now) {
   CicommHeader header;
   if (packet.size() != sizeof(header) + CAMERA_QUERY_SIZE) return;

@@ -1,8 +1,8 @@
-// The camera daemon: answers the queries for focus measure and exposure on its command channel,
-// and takes the exposure setting.
+// The camera daemon: answers focus-measure and exposure queries on its command channel and accepts
+// the exposure setting.
 //
-// It has no thread of its own: its owner polls Fd and calls Serve. What it sees comes from the
-// optical model and from the lens's pose, which it asks its owner for.
+// It has no thread: its owner polls Fd and calls Serve. It computes its answers from the optical
+// model and the pose of the lens.
 #pragma once
 
 #include <cstdint>
@@ -18,17 +18,16 @@
 
 namespace sim {
 
-// How it behaves.
 struct CameraTraits {
-  bool silent = false;           // takes queries, answers none
-  milliseconds answer_after{0};  // longer than a query's limit: answers come too late
+  bool silent = false;           // accepts queries and never answers
+  milliseconds answer_after{0};  // above the query timeout, answers come too late
 };
 
-// A query that was answered from the model, or would have been, were it not silent.
+// An answered query. With CameraTraits::silent, the answer was computed but not sent.
 struct FocusReading {
   Clock::time_point time;
   LensPose pose;
-  bool moving;  // the lens moved while it was measured
+  bool moving;  // the lens was moving during the measurement
   uint16_t value;
 };
 
@@ -40,33 +39,33 @@ struct ExposureReading {
 
 struct ExposureOrder {
   int32_t setting;
-  int queries;  // exposure queries that had come before it, from the first on
+  int queries;  // total exposure queries received before it
 };
 
 class CameraDaemon {
  public:
-  // `lens` may be null: the pose is then zeros. Throws std::runtime_error when the port is taken.
+  // `lens` may be null: every pose is then 0. Throws std::runtime_error if the port is in use.
   explicit CameraDaemon(const LensMicom* lens, uint32_t seed = 1);
 
   int Fd() const { return peer_.Fd(); }
 
-  // Serves the queries that have come and sends the answers that are due.
+  // Handles the queued queries and sends the answers that are due.
   void Serve(Clock::time_point now);
 
   // The exposure setting in force; 0 before the first one.
   int32_t ExposureSetting() const { return setting_; }
 
-  // What was seen since the last call.
+  // Each returns the records since its last call.
   std::vector<FocusReading> TakeFocusReadings();
   std::vector<ExposureReading> TakeExposureReadings();
   std::vector<ExposureOrder> TakeExposureOrders();
 
-  // What is done in words, e.g. "focus measure 1234 at focus 560".
+  // Called with a description of each action, e.g. "focus measure 1234 at focus 560".
   std::function<void(const std::string&)> on_words = [](const std::string&) {};
 
   CameraTraits traits;
   Scene scene;
-  // Exposure answers that come first, in place of the model's.
+  // Exposure answers to use before those of the model.
   std::deque<Exposure> scripted_exposures;
 
  private:

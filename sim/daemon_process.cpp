@@ -25,7 +25,7 @@ std::string NewOutputPath(const char* kind) {
   return std::string(kWorldDirectory) + "/daemon." + std::to_string(count++) + "." + kind;
 }
 
-// A process and all that descend from it.
+// A process and all its descendants.
 std::vector<pid_t> Family(pid_t pid) {
   std::vector<pid_t> family = {pid};
   for (size_t i = 0; i < family.size(); ++i) {
@@ -37,7 +37,7 @@ std::vector<pid_t> Family(pid_t pid) {
   return family;
 }
 
-// Sum of the numbers that stand behind `key` in the lines of a file.
+// Sum of the numbers after `key` in the lines of a file.
 double SumOf(const std::string& key, const std::string& path) {
   double sum = 0;
   std::ifstream file(path);
@@ -47,7 +47,7 @@ double SumOf(const std::string& key, const std::string& path) {
   return sum;
 }
 
-// How the daemon is started: with a process group of its own and no signal blocked.
+// Spawn attributes and file actions of the daemon: its own process group, no blocked signals.
 class SpawnPlan {
  public:
   SpawnPlan() {
@@ -83,8 +83,8 @@ std::vector<char*> Pointers(std::vector<std::string>* strings) {
   return pointers;
 }
 
-// The whole environment of a process that is started like this. The clock comes behind: what others
-// do to a call is done to the daemon's own.
+// The complete environment of a new process. The clock comes last in LD_PRELOAD, so that another
+// preloaded library intercepts the calls of the daemon, not those of the clock.
 std::vector<std::string> EnvironmentOf(const LaunchOptions& options) {
   std::vector<std::string> variables = options.variables;
   std::string preload = options.preload;
@@ -100,7 +100,7 @@ std::vector<std::string> EnvironmentOf(const LaunchOptions& options) {
 
 }  // namespace
 
-// Spawned rather than forked: a copy of a process with threads may find its locks taken.
+// Uses posix_spawn, since a fork of a process with threads may inherit held locks.
 DaemonProcess::DaemonProcess(std::string program, std::vector<std::string> arguments,
                              const LaunchOptions& options)
     : output_path_(NewOutputPath("out")), error_path_(NewOutputPath("err")) {
@@ -132,7 +132,7 @@ DaemonProcess::~DaemonProcess() {
 }
 
 bool DaemonProcess::WaitServing(const DeviceConfig& config, milliseconds limit) {
-  // The PTZ server is the last thing that start-up makes.
+  // Start-up creates the PTZ server last.
   const bool ptz = config.ptz_enable == 1 && config.ptz_port > 0 && config.ptz_port <= INT16_MAX;
   return WaitUntil(
              [&] {
@@ -145,7 +145,7 @@ bool DaemonProcess::WaitServing(const DeviceConfig& config, milliseconds limit) 
 }
 
 void DaemonProcess::Signal(int signal) const {
-  // Once its end was taken the number may be another process's.
+  // Once the process is reaped, its pid may belong to another process.
   if (!status_.has_value()) kill(pid_, signal);
 }
 

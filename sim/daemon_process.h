@@ -1,4 +1,4 @@
-// The daemon as a child process: started, watched, stopped; and what the kernel counts of it.
+// Runs the daemon as a child process and reads its kernel counters.
 #pragma once
 
 #include <sys/types.h>
@@ -12,20 +12,19 @@
 
 namespace sim {
 
-// How a process is started.
 struct LaunchOptions {
-  int output_fd = -1;   // of both output streams; -1: each goes to a file of the world
-  std::string preload;  // a library; "": none
-  std::vector<std::string> variables;  // NAME=VALUE, besides those of this process
+  int output_fd = -1;                  // stdout and stderr; -1: a file of the world for each
+  std::string preload;                 // library; "": none
+  std::vector<std::string> variables;  // NAME=VALUE, added to the environment of this process
 };
 
-// What the kernel counts of a process. Its descendants count with it: some servers fork one for
-// each client.
+// Kernel counters of a process and its descendants, which count because some servers fork a process
+// for each client.
 
 // Processor time of all threads so far, user and system, in seconds, to the nanosecond.
 double CpuSeconds(pid_t pid);
 
-// How often the threads have gone to sleep of their own accord so far.
+// Voluntary context switches of all threads so far.
 double WakeUps(pid_t pid);
 
 struct Memory {
@@ -36,32 +35,32 @@ Memory MemoryOf(pid_t pid);
 
 class DaemonProcess {
  public:
-  // Starts `program` with `arguments`, on the virtual clock if that runs. It has a process group of
-  // its own, so that the keys of a terminal do not reach it. Throws std::runtime_error.
+  // Starts `program` with `arguments`, on the virtual clock if that is running, in a process group
+  // of its own: terminal signals do not reach it. Throws std::runtime_error.
   DaemonProcess(std::string program, std::vector<std::string> arguments,
                 const LaunchOptions& options = {});
   DaemonProcess(const DaemonProcess&) = delete;
   DaemonProcess& operator=(const DaemonProcess&) = delete;
-  // Ends the daemon if it still runs. What it printed is gone.
+  // Kills the daemon if it is still running and deletes its output files.
   ~DaemonProcess();
 
   pid_t Pid() const { return pid_; }
 
-  // Waits until the daemon serves a device of this configuration: every port that it should
-  // have is bound. Returns false when it has ended or does not get there.
+  // Waits until the daemon serves a device of this configuration: the command channel and the PTZ
+  // port, if configured, are bound. Returns false on exit of the daemon or on timeout.
   bool WaitServing(const DeviceConfig& config, milliseconds limit = kPatience);
 
-  // Nothing when WaitEnd has seen its end.
+  // Does nothing once WaitEnd has reaped the process.
   void Signal(int signal) const;
 
-  // Waits for the end. Returns the exit status, -N when signal N ended it, nothing when it
-  // still runs after `limit`.
+  // Waits for the daemon to exit. Returns the exit status, -N if signal N killed it, or nullopt on
+  // timeout.
   std::optional<int> WaitEnd(milliseconds limit = kPatience);
 
-  // SIGTERM, then WaitEnd.
+  // Sends SIGTERM, then calls WaitEnd.
   std::optional<int> Stop(milliseconds limit = kPatience);
 
-  // Everything printed so far to the files of the world.
+  // Everything printed so far to the output files of the world.
   std::string Output() const;
   std::string Errors() const;
 
@@ -74,11 +73,11 @@ class DaemonProcess {
   std::optional<int> status_;
 };
 
-// True when a socket of this world is bound to the local port. `table` is a file of /proc/net:
-// "udp", or "tcp" for listeners.
+// True if a socket of this world is bound to the local port. `table` is a file of /proc/net: "udp",
+// or "tcp" for listeners.
 bool IsPortBound(const std::string& table, int port);
 
-// How often `part` stands in what a process printed.
+// Number of occurrences of `part` in `text`.
 inline size_t CountOf(const std::string& part, const std::string& text) {
   size_t count = 0;
   for (size_t at = 0; (at = text.find(part, at)) != std::string::npos; at += part.size())

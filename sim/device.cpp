@@ -18,7 +18,7 @@
 namespace sim {
 
 std::vector<uint8_t> BuildParamBlock(const DeviceConfig& config) {
-  // What other processes keep in the block: anything but zeros.
+  // The data of other processes in the block: anything but zeros.
   constexpr uint8_t kForeign = 0xA5;
   std::vector<uint8_t> block(PARAM_BLOCK_SIZE, kForeign);
   std::copy(config.model.begin(), config.model.end(), block.begin() + PARAM_MODEL_NAME);

@@ -1,6 +1,6 @@
-// What a device has on its file system for the daemon: settings files and the parameter block.
+// The files that the daemon reads from a device: settings files and the parameter block.
 //
-// Everything is written inside a private world (world.h).
+// Call these functions inside a private world (world.h).
 #pragma once
 
 #include <cstdint>
@@ -9,7 +9,7 @@
 
 namespace sim {
 
-// Settings of the device; the defaults are those of the virtual device.
+// Settings of a device. The defaults are those of the virtual device.
 struct DeviceConfig {
   std::string model = "QB-100";
   std::string serial_path = "/dev/ttyS1";
@@ -23,11 +23,11 @@ struct DeviceConfig {
   int32_t ptz_port = 4001;
 };
 
-// Writes the port table, the capabilities file and the parameter block. Throws
-// std::runtime_error when a file cannot be written.
+// Writes the port table, the capabilities file and the parameter block. Throws std::runtime_error
+// if a file cannot be written.
 void InstallDevice(const DeviceConfig& config);
 
-// What a device with a motorized lens has besides.
+// Additional settings of a device with a motorized lens.
 struct LensConfig {
   int zoom = 0;  // stored positions
   int focus = 200;
@@ -35,8 +35,8 @@ struct LensConfig {
   std::string antiflicker = "false";  // a JSON value
 };
 
-// Writes the positions file, the names of sensor and lens, and the sensor's tuning file, over
-// what InstallDevice wrote. Throws std::runtime_error when a file cannot be written.
+// Writes the positions file, the sensor and lens names, and the sensor's tuning file. Call it after
+// InstallDevice. Throws std::runtime_error if a file cannot be written.
 void InstallLens(const LensConfig& config);
 
 // The text of a positions file.
@@ -45,7 +45,7 @@ std::string PositionsText(int zoom, int focus);
 // The parameter block of a device.
 std::vector<uint8_t> BuildParamBlock(const DeviceConfig& config);
 
-// Replaces the contents of a file / reads a file whole ("" when there is none).
+// Replace the contents of a file; read a whole file ("" if it cannot be opened).
 void WriteTextFile(const std::string& path, const std::string& text);
 std::string ReadTextFile(const std::string& path);
 

@@ -55,7 +55,7 @@ void DeviceRig::Launch(const std::string& program, std::vector<std::string> argu
 // --- Serving -----------------------------------------------------------------------------------
 
 bool DeviceRig::Serve(Clock::time_point end, int fd, short events) {
-  // Whoever is called meanwhile waits for itself alone.
+  // A handler that waits must not re-enter this pump.
   g_pump = nullptr;
   bool is_ready = false;
   do {
@@ -64,7 +64,7 @@ bool DeviceRig::Serve(Clock::time_point end, int fd, short events) {
                                    {camera ? camera->Fd() : -1, POLLIN, 0}};
     for (const Watcher& watcher : watchers_)
       sources.push_back({watcher.fd, POLLIN, 0});
-    // Time goes on for the far end.
+    // Wake up often enough to tick the far end.
     const auto look = far_end ? std::min(end, Clock::now() + Clock::duration(tick_every)) : end;
     poll(sources.data(), sources.size(), static_cast<int>(Left(look).count()));
     is_ready = sources.front().revents != 0;
@@ -80,14 +80,14 @@ void DeviceRig::ServeFarEnd() {
   std::array<uint8_t, 4096> bytes;
   const ssize_t count = read(line.FarEnd(), bytes.data(), bytes.size());
   const auto now = Clock::now();
-  // On the virtual clock a byte is seen when it comes.
+  // On the virtual clock a byte arrives at this very moment, after the time until now.
   if (IsTimeVirtual()) far_end->Tick(now);
   if (count > 0) far_end->Feed({bytes.data(), static_cast<size_t>(count)}, now);
   far_end->Tick(now);
   if (camera) camera->Serve(now);
 }
 
-// A handler may add watchers, or remove some.
+// Looks each watcher up again, because a handler may add and remove watchers.
 void DeviceRig::ServeReady(std::span<const pollfd> sources) {
   for (const pollfd& source : sources.subspan(1)) {
     if (source.revents == 0) continue;

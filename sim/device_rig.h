@@ -1,8 +1,9 @@
-// The device around the daemon: its files, the line with what is behind it, the processes that talk
-// to the daemon, and the daemon itself. Whatever runs the daemon on this machine builds on it.
+// The device around the daemon: its files, the serial line and its far end, the processes that talk
+// to the daemon, and the daemon itself. vdev, the system tests, the fault injection and the service
+// test use it.
 //
-// A rig belongs to one thread, which serves everything while it waits (wait.h): far end and camera
-// daemon have no thread of their own.
+// A rig belongs to one thread. While that thread waits (wait.h), it serves the far end and the
+// camera daemon, which have no threads.
 #pragma once
 
 #include <functional>
@@ -23,28 +24,26 @@ namespace sim {
 
 class DeviceRig : public Pump {
  public:
-  // Opens the line. While it lives it is the pump of this process.
+  // Opens the line and becomes the pump of this process until destroyed.
   explicit DeviceRig(DeviceConfig device = {});
   ~DeviceRig() override;
 
-  // Writes the files of the device, and those that its model has besides.
+  // Writes the files of the device and the additional files of its model.
   void Install() const;
 
-  // Puts a far end behind the line, in place of one that is there; bytes that nobody has taken are
-  // dropped. `measured` is the lens that the camera daemon looks through; null for no camera
-  // daemon.
+  // Connects a far end to the line, replaces any earlier one, and discards unread bytes. `measured`
+  // is the lens that the camera daemon observes; null: no camera daemon.
   void Attach(std::unique_ptr<FarEnd> end, const LensMicom* measured = nullptr, uint32_t seed = 1);
-  // The far end of the device's model, and its camera daemon if it has one.
+  // Attaches the far end of the device's model and its camera daemon, if any.
   void AttachModel();
 
-  // Calls `handler` whenever `fd` is readable or has hung up. -1 is never.
+  // Calls `handler` whenever `fd` is readable or has hung up; -1: never.
   void Watch(int fd, std::function<void()> handler);
   void Unwatch(int fd);
 
-  // Starts the daemon in place of an earlier one, which is ended.
+  // Starts the daemon; kills an earlier one first.
   void Launch(const std::string& program, std::vector<std::string> arguments = {},
               const LaunchOptions& options = {});
-  // Waits until it serves.
   bool WaitServing() { return daemon->WaitServing(config); }
   bool HasEnded() { return daemon->WaitEnd(milliseconds(0)).has_value(); }
 
@@ -59,10 +58,10 @@ class DeviceRig : public Pump {
   DeviceConfig config;
   PtyLine line;
   UdpPeer sender;
-  std::unique_ptr<FarEnd> far_end;       // null: the line is the caller's
+  std::unique_ptr<FarEnd> far_end;       // null: the caller serves the line
   std::unique_ptr<CameraDaemon> camera;  // null: none
   std::unique_ptr<DaemonProcess> daemon;
-  // How often time passes for the far end while no byte comes: its answers are late by so much.
+  // Interval between ticks of an idle far end, and so the largest delay of its answers.
   milliseconds tick_every{2};
 
  private:

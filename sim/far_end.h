@@ -1,7 +1,7 @@
-// What is behind the line: a head, a camera module, a lens.
+// The device at the far end of the line: a head, a camera module or a lens.
 //
-// It takes the bytes that the daemon wrote and answers by a callback. It has no clock and no
-// thread of its own: time is handed in, so that a test may choose it, and goes on only with it.
+// It receives the bytes that the daemon wrote and answers through a callback. It has no clock and
+// no thread: callers pass the time, so a test can choose it.
 #pragma once
 
 #include <cstdint>
@@ -20,33 +20,33 @@ class FarEnd {
   FarEnd& operator=(const FarEnd&) = delete;
   virtual ~FarEnd() = default;
 
-  // Takes bytes from the line. `now` must not go back.
+  // Processes bytes from the line. `now` must not decrease.
   virtual void Feed(std::span<const uint8_t> bytes, Clock::time_point now) = 0;
 
-  // Lets time pass: motors turn, answers become due, a broken frame on a quiet line is noise.
-  // Called every few milliseconds. `now` must not go back.
+  // Advances the simulation: turns motors, sends due answers, and reports a broken frame on a quiet
+  // line as noise. Call it every few milliseconds. `now` must not decrease.
   virtual void Tick(Clock::time_point now) = 0;
 
-  // What it is called in print, e.g. "head": 6 characters at most.
+  // Name in the output, e.g. "head"; at most 6 characters.
   virtual const char* Name() const = 0;
 
-  // Where it is and what it shows, in words, as of the last Feed or Tick.
+  // The position and display in words, as of the last Feed or Tick.
   virtual std::string Describe() const = 0;
 
-  // Whether Describe is about to change by itself: a motor turns.
+  // True while Describe keeps changing, e.g. while a motor turns.
   virtual bool IsMoving() const = 0;
 
-  // The bytes of a frame that it took; what it understood of them follows in words.
+  // The bytes of a valid frame. on_words with their meaning follows.
   std::function<void(std::span<const uint8_t>)> on_frame = [](std::span<const uint8_t>) {};
-  // What it understood, in words.
+  // The meaning of a frame in words.
   std::function<void(const std::string&)> on_words = [](const std::string&) {};
-  // Bytes that are no frame.
+  // Bytes outside any valid frame.
   std::function<void(std::span<const uint8_t>)> on_noise = [](std::span<const uint8_t>) {};
-  // Bytes that it sends.
+  // Bytes for the daemon.
   std::function<void(std::span<const uint8_t>)> on_answer = [](std::span<const uint8_t>) {};
 };
 
-// A line that is quiet for this long has no more bytes of a broken frame to come.
+// After this much silence on the line, a partial frame counts as broken.
 constexpr milliseconds kQuietAfter{50};
 
 }  // namespace sim

@@ -12,13 +12,12 @@
 namespace sim {
 namespace {
 
-// The model code of the SD module.
 constexpr uint8_t kSdModelCode = 0x12;
-// Writing a packet into flash.
+// Time to write a packet into flash.
 constexpr milliseconds kFlashTime{15};
-// The object is nearer than the lens's curve takes it to be: a search has something to find.
+// Offset of the object from the distance of the lens's curve, so that a search has a peak to find.
 constexpr double kObjectOffset = 33;
-// Where the lens of a device stands when it is switched on.
+// Position of the lens at power-on.
 constexpr LensPose kLensAtStart = {.zoom = 700, .focus = 590, .iris = 40};
 
 }  // namespace

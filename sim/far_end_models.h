@@ -1,4 +1,4 @@
-// Which far end a device model has.
+// The far end of each device model.
 #pragma once
 
 #include <memory>
@@ -10,15 +10,15 @@
 
 namespace sim {
 
-// Makes the far end of a model: a PTZ head where it has nothing of its own. `line` must outlive it.
+// Makes the far end of a model; a PTZ head if the model has no other. `line` must outlive it.
 std::unique_ptr<FarEnd> MakeFarEnd(const std::string& model, const PtyLine& line,
                                    Clock::time_point now);
 
-// Makes the camera daemon of a model whose daemon asks one, for the far end made of it, which must
-// outlive it; else null.
+// Makes the camera daemon of a lens model, for the far end that MakeFarEnd made for it and which
+// must outlive it; null for other models.
 std::unique_ptr<CameraDaemon> MakeCamera(const std::string& model, const FarEnd& far_end);
 
-// Writes the files that a model has besides those of every device.
+// Writes the additional files of a model.
 void InstallModelFiles(const std::string& model);
 
 }  // namespace sim

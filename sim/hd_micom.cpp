@@ -27,9 +27,9 @@ struct QueryRow {
 };
 
 constexpr std::array<QueryRow, 3> kQueries = {{
-    {HD_VERSION, &HdIdentity::version, "asked for its version"},
-    {HD_RESOLUTION_FLAG, &HdIdentity::resolution_flag, "asked for its resolution"},
-    {HD_SENSOR, &HdIdentity::sensor, "asked for its sensor"},
+    {HD_VERSION, &HdIdentity::version, "version query"},
+    {HD_RESOLUTION_FLAG, &HdIdentity::resolution_flag, "resolution query"},
+    {HD_SENSOR, &HdIdentity::sensor, "sensor query"},
 }};
 
 struct KeyRow {
@@ -46,7 +46,7 @@ constexpr std::array<KeyRow, 5> kKeys = {{
     {HD_KEY_RIGHT, MenuKey::kRight, "right key"},
 }};
 
-// Motors that a lens setting starts or stops.
+// The motors that a lens setting starts or stops.
 struct LensRow {
   uint8_t data;
   int zoom;
@@ -113,8 +113,8 @@ std::string HdMicom::Describe() const {
          menu_.Describe();
 }
 
-// Cuts what is pending into frames; bytes that belong to none are noise. On a line that is quiet
-// (`is_final`) the start of a frame is noise as well.
+// Splits the pending bytes into frames and reports all other bytes as noise. On a quiet line
+// (`is_final`), a partial frame is noise, too.
 void HdMicom::Scan(bool is_final) {
   Bytes noise;
   const auto hand_noise_out = [&] {
@@ -192,7 +192,7 @@ void HdMicom::TakeLens(uint8_t data) {
 }
 
 void HdMicom::EnterLoader() {
-  on_words("enters its loader");
+  on_words("enters the firmware loader");
   answers_.clear();
   loader_.emplace(std::move(loader_setup_), line_settings_, now_);
   loader_->on_words = [this](const std::string& words) { on_words(words); };

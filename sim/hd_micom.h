@@ -1,8 +1,8 @@
-// The micom of an HD camera module on the far end of the line.
+// The micom of an HD camera module at the far end of the line.
 //
-// It takes 10-byte frames: answers queries about itself, obeys menu keys and lens settings
-// without an answer. The setting that enters the firmware update hands the line to its loader;
-// only a reset, which is not simulated, would bring it back.
+// It receives 10-byte frames, answers queries about itself, and obeys menu keys and lens settings
+// without an answer. The firmware-update setting hands the line to its loader for good: the reset
+// that would return from it is not simulated.
 #pragma once
 
 #include <termios.h>
@@ -21,7 +21,7 @@
 
 namespace sim {
 
-// What the micom tells about itself.
+// The answers to the identity queries.
 struct HdIdentity {
   uint8_t version = 0x21;  // major and minor in a nibble each
   uint8_t resolution_flag = 0;
@@ -33,8 +33,8 @@ constexpr milliseconds kHdAnswerTime{5};
 
 class HdMicom : public FarEnd {
  public:
-  // `line_settings` tells how the daemon's end of the line is set; `loader` how its loader will
-  // behave.
+  // `line_settings` returns the settings of the daemon's end of the line; `loader` configures the
+  // firmware loader.
   HdMicom(const HdIdentity& identity, LoaderSetup loader, std::function<termios()> line_settings,
           Clock::time_point now);
 
@@ -46,7 +46,7 @@ class HdMicom : public FarEnd {
 
   const ModuleLens& Lens() const { return lens_; }
   const ModuleMenu& Menu() const { return menu_; }
-  // The loader, once it was entered.
+  // The loader; null before it was entered.
   const MicomLoader* Loader() const { return loader_.has_value() ? &*loader_ : nullptr; }
 
  private:

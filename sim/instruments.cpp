@@ -22,7 +22,7 @@ namespace {
 constexpr double kPercent = 100;
 constexpr double kCircle = 360;
 
-// The place of a share (0 to 1) among `count` cells or dots.
+// Maps a share (0 to 1) to one of `count` cells or dots.
 int Place(double share, int count) {
   return static_cast<int>(std::lround(std::clamp(share, 0.0, 1.0) * (count - 1)));
 }
@@ -38,9 +38,9 @@ std::string Repeat(const char* glyph, int count) {
 
 struct Gauge {
   const char* label;
-  std::string figure;                         // with its unit
-  double share;                               // of the way from the low end (0) to the high end (1)
-  std::optional<double> mark = std::nullopt;  // the share at which it should stand
+  std::string figure;                         // with unit
+  double share;                               // from the low end (0) to the high end (1)
+  std::optional<double> mark = std::nullopt;  // target share
 };
 
 Gauge Reading(const char* label, const char* format, double value, double low, double high) {
@@ -54,7 +54,7 @@ Gauge Marked(Gauge gauge, double mark) {
   return gauge;
 }
 
-// Label, figure, and a bar with a knob; a mark where the knob should be.
+// Draws the label, the figure, and a bar with a knob and an optional mark at the target.
 void DrawGauge(const Terminal& terminal, int row, const Area& area, const Gauge& gauge) {
   constexpr int kLabelCols = 10;
   constexpr int kBarAt = 20;
@@ -71,7 +71,7 @@ void DrawGauge(const Terminal& terminal, int row, const Area& area, const Gauge&
   terminal.Write(row, bar + knob, "●", kValue);
 }
 
-// The notes, a line each, say what no gauge shows.
+// Draws the gauges, then the notes, one per line.
 void DrawGauges(const Terminal& terminal, const Area& area, const std::vector<Gauge>& gauges,
                 const std::vector<std::string>& notes) {
   const int note_rows = static_cast<int>(notes.size());
@@ -88,10 +88,10 @@ void DrawGauges(const Terminal& terminal, const Area& area, const std::vector<Ga
 
 // --- A head ------------------------------------------------------------------------------------
 
-// The sphere around the head laid out flat; the line is as wide as what the head sees.
+// Draws all directions of the head as a flat map. The width of the line is the field of view.
 void DrawMap(const Terminal& terminal, const Area& area, const PtzHead& head) {
   constexpr double kFieldOfView = 60;  // at a magnification of 1, degrees
-  const int rows = area.rows - 1;      // the last one holds the scale
+  const int rows = area.rows - 1;      // the last row shows the scale
   const auto row_of = [&](double tilt) { return area.row + Place((90 - tilt) / 180, rows); };
   const auto col_of = [&](double pan) {
     return area.col + Place(std::fmod(pan + kCircle / 2, kCircle) / kCircle, area.cols);
@@ -117,7 +117,7 @@ void DrawMap(const Terminal& terminal, const Area& area, const PtzHead& head) {
 
 void DrawHead(const Terminal& terminal, const Area& gauges, const Area& view, const PtzHead& head) {
   const HeadPose& pose = head.Pose();
-  std::string presets = head.Presets().empty() ? "no preset is set" : "presets";
+  std::string presets = head.Presets().empty() ? "no presets" : "presets";
   for (const auto& [number, preset] : head.Presets())
     presets += " " + std::to_string(number);
   DrawGauges(
@@ -138,7 +138,7 @@ void DrawMenu(const Terminal& terminal, const Area& pane, const ModuleMenu& menu
   terminal.Frame(pane, "menu");
   const Area area = pane.Inner();
   if (!menu.IsOpen()) {
-    const std::string text = "the menu is closed, m opens it";
+    const std::string text = "menu closed; press m to open it";
     terminal.Write(area.row + area.rows / 2, area.col + (area.cols - Length(text)) / 2, text, kDim,
                    area.cols);
     return;
@@ -173,13 +173,13 @@ void DrawHdModule(const Terminal& terminal, const Area& gauges, const Area& view
 
 // --- A lens ------------------------------------------------------------------------------------
 
-// The focus motor's position that is in focus over the zoom motor's, in dots of Braille patterns:
-// two across and four down in a cell.
+// Plots the focus position that is sharp over the zoom position, in the dots of Braille patterns:
+// two across and four down per cell.
 void DrawCurve(const Terminal& terminal, const Area& area, const LensPose& pose) {
   constexpr std::array kBits = {0x01, 0x02, 0x04, 0x40, 0x08, 0x10, 0x20, 0x80};
   const double zoom_max = ZFTABLE_HERON.back().zoom;
   const double focus_max = LensBuild().focus_travel;
-  const int rows = area.rows - 1;  // the last one holds the scale
+  const int rows = area.rows - 1;  // the last row shows the scale
   const int dots = 2 * area.cols;
   int last_row = -1;
   int pattern = 0;
@@ -209,7 +209,7 @@ std::string BrightnessOf(const Exposure& exposure) {
 
 void DrawLens(const Terminal& terminal, const Area& gauges, const Area& view, const LensMicom& lens,
               const CameraDaemon& camera) {
-  // The exposure figure spans three decades: its logarithm moves evenly.
+  // The exposure level spans almost three decades, so the bar is logarithmic.
   constexpr double kShortest = 1024;
   constexpr double kLongest = 363329;
   constexpr double kFarOff = 200;

@@ -1,5 +1,4 @@
-// The upper half of the live screen: gauges of what is behind the line, and a picture of what it
-// does.
+// The upper half of the live screen: gauges of the far end and a picture of its state.
 #pragma once
 
 #include "sim/camera_daemon.h"
@@ -8,9 +7,9 @@
 
 namespace sim {
 
-// Draws a far end as of its last Feed or Tick: figures into one pane, and into the other where a
-// head looks, the menu of a camera module, or the focus of a lens over its zoom. `camera` is the
-// camera daemon that looks through a lens.
+// Draws a far end as of its last Feed or Tick: its gauges into one pane, and into the other the
+// direction of a head, the menu of a camera module, or the focus curve of a lens. `camera` is the
+// camera daemon of a lens and may be null otherwise.
 void DrawInstruments(const Terminal& terminal, const Area& gauges, const Area& view,
                      const FarEnd& far_end, const CameraDaemon* camera);
 

@@ -1,4 +1,4 @@
-// What a daemon holds while it runs, and what it leaves behind.
+// The resources that a running daemon holds and that a dead one may leave behind.
 #pragma once
 
 #include <sys/types.h>
@@ -9,13 +9,13 @@
 
 namespace sim {
 
-// Open descriptors of a process; 0 when it is gone.
+// Number of open descriptors of a process; 0 if it no longer exists.
 size_t DescriptorCount(pid_t pid);
 
-// Whether another process of this world holds the lock on the parameter file.
+// True if another process of this world holds the lock on the parameter file.
 bool IsParamFileLocked();
 
-// Zoom and focus from the positions file; nothing when it is not whole.
+// Zoom and focus from the positions file; nullopt if it is incomplete.
 std::optional<std::pair<int, int>> ReadWholePositions();
 
 }  // namespace sim

@@ -19,7 +19,7 @@ constexpr std::array<RateRow, 5> kRates = {
     {{0x00, 1082}, {0x10, 793}, {0x20, 625}, {0x30, 515}, {0x40, 438}}};
 constexpr int kRateAtPowerOn = 438;
 constexpr int kIrisRate = 400;  // steps a second
-// Of the step timer.
+// Answer to the query for the step timer.
 constexpr uint8_t kPrescalerSign = 0;
 constexpr uint8_t kPrescalerSize = 5;
 
@@ -48,8 +48,8 @@ LensMicom::LensMicom(Clock::time_point now, const LensPose& pose, const LensBuil
       last_byte_(now),
       last_turn_(now - kRestAfter) {}
 
-// A motor starts when the line was last seen empty, the earliest moment at which a frame may have
-// come: whoever looks at the line too rarely must not make steps disappear.
+// A motor starts at the last time the line was seen empty, the earliest time at which a frame can
+// have arrived. Rare polling therefore loses no steps.
 void LensMicom::Feed(std::span<const uint8_t> bytes, Clock::time_point now) {
   feed_start_ = line_empty_;
   Tick(now);
@@ -134,7 +134,7 @@ void LensMicom::TakeByte(uint8_t byte) {
     partial_.clear();
     return;
   }
-  // No frame begins at its first byte. One may begin further on.
+  // The first byte starts no frame, but a later one may.
   const std::vector<uint8_t> rest(partial_.begin() + 1, partial_.end());
   noise_.push_back(partial_.front());
   partial_.clear();
@@ -165,15 +165,15 @@ void LensMicom::TakeFrame() {
 void LensMicom::TakeRead(uint8_t address) {
   switch (address) {
     case I2M_ADDR_VERSION:
-      on_words("asked for its version");
+      on_words("version query");
       Send(I2M_READ, address, traits.major, traits.minor);
       break;
     case I2M_ADDR_MOTOR_SPEED:
-      on_words("asked for its step timer");
+      on_words("step timer query");
       Send(I2M_READ, address, kPrescalerSign, kPrescalerSize);
       break;
     default:
-      on_words("asked for register " + tools::HexNumber(address, 2) + ", which it has not");
+      on_words("query of unknown register " + tools::HexNumber(address, 2));
       break;
   }
 }
@@ -184,7 +184,7 @@ void LensMicom::TakeWrite(uint8_t address, uint16_t value) {
       SetRate(value);
       break;
     case I2M_ADDR_ZOOM_MOVE:
-      // A positive command drives zoom and focus toward 0; the zoom so zooms in.
+      // A positive value drives zoom and focus toward 0, which is tele for the zoom.
       MoveMotor(&zoom_, -Signed(value), "zoom", "wide", "tele");
       break;
     case I2M_ADDR_FOCUS_MOVE:
@@ -200,7 +200,7 @@ void LensMicom::TakeWrite(uint8_t address, uint16_t value) {
       JogMotor(&focus_, value, "focus");
       break;
     case I2M_ADDR_AF_MODE:
-      on_words(value == 1 ? "leaves zoom and focus to the daemon" : "drives zoom and focus itself");
+      on_words(value == 1 ? "the daemon drives zoom and focus" : "the micom drives zoom and focus");
       break;
     case I2M_ADDR_FOCUS_VALUE:
       on_words("focus measure " + std::to_string(value));
@@ -210,8 +210,8 @@ void LensMicom::TakeWrite(uint8_t address, uint16_t value) {
                std::to_string(value & 0xFF));
       break;
     default:
-      on_words("register " + tools::HexNumber(address, 2) +
-               ", which it has not, = " + tools::HexNumber(value, 4));
+      on_words("unknown register " + tools::HexNumber(address, 2) + " = " +
+               tools::HexNumber(value, 4));
       break;
   }
 }
@@ -224,13 +224,13 @@ void LensMicom::SetRate(uint16_t code) {
     on_words("step rate " + std::to_string(row.rate) + " pps");
     return;
   }
-  on_words("step rate code " + tools::HexNumber(code, 4) + ", which it has not");
+  on_words("unknown step rate code " + tools::HexNumber(code, 4));
 }
 
 void LensMicom::MoveMotor(Stepper* motor, int steps, const char* name, const char* positive,
                           const char* negative) {
   const long lost = motor->Lost();
-  motor->Advance(now_);  // the frame before this one may have come with it, and long before it
+  motor->Advance(now_);  // steps of an earlier frame in the same read
   motor->Move(steps, FirstStep(*motor));
   std::string words = std::string(name) + " " + Steps(steps);
   if (steps != 0) words += std::string(" ") + (steps > 0 ? positive : negative);
@@ -240,7 +240,7 @@ void LensMicom::MoveMotor(Stepper* motor, int steps, const char* name, const cha
   on_words(words);
 }
 
-// The value 1 goes the way of the daemon's positive command: toward the zero end.
+// The value 1 drives toward the zero end, as a positive move does.
 void LensMicom::JogMotor(Stepper* motor, uint16_t value, const char* name) {
   switch (value) {
     case I2M_JOG_POSITIVE:
@@ -256,7 +256,7 @@ void LensMicom::JogMotor(Stepper* motor, uint16_t value, const char* name) {
       on_words(std::string(name) + " stops");
       break;
     default:
-      on_words(std::string(name) + " jog " + tools::HexNumber(value, 4) + ", which it has not");
+      on_words(std::string(name) + ": unknown jog value " + tools::HexNumber(value, 4));
       break;
   }
 }

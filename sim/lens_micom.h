@@ -1,7 +1,7 @@
-// The microcontroller of a motorized lens, with the lens on it: zoom, focus and P-iris.
+// The microcontroller of a motorized lens, and its lens: zoom, focus and P-iris.
 //
 // It answers the register protocol and drives three steppers. Frames with a wrong checksum are
-// noise to it. It knows nothing of what the daemon believes: the lens is where its motors are.
+// noise. The positions are those of the simulated motors, whatever the daemon assumes.
 #pragma once
 
 #include <cstdint>
@@ -17,35 +17,36 @@
 
 namespace sim {
 
-// How a lens is built. The defaults are those of the HERON lens.
+// Mechanics of a lens. The defaults are those of the HERON lens.
 struct LensBuild {
   int zoom_travel = 1400;  // steps from end to end
-  // Somewhat more than the daemon counts on: a search's last step may pass its upper limit.
+  // More than the daemon assumes: the last step of a search may exceed its upper limit.
   int focus_travel = 2609;
   int iris_travel = 96;
 };
 
-// Where a lens stands, in steps from the zero ends (the iris: from closed).
+// Position of a lens in steps from the zero ends (iris: from closed).
 struct LensPose {
   int zoom = 0;
   int focus = 0;
   int iris = 0;
 };
 
-// What the micom says of itself.
+// Identity and behaviour of the micom.
 struct MicomTraits {
   uint8_t major = 0x81;  // bit 7 is the variant
   uint8_t minor = 0x05;
   milliseconds answer_after{2};
   bool silent = false;  // answers nothing
-  // A motor makes the first step of a move a step's time after the frame, or else at once.
+  // A motor makes the first step of a move one step period after the frame instead of at once.
   bool starts_late = false;
 };
 
-// Between the small moves of a drive the lens counts as moving.
+// The lens counts as moving for this long after a move, to bridge the gaps between the short moves
+// of a drive.
 constexpr milliseconds kRestAfter{100};
 
-// A whole frame that came.
+// A valid frame that arrived.
 struct LensFrame {
   Clock::time_point time;
   I2mFrame bytes;
@@ -61,21 +62,21 @@ class LensMicom : public FarEnd {
   std::string Describe() const override;
   bool IsMoving() const override;
 
-  // --- Its own requests ---
+  // --- Requests to the daemon ---
   void RequestFocusValues(bool on);
   void RequestLensModel();
 
-  // --- What there is to see ---
+  // --- State ---
   LensPose Pose() const;
   const Stepper& Zoom() const { return zoom_; }
   const Stepper& Focus() const { return focus_; }
   const Stepper& Iris() const { return iris_; }
-  // The value last written to a register; 0 for one that never was.
+  // The value last written to a register; 0 if it was never written.
   uint16_t Register(uint8_t address) const;
-  // Every frame since the last call.
+  // Returns the frames since the last call.
   std::vector<LensFrame> TakeFrames();
 
-  // Puts the lens elsewhere by hand.
+  // Moves the lens by hand.
   void Place(const LensPose& pose);
 
   MicomTraits traits;
@@ -103,14 +104,14 @@ class LensMicom : public FarEnd {
   Stepper focus_;
   Stepper iris_;
   std::map<uint8_t, uint16_t> registers_;
-  std::vector<uint8_t> partial_;  // of a frame
+  std::vector<uint8_t> partial_;  // partial frame
   std::vector<uint8_t> noise_;
   std::deque<Answer> answers_;
   std::vector<LensFrame> frames_;
   Clock::time_point now_;
-  // When the line was last seen without a byte: what has come since may have come at once.
+  // Time of the last check for bytes: later bytes may have arrived just after it.
   Clock::time_point line_empty_;
-  Clock::time_point feed_start_;  // earliest moment at which the present bytes may have come
+  Clock::time_point feed_start_;  // earliest possible arrival of the current bytes
   Clock::time_point last_byte_;
   Clock::time_point last_turn_;  // of a motor
 };

@@ -1,8 +1,8 @@
-// What the image sensor sees through a motorized lens: how sharp and how bright the picture is.
+// The picture through a motorized lens: its sharpness and brightness.
 //
-// Sharpness falls off with the distance of the focus motor from the position that is in focus at
-// the present zoom. Brightness follows the scene's light, the iris and the exposure. Pure numbers;
-// the noise comes from a generator with a seed of its own.
+// Sharpness falls with the distance between the focus motor and the position in focus at the
+// current zoom. Brightness depends on the light of the scene, the iris and the exposure. The noise
+// comes from a seeded generator, the only state.
 #pragma once
 
 #include <cstdint>
@@ -15,35 +15,34 @@
 
 namespace sim {
 
-// The scene in front of the lens, and which lens it is.
+// The scene in front of the lens, and the curve of the lens.
 struct Scene {
   std::span<const ZfEntry> curve = ZFTABLE_HERON;
 
   // Sharpness. A flat scene has height 0.
-  double offset = 0;               // focus steps by which its distance shifts the lens's curve
-  double width = 60;               // focus steps at which the measure has fallen to half its height
+  double offset = 0;               // focus steps that the distance of the scene adds to the curve
+  double width = 60;               // focus steps from the peak to half its height
   double height = 20000;           // measure at the peak, above the floor
-  double floor = 1500;             // measure of an image without detail
-  double noise = 0;                // largest deviation of a single measure
-  std::vector<double> more_peaks;  // further peaks of the same height, steps from the first
-  // A measure of this or more reads as this: the peak becomes a plateau.
+  double floor = 1500;             // measure of a picture without detail
+  double noise = 0;                // maximum deviation of a measure
+  std::vector<double> more_peaks;  // equal peaks, in steps from the first
+  // Upper limit of a measure, which turns the peak into a plateau.
   double ceiling = 65534;
 
-  // Brightness: light that reaches the lens; 1 needs an exposure of 1024 with the iris open.
+  // Brightness: light at the lens. At 1, an open iris needs an exposure of 1024.
   double light = 1;
 };
 
-// The exposure figures of the camera daemon's automatic exposure.
+// The answer of the camera daemon's automatic exposure.
 struct Exposure {
-  int32_t level;      // exposure in use: 1024 the shortest, up to the setting in force
-  int32_t deviation;  // per cent that the picture is too dark (positive) or too bright
+  int32_t level;      // current exposure: 1024 (shortest) to the current setting
+  int32_t deviation;  // percent too dark (positive) or too bright
 };
 
-// The share of the light that the iris lets through: the same factor for each step.
+// The share of the light that passes the iris; each step changes it by the same factor.
 double IrisTransmission(int iris, int travel = 96);
 
-// The focus position that is in focus at a zoom position, for an object at the distance for which
-// the lens's curve is made.
+// The focus position that is sharp at a zoom position, for an object at the distance of the curve.
 double InFocus(double zoom, std::span<const ZfEntry> curve = ZFTABLE_HERON);
 
 class LensOptics {
@@ -56,7 +55,7 @@ class LensOptics {
   // One measure, 0 to 65534.
   uint16_t Measure(const Scene& scene, const LensPose& pose);
 
-  // What the automatic exposure makes of the scene when it may expose up to `setting`.
+  // The result of the automatic exposure, with `setting` as its maximum.
   static Exposure Expose(const Scene& scene, const LensPose& pose, int32_t setting);
 
  private:

@@ -1,15 +1,14 @@
-// libvtime.so: the virtual clock of virtual_time.h, preloaded.
+// libvtime.so: the preloaded virtual clock of virtual_time.h.
 //
-// Memory that all processes on the clock have mapped holds the time and a slot for each of their
-// threads. Whoever waits looks at what it waits for, says in its slot until when it waits, and
-// sleeps until something was done. `epoch` counts what was done: a wait that began or ended, a
-// signal that was sent. A waiting thread that has looked again, in vain, confirms the epoch; when
-// all have, nothing can happen but by time, and the last one moves the clock to the nearest end of
-// a wait.
+// All processes on the clock map a shared page with the time and a slot per thread. A waiting
+// thread polls its sources, stores the end of its wait in its slot, and sleeps until the next
+// activity. `epoch` counts activity: a wait that began or ended, a signal that was sent. A thread
+// that polls again without result confirms the epoch. Once all have confirmed it, only time can
+// change anything, and the last thread moves the clock to the earliest timeout.
 //
-// What the kernel still carries between the ends of a pty cannot be seen by either: bytes are
-// counted as they go in and come out, and no thread confirms while some are missing. Once they have
-// arrived all look again: some looked before.
+// Neither end of a pty sees the bytes that the kernel is still transferring. Bytes are therefore
+// counted on write and read, and no thread confirms while any are in transit. After they arrive,
+// all threads poll again, because some polled before.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <linux/futex.h>
@@ -44,40 +43,41 @@ constexpr int64_t kNsPerS = 1'000'000'000;
 constexpr int64_t kNsPerMs = 1'000'000;
 constexpr int64_t kNsPerUs = 1'000;
 constexpr int64_t kNever = INT64_MAX;
-// Looks at the clock take no time, but for those of a loop that does nothing else until an end.
+// Reading the clock takes no time, except in a loop that only waits for a point in time: beyond
+// kFreeLooks reads between two waits of a thread, each read takes kLookNs.
 constexpr int64_t kLookNs = kNsPerUs;
-constexpr int kFreeLooks = 200;  // between two waits of a thread
-// How often a thread whose wait goes on looks for what nobody counts, in real time: a signal from
-// outside, a process that was ended.
+constexpr int kFreeLooks = 200;
+// Real-time interval at which a waiting thread polls for uncounted events: a signal from outside,
+// the end of a process.
 constexpr int64_t kRealLookNs = 20 * kNsPerMs;
 constexpr int64_t kRealLookAtEndNs = 200 * kNsPerUs;
-// For so long, in real time, bytes may be on their way through a pty. Some never arrive: those of a
-// line that was closed or flushed. Others wait until a reader whose end is full has read.
+// Real-time limit for bytes in transit through a pty. Bytes of a closed or flushed line never
+// arrive; others wait until the reader of a full end reads.
 constexpr int64_t kPtyNs = kNsPerS;
 constexpr int kPtyFull = 4000;
 
-// A thread on the clock. A process that was started and has not come to its main has one slot,
-// without a thread; so has a thread that was started and does not run yet.
+// A thread on the clock. A new process has one slot without a thread until it reaches main, and so
+// does a new thread until it runs.
 struct Slot {
   std::atomic<pid_t> pid;  // 0: free
   std::atomic<pid_t> tid;
   std::atomic<bool> is_waiting;
-  std::atomic<bool> is_ending;  // its process is about to be gone
+  std::atomic<bool> is_ending;  // its process is about to exit
   std::atomic<uint32_t> confirmed;
   std::atomic<int64_t> until_ns;
   std::atomic<uint64_t> waits;
 };
 
 struct Page {
-  std::atomic<pid_t> owner;  // of the lock on the slots
+  std::atomic<pid_t> owner;  // holds the lock on the slots
   std::atomic<uint32_t> epoch;
   std::atomic<int64_t> now_ns;                  // since the start
   std::array<std::atomic<int64_t>, 2> base_ns;  // CLOCK_REALTIME, CLOCK_MONOTONIC at the start
-  std::atomic<int64_t> wall_ns;                 // the first of them, before it was set off
-  std::atomic<int> on_their_way;                // processes that are being started
-  // Bytes that were written to the line and not read yet.
+  std::atomic<int64_t> wall_ns;                 // CLOCK_REALTIME without the offset
+  std::atomic<int> on_their_way;                // processes being started
+  // Bytes written to the line and not read yet.
   std::atomic<int64_t> to_daemon, from_daemon;
-  // Bytes ever written to it, and what all had been by the last look for their arrival.
+  // Total bytes written to the line, and that total at the last announced arrival.
   std::atomic<int64_t> written, arrived;
   std::array<Slot, 128> slots;
 };
@@ -86,7 +86,7 @@ Page* g_page;
 std::atomic<bool> g_is_running;
 thread_local Slot* t_slot __attribute__((tls_model("initial-exec")));
 thread_local int t_looks __attribute__((tls_model("initial-exec")));  // since its last wait
-std::atomic<int> g_far_end = -1;  // of a pty, as descriptors of this process
+std::atomic<int> g_far_end = -1;  // ends of the pty in this process
 std::atomic<int> g_near_end = -1;
 
 template <typename Function>
@@ -118,7 +118,7 @@ void CountChange() {
   WakeAll();
 }
 
-// The time, of which a look takes some where there are too many.
+// Returns the time, and advances it if the thread reads it too often.
 int64_t LookNs() {
   if (++t_looks > kFreeLooks) g_page->now_ns += kLookNs;
   return g_page->now_ns;
@@ -126,14 +126,14 @@ int64_t LookNs() {
 
 // --- Slots -------------------------------------------------------------------------------------
 
-// Whether a process has ended; its parent sees that before anyone has asked for the status.
+// True if a process has ended, even if its parent has not reaped it yet.
 bool IsGone(pid_t pid) {
   siginfo_t info = {};
   const long result = syscall(SYS_waitid, P_PID, pid, &info, WEXITED | WNOHANG | WNOWAIT, nullptr);
   return result == 0 ? info.si_pid == pid : syscall(SYS_kill, pid, 0) != 0;
 }
 
-// Holds the slots still. A process that was killed while it had the lock has lost it.
+// Locks the slots. Takes the lock from a process that was killed while holding it.
 class Lock {
  public:
   Lock() {
@@ -159,7 +159,7 @@ Slot* FindSlot(pid_t pid, pid_t tid) {
 }
 
 void TakeSlot(Slot* slot, pid_t pid, pid_t tid) {
-  if (slot == nullptr) abort();  // more threads than anyone meant
+  if (slot == nullptr) abort();  // too many threads
   slot->tid = tid;
   slot->is_waiting = false;
   slot->is_ending = false;
@@ -167,7 +167,7 @@ void TakeSlot(Slot* slot, pid_t pid, pid_t tid) {
   slot->pid = pid;
 }
 
-// For a thread that is being started.
+// For a thread being started.
 void ReserveSlot(pid_t pid) {
   const Lock lock;
   TakeSlot(FindSlot(0, 0), pid, 0);
@@ -203,7 +203,7 @@ void MarkEnding(pid_t pid) {
   }
 }
 
-// Frees the slots of processes that have ended. Returns whether there were any.
+// Frees the slots of dead processes. Returns true if there were any.
 bool DropGone() {
   bool found = false;
   const Lock lock;
@@ -222,20 +222,20 @@ int Waiting(int fd) {
   return syscall(SYS_ioctl, fd, FIONREAD, &count) == 0 ? count : 0;
 }
 
-// Whether an end of the line, if there is one, is still to get some of `bytes`.
+// True if an open end of the line still has to receive some of `bytes`.
 bool IsToGet(int end, int64_t bytes) {
   if (end < 0 || bytes <= 0) return false;
   const int waiting = Waiting(end);
   return bytes > waiting && waiting < kPtyFull;
 }
 
-// Whoever has both ends knows.
+// Only the process that holds both ends can tell.
 bool AreBytesOnTheirWay() {
   return g_far_end >= 0 &&
          (IsToGet(g_far_end, g_page->from_daemon) || IsToGet(g_near_end, g_page->to_daemon));
 }
 
-// Lets everybody look again once if bytes have arrived. Returns whether they have.
+// Makes every thread poll again once after bytes have arrived. Returns true if they have.
 bool AnnounceArrival() {
   const int64_t written = g_page->written;
   if (g_far_end < 0 || g_page->arrived.exchange(written) == written) return false;
@@ -243,7 +243,8 @@ bool AnnounceArrival() {
   return true;
 }
 
-// The calling thread has looked in vain since `epoch`. Moves the clock if all others have as well.
+// Confirms that the calling thread has polled without result since `epoch`. Moves the clock if all
+// other threads have confirmed, too.
 bool Confirm(uint32_t epoch) {
   const Lock lock;
   if (g_page->epoch != epoch) return false;
@@ -261,7 +262,7 @@ bool Confirm(uint32_t epoch) {
   return true;
 }
 
-// Sleeps until the epoch is another. Returns false when a signal came.
+// Sleeps until the epoch changes or the real-time interval is over. Returns false on a signal.
 bool SleepUntilChange(uint32_t epoch) {
   const bool ending =
       std::ranges::any_of(g_page->slots, [](const Slot& slot) { return slot.is_ending.load(); });
@@ -272,8 +273,7 @@ bool SleepUntilChange(uint32_t epoch) {
   return true;
 }
 
-// Looks again and again until `look` returns something else than 0, or the clock has come to
-// `until_ns`.
+// Polls until `look` returns a result other than 0 or the clock reaches `until_ns`.
 template <typename Look>
 int WaitFor(int64_t until_ns, Look look) {
   const int64_t patience_ns = RealNs(CLOCK_MONOTONIC) + kPtyNs;
@@ -282,7 +282,7 @@ int WaitFor(int64_t until_ns, Look look) {
     const int result = look();
     if (result != 0 || g_page->now_ns >= until_ns) return result;
     if (AreBytesOnTheirWay()) {
-      if (RealNs(CLOCK_MONOTONIC) >= patience_ns) {  // they were lost
+      if (RealNs(CLOCK_MONOTONIC) >= patience_ns) {  // the missing bytes are lost
         g_page->from_daemon = Waiting(g_far_end);
         g_page->to_daemon = Waiting(g_near_end);
       }
@@ -300,8 +300,8 @@ int WaitFor(int64_t until_ns, Look look) {
   }
 }
 
-// A wait of `limit_ns` (negative: without an end) for `look`, which says what is ready as poll
-// does.
+// Waits at most `limit_ns` (negative: forever) until `look`, which returns what poll would, is not
+// 0.
 template <typename Look>
 int Wait(int64_t limit_ns, Look look) {
   Register();
@@ -344,8 +344,8 @@ bool MapPage(const char* path, int flags) {
   return true;
 }
 
-// From now on time is virtual. ThreadSanitizer starts a thread of its own with the first one that
-// there is: it has to be there before, since it never waits.
+// Starts virtual time. ThreadSanitizer starts a background thread together with the first thread.
+// It never waits, so it must exist before the clock runs.
 void SwitchOn() {
   pthread_t first;
   const bool has_own = dlsym(RTLD_DEFAULT, "__tsan_init") != nullptr;
@@ -372,7 +372,7 @@ void Stop() {
   g_is_running = false;
 }
 
-// The process may have come to its main already, or come to it now.
+// The process may have reached main already, or reach it now.
 void EndSpawn(pid_t pid) {
   const Lock lock;
   const auto is_its = [pid](const Slot& slot) { return slot.pid == pid; };
@@ -392,7 +392,7 @@ uint64_t Waits(pid_t pid) {
   return waits;
 }
 
-// Of a process that was started on the clock. A shell only starts the program that is meant.
+// Runs in each process started on the clock. A shell only starts the real program.
 __attribute__((constructor)) void Begin() {
   const char* path = getenv(VTIME_FILE);
   if (path != nullptr && strcmp(program_invocation_short_name, "sh") == 0) return;
@@ -410,7 +410,7 @@ struct Thread {
   void* argument;
 };
 
-// No heap: a sanitizer's may not be ready for the thread yet.
+// Not on the heap: that of a sanitizer may not be ready for the new thread.
 std::array<Thread, 16> g_threads;
 std::atomic<size_t> g_next_thread;
 
@@ -424,7 +424,7 @@ void* RunThread(void* memory) {
 
 }  // namespace
 
-// NOLINTBEGIN: names and parameters are those of libc.
+// NOLINTBEGIN: libc fixes the names and parameters.
 #define EXPORT __attribute__((visibility("default")))
 extern "C" {
 
@@ -528,7 +528,7 @@ EXPORT int usleep(useconds_t us) {
   return IsOn() ? Sleep(us * kNsPerUs) : real(us);
 }
 
-// For whom it yields may sleep.
+// The thread that it yields to may sleep.
 EXPORT int sched_yield() noexcept {
   if (!IsOn()) return static_cast<int>(syscall(SYS_sched_yield));
   Sleep(kNsPerUs);
@@ -543,14 +543,14 @@ EXPORT int pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
   if (!IsOn()) return real(thread, attributes, routine, argument);
   Thread* start = &g_threads[g_next_thread++ % g_threads.size()];
   *start = {.routine = routine, .argument = argument};
-  // Whoever kills the process meanwhile frees this slot with the others.
+  // If the process is killed now, its other slots and this one are freed together.
   ReserveSlot(getpid());
   const int error = real(thread, attributes, RunThread, start);
   if (error != 0) FreeSlot(FindSlot(getpid(), 0));
   return error;
 }
 
-// Not on the clock while it waits for the other thread, which may sleep.
+// Leaves the clock while it waits, because the other thread may sleep.
 EXPORT int pthread_join(pthread_t thread, void** result) {
   REAL(pthread_join);
   const bool was_on = IsOn() && t_slot != nullptr;
@@ -620,7 +620,7 @@ EXPORT ssize_t write(int fd, const void* bytes, size_t size) {
   std::atomic<int64_t>* count = nullptr;
   if (IsOn() && fd == g_far_end) count = &g_page->to_daemon;
   if (IsOn() && fd == g_near_end) count = &g_page->from_daemon;
-  if (count != nullptr) {  // before they are on their way
+  if (count != nullptr) {  // before the transfer starts
     *count += static_cast<int64_t>(size);
     g_page->written += static_cast<int64_t>(size);
   }
@@ -634,7 +634,7 @@ EXPORT ssize_t read(int fd, void* bytes, size_t size) {
   if (IsOn() && count > 0 && (fd == g_far_end || fd == g_near_end)) {
     auto& on_their_way = fd == g_far_end ? g_page->from_daemon : g_page->to_daemon;
     const int64_t left = on_their_way -= count;
-    if (left < 0) on_their_way -= left;  // bytes that were given up for lost have come
+    if (left < 0) on_their_way -= left;  // bytes considered lost have arrived
   }
   return count;
 }

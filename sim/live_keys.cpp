@@ -1,6 +1,6 @@
 #include "sim/live_keys.h"
 
-// Its macros would take names like "move" and "timeout" from everyone.
+// The ncurses macros would redefine common names such as "move" and "timeout".
 #define NCURSES_NOMACROS 1
 #include <curses.h>
 
@@ -16,18 +16,18 @@ namespace sim {
 
 namespace {
 
-// No repeat within this time: the key was released.
+// A key without a repeat for this long was released.
 constexpr milliseconds kKeyHeld{300};
-// The daemon takes this long for a motion that it stops by itself: a held key sends no more often.
+// Minimum interval between taps: the daemon needs this long for a motion that it stops by itself.
 constexpr milliseconds kKeyTap{250};
 
 enum class Kind {
-  kMotion,  // lasts until its second command
-  kTap,     // the daemon, or what is behind it, ends it by itself; one with a second command is a
-            // motion for a head that does not
-  kToggle,  // alternates between its two commands
-  kGoTo,    // one of nine keys: its number follows the command
-  kSet,     // the next number is set, not gone to
+  kMotion,  // lasts until the second command
+  kTap,     // stopped by the daemon or the far end; a motion if it has a second command and the
+            // head does not stop by itself
+  kToggle,  // alternates between two commands
+  kGoTo,    // one of nine keys, whose digit follows the command
+  kSet,     // the next digit sets the preset
 };
 
 }  // namespace
@@ -38,7 +38,7 @@ struct KeyRow {
   Kind kind;
   const char* command;
   const char* second;
-  // The entry of the footer; a row without one belongs to the entry before it.
+  // Footer entry; null: covered by the entry before it.
   const char* keys = nullptr;
   const char* does = nullptr;
 };
@@ -51,8 +51,7 @@ using enum Kind;
 constexpr unsigned kAny = tools::MODES_ALL;
 constexpr unsigned kModule = MODE_SD | MODE_HD;
 
-// A key is the first row of it whose verb the model answers. Speeds are such that a screen can
-// follow.
+// The first row of a key with a verb of the model applies. Speeds are low enough to watch.
 constexpr auto kRows = std::to_array<KeyRow>({
     {kAny, KEY_LEFT, kMotion, "pan-left --speed 50", "stop", "←↑↓→", "pan, tilt"},
     {kAny, KEY_RIGHT, kMotion, "pan-right --speed 50", "stop"},
@@ -76,7 +75,7 @@ constexpr auto kRows = std::to_array<KeyRow>({
     {kAny, 'n', kMotion, "near", "stop", "n/f", "focus near, far"},
     {kAny, 'f', kMotion, "far", "stop"},
     {MODE_LENS, 's', kTap, "search", nullptr, "s", "focus search"},
-    {kAny, 'F', kTap, "assist", nullptr, "F", "reset, focus anew"},
+    {kAny, 'F', kTap, "assist", nullptr, "F", "reset, refocus"},
     {kAny, 'F', kTap, "search", nullptr, "F", "focus search"},
     {kAny, 'A', kToggle, "af-mode micom", "af-mode daemon", "A", "daemon/micom drives"},
     {kAny, 'A', kToggle, "white-balance 1", "white-balance 0", "A", "auto white balance"},
@@ -150,15 +149,15 @@ std::vector<std::string> KeyDriver::Tick(Clock::time_point now) {
 }
 
 std::string KeyDriver::State() const {
-  if (next_digit_sets_) return "set which preset? 1 to 9";
+  if (next_digit_sets_) return "set preset: press 1 to 9";
   if (unknown_key_ > ' ' && unknown_key_ <= '~') {
     return std::string(1, static_cast<char>(unknown_key_)) +
-           " is no key of this model; ? lists its keys";
+           " is not a key of this model; press ? for help";
   }
   return motion_ != nullptr ? motion_->command : "";
 }
 
-// Another motion replaces the present one, which is stopped first.
+// Stops the current motion before it starts another one.
 std::vector<std::string> KeyDriver::StartMotion(const KeyRow& row, Clock::time_point now) {
   motion_at_ = now;
   if (motion_ == &row) return {};

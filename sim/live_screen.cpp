@@ -19,7 +19,7 @@ constexpr int kHeaderRows = 2;
 constexpr int kBorderRows = 2;
 constexpr int kWhoCols = 8;
 
-// Lines that are kept.
+// Maximum number of lines kept.
 constexpr size_t kFramesKept = 100;
 constexpr size_t kLogKept = 2000;
 
@@ -31,7 +31,7 @@ std::string Since(Clock::time_point start, const char* format) {
   return tools::Format(format, std::chrono::duration<double>(Clock::now() - start).count());
 }
 
-// The keys in as many rows as they need.
+// Distributes the keys over as many rows as they need.
 std::vector<std::vector<HelpLine>> FooterRows(const std::vector<HelpLine>& keys, int cols) {
   std::vector<std::vector<HelpLine>> rows(1);
   int col = 1;
@@ -68,7 +68,7 @@ void LiveScreen::Take(DeviceEvent event) {
   if (event.text.empty()) return;
   log_.push_back({.who = event.who, .text = std::move(event.text)});
   if (log_.size() > kLogKept) log_.pop_front();
-  // The lines that a user has scrolled back to stay in view, as long as they are kept.
+  // Keep the lines that the user has scrolled back to in view.
   if (scrolled_back_ == 0) return;
   ++scrolled_back_;
   Scroll(0);
@@ -101,11 +101,11 @@ bool LiveScreen::TakeKey(int key, VirtualDevice* device) {
       overlay_ = keys_.Help();
       overlay_.insert(overlay_.end(),
                       {{"", ""},
-                       {"", "A motion lasts while its key is held, and stops by itself."},
-                       {":WORD ...", "a typed command, e.g. :move 40 -20 0 or :tcp hello"},
-                       {":help", "lists the typed commands; PgUp and PgDn scroll the trace"},
-                       {"vdev join", "in a second terminal: a shell beside the device"},
-                       {"", "vdev join -- COMMAND: a command beside the device"}});
+                       {"", "Hold a key to keep moving; release it to stop."},
+                       {":WORD ...", "type a command, e.g. :move 40 -20 0 or :tcp hello"},
+                       {":help", "list the typed commands (PgUp and PgDn scroll the trace)"},
+                       {"vdev join", "in a second terminal: open a shell in the device's world"},
+                       {"", "vdev join -- COMMAND: run a command in the device's world"}});
       return true;
     case ':':
       prompt_ = "";
@@ -168,8 +168,8 @@ void LiveScreen::Draw(const VirtualDevice& device) {
   erase();
   if (rows < kScreenRowsMin || cols < kScreenColsMin) {
     attrset(A_BOLD);
-    mvprintw(0, 0, "The screen needs %d by %d characters.", kScreenColsMin, kScreenRowsMin);
-    mvprintw(1, 0, "It has %d by %d: enlarge it, or press q.", cols, rows);
+    mvprintw(0, 0, "The live screen needs %d by %d characters.", kScreenColsMin, kScreenRowsMin);
+    mvprintw(1, 0, "The terminal has %d by %d: enlarge it or press q.", cols, rows);
     refresh();
     return;
   }
@@ -242,7 +242,7 @@ void LiveScreen::DrawMessage(int row) const {
   terminal_->Write(row, 1, prompt_.has_value() ? ": " + *prompt_ + "█" : keys_.State(), kValue);
 }
 
-// The keys stand out from what they do.
+// Draws the keys bold and their meanings dim.
 void LiveScreen::DrawFooter(int row, const std::vector<std::vector<HelpLine>>& footer) const {
   for (const std::vector<HelpLine>& keys : footer) {
     int col = 1;
@@ -274,7 +274,7 @@ void LiveScreen::DrawOverlay() const {
     terminal_->Write(row, area.col, line.keys, kValue);
     terminal_->Write(row++, area.col + keys_cols, line.does, kPlain, area.cols - keys_cols);
   }
-  terminal_->Write(row, area.col, "Any key closes this help.", kDim, area.cols);
+  terminal_->Write(row, area.col, "Press any key to close this help.", kDim, area.cols);
 }
 
 }  // namespace sim

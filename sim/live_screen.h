@@ -1,4 +1,5 @@
-// Shows a virtual device on a terminal and drives it by keys, all through the daemon's own ports.
+// Shows a virtual device on a terminal and drives it with keys, only through the daemon's own
+// ports.
 #pragma once
 
 #include <deque>
@@ -12,7 +13,7 @@
 
 namespace sim {
 
-// The smallest terminal that the screen fits into.
+// Minimum terminal size.
 constexpr int kScreenRowsMin = 24;
 constexpr int kScreenColsMin = 80;
 
@@ -24,13 +25,12 @@ class LiveScreen : public EventSink {
 
   void Take(DeviceEvent event) override;
 
-  // Acts on the keys that were pressed. Returns false once the user wants to end.
+  // Handles pending key presses. Returns false when the user quits.
   bool ServeKeys(VirtualDevice* device);
 
-  // Draws the device as it is.
   void Draw(const VirtualDevice& device);
 
-  // Prints the last lines of the log, to be left behind when the screen is gone.
+  // Prints the last lines of the log, so they remain visible after the screen closes.
   void PrintLastLines() const;
 
  private:
@@ -39,7 +39,7 @@ class LiveScreen : public EventSink {
     std::string text;
   };
 
-  // A frame that was understood, as often as it came in a row.
+  // A valid frame and the number of its consecutive repetitions.
   struct FrameLine {
     std::string time;  // since the start
     LogLine words;
@@ -65,9 +65,9 @@ class LiveScreen : public EventSink {
   std::deque<LogLine> log_;            // oldest first
   size_t scrolled_back_ = 0;           // lines of the log that are hidden below
   int log_rows_ = 0;                   // lines of the log that are shown
-  std::optional<std::string> prompt_;  // a command that is being typed
+  std::optional<std::string> prompt_;  // command being typed
   const char* overlay_title_ = "";
-  std::vector<HelpLine> overlay_;  // a help text that lies over the screen until a key is pressed
+  std::vector<HelpLine> overlay_;  // help text, shown until a key is pressed
 };
 
 }  // namespace sim

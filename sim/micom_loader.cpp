@@ -10,7 +10,7 @@ namespace {
 
 constexpr size_t kCrcSize = 2;
 
-// The checksum of the packets a bit at a time, as a small micom computes it.
+// The checksum of a packet, computed bit by bit as on a small micom.
 uint16_t SlowCrc(std::span<const uint8_t> bytes) {
   constexpr unsigned kPolynomial = 0x8408;
   unsigned crc = 0;
@@ -23,7 +23,7 @@ uint16_t SlowCrc(std::span<const uint8_t> bytes) {
   return static_cast<uint16_t>(crc);
 }
 
-// Whether a packet of a believable length is whole in itself: its end mark and its checksum.
+// Checks the end mark and checksum of a packet of plausible length.
 bool IsSound(std::span<const uint8_t> packet) {
   const size_t covered = packet.size() - kCrcSize;
   return packet[covered - 1] == MICOM_END &&
@@ -57,7 +57,7 @@ void MicomLoader::Tick(Clock::time_point now) {
     answer_.reset();
     on_answer({&byte, 1});
   }
-  // What came is no packet of this stage.
+  // The bytes form no packet of this stage.
   if (!packet_.empty() && now - last_byte_ >= kLoaderQuiet) {
     on_noise(packet_);
     packet_.clear();
@@ -69,9 +69,9 @@ std::string MicomLoader::Describe() const {
   const std::string stored = std::to_string(firmware_.size());
   switch (stage_) {
     case Stage::kStarting:
-      return "loader waits for the line";
+      return "loader waiting for the line";
     case Stage::kHeader:
-      return "loader waits for a header";
+      return "loader waiting for a header";
     case Stage::kDone:
       return "loader has new firmware, " + stored + " bytes";
     case Stage::kData:
@@ -95,13 +95,13 @@ void MicomLoader::ShowSign(Clock::time_point now) {
   if (!line_right_since_.has_value()) line_right_since_ = now;
   if (now - *line_right_since_ < setup_.sign_delay) return;
   stage_ = Stage::kHeader;
-  on_words("loader: the line runs at 115200, ready");
+  on_words("loader: line at 115200, ready");
   if (!setup_.before_sign.empty()) on_answer(setup_.before_sign);
   if (!setup_.sign.empty()) on_answer(setup_.sign);
 }
 
-// Whether the bytes so far are a packet of this stage as far as its length goes. What can never
-// be one is left to the quiet that follows it.
+// True if the bytes so far have the length of a packet of this stage. Tick rejects all others after
+// a pause.
 bool MicomLoader::IsPacketWhole() const {
   if (packet_[0] != MICOM_START) return false;
   if (stage_ == Stage::kHeader) return packet_.size() == MICOM_HEADER_SIZE;
@@ -140,7 +140,7 @@ bool MicomLoader::StoreHeader() {
   if (length > kFlashSize) return false;
   announced_ = length;
   stage_ = length == 0 ? Stage::kTail : Stage::kData;
-  on_words("loader: " + std::to_string(length) + " bytes are announced");
+  on_words("loader: " + std::to_string(length) + " bytes announced");
   return true;
 }
 
@@ -159,11 +159,11 @@ bool MicomLoader::CheckTail() {
     return false;
   }
   stage_ = Stage::kDone;
-  on_words("loader: all bytes are there, the checksum is right");
+  on_words("loader: all bytes received, checksum correct");
   return true;
 }
 
-// What happens to the packet that is due now.
+// The fault of the current packet, if any.
 std::optional<LoaderTrouble> MicomLoader::TakeTrouble() {
   for (LoaderTrouble& trouble : setup_.troubles) {
     if (trouble.packet != accepted_ || trouble.times == 0) continue;

@@ -1,9 +1,10 @@
 // The firmware loader of an HD micom.
 //
-// It listens at 115200 8N1 only: once the line runs at that it shows its sign, then takes a
-// header, the data packets and a tail, each with its own checksum, and answers each with one
-// byte. While it is at work on a packet it hears nothing. The packets carry no numbers, so that
-// a packet sent again after its acceptance was lost on the way is stored twice, as in hardware.
+// It listens at 115200 8N1 only. Once the line has these settings, the loader sends its signature,
+// then expects a header, the data packets and a tail, each with its own checksum, and answers each
+// with one byte. It discards all input while it processes a packet. Packets have no sequence
+// numbers: if an acceptance is lost and the daemon repeats the packet, the loader stores it twice,
+// as the hardware does.
 #pragma once
 
 #include <termios.h>
@@ -24,49 +25,49 @@ constexpr uint8_t kLoaderAccepts = 0x33;
 constexpr uint8_t kLoaderRefuses = 0x15;
 // Room for firmware, bytes.
 constexpr size_t kFlashSize = 1 << 20;
-// A packet that has not gone on for this long is over.
+// After this much silence a partial packet is rejected.
 constexpr milliseconds kLoaderQuiet{5};
 
-// What may happen to a packet.
+// Faults of a packet.
 enum class LoaderFault {
-  kSilent,         // it is not heard
-  kRefuse,         // it is answered with another byte than acceptance, and not taken
-  kDamagedPacket,  // a bit of it turns over on the way here
-  kDamagedAnswer,  // it is taken, and a bit of the answer turns over on the way back
-  kLate,           // it is taken, and answered late
+  kSilent,         // not received
+  kRefuse,         // rejected with a byte other than kLoaderAccepts
+  kDamagedPacket,  // a bit flips on the way to the loader
+  kDamagedAnswer,  // accepted, a bit of the answer flips
+  kLate,           // accepted, answered late
 };
 
 struct LoaderTrouble {
   int packet;  // 0 the header, 1 the first data packet, ...
   LoaderFault fault;
-  int times = 1;                    // how many sends of that packet it strikes
-  uint8_t answer = kLoaderRefuses;  // of kRefuse
-  milliseconds delay{0};            // of kLate
+  int times = 1;                    // number of transmissions of that packet that fail
+  uint8_t answer = kLoaderRefuses;  // for kRefuse
+  milliseconds delay{0};            // for kLate
 };
 
-// How a loader behaves; by default as one in good health.
+// Behaviour of a loader. The defaults are those of a healthy one.
 struct LoaderSetup {
-  milliseconds start_time{50};  // from the command to enter until it listens
-  milliseconds sign_delay{0};   // from the line being right until the sign
-  Bytes before_sign = {};       // bytes on the line just before the sign
+  milliseconds start_time{50};  // from the update command until it listens
+  milliseconds sign_delay{0};   // from correct line settings to the signature
+  Bytes before_sign = {};       // bytes sent just before the signature
   Bytes sign = {0xDC, 0x12};
-  milliseconds flash_time{0};  // from a packet to its answer
+  milliseconds flash_time{0};  // from a packet to the answer
   std::vector<LoaderTrouble> troubles = {};
 };
 
 class MicomLoader {
  public:
-  // Starts the loader. `line_settings` tells how the daemon's end of the line is set.
+  // Starts the loader. `line_settings` returns the settings of the daemon's end of the line.
   MicomLoader(LoaderSetup setup, std::function<termios()> line_settings, Clock::time_point now);
 
   void Feed(std::span<const uint8_t> bytes, Clock::time_point now);
   void Tick(Clock::time_point now);
 
-  // "loader waits for the line", "loader has 512 of 4000 bytes", "loader has new firmware, 4000
+  // "loader waiting for the line", "loader has 512 of 4000 bytes", "loader has new firmware, 4000
   // bytes".
   std::string Describe() const;
   bool IsComplete() const { return stage_ == Stage::kDone; }
-  // What is stored so far.
+  // The firmware stored so far.
   const Bytes& Firmware() const { return firmware_; }
 
   std::function<void(const std::string&)> on_words = [](const std::string&) {};

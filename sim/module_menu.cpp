@@ -5,7 +5,6 @@
 namespace sim {
 namespace {
 
-// The last line leaves the menu.
 constexpr std::array<const char*, 4> kNames = {"exposure", "white balance", "sharpness", "exit"};
 constexpr size_t kExit = kNames.size() - 1;
 

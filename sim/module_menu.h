@@ -1,4 +1,4 @@
-// The on-screen menu of a camera module: opened, walked through and changed by keys.
+// The on-screen menu of a camera module, operated by keys.
 #pragma once
 
 #include <array>
@@ -11,15 +11,15 @@ enum class MenuKey { kMenu, kUp, kDown, kLeft, kRight };
 
 class ModuleMenu {
  public:
-  // The menu key opens the menu and, on the exit line, closes it. Up and down move the cursor,
-  // round at the ends; left and right lower and raise the value of the line under it. Other keys
-  // than the menu key do nothing while the menu is closed.
+  // The menu key opens the menu; on the exit line it closes it. Up and down move the cursor and
+  // wrap around; left and right lower and raise the value at the cursor. All keys but the menu key
+  // do nothing while the menu is closed.
   void Press(MenuKey key);
 
   bool IsOpen() const { return is_open_; }
 
-  // The line under the cursor, and what the lines are called and hold. The last one, which leaves
-  // the menu, holds nothing.
+  // The line at the cursor, and the name and value of a line. The last line exits the menu and has
+  // no value.
   size_t Cursor() const { return cursor_; }
   static constexpr size_t kLines = 4;
   static const char* NameOf(size_t line);

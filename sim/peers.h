@@ -1,7 +1,7 @@
-// The processes around the daemon: PTZ clients, local senders and receivers, the system log.
+// The processes around the daemon: PTZ clients, local senders and receivers, and the system log.
 //
-// Each owns one socket: poll Fd(), then Receive. Receive and WaitFor give up after a limit; Send
-// waits for room. What cannot be opened or sent throws std::runtime_error.
+// Each owns one socket: poll Fd(), then call Receive. Receive and WaitFor return on timeout; Send
+// waits for buffer space. Errors throw std::runtime_error.
 #pragma once
 
 #include <cstdint>
@@ -19,15 +19,15 @@ namespace sim {
 // A client of the daemon's PTZ TCP port.
 class PtzClient {
  public:
-  // Connects to 127.0.0.1:port, with a receive buffer of about `receive_buffer` bytes when that
-  // is not 0. Throws std::runtime_error when refused.
+  // Connects to 127.0.0.1:port. `receive_buffer` is the approximate size of the receive buffer; 0:
+  // the default. Throws std::runtime_error if the connection is refused.
   explicit PtzClient(int port, int receive_buffer = 0);
 
   int Fd() const { return fd_.Get(); }
   void Send(std::span<const uint8_t> bytes);
-  // Exactly `count` bytes, or fewer when `limit` passes or the daemon closes first.
+  // Returns `count` bytes, or fewer on timeout or when the daemon closes the connection.
   Bytes Receive(size_t count, milliseconds limit = kPatience);
-  // Waits for the daemon to close the connection; bytes on the way are dropped.
+  // Waits for the daemon to close the connection and discards received bytes.
   bool WaitClosed(milliseconds limit = kPatience);
   void Close() { fd_.Reset(); }
 
@@ -35,7 +35,7 @@ class PtzClient {
   tools::UniqueFd fd_;
 };
 
-// A local UDP socket on 127.0.0.1, bound to `port` (0: any).
+// A UDP socket on 127.0.0.1, bound to `port` (0: any).
 class UdpPeer {
  public:
   explicit UdpPeer(int port = 0);
@@ -43,23 +43,24 @@ class UdpPeer {
   int Fd() const { return fd_.Get(); }
   int Port() const;
   void SendTo(int port, std::span<const uint8_t> bytes);
-  // The next datagram, or nothing when none comes within `limit`.
+  // Returns the next datagram, or nullopt on timeout.
   std::optional<Bytes> Receive(milliseconds limit = kPatience);
 
  private:
   tools::UniqueFd fd_;
 };
 
-// What a serial data datagram carried; nothing when it is not one.
+// The payload of a serial data datagram; nullopt for any other datagram.
 std::optional<Bytes> DecodeSerialData(std::span<const uint8_t> datagram);
 
 // A datagram for the daemon's UDP port: the code, then the bytes.
 Bytes DaemonDatagram(uint16_t code, std::span<const uint8_t> bytes = {});
 
-// A command-channel packet as a process without a port of its own sends it.
+// A command-channel packet of a sender without a port of its own.
 Bytes CommandPacket(int32_t command, std::span<const uint8_t> payload);
 
-// The record of a camera-control command for this daemon; of each parameter its low 8 bits count.
+// The record of a camera-control command for this daemon. Only the low 8 bits of each parameter
+// count.
 constexpr CameraControl Control(uint16_t code, int first = 0, int second = 0, int third = 0) {
   return {.target = CAMERA_CONTROL_TARGET,
           .code = code,
@@ -71,13 +72,14 @@ constexpr CameraControl Control(uint16_t code, int first = 0, int second = 0, in
 // The packet of a camera-control command.
 Bytes CameraControlPacket(const CameraControl& control);
 
-// Receives what processes of the world write to syslog, in place of the system's own log. Who does
-// not read it lets senders block after some ten messages.
+// Receives the syslog messages of the world in place of the system log. Read it regularly: senders
+// block after about ten unread messages.
 class SyslogRecorder {
  public:
   SyslogRecorder();
 
-  // Waits for a message that contains `text`. Returns it whole, priority included, or "".
+  // Waits for a message that contains `text`. Returns the whole message with its priority, or "" on
+  // timeout.
   std::string WaitFor(const std::string& text, milliseconds limit = kPatience);
   int Fd() const { return fd_.Get(); }
 

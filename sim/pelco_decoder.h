@@ -1,4 +1,4 @@
-// Reads a byte stream as Pelco-D.
+// Decodes a Pelco-D byte stream.
 #pragma once
 
 #include <cstdint>
@@ -10,16 +10,16 @@
 
 namespace sim {
 
-// True for a frame whose command 2 is an extended command (preset, auxiliary, ...).
+// True if command 2 of the frame is an extended command (preset, auxiliary, ...).
 bool IsPelcoExtended(const PelcoFrame& frame);
 
-// Cuts a stream into frames. Bytes that belong to no good frame (wrong address, wrong checksum,
-// anything before a sync byte) are handed out as noise, in order.
+// Splits a stream into frames. Bytes outside a valid frame (wrong address or checksum, anything
+// before a sync byte) go to on_noise, in order.
 class PelcoDecoder {
  public:
   void Feed(std::span<const uint8_t> bytes);
 
-  // Hands the bytes of an unfinished frame out as noise: nothing more is coming.
+  // Reports a partial frame as noise, when no more bytes are expected.
   void Flush();
 
   std::function<void(const PelcoFrame&)> on_frame = [](const PelcoFrame&) {};

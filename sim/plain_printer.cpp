@@ -7,11 +7,11 @@
 namespace sim {
 namespace {
 
-// How often the far end is described while it moves.
+// Interval of the reports on a moving far end.
 constexpr milliseconds kReportEvery{500};
-// Words that are said again after this long are printed again.
+// Repetitions within this time are counted instead of printed.
 constexpr milliseconds kSaidAgainWithin{200};
-// Most of a line of the daemon's that is printed on a terminal.
+// Maximum length of a line of the daemon on a terminal.
 constexpr size_t kLineShown = 120;
 
 }  // namespace

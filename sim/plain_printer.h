@@ -1,7 +1,7 @@
-// Prints what happens in the virtual device in plain lines, "WHO    | TEXT".
+// Prints the events of the virtual device as plain lines, "WHO    | TEXT".
 //
-// What is said several times in a row is printed once, with how often; a far end that moves is
-// described twice a second. On a terminal long lines of the daemon are cut.
+// Repeated words are printed once with a count, and a moving far end is described twice a second.
+// On a terminal, long lines of the daemon are truncated.
 #pragma once
 
 #include <cstdio>
@@ -26,11 +26,11 @@ class PlainPrinter : public EventSink {
 
   FILE* out_;
   bool is_terminal_;
-  // Words that may be said again.
+  // Words not printed yet, because they may repeat.
   DeviceEvent pending_ = {};
   int pending_count_ = 0;
   Clock::time_point pending_since_;
-  // What was last printed of the far end.
+  // The last report on the far end.
   bool was_moving_ = false;
   Clock::time_point last_report_;
   std::string last_description_;

@@ -40,7 +40,7 @@ void PtyLine::Send(std::span<const uint8_t> bytes) {
     const ssize_t sent = write(far_.Get(), bytes.data(), bytes.size());
     if (sent > 0) bytes = bytes.subspan(static_cast<size_t>(sent));
     if (sent < 0 && !WaitReady(far_.Get(), POLLOUT, end)) {
-      throw std::runtime_error("the line takes no bytes");
+      throw std::runtime_error("timeout writing to the line");
     }
   }
 }

@@ -1,4 +1,4 @@
-// A serial line made of a pty: the daemon has one end, the bench the other.
+// A serial line on a pty: one end for the daemon, one for the bench.
 #pragma once
 
 #include <termios.h>
@@ -18,7 +18,7 @@ using Bytes = std::vector<uint8_t>;
 
 using tools::Hex;
 
-// Bytes that came together, and when.
+// Bytes and their time of arrival.
 struct Arrival {
   Clock::time_point time;
   Bytes bytes;
@@ -26,34 +26,34 @@ struct Arrival {
 
 class PtyLine {
  public:
-  // Opens a pty and puts a link to the daemon's end at `path` (replacing one that is there).
-  // Throws std::runtime_error when there is none to be had.
+  // Opens a pty and links its daemon end to `path`, replacing an existing file. Throws
+  // std::runtime_error if no pty is available.
   explicit PtyLine(const std::string& path = "/dev/ttyS1");
 
-  // The far end: non-blocking, readable when the daemon wrote.
+  // The far end: non-blocking, readable after the daemon wrote.
   int FarEnd() const { return far_.Get(); }
 
   // Line settings of the daemon's end.
   termios Settings() const;
   void SetSettings(const termios& settings);
 
-  // Sends bytes to the daemon, waiting for room. Throws std::runtime_error when there is not enough
-  // within kPatience.
+  // Sends bytes to the daemon and waits for buffer space, at most kPatience; then throws
+  // std::runtime_error.
   void Send(std::span<const uint8_t> bytes);
 
-  // Takes what the daemon wrote: exactly `count` bytes, or fewer when `limit` passes first.
+  // Returns `count` bytes from the daemon, or fewer on timeout.
   Bytes Receive(size_t count, milliseconds limit = kPatience);
 
-  // The same, cut into frames of `size` bytes with the time each was complete; `limit` is that of
-  // each frame, and a last one that is short is returned too.
+  // Receives frames of `size` bytes and records when each was complete. `limit` applies to each
+  // frame; a short last frame is returned, too.
   std::vector<Arrival> ReceiveFrames(size_t frames, size_t size, milliseconds limit = kPatience);
 
-  // Closes both ends held here: the daemon sees the line hang up.
+  // Closes both ends held here, which hangs up the line.
   void HangUp();
 
  private:
   tools::UniqueFd far_;
-  tools::UniqueFd near_;  // keeps the line up while the daemon has it closed
+  tools::UniqueFd near_;  // keeps the line up while the daemon has closed it
 };
 
 }  // namespace sim

@@ -10,16 +10,16 @@
 namespace sim {
 namespace {
 
-// The highest zoom and focus speed that Pelco-D knows.
+// The maximum zoom and focus speed of Pelco-D.
 constexpr int kMotorSpeedMax = 3;
 
-// Degrees a second at a Pelco speed. Heads creep at speed 0 rather than stand.
+// Degrees a second at a Pelco speed. At speed 0, heads move slowly instead of stopping.
 double TurnRate(uint8_t speed, double at_top) {
   const double share = static_cast<double>(std::min(speed, PELCO_SPEED_MAX)) / PELCO_SPEED_MAX;
   return at_top * std::max(share, kHeadLowestShare);
 }
 
-// +1, -1 or 0 by which of two bits is set.
+// +1, -1 or 0, depending on the set bit.
 double Sign(bool positive, bool negative) {
   return (positive ? 1.0 : 0.0) - (negative ? 1.0 : 0.0);
 }
@@ -104,7 +104,7 @@ void PtzHead::TakeExtended(const PelcoFrame& frame) {
       presets_.erase(argument);
       break;
     case PELCO_GO_TO_PRESET:
-      // This head is as quick as its preset motors are: there at once.
+      // A simplification: this head moves to presets in no time.
       if (presets_.contains(argument)) pose_ = presets_[argument];
       break;
     case PELCO_ZOOM_SPEED:

@@ -1,7 +1,7 @@
-// A pan/tilt/zoom head on the far end of the line.
+// A pan/tilt/zoom head at the far end of the line.
 //
-// It decodes Pelco-D, turns its motors while a motion lasts, keeps presets, and answers each
-// frame as heads do: sync, address, alarms (none), checksum.
+// It decodes Pelco-D, turns its motors during a motion, stores presets, and answers each frame with
+// sync, address, alarms (none) and checksum.
 #pragma once
 
 #include <cstdint>
@@ -14,18 +14,18 @@
 
 namespace sim {
 
-// Where a head points.
+// The pose of a head.
 struct HeadPose {
   double pan = 0;     // degrees, 0 to 360 clockwise, endless
   double tilt = 0;    // degrees, -90 (down) to 90 (up)
   double zoom = 1;    // magnification, 1 to 20
-  double focus = 50;  // percent of the way from near (0) to far (100)
+  double focus = 50;  // percent, from near (0) to far (100)
 };
 
-// How fast it turns.
+// Motor speeds.
 constexpr double kHeadPanAtTop = 90;           // degrees a second at Pelco speed 63
 constexpr double kHeadTiltAtTop = 45;          // degrees a second at Pelco speed 63
-constexpr double kHeadLowestShare = 1.0 / 64;  // of the top, at Pelco speed 0
+constexpr double kHeadLowestShare = 1.0 / 64;  // of the top speed, at Pelco speed 0
 constexpr double kHeadZoomRate = 3;            // magnifications a second at zoom speed 1
 constexpr double kHeadFocusRate = 25;          // percent a second at focus speed 1
 

@@ -68,7 +68,7 @@ void SdModule::TakeFrame(const PelcoFrame& frame) {
   on_frame(frame);
   if (HasBody(frame, kModelQuery)) {
     answer_due_ = last_byte_ + kSdAnswerTime;
-    on_words("asked for its model");
+    on_words("model query");
     return;
   }
   if (!IsPelcoExtended(frame)) lens_.Zoom(ZoomDirection(frame));

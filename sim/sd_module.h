@@ -1,7 +1,7 @@
-// An SD camera module on the far end of the line.
+// An SD camera module at the far end of the line.
 //
-// It takes Pelco-D frames: keys for its menu, zoom that lasts until a frame without it, and the
-// query for its model, the only frame that it answers. It has no pan, tilt or focus motors.
+// It accepts Pelco-D frames: menu keys, zoom until a frame without zoom, and the model query, the
+// only frame it answers. It has no pan, tilt or focus motors.
 #pragma once
 
 #include <cstdint>

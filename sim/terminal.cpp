@@ -13,14 +13,14 @@
 namespace sim {
 namespace {
 
-// What stands for the characters of the screen in ASCII, one below the other.
+// ASCII replacements, each below the character it replaces.
 constexpr std::wstring_view kDrawn = L"─━●▼▸·…←↑↓→°×█";
 constexpr std::wstring_view kAscii = L"-=Ov>.~<^v> x_";
 static_assert(kDrawn.size() == kAscii.size());
 
 wchar_t AsciiFor(wchar_t character) {
   constexpr wchar_t kAsciiEnd = 0x80;
-  // Patterns of dots.
+  // Braille patterns.
   constexpr wchar_t kBraille = 0x2800;
   constexpr wchar_t kBrailleEnd = 0x2900;
   if (character < kAsciiEnd) return character;
@@ -29,7 +29,7 @@ wchar_t AsciiFor(wchar_t character) {
   return at == std::wstring_view::npos ? L'?' : kAscii[at];
 }
 
-// The number of a color's pair: those from 1 on are free.
+// Number of the color pair; pair 0 is reserved.
 short PairOf(short color) {
   return static_cast<short>(color + 2);
 }
@@ -47,7 +47,7 @@ std::unique_ptr<Terminal> Terminal::Open() {
 }
 
 Terminal::Terminal(bool utf8) : utf8_(utf8) {
-  constexpr int kEscapeDelayMs = 25;  // how long an escape sequence may take to come
+  constexpr int kEscapeDelayMs = 25;  // timeout for the rest of an escape sequence
   cbreak();
   noecho();
   nonl();
@@ -88,8 +88,7 @@ void Terminal::Frame(const Area& area, const std::string& heading) const {
   Write(area.row, area.col + 2, " " + heading + " ", kHead, area.cols - 4);
 }
 
-// A byte that belongs to no character, and a character that is not one cell wide, becomes a
-// question mark.
+// Replaces invalid bytes, and characters that are not one cell wide, with a question mark.
 std::wstring Terminal::Characters(std::string_view text) const {
   std::wstring characters;
   const auto& utf8 =

@@ -1,10 +1,9 @@
-// The terminal that a live screen is drawn on, by ncurses. One at a time.
+// The terminal of a live screen, drawn with ncurses. Only one may exist at a time.
 //
-// Texts are UTF-8; each character takes one cell. On a terminal without UTF-8 everything is drawn
-// in ASCII.
+// Texts are UTF-8, one cell per character. A terminal without UTF-8 shows ASCII replacements.
 #pragma once
 
-// Its macros would take names like "move" and "timeout" from everyone.
+// The ncurses macros would redefine common names such as "move" and "timeout".
 #define NCURSES_NOMACROS 1
 #define NCURSES_WIDECHAR 1
 #include <curses.h>
@@ -16,14 +15,13 @@
 
 namespace sim {
 
-// How text looks.
 struct Style {
   short color;  // -1 is the terminal's own
   attr_t attributes;
 };
 
 constexpr Style kPlain = {-1, A_NORMAL};
-constexpr Style kDim = {-1, A_DIM};              // frames, what is of little interest
+constexpr Style kDim = {-1, A_DIM};              // frames, minor details
 constexpr Style kTitle = {-1, A_REVERSE};        // the bar at the top
 constexpr Style kHead = {COLOR_CYAN, A_NORMAL};  // headings
 constexpr Style kValue = {-1, A_BOLD};           // figures
@@ -37,20 +35,20 @@ struct Area {
   int rows;
   int cols;
 
-  // The part of it within a frame.
+  // The area inside its frame.
   Area Inner() const { return {row + 1, col + 2, rows - 2, cols - 4}; }
 };
 
 class Terminal {
  public:
-  // Takes the terminal on standard input and output; null when it cannot be drawn on.
+  // Opens the terminal on standard input and output; null if it cannot be drawn on.
   static std::unique_ptr<Terminal> Open();
   Terminal(const Terminal&) = delete;
   Terminal& operator=(const Terminal&) = delete;
   // Restores the terminal.
   ~Terminal();
 
-  // Writes a text, at most `width` cells of it; a text that is cut ends in an ellipsis.
+  // Writes at most `width` cells of a text; an ellipsis marks truncation.
   void Write(int row, int col, std::string_view text, const Style& style = kPlain,
              int width = INT_MAX) const;
 
@@ -67,7 +65,7 @@ class Terminal {
 // The number of characters of a UTF-8 text.
 int Length(std::string_view text);
 
-// Leaves the screen of a process that has ended without doing so.
+// Restores the normal screen after another process died without doing so.
 void LeaveScreen();
 
 }  // namespace sim

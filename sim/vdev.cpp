@@ -1,4 +1,4 @@
-// vdev: runs the real daemon on a virtual device, in a world of its own.
+// vdev: runs the real daemon on a virtual device in a private world.
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -32,10 +32,11 @@ using sim::GuestCommand;
 using sim::SessionOptions;
 
 constexpr char kModels[] =
-    "Models: QB-210 and the like an SD module, QB-310 an HD module, QB-420 a motorized lens, all\n"
-    "others a PTZ head: QB-620, QB-610, any name.";
+    "Models: QB-210, QB-220 (SD module), QB-310 to QB-350 (HD module), QB-410 to QB-480 "
+    "(motorized\n"
+    "lens); any other name, e.g. QB-610 or QB-620, is a PTZ head.";
 
-// Beside this program, or in the directory where an installation has it.
+// The daemon next to this program, or else that of the same installation.
 std::string DefaultDaemon() {
   const std::filesystem::path here = sim::ProgramDirectory();
   const std::filesystem::path installed = here.parent_path() / "sbin" / "rs232d";
@@ -44,14 +45,14 @@ std::string DefaultDaemon() {
              : installed.string();
 }
 
-// Whether a screen can be drawn.
+// True if a live screen can be drawn.
 bool IsOnTerminal() {
   const char* kind = getenv("TERM");
   return isatty(STDIN_FILENO) != 0 && isatty(STDOUT_FILENO) != 0 && kind != nullptr &&
          *kind != '\0' && strcmp(kind, "dumb") != 0;
 }
 
-// Runs a session in a world.
+// Runs a session in a world and reports exceptions.
 int RunGuarded(const std::function<int()>& session) {
   return sim::RunInWorld([&session] {
     try {
@@ -72,18 +73,18 @@ std::string TakeBaudRate(std::string& text) {
   }
 }
 
-// The daemon cannot have a port that others have beside it.
+// The daemon cannot use a port of another interface.
 std::string CheckUdpPort(const std::string& text) {
   constexpr std::array kTaken = {RS232_COMMAND_PORT, SERIAL_DATA_PORT, CSYSMGR_PORT,
                                  CAMD_QUERY_PORT};
   const bool is_taken =
       std::ranges::any_of(kTaken, [&text](int port) { return text == std::to_string(port); });
-  return is_taken ? text + " is a port of another interface of the device" : "";
+  return is_taken ? text + " is in use by another interface of the device" : "";
 }
 
 void AddDeviceOptions(CLI::App* app, SessionOptions* options) {
   app->add_option("MODEL", options->device.model,
-                  "device model, which tells what is behind the line")
+                  "device model, which selects the simulated device")
       ->required()
       ->type_name("")
       ->check([](const std::string& model) {
@@ -100,24 +101,24 @@ void AddDeviceOptions(CLI::App* app, SessionOptions* options) {
       ->type_name("PORT")
       ->transform(tools::NumberFrom(1, INT16_MAX))
       ->capture_default_str();
-  app->add_option("--udp-port", options->device.udp_port, "the daemon's own UDP port")
+  app->add_option("--udp-port", options->device.udp_port, "UDP port of the daemon")
       ->type_name("PORT")
       ->transform(tools::NumberFrom(1, UINT16_MAX))
       ->check(CLI::Validator(CheckUdpPort, ""))
       ->capture_default_str();
-  app->add_option("--daemon", options->daemon, "the daemon to run")
+  app->add_option("--daemon", options->daemon, "daemon to run")
       ->type_name("PROGRAM")
       ->check(CLI::Validator(CLI::ExistingFile).description(""))
       ->capture_default_str();
   app->add_flag_function(
       "--trace,!--no-trace", [options](int64_t given) { options->trace = given > 0; },
-      "run the daemon with its trace (default, but for lens models), or without");
+      "run the daemon with or without its trace (default: with, except for lens models)");
   app->add_flag("--verbose", options->verbose,
-                "with a command or a shell: vdev's own lines go to standard error");
+                "with a command or shell: print the output of vdev to standard error");
   app->footer(kModels);
 }
 
-// The command line up to the first "--", and what follows it.
+// The arguments before the first "--", and the command after it.
 struct Arguments {
   int count;
   std::optional<GuestCommand> command;
@@ -152,35 +153,37 @@ int main(int argc, char** argv) {
   options.daemon = DefaultDaemon();
   std::optional<pid_t> pid;
 
-  CLI::App app{"Runs rs232d on a virtual device, in a private world of namespaces.", "vdev"};
+  CLI::App app{"Run rs232d on a virtual device, isolated in namespaces of its own.", "vdev"};
   app.require_subcommand(1);
   app.set_version_flag("--version", "vdev " RS232_VERSION, "Print the version");
-  app.footer("Every command has a --help of its own.\nExample: vdev run QB-620 --demo");
+  app.footer("Every command has a --help option.\nExample: vdev run QB-620 --demo");
   CLI::App* run = app.add_subcommand(
-      "run", "Start the daemon for MODEL with what that model has behind its serial line");
+      "run", "Run the daemon for MODEL with a simulated device on its serial line");
   AddDeviceOptions(run, &options);
-  run->add_flag("--plain", options.plain, "print plain lines also on a terminal");
-  run->add_flag("--demo", options.demo, "show a short scripted sequence first");
-  run->add_flag("--once", options.once, "end after the demonstration, status 0 if all was seen")
+  run->add_flag("--plain", options.plain, "print plain lines even on a terminal");
+  run->add_flag("--demo", options.demo, "run a short demonstration first");
+  run->add_flag("--once", options.once,
+                "exit after the demonstration, with status 0 if it succeeded")
       ->needs("--demo");
-  run->footer(
-      std::string(kModels) +
-      "\nOn a terminal the device is shown on a live screen. -- COMMAND [ARGS...] runs a command\n"
-      "beside the device instead; the exit status is the command's.\n"
-      "Examples: vdev run QB-620 --demo\n"
-      "          vdev run QB-620 -- rs232ctl stop");
-  CLI::App* shell = app.add_subcommand("shell", "The same with your shell as the command");
+  run->footer(std::string(kModels) +
+              "\nOn a terminal, vdev shows a live screen. With -- COMMAND [ARGS...], it runs a "
+              "command in the\n"
+              "device's world instead and returns its exit status.\n"
+              "Examples: vdev run QB-620 --demo\n"
+              "          vdev run QB-620 -- rs232ctl stop");
+  CLI::App* shell =
+      app.add_subcommand("shell", "Run the daemon for MODEL and a shell in the device's world");
   AddDeviceOptions(shell, &options);
   CLI::App* join = app.add_subcommand(
-      "join", "Run a command, or your shell, in the world of a virtual device that runs");
-  join->add_option("--pid", pid, "process id of the vdev, where several run")
+      "join", "Run a command, or a shell, in the world of a running virtual device");
+  join->add_option("--pid", pid, "process id of the vdev, if several are running")
       ->type_name("PID")
       ->transform(tools::NumberFrom(1, INT_MAX));
   join->footer("Example: vdev join -- rs232ctl monitor");
 
   try {
     app.parse(arguments.count, argv);
-  } catch (const CLI::Success& success) {  // help or version was asked for
+  } catch (const CLI::Success& success) {  // --help or --version
     return app.exit(success);
   } catch (const CLI::ParseError& error) {
     fprintf(stderr, "vdev: %s\n", tools::DescribeParseError(app, error).c_str());
@@ -188,11 +191,11 @@ int main(int argc, char** argv) {
   }
   const bool has_command = arguments.command.has_value();
   if (has_command && arguments.command->words.empty()) {
-    fprintf(stderr, "vdev: there is no command behind --\n");
+    fprintf(stderr, "vdev: missing command after --\n");
     return tools::EXIT_STATUS_USAGE;
   }
   if (has_command && (shell->parsed() || options.demo)) {
-    fprintf(stderr, "vdev: a command follows -- only in 'run' without --demo, and in 'join'\n");
+    fprintf(stderr, "vdev: -- COMMAND is valid only with 'join' and with 'run' without --demo\n");
     return tools::EXIT_STATUS_USAGE;
   }
   const sim::TerminalKeeper keeper;

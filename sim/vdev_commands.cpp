@@ -23,19 +23,20 @@ using enum tools::DeviceMode;
 
 // --- Verbs of rs232ctl ptz ---------------------------------------------------------------------
 
-// The rest of a line that begins with a name of one word or more; nothing for another line.
+// The rest of a line after a name of one or more words; nullopt if the line does not begin with it.
 std::optional<std::string> RestAfter(const std::string& name, const std::string& line) {
   if (line == name) return "";
   if (!line.starts_with(name + " ")) return std::nullopt;
   return line.substr(std::min(line.find_first_not_of(' ', name.size()), line.size()));
 }
 
-// Runs `rs232ctl ptz LINE` within this process. The device would stand still during --for, and help
-// does not belong on the screen.
+// Runs `rs232ctl ptz LINE` in this process. Rejects --for, which would block the device, and help,
+// which would disturb the screen.
 void RunVerb(const std::string& line, VirtualDevice* device) {
   for (const char* option : {" --for", " --help", " -h"}) {
     if (line.find(option) == std::string::npos) continue;
-    device->Note(std::string("no") + option + " here; use vdev join -- rs232ctl ptz ...");
+    device->Note(std::string("unsupported option") + option +
+                 "; use vdev join -- rs232ctl ptz ...");
     return;
   }
   CLI::App app;
@@ -49,13 +50,13 @@ void RunVerb(const std::string& line, VirtualDevice* device) {
   }
 }
 
-// --- Words of vdev's own -----------------------------------------------------------------------
+// --- Additional words --------------------------------------------------------------------------
 
 void SendRaw(VirtualDevice* device, const Bytes& bytes) {
   device->rig.SendUdp(DaemonDatagram(RS232_UDP_WRITE, bytes));
 }
 
-// "stop [zoom|focus]". Zoom and focus of a lens stop by a code each.
+// "stop [zoom|focus]". Zoom and focus of a lens have separate stop codes.
 void Stop(const std::string& motor, VirtualDevice* device) {
   const std::string& model = device->rig.config.model;
   if (tools::IsStoppedByFrame(model)) {
@@ -68,14 +69,14 @@ void Stop(const std::string& motor, VirtualDevice* device) {
     device->rig.Control(CAMERA_CODE_FOCUS);
 }
 
-// "update [BYTES]": a firmware image of that size, then the command.
+// "update [BYTES]": installs a firmware image of that size, then orders the update.
 void Update(const std::string& text, VirtualDevice* device) {
   constexpr int kMost = 1'000'000;
   const auto size = tools::ParseNumber(text.empty() ? "3000" : text, 0, kMost);
   if (size.has_value()) {
     device->UpdateFirmware(static_cast<size_t>(*size));
   } else {
-    device->Note("usage: update [BYTES], at most " + std::to_string(kMost));
+    device->Note("usage: update [BYTES], BYTES at most " + std::to_string(kMost));
   }
 }
 
@@ -91,7 +92,7 @@ struct WordRow {
   const char* word;
   const char* arguments;
   const char* help;
-  const char* verb;  // what it is short for; else null
+  const char* verb;  // the verb that it abbreviates; else null
   void (*run)(const std::string& rest, VirtualDevice* device);
 };
 
@@ -105,17 +106,17 @@ constexpr auto kWords = std::to_array<WordRow>({
     {"preset", "N", "set preset N", "preset set", nullptr},
     {"goto", "N", "go to preset N", "preset go", nullptr},
     {"clear", "N", "clear preset N", "preset clear", nullptr},
-    {"tcp", "TEXT", "bytes from a PTZ client to the line", nullptr,
+    {"tcp", "TEXT", "send text from a PTZ client to the line", nullptr,
      [](const std::string& text, VirtualDevice* device) { device->SendByClient(text); }},
-    {"udp", "TEXT", "bytes from a local process to the line", nullptr,
+    {"udp", "TEXT", "send text from a local process to the line", nullptr,
      [](const std::string& text, VirtualDevice* device) { SendRaw(device, BytesOf(text)); }},
-    {"say", "TEXT", "bytes from the far end", nullptr,
+    {"say", "TEXT", "send text from the far end", nullptr,
      [](const std::string& text, VirtualDevice* device) { device->rig.line.Send(BytesOf(text)); }},
-    {"update", "[BYTES]", "new firmware, then a reboot (QB-3xx, QB-4xx)", nullptr, Update},
+    {"update", "[BYTES]", "update the firmware, then reboot (QB-3xx, QB-4xx)", nullptr, Update},
     {"help", "", "list these commands", nullptr, Help},
 });
 
-// The line as `rs232ctl ptz` takes it; nothing for a word of vdev's own, as `stop` is.
+// The line in the form of `rs232ctl ptz`; nullopt for a word without a verb, such as `stop`.
 std::optional<std::string> VerbLine(const std::string& line) {
   for (const tools::PtzVerb& verb : tools::PtzVerbs()) {
     if (&verb != &tools::PtzStopVerb() && RestAfter(verb.name, line).has_value()) return line;
@@ -135,7 +136,7 @@ constexpr char kFarEndText[] = "hello from the far end";
 
 struct Script {
   unsigned modes;
-  const char* needs;  // what the model has to answer; null: nothing
+  const char* needs;  // a verb that the model must support; null: none
   const char* steps;  // "COMMAND, MILLISECONDS; ..."
 };
 
@@ -143,14 +144,14 @@ constexpr auto kScripts = std::to_array<Script>({
     {MODE_RELAY, "pan-left",
      "move 40 -20 0, 1200; stop, 500; in, 900; stop, 500; preset 5, 300; move -90 0 0, 900;"
      "stop, 500; goto 5, 400"},
-    // the arrow keys of a common head are short taps
+    // the arrow keys of an ordinary head are short taps
     {MODE_RELAY, nullptr, "right, 600; up, 600; in, 900; stop, 500; menu, 500"},
     {MODE_SD, nullptr,
      "menu, 200; down, 200; right, 200; down, 200; down, 200; menu, 200; in, 900; stop, 300;"
      "out, 400; stop, 300"},
     {MODE_HD, nullptr,
      "menu, 200; up, 200; menu, 200; in, 900; stop, 300; near, 500; stop, 300; search, 700"},
-    // the start-up comes first; the focus follows the zoom, and each stop starts a search
+    // wait for the start-up; the focus follows the zoom, and each stop starts a search
     {MODE_LENS, nullptr, ", 2000; code 2002 0 0 -89, 1200; stop, 2500; in, 600; stop, 2500"},
 });
 
@@ -164,26 +165,28 @@ struct Expectation {
 constexpr unsigned kModules = MODE_SD | MODE_HD;
 
 constexpr auto kExpectations = std::to_array<Expectation>({
-    {MODE_RELAY, kUnderstood, "\n", "a frame that the head understands"},
-    {kModules, kUnderstood, "menu key", "a key of the menu"},
+    {MODE_RELAY, kUnderstood, "\n", "a frame decoded by the head"},
+    {kModules, kUnderstood, "menu key", "a menu key"},
     {kModules, kUnderstood, "zoom tele", "zoom"},
     {MODE_SD, "info", "VERSION=0.0\nMODEL=18\nRESOLUTION=sd\n", "the camera information file"},
     {MODE_HD, "info", "VERSION=2.1\nMODEL=Sony 2M\nRESOLUTION=1080p\n",
      "the camera information file"},
     {MODE_HD, kUnderstood, "focus search", "a focus search"},
-    {MODE_HD, kUnderstood, "all bytes are there", "new firmware in the micom"},
-    {MODE_HD, "daemon", "* write 100%", "the progress of the update"},
-    {MODE_HD, "sysmgr", "notice of a reboot", "the notice of a reboot at the system manager"},
-    {MODE_HD, "system", " reboot", "the reboot"},
     {MODE_LENS, "info", "VERSION=1.5-s\n", "the version of the lens's micom"},
     {MODE_LENS, kUnderstood, "zoom 10 steps wide", "a zoom drive"},
-    {MODE_LENS, kUnderstood, "focus measure", "measures of a focus search"},
+    {MODE_LENS, kUnderstood, "focus measure", "focus measures of a search"},
     {MODE_LENS, "daemon", "TRACE\t", "a trace point"},
-    {tools::MODES_ALL, kToLine, kClientText, "bytes of the PTZ client on the line"},
-    {tools::MODES_ALL, kToLine, kUdpText, "bytes of the local process on the line"},
-    // a lens mode passes no serial data on
-    {MODE_RELAY | kModules, kToClient, kFarEndText, "bytes of the far end at the PTZ client"},
-    {MODE_RELAY | kModules, kToDataPort, kFarEndText, "bytes of the far end at the data port"},
+    {tools::MODES_ALL, kToLine, kClientText, "bytes from the PTZ client on the line"},
+    {tools::MODES_ALL, kToLine, kUdpText, "bytes from the local process on the line"},
+    // the lens mode relays no serial data
+    {MODE_RELAY | kModules, kToClient, kFarEndText, "bytes from the far end at the PTZ client"},
+    {MODE_RELAY | kModules, kToDataPort, kFarEndText, "bytes from the far end at the data port"},
+});
+constexpr auto kUpdateExpectations = std::to_array<Expectation>({
+    {MODE_HD, kUnderstood, "all bytes received", "new firmware in the micom"},
+    {MODE_HD, "daemon", "* write 100%", "the progress of the update"},
+    {MODE_HD, "sysmgr", "notice of a reboot", "the reboot notice to the system manager"},
+    {MODE_HD, "system", " reboot", "the reboot"},
 });
 
 }  // namespace
@@ -227,12 +230,12 @@ std::vector<HelpLine> CommandHelp() {
     }
     lines.push_back({std::string(row.word) + " " + row.arguments, help});
   }
-  lines.push_back({"quit", "end (so does Ctrl-C)"});
+  lines.push_back({"quit", "quit (or press Ctrl-C)"});
   lines.push_back({"VERB ...", "any verb of rs232ctl ptz, with its arguments"});
   return lines;
 }
 
-std::vector<ScriptStep> DemoScript(const std::string& model) {
+std::vector<ScriptStep> DemoScript(const std::string& model, bool updates) {
   const tools::DeviceMode mode = tools::ModeOfModel(model);
   const auto* script = std::ranges::find_if(kScripts, [&](const Script& each) {
     return (each.modes & mode) != 0 &&
@@ -252,20 +255,22 @@ std::vector<ScriptStep> DemoScript(const std::string& model) {
   steps.push_back({std::string("tcp ") + kClientText, kWatch});
   steps.push_back({std::string("udp ") + kUdpText, kWatch});
   if (mode != MODE_LENS) steps.push_back({std::string("say ") + kFarEndText, kWatch});
-  // The daemon gives the system ten seconds between the update and the reboot.
-  if (mode == MODE_HD) steps.push_back({"update", milliseconds(30'000)});
+  // The daemon waits ten seconds between the update and the reboot.
+  if (mode == MODE_HD && updates) steps.push_back({"update", milliseconds(30'000)});
   return steps;
 }
 
-bool DemoShowedAll(VirtualDevice* device) {
+bool DemoShowedAll(VirtualDevice* device, bool updates) {
   const tools::DeviceMode mode = tools::ModeOfModel(device->rig.config.model);
   bool all = true;
-  for (const Expectation& expected : kExpectations) {
-    if ((expected.modes & mode) == 0) continue;
-    if (device->Seen(expected.stream).find(expected.text) != std::string::npos) continue;
+  const auto look = [&](const Expectation& expected) {
+    if ((expected.modes & mode) == 0) return;
+    if (device->Seen(expected.stream).find(expected.text) != std::string::npos) return;
     device->Note(std::string("not seen: ") + expected.what);
     all = false;
-  }
+  };
+  std::ranges::for_each(kExpectations, look);
+  if (updates) std::ranges::for_each(kUpdateExpectations, look);
   return all;
 }
 

@@ -30,7 +30,7 @@ namespace {
 
 constexpr milliseconds kLook{50};
 
-// The signals that concern a session, readable from a descriptor while this object lives.
+// Blocks the signals of a session and makes them readable from a descriptor.
 class SessionSignals {
  public:
   SessionSignals() {
@@ -48,14 +48,14 @@ class SessionSignals {
 
   int Fd() const { return fd_.Get(); }
 
-  // Takes the next signal that has come.
+  // Returns the next pending signal.
   std::optional<signalfd_siginfo> Take() const {
     signalfd_siginfo info = {};
     if (read(fd_.Get(), &info, sizeof(info)) != sizeof(info)) return std::nullopt;
     return info;
   }
 
-  // Takes every signal that has come. Returns one by which the user ends the session, or 0.
+  // Reads all pending signals. Returns one that ends the session, or 0.
   int TakeEnd() const {
     int end = 0;
     while (const auto info = Take()) {
@@ -71,12 +71,12 @@ class SessionSignals {
 
 // How a session ended.
 struct Ending {
-  bool by_user;  // else the daemon ended, or rebooted the device
-  int signal;    // by which the user did; 0 for none
+  bool by_user;  // else the daemon exited or rebooted the device
+  int signal;    // that the user sent; 0: none
 };
 
-// Serves the device and, every `pace`, the user, until the daemon ends, a signal comes, or
-// `serve_user` returns false.
+// Serves the device and, every `pace`, calls `serve_user`, until the daemon exits, a signal
+// arrives, or `serve_user` returns false.
 Ending Serve(VirtualDevice* device, const SessionSignals& signals, milliseconds pace,
              const std::function<bool()>& serve_user) {
   while (device->Serve(pace, signals.Fd())) {
@@ -87,7 +87,7 @@ Ending Serve(VirtualDevice* device, const SessionSignals& signals, milliseconds 
 }
 
 DeviceSetup SetupOf(const SessionOptions& options) {
-  // A lens takes a hundred frames a second: what it makes of them says more than their bytes.
+  // A lens receives a hundred frames a second; their meaning says more than their bytes.
   const bool quiet = tools::ModeOfModel(options.device.model) == tools::MODE_LENS;
   DeviceSetup setup;
   setup.daemon = options.daemon;
@@ -101,14 +101,15 @@ int Stop(VirtualDevice* device, const Ending& ending) {
   return good ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
-// The script of a demonstration, played while the device is served.
+// Plays the script of a demonstration while the device is served.
 class Player {
  public:
   explicit Player(const SessionOptions& options) {
-    if (options.demo) script_ = DemoScript(options.device.model);
+    // A device that the user goes on driving must not have rebooted.
+    if (options.demo) script_ = DemoScript(options.device.model, options.once);
   }
 
-  // Plays the steps that are due. Returns false once the script is over.
+  // Plays the next step if it is due. Returns false at the end of the script.
   bool Serve(VirtualDevice* device) {
     if (Clock::now() < due_) return true;
     if (next_ == script_.size()) return false;
@@ -125,20 +126,21 @@ class Player {
   Clock::time_point due_;
 };
 
-// Lines typed by the user; ends at the end of the input.
+// Commands typed by the user, until the end of the input.
 class Input {
  public:
   explicit Input(VirtualDevice* device) : device_(device) {}
 
-  // Takes lines from now on.
+  // Starts reading commands.
   void Open() {
     if (std::exchange(is_open_, true)) return;
     device_->Note(
-        "drive the device by typing: right, in, stop, tcp TEXT, ... (help lists all); Ctrl-C ends");
+        "type commands to drive the device: right, in, stop, tcp TEXT, ... (help lists all); "
+        "Ctrl-C quits");
     device_->rig.Watch(STDIN_FILENO, [this] { Take(); });
   }
 
-  // Whether a line has said quit.
+  // True after a quit command.
   bool HasQuit() const { return has_quit_; }
 
  private:
@@ -165,8 +167,8 @@ bool FitsScreen() {
   if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0) return false;
   if (size.ws_row >= kScreenRowsMin && size.ws_col >= kScreenColsMin) return true;
   printf(
-      "vdev   | this terminal has %d by %d characters, the live screen needs %d by %d: plain "
-      "lines\n",
+      "vdev   | the terminal has %d by %d characters, but the live screen needs %d by %d; using "
+      "plain lines\n",
       size.ws_col, size.ws_row, kScreenColsMin, kScreenRowsMin);
   return false;
 }
@@ -175,10 +177,10 @@ int ShowScreen(const SessionOptions& options, LiveScreen* screen) {
   constexpr milliseconds kDrawEvery{40};
   const SessionSignals signals;
   DeviceSetup setup = SetupOf(options);
-  setup.data_port = options.demo;  // whoever joins the world wants it
+  setup.data_port = options.demo;  // else left to commands that join the world
   VirtualDevice device(options.device, setup, screen);
   if (!device.Start()) {
-    device.Note(options.daemon + " did not come up");
+    device.Note(options.daemon + " failed to start");
     return EXIT_FAILURE;
   }
   Player player(options);
@@ -208,7 +210,7 @@ pid_t StartGuest(const GuestCommand& command, const std::string& model,
   _exit(ExecGuest(command, model));
 }
 
-// A module or a lens reports its version soon after the start, and a command may rely on that.
+// Waits until a module or lens has reported its version, since a command may rely on it.
 Ending AwaitIntroduction(VirtualDevice* device, const SessionSignals& signals) {
   const auto end = Clock::now() + kPatience;
   const bool is_silent = tools::ModeOfModel(device->rig.config.model) == tools::MODE_RELAY;
@@ -216,7 +218,7 @@ Ending AwaitIntroduction(VirtualDevice* device, const SessionSignals& signals) {
                [&] { return !is_silent && device->CameraInfo().empty() && Clock::now() < end; });
 }
 
-// Passes signals on to the command: those of the terminal reach it by themselves.
+// Forwards signals to the command, except those of the terminal, which reach it directly.
 void PassSignals(const SessionSignals& signals, pid_t guest) {
   while (const auto info = signals.Take()) {
     if (info->ssi_signo != SIGCHLD && info->ssi_code != SI_KERNEL) {
@@ -225,14 +227,15 @@ void PassSignals(const SessionSignals& signals, pid_t guest) {
   }
 }
 
-// Serves the device, also one whose daemon has ended, until the command ends. Returns its exit
-// status.
+// Serves the device until the command exits, even after the daemon has exited. Returns the exit
+// status of the command.
 int ServeGuest(VirtualDevice* device, pid_t guest, const SessionSignals& signals) {
   bool is_serving = true;
   while (true) {
     if (!device->Serve(kLook, signals.Fd()) && std::exchange(is_serving, false)) {
-      fprintf(stderr, "vdev: rs232d %s\n",
-              device->IsRebooting() ? "has rebooted the device and serves no longer" : "has ended");
+      fprintf(
+          stderr, "vdev: rs232d %s\n",
+          device->IsRebooting() ? "has rebooted the device and no longer serves" : "has exited");
     }
     PassSignals(signals, guest);
     int status = 0;
@@ -250,7 +253,7 @@ int RunPlainSession(const SessionOptions& options) {
   setup.record = options.demo;
   VirtualDevice device(options.device, setup, &printer);
   if (!device.Start()) {
-    device.Note(options.daemon + " did not come up");
+    device.Note(options.daemon + " failed to start");
     return EXIT_FAILURE;
   }
   Player player(options);
@@ -258,7 +261,7 @@ int RunPlainSession(const SessionOptions& options) {
   bool is_playing = options.demo;
   bool showed_all = true;
   const auto end_demo = [&] {
-    if (std::exchange(is_playing, false)) showed_all = DemoShowedAll(&device);
+    if (std::exchange(is_playing, false)) showed_all = DemoShowedAll(&device, options.once);
   };
   const Ending ending = Serve(&device, signals, kLook, [&] {
     if (player.Serve(&device)) return true;
@@ -296,7 +299,7 @@ int RunCommandSession(const SessionOptions& options, const GuestCommand& command
       fflush(log.get());
       fputs(ReadTextFile(kSessionLog).c_str(), stderr);
     }
-    fprintf(stderr, "vdev: %s did not come up\n", options.daemon.c_str());
+    fprintf(stderr, "vdev: %s failed to start\n", options.daemon.c_str());
     return EXIT_FAILURE;
   }
   const Ending introduction = AwaitIntroduction(&device, signals);
@@ -305,7 +308,7 @@ int RunCommandSession(const SessionOptions& options, const GuestCommand& command
     return kSignalBase + introduction.signal;
   }
   if (log) {
-    fprintf(stderr, "vdev: rs232d serves %s; vdev's own lines go to %s\n",
+    fprintf(stderr, "vdev: rs232d serves %s; the output of vdev goes to %s\n",
             options.device.model.c_str(), kSessionLog);
   }
   const pid_t guest = StartGuest(command, options.device.model, signals);

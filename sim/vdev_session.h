@@ -1,6 +1,5 @@
-// What a user does with a virtual device: watch and drive it line by line, drive it on a live
-// screen, or run a command beside it. Each runs within the device's world and returns the exit
-// status of vdev.
+// The sessions of a virtual device: plain lines, a live screen, or a command beside the device.
+// Each runs inside the device's world and returns the exit status of vdev.
 #pragma once
 
 #include <optional>
@@ -15,23 +14,23 @@ struct SessionOptions {
   DeviceConfig device;
   std::string daemon;
   std::optional<bool> trace;
-  bool plain = false;    // no live screen, on a terminal either
-  bool demo = false;     // show the model's script first
-  bool once = false;     // end after the script
-  bool verbose = false;  // a command: lines go to standard error
+  bool plain = false;    // no live screen, even on a terminal
+  bool demo = false;     // run the model's demo script first
+  bool once = false;     // exit after the script
+  bool verbose = false;  // with a command: print lines to standard error
 };
 
-// The lines of a session with a command go here, unless it is verbose.
+// Output of a command session that is not verbose.
 constexpr char kSessionLog[] = "/dev/.world/vdev.log";
 
-// Prints plain lines and takes commands from standard input.
+// Prints plain lines and reads commands from standard input.
 int RunPlainSession(const SessionOptions& options);
 
-// Shows the device on the terminal. Runs a plain session where the terminal cannot be drawn on,
-// and where it is too small, after one line that says so.
+// Shows the device on the terminal. If the terminal is unsuitable or too small, prints a line to
+// that effect and runs a plain session.
 int RunScreenSession(const SessionOptions& options);
 
-// Runs the command once the daemon serves. The exit status is the command's.
+// Runs the command once the daemon serves. Returns the exit status of the command.
 int RunCommandSession(const SessionOptions& options, const GuestCommand& command);
 
 }  // namespace sim

@@ -27,8 +27,11 @@
 namespace sim {
 namespace {
 
-// A file that has not changed for this long is complete.
+// A file unchanged for this long is complete.
 constexpr milliseconds kFileSettled{50};
+
+// Timeout for the rest of a firmware update and the pauses before the reboot.
+constexpr milliseconds kStopPatience{30'000};
 
 constexpr char kCameraInfoPath[] = "/var/nvt/camera.info";
 
@@ -67,7 +70,7 @@ VirtualDevice::VirtualDevice(const DeviceConfig& config, DeviceSetup setup, Even
     Tell(EventKind::kNote, "sysmgr",
          (IsRebootNotice(*notice) ? "notice of a reboot: " : "notice: ") + Dump(*notice));
   });
-  // A process that writes to a full system log waits, so the log is emptied.
+  // Drain the system log: a process that writes to a full one blocks.
   rig.Watch(syslog_.Fd(), [this] {
     const std::string message = syslog_.WaitFor("", milliseconds(0));
     if (!message.empty()) Tell(EventKind::kNote, "syslog", tools::PlainText(BytesOf(message)));
@@ -96,7 +99,7 @@ void VirtualDevice::LaunchDaemon() {
   if (pipe2(pipe_fds, O_CLOEXEC | O_NONBLOCK) != 0) throw std::runtime_error("cannot make a pipe");
   output_.Reset(pipe_fds[0]);
   const tools::UniqueFd write_end(pipe_fds[1]);
-  // The daemon's end blocks: it must not lose lines while they are being printed here.
+  // Keep the daemon's end blocking, so that the daemon drops no lines.
   fcntl(write_end.Get(), F_SETFL, 0);
   rig.Launch(setup_.daemon,
              setup_.trace ? std::vector<std::string>{"1"} : std::vector<std::string>{},
@@ -156,8 +159,8 @@ void VirtualDevice::TakeDaemonLines() {
   ssize_t count = 0;
   while ((count = read(output_.Get(), bytes.data(), bytes.size())) > 0)
     output_text_.append(bytes.data(), static_cast<size_t>(count));
-  // No writer is left: the last line may lack its line feed, and a closed pipe would be readable
-  // for ever.
+  // End of file: complete an unfinished last line, and stop polling a pipe that would stay
+  // readable.
   if (count == 0) {
     if (!output_text_.empty() && output_text_.back() != '\n') output_text_ += '\n';
     rig.Unwatch(output_.Get());
@@ -193,7 +196,7 @@ void VirtualDevice::ServeClient() {
   client_.reset();
 }
 
-// Lens and camera keep records for tests that judge a search; nobody reads them here.
+// Discards the records that the lens and the camera keep for tests.
 void VirtualDevice::DropRecords() {
   if (auto* lens = dynamic_cast<LensMicom*>(rig.far_end.get())) lens->TakeFrames();
   if (!rig.camera) return;
@@ -202,7 +205,7 @@ void VirtualDevice::DropRecords() {
   rig.camera->TakeExposureOrders();
 }
 
-// Reports the camera information file once it is complete: it is written line by line.
+// Reports the camera information file once it is complete; the daemon writes it line by line.
 void VirtualDevice::ReportCameraInfo() {
   const auto now = Clock::now();
   std::string info = ReadTextFile(kCameraInfoPath);
@@ -245,22 +248,24 @@ void VirtualDevice::UpdateFirmware(size_t payload) {
 bool VirtualDevice::Stop() {
   if (client_) rig.Unwatch(client_->Fd());
   client_.reset();
+  if (!is_rebooting_) {
+    rig.daemon->Signal(SIGTERM);
+    // A daemon that waits for an answer exits after it; one that updates firmware reboots.
+    Serve(kStopPatience, -1);
+  }
   if (is_rebooting_) {
-    Note("rs232d has rebooted the device and waits for the system to end it: ended");
+    Note("rs232d has rebooted the device; killed it, as the system would");
     rig.daemon->Signal(SIGKILL);
     return rig.daemon->WaitEnd() == -SIGKILL;
   }
-  rig.daemon->Signal(SIGTERM);
-  // A daemon that awaits an answer ends once it has it.
-  Serve(kPatience, -1);
   const auto status = rig.daemon->WaitEnd(milliseconds(0));
   TakeDaemonLines();
   if (!status.has_value()) {
-    Note("rs232d does not end");
+    Note("rs232d does not exit");
   } else if (*status < 0) {
-    Note(std::string("rs232d was ended by signal ") + strsignal(-*status));
+    Note(std::string("rs232d was killed by signal ") + strsignal(-*status));
   } else {
-    Note("rs232d ended with status " + std::to_string(*status));
+    Note("rs232d exited with status " + std::to_string(*status));
   }
   return status == 0;
 }

@@ -1,5 +1,5 @@
-// The virtual device: the daemon on a pty line with the far end of its model behind it, and the
-// processes around it. What each of them sees goes to a sink.
+// The virtual device: the daemon on a pty line, the far end of its model, and the processes around
+// it. Their events go to a sink.
 #pragma once
 
 #include <map>
@@ -12,43 +12,43 @@
 namespace sim {
 
 enum class EventKind {
-  kNote,    // one line, as it happens
+  kNote,    // one line of vdev or a peer
   kDaemon,  // one line that the daemon printed
-  kWords,   // what a far end or the camera daemon understood
+  kWords,   // a message understood by the far end or the camera daemon
 };
 
 struct DeviceEvent {
   EventKind kind;
   const char* who;   // "vdev", "daemon", "head", "client", ...: 6 characters at most
   std::string text;  // without a line feed
-  Bytes bytes;       // kWords: the frame that was understood, empty where there is none
+  Bytes bytes;       // kWords: the frame, empty if none
 };
 
-// Where the virtual device reports what happens: a printer of plain lines, a live screen.
+// Receives the events of the virtual device: a plain printer or a live screen.
 class EventSink {
  public:
   virtual ~EventSink() = default;
 
   virtual void Take(DeviceEvent event) = 0;
 
-  // Looks at the far end as it is now. Called every few milliseconds.
+  // Called every few milliseconds with the current far end.
   virtual void Observe(const FarEnd& /*far_end*/) {}
 };
 
-// What a virtual device consists of besides the device.
+// Components of a virtual device.
 struct DeviceSetup {
   std::string daemon;     // path of the daemon
-  bool trace = true;      // the daemon runs with its trace
-  bool data_port = true;  // the port of serial data datagrams is taken here
-  bool client = true;     // a PTZ client is connected
-  bool record = false;    // everything is kept for Seen
+  bool trace = true;      // run the daemon with its trace
+  bool data_port = true;  // bind the port of serial data datagrams
+  bool client = true;     // connect a PTZ client
+  bool record = false;    // keep all events for Seen
 };
 
-// The streams of Seen that are raw bytes.
+// The streams of Seen with raw bytes.
 constexpr char kToLine[] = "raw bytes at the far end of the line";
 constexpr char kToClient[] = "raw bytes at the PTZ client";
 constexpr char kToDataPort[] = "raw bytes of serial data datagrams";
-// All words that the far end and the camera daemon understood.
+// All words of the far end and the camera daemon.
 constexpr char kUnderstood[] = "words";
 
 class VirtualDevice {
@@ -57,35 +57,36 @@ class VirtualDevice {
   // std::runtime_error.
   VirtualDevice(const DeviceConfig& config, DeviceSetup setup, EventSink* sink);
 
-  // Waits until the daemon serves, then connects the PTZ client. Returns false when it does not.
+  // Waits until the daemon serves, then connects the PTZ client. Returns false if the daemon does
+  // not serve.
   bool Start();
 
-  // Serves every peer for as long as `limit`, or until `wake_fd` (-1: none) is readable.
-  // Returns false once the daemon has ended or the device reboots.
+  // Serves every peer for `limit`, or until `wake_fd` (-1: none) is readable. Returns false once
+  // the daemon has exited or the device reboots.
   bool Serve(milliseconds limit, int wake_fd);
 
-  // Leaves the port of serial data datagrams to others.
+  // Releases the port of serial data datagrams.
   void ReleaseDataPort();
 
-  // Whether the daemon has rebooted the device: it then only waits for the system to end it.
+  // True once the daemon has rebooted the device; the daemon then only waits to be killed.
   bool IsRebooting() const { return is_rebooting_; }
 
-  // The camera information file, once it is complete; "" before.
+  // The complete camera information file; "" until then.
   const std::string& CameraInfo() const { return camera_info_; }
 
-  // Everything that was seen in a stream: one of those above, or the lines of an event's `who`.
-  // Empty unless DeviceSetup asks for it: a session may last for days.
+  // Everything recorded in a stream: one of those above, or the lines of an event's `who`. Empty
+  // unless DeviceSetup::record is set: a session may last for days.
   const std::string& Seen(const std::string& stream) { return seen_[stream]; }
 
   void SendByClient(const std::string& text);
-  // Installs a firmware image with `payload` bytes behind its header and orders the update.
+  // Installs a firmware image with `payload` bytes after its header and orders the update.
   void UpdateFirmware(size_t payload);
 
-  // A line of the virtual device itself.
+  // Reports a line of the virtual device itself.
   void Note(const std::string& text) { Tell(EventKind::kNote, "vdev", text); }
 
-  // Stops the daemon by SIGTERM and reports how it ended. Returns true for status 0. A daemon that
-  // has rebooted the device is killed, as the system would do, which is good as well.
+  // Stops the daemon with SIGTERM and reports how it ended. Returns true for status 0. Kills a
+  // daemon that has rebooted the device, as the system would, and returns true as well.
   bool Stop();
 
   DeviceRig rig;
@@ -105,18 +106,18 @@ class VirtualDevice {
 
   DeviceSetup setup_;
   EventSink* sink_;
-  std::unique_ptr<UdpPeer> data_;  // null while the port is left to others
+  std::unique_ptr<UdpPeer> data_;  // null after ReleaseDataPort
   UdpPeer manager_;
   SyslogRecorder syslog_;
   tools::UniqueFd output_;
   std::string output_text_;
   std::unique_ptr<PtzClient> client_;
   std::map<std::string, std::string> seen_;
-  Bytes last_frame_;  // the far end's words about it come next
+  Bytes last_frame_;  // of the far end; its words follow
   std::string camera_info_;
   std::string new_camera_info_;
   Clock::time_point new_camera_info_since_;
-  size_t programs_seen_ = 0;  // bytes of their log
+  size_t programs_seen_ = 0;  // bytes of the program log
   bool is_rebooting_ = false;
 };
 
@@ -124,7 +125,7 @@ inline Bytes BytesOf(const std::string& text) {
   return Bytes(text.begin(), text.end());
 }
 
-// Takes the complete lines off the front of a text.
+// Removes the complete lines from the front of a text and returns them.
 std::vector<std::string> TakeLines(std::string* text);
 
 }  // namespace sim

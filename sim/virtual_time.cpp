@@ -16,10 +16,10 @@ void PreloadVirtualTime([[maybe_unused]] char** argv) {
   if (VirtualTime() != nullptr) return;
   std::filesystem::create_symlink(VTIME_PATH, kClockLibrary);
   setenv("LD_PRELOAD", kClockLibrary, 1);
-  // A sanitizer's runtime insists on being the first library otherwise.
+  // By default, a sanitizer's runtime must be the first library.
   setenv("ASAN_OPTIONS", "verify_asan_link_order=0", 0);
   execv("/proc/self/exe", argv);
-  throw std::runtime_error(std::string("cannot start again: ") + strerror(errno));
+  throw std::runtime_error(std::string("cannot restart: ") + strerror(errno));
 #endif
 }
 

@@ -1,34 +1,33 @@
 // One virtual clock for a test, the daemon and the tools that the test starts.
 //
-// libvtime.so is preloaded into all of them. While virtual time runs, every wait of theirs takes no
-// real time: the clock, which they share, jumps to the nearest end of a wait once every thread
-// waits and has found nothing ready since anything was last done. So simulated motors keep their
-// time however busy the machine is, and a wait of ten seconds is over at once. Processes that other
-// programs start (a shell of the daemon's, say) are not on the clock: it stands still while a
-// thread on the clock waits for one of them.
+// libvtime.so is preloaded into all of them. On virtual time, waits take no real time: when every
+// thread waits and has polled since the last activity, the shared clock jumps to the earliest
+// timeout. Simulated motors thus stay on time on a busy machine, and a wait of ten seconds returns
+// at once. Processes that other programs start, e.g. a shell of the daemon, do not use the clock:
+// it stands still while a thread on the clock waits for one of them.
 //
-// Not for tests that are about real time, that stop a process, or in which one process waits for a
-// lock of another: the clock would stand still for ever.
+// Unsuitable for tests of real time, tests that stop a process, and tests in which one process
+// waits for a lock of another: the clock would stand still forever.
 #pragma once
 
 #include <sys/types.h>
 
 #include <cstdint>
 
-// What libvtime.so offers to whoever finds its symbol `vtime_control`.
+// The interface of libvtime.so, exported as `vtime_control`.
 struct VtimeControl {
-  // Starts virtual time; the clock's memory is a file made at `path`. Returns whether it runs.
+  // Starts virtual time with its shared memory in a new file at `path`. Returns false on failure.
   bool (*start)(const char* path);
-  // From now on real time passes for this process, and for those that it starts.
+  // Returns this process, and those that it starts later, to real time.
   void (*stop)();
   bool (*is_running)();
-  // Time stands still between these two. `pid` has been started, with the library preloaded and
-  // VTIME_FILE in its environment; -1 where it could not be.
+  // Time stands still between these two calls. `pid` is the new process, which has the library
+  // preloaded and VTIME_FILE in its environment; -1 if it could not be started.
   void (*begin_spawn)();
   void (*end_spawn)(pid_t pid);
-  // Sets the wall clock by so much off what it would be.
+  // Shifts the wall clock by an offset from its normal value.
   void (*set_wall_offset)(int64_t ns);
-  // How often the threads of a process have waited so far, be it that nothing kept them waiting.
+  // Number of waits of all threads of a process so far, including those that returned at once.
   uint64_t (*waits)(pid_t pid);
 };
 
@@ -36,20 +35,20 @@ inline constexpr char VTIME_FILE[] = "RS232_VTIME_FILE";
 
 namespace sim {
 
-// The clock's memory and the library, in the world of a test. No path of the library may hold a
-// blank: the loader would take it for two.
+// The clock's memory and the library in the world of a test. The path of the library must not
+// contain a blank, which separates entries of LD_PRELOAD.
 inline constexpr char kClockFile[] = "/dev/.world/vtime";
 inline constexpr char kClockLibrary[] = "/dev/.world/libvtime.so";
 
-// Starts this program again with libvtime.so preloaded, unless that is the case; returns then. The
-// calling process is in a world. Without the library (a build for another processor) it just
-// returns, and all time is real.
+// Restarts this program with libvtime.so preloaded, unless it is loaded already. The calling
+// process must be in a world. Without the library (a build for another processor), returns and
+// leaves all time real.
 void PreloadVirtualTime(char** argv);
 
-// The library's control; null without it.
+// The interface of the preloaded library; null if it is not preloaded.
 const VtimeControl* VirtualTime();
 
-// Whether virtual time runs.
+// True if virtual time is running.
 bool IsTimeVirtual();
 
 }  // namespace sim

@@ -28,7 +28,7 @@ namespace {
 
 constexpr int kNamespaces = CLONE_NEWNS | CLONE_NEWNET | CLONE_NEWIPC | CLONE_NEWPID;
 
-// What could not be done, with the reason and the remedy.
+// The failed step with its reason and remedy.
 struct WorldError : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
@@ -64,14 +64,14 @@ void Mount(const std::string& source, const std::string& target, const char* typ
 
 // --- Namespaces --------------------------------------------------------------------------------
 
-// Becomes root of a user namespace in which the caller's own user is the only one.
+// Becomes root of a user namespace that contains only the caller's user.
 void MapCallerToRoot(uid_t user, gid_t group) {
   WriteFile("/proc/self/setgroups", "deny");
   WriteFile("/proc/self/uid_map", "0 " + std::to_string(user) + " 1");
   WriteFile("/proc/self/gid_map", "0 " + std::to_string(group) + " 1");
 }
 
-// Returns whether a user namespace was needed.
+// Returns true if a user namespace was needed.
 bool EnterNamespaces() {
   if (geteuid() == 0 && unshare(kNamespaces) == 0) return false;
   const uid_t user = geteuid();
@@ -94,7 +94,7 @@ void BringLoopbackUp() {
 
 // --- Files -------------------------------------------------------------------------------------
 
-// A new /dev with the usual devices and ptys of its own; it also holds the bench's files.
+// Mounts a new /dev with the usual devices, private ptys, and the directory of the bench's files.
 void MakeDev() {
   struct Node {
     std::string name;
@@ -124,15 +124,15 @@ void MakeDev() {
   MakeDirectory(kWorldDirectory);
 }
 
-// A writable layer to be laid over a directory.
+// A writable layer for an overlay on a directory.
 struct Layer {
   std::string path;  // the directory
   std::string upper;
   std::string work;
 };
 
-// Makes a layer for `path`. `made` are directories within it: they belong to the world's root
-// whoever owns those below.
+// Makes a layer for `path` with the directories `made`, which belong to the world's root whoever
+// owns them below.
 Layer MakeLayer(const std::string& path, const std::vector<std::string>& made) {
   const std::string base = std::string(kWorldDirectory) + path;
   Layer layer = {.path = path, .upper = base + "/upper", .work = base + "/work"};
@@ -149,12 +149,12 @@ void LayOver(const Layer& layer, bool user_namespace) {
             (user_namespace ? ",userxattr" : ""));
 }
 
-// Puts a program into a layer that does nothing but write down that it was run.
+// Installs a program that only logs its calls.
 void InstallRecorder(const Layer& layer, const std::string& program) {
   const std::string path = layer.upper + "/" + program;
   WriteFile(path, std::string("#!/bin/sh\nread up idle < /proc/uptime\n") +
                       "echo \"$up ${0##*/} $*\" >> " + kProgramLog + "\n");
-  Check(chmod(path.c_str(), 0755) == 0, "cannot make " + path + " a program");
+  Check(chmod(path.c_str(), 0755) == 0, "cannot make " + path + " executable");
 }
 
 void MakeFiles(bool user_namespace) {
@@ -173,7 +173,7 @@ void MakeFiles(bool user_namespace) {
 
 // --- Processes ---------------------------------------------------------------------------------
 
-// Whether a signal came from another process: those of a terminal reach the body by themselves.
+// True if another process sent the signal. Signals of a terminal reach the body directly.
 bool IsSent(const siginfo_t& info) {
   return info.si_code == SI_USER || info.si_code == SI_QUEUE || info.si_code == SI_TKILL;
 }
@@ -190,7 +190,7 @@ int StatusOf(int wait_status) {
   return WIFEXITED(wait_status) ? WEXITSTATUS(wait_status) : kSignalBase + WTERMSIG(wait_status);
 }
 
-// Reaps children until `child` has ended, passing signals on to it. Returns its exit status.
+// Reaps children and forwards signals to `child` until it exits. Returns its exit status.
 int AwaitChild(pid_t child) {
   const sigset_t signals = HandledSignals();
   while (true) {
@@ -209,7 +209,7 @@ int AwaitChild(pid_t child) {
 }
 
 pid_t Fork() {
-  // Where a caller's caller ignored it the end of a child would not be told.
+  // An inherited SIG_IGN would suppress the signal for the end of a child.
   signal(SIGCHLD, SIG_DFL);
   fflush(nullptr);
   const pid_t child = fork();
@@ -217,7 +217,7 @@ pid_t Fork() {
   return child;
 }
 
-// The first process of the world: lays its files out, runs the body in a child, reaps.
+// Runs as the first process of the world: sets up its files, runs the body in a child, and reaps.
 int RunFirstProcess(const std::function<int()>& body, bool user_namespace,
                     const sigset_t& caller_signals) {
   MakeFiles(user_namespace);
@@ -228,7 +228,7 @@ int RunFirstProcess(const std::function<int()>& body, bool user_namespace,
   exit(body());
 }
 
-// Runs `step` in a child process that dies with this one, and returns its exit status.
+// Runs `step` in a child process that dies with this one. Returns its exit status.
 int RunGuarded(const std::function<int()>& step) {
   const pid_t child = Fork();
   if (child != 0) return AwaitChild(child);
@@ -247,7 +247,7 @@ int RunInWorld(const std::function<int()>& body) {
   const sigset_t signals = HandledSignals();
   sigset_t caller_signals;
   sigprocmask(SIG_BLOCK, &signals, &caller_signals);
-  // A process of its own leaves the caller's namespaces, so that the caller keeps all of them.
+  // A child enters the new namespaces, so the caller keeps its own.
   const int status = RunGuarded([&] {
     const bool user_namespace = EnterNamespaces();
     return RunGuarded([&] { return RunFirstProcess(body, user_namespace, caller_signals); });

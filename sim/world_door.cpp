@@ -22,29 +22,29 @@
 namespace sim {
 namespace {
 
-// Exit statuses of a command that could not be started, as a shell has them.
+// Exit statuses of a command that could not be started, as in a shell.
 constexpr int kNotFoundStatus = 127;
 constexpr int kNotRunStatus = 126;
 
-// --- Worlds that run ---------------------------------------------------------------------------
+// --- Running worlds ----------------------------------------------------------------------------
 
 struct RunningWorld {
-  pid_t first;   // its first process, as seen from here
-  pid_t door;    // the process outside that made it
-  pid_t parent;  // the vdev that the user started
+  pid_t first;   // its first process, as seen from outside
+  pid_t door;    // its parent, outside the world
+  pid_t parent;  // the vdev started by the user
 };
 
 std::string ProcPath(pid_t pid, const std::string& name) {
   return "/proc/" + std::to_string(pid) + "/" + name;
 }
 
-// "net:[4026531840]", or "" where it may not be read.
+// E.g. "net:[4026531840]", or "" if not permitted.
 std::string NamespaceOf(const std::string& process, const std::string& kind) {
   std::error_code error;
   return std::filesystem::read_symlink("/proc/" + process + "/ns/" + kind, error).string();
 }
 
-// A line of /proc/PID/status, without its name.
+// The value of a line of /proc/PID/status.
 std::string StatusOf(pid_t pid, const std::string& name) {
   const std::string status = "\n" + ReadTextFile(ProcPath(pid, "status"));
   const size_t at = status.find("\n" + name + ":\t");
@@ -57,7 +57,7 @@ pid_t ParentOf(pid_t pid) {
   return atoi(StatusOf(pid, "PPid").c_str());
 }
 
-// A vdev that is process 1 of a process namespace below this one.
+// True for a vdev that is process 1 of another PID and network namespace.
 bool IsFirstProcess(pid_t pid) {
   if (StatusOf(pid, "Name") != "vdev" || !StatusOf(pid, "NSpid").ends_with("\t1")) return false;
   const std::string net = NamespaceOf(std::to_string(pid), "net");
@@ -85,11 +85,12 @@ RunningWorld ChooseWorld(std::optional<pid_t> pid) {
     std::erase_if(worlds, [&](const RunningWorld& world) {
       return world.door != *pid && world.parent != *pid;
     });
-    if (worlds.empty()) Fail("process " + std::to_string(*pid) + " is no vdev that runs a device");
+    if (worlds.empty())
+      Fail("process " + std::to_string(*pid) + " is not a vdev with a running device");
   }
-  if (worlds.empty()) Fail("no virtual device of yours is running; start one: vdev run MODEL");
+  if (worlds.empty()) Fail("you have no running virtual device; start one with vdev run MODEL");
   if (worlds.size() == 1) return worlds.front();
-  std::string choice = "several virtual devices are running, choose one by --pid:";
+  std::string choice = "several virtual devices are running; choose one with --pid:";
   for (const RunningWorld& world : worlds) {
     std::string command = ReadTextFile(ProcPath(world.parent, "cmdline"));
     std::ranges::replace(command, '\0', ' ');
@@ -98,7 +99,7 @@ RunningWorld ChooseWorld(std::optional<pid_t> pid) {
   Fail(choice);
 }
 
-// Enters the namespaces of a process; children of this process are then in its world.
+// Enters the namespaces of a process, so that later children run in its world.
 void Enter(pid_t pid) {
   int kinds = CLONE_NEWIPC | CLONE_NEWNET | CLONE_NEWPID | CLONE_NEWNS;
   const bool is_own_user = NamespaceOf(std::to_string(pid), "user") == NamespaceOf("self", "user");
@@ -109,14 +110,14 @@ void Enter(pid_t pid) {
   if (setns(process.Get(), kinds) != 0) {
     Fail("cannot enter the world of process " + std::to_string(pid) + ": " + strerror(errno));
   }
-  // Entering a mount namespace leads to its root.
+  // setns changes the working directory to the root.
   std::filesystem::current_path(here, error);
 }
 
 // --- A command ---------------------------------------------------------------------------------
 
-// Puts a process group into the terminal's foreground; SIGTTOU would stop one in the background
-// that does so.
+// Makes a process group the terminal's foreground group. Ignores SIGTTOU, which would stop a caller
+// in the background.
 void TakeForeground(pid_t group) {
   signal(SIGTTOU, SIG_IGN);
   tcsetpgrp(STDIN_FILENO, group);
@@ -129,7 +130,7 @@ void SetEnvironment(const GuestCommand& command, const std::string& model) {
   setenv("PATH", (ProgramDirectory() + ":" + rest).c_str(), 1);
   setenv("VDEV_MODEL", model.c_str(), 1);
   if (!command.is_shell) return;
-  // Prompts of Debian's and Ubuntu's shells begin with the first; plain shells take the second.
+  // Default prompts on Debian and Ubuntu include the first; plain shells use the second.
   setenv("debian_chroot", ("vdev " + model).c_str(), 1);
   setenv("PS1", ("(vdev " + model + ") $ ").c_str(), 1);
 }
@@ -147,7 +148,7 @@ std::string ProgramDirectory() {
 
 int ExecGuest(const GuestCommand& command, const std::string& model) {
   SetEnvironment(command, model);
-  // The same directory by its path: a working directory from before the world leads out of it.
+  // Re-enter the working directory by path: one opened before the world was made leads out of it.
   std::error_code ignored;
   const std::filesystem::path here = std::filesystem::current_path(ignored);
   if (!ignored) std::filesystem::current_path(here, ignored);
@@ -175,7 +176,7 @@ int JoinWorld(std::optional<pid_t> pid, const GuestCommand& command) {
   }
   const int status = RunInChild([&] { return ExecGuest(command, tools::DeviceModel()); });
   constexpr int kKilledStatus = kSignalBase + SIGKILL;
-  if (status == kKilledStatus) fprintf(stderr, "vdev: the command was ended with its world\n");
+  if (status == kKilledStatus) fprintf(stderr, "vdev: the command was killed with its world\n");
   return status;
 }
 

@@ -1,5 +1,5 @@
-// A command of the user's in the world of a virtual device, on the user's terminal; and the way
-// into a world that runs.
+// Runs a user's command in the world of a virtual device, on the user's terminal, and joins a
+// running world.
 #pragma once
 
 #include <sys/types.h>
@@ -13,28 +13,28 @@ namespace sim {
 
 struct GuestCommand {
   std::vector<std::string> words;  // program and arguments
-  // A shell that does job control: it gets a process group of its own in the foreground.
+  // A shell with job control: runs in a foreground process group of its own.
   bool is_shell = false;
 };
 
 // The user's shell.
 GuestCommand UserShell();
 
-// Directory of this program.
+// Directory of the running program.
 std::string ProgramDirectory();
 
-// Becomes the command: the directory of this program comes first in its PATH, `model` stands in
-// VDEV_MODEL and, for a shell, in the prompt. Paths mean what they mean in the world. When the
-// command cannot be run it prints one line and returns the exit status of a shell for it.
+// Replaces this process with the command. Puts the program directory first in PATH and `model` in
+// VDEV_MODEL and, for a shell, in the prompt. Paths refer to the world. On failure, prints one line
+// and returns the status that a shell would.
 int ExecGuest(const GuestCommand& command, const std::string& model);
 
-// Runs the command in the world of `pid` (a vdev that the user started), or in the only one there
-// is. Returns the command's exit status; EXIT_FAILURE, after one line on standard error that says
-// why, when there is no such world, more than one, or no way in.
+// Runs the command in the world of `pid` (a vdev of the same user), or in the only running one.
+// Returns the exit status of the command; on failure (no such world, more than one, no permission),
+// prints one line on standard error and returns EXIT_FAILURE.
 int JoinWorld(std::optional<pid_t> pid, const GuestCommand& command);
 
-// Restores the terminal on standard input when it goes out of scope: settings, and the process
-// group in the foreground. Does nothing where this process was not in the foreground.
+// Restores the settings and the foreground process group of the terminal on standard input when it
+// goes out of scope. Does nothing if this process was not in the foreground.
 class TerminalKeeper {
  public:
   TerminalKeeper();

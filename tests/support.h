@@ -1,5 +1,4 @@
-// What the tests of several objects need: captured streams, elapsed time, sockets from outside, a
-// file.
+// Helpers shared by several tests: captured output, elapsed time, sockets, a temporary file.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -18,7 +17,7 @@
 
 namespace support {
 
-// Runs `action`; returns its result, if it has one: "RESULT ".
+// Runs `action` and returns "RESULT ", or "" if it returns void.
 template <typename Action>
 std::string Outcome(Action action) {
   if constexpr (std::is_void_v<decltype(action())>) {
@@ -28,7 +27,7 @@ std::string Outcome(Action action) {
     return std::to_string(action()) + ' ';
   }
 }
-// The same with what was printed: "RESULT TEXT".
+// Returns the result and the captured output: "RESULT TEXT".
 template <typename Action>
 std::string OnStdout(Action action) {
   testing::internal::CaptureStdout();
@@ -42,7 +41,7 @@ std::string OnStderr(Action action) {
   return result + testing::internal::GetCapturedStderr();
 }
 
-// Expects `action` to take at least `least_ms`, and not `slack_ms` more.
+// Expects `action` to take at least `least_ms` and less than `slack_ms` more.
 template <typename Action>
 void ExpectTakes(double least_ms, Action action, double slack_ms = 500) {
   const auto start = sim::Clock::now();
@@ -52,7 +51,7 @@ void ExpectTakes(double least_ms, Action action, double slack_ms = 500) {
   EXPECT_LT(taken.count(), least_ms + slack_ms);
 }
 
-// Seconds of the kernel's clock, which goes on while that of the tests stands still.
+// Seconds of the kernel's clock, which runs even while the virtual clock stands still.
 inline double RealSeconds() {
   timespec now = {};
   clock_gettime(CLOCK_MONOTONIC_RAW, &now);
@@ -70,7 +69,7 @@ inline int Option(int fd, int level, int option) {
   return value;
 }
 
-// An empty file of its own, gone with the object.
+// A new empty file, deleted by the destructor.
 class TempFile {
  public:
   TempFile() { close(mkstemp(path_)); }

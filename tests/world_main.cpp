@@ -1,5 +1,5 @@
-// Runs the tests of this program in a private world of their own, on the virtual clock; those of a
-// suite whose name says RealTime in real time.
+// Runs the tests of this program in a private world on the virtual clock. Suites with RealTime in
+// their name run in real time.
 #include <gtest/gtest.h>
 
 #include <cstdlib>

@@ -11,6 +11,9 @@ namespace tools {
 // Fits a lens's tracking table to recorded focus searches; shows the built-in tables.
 void AddLensCommand(CLI::App* app);
 
+// Records focus searches: a command of `lens`.
+void AddLensRecordCommand(CLI::App* lens);
+
 // Explains bytes that are pasted or piped.
 void AddFramesCommand(CLI::App* app);
 
@@ -31,6 +34,9 @@ void AddParamsCommand(CLI::App* app);
 
 // New firmware for the microcontroller of an HD camera module.
 void AddFirmwareUpdateCommand(CLI::App* app);
+
+// Tells how the daemon is, or why it does not run.
+void AddStatusCommand(CLI::App* app);
 
 // Sends a stop datagram to the daemon's UDP port.
 void AddStopCommand(CLI::App* app);

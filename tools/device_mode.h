@@ -15,8 +15,14 @@ enum DeviceMode : uint8_t {
 };
 constexpr uint8_t MODES_ALL = MODE_RELAY | MODE_SD | MODE_HD | MODE_LENS;
 
+// "relay", "SD", "HD", "lens".
+const char* ModeName(DeviceMode mode);
+
 // The mode that the daemon runs for a model.
 DeviceMode ModeOfModel(const std::string& model);
+
+// Whether a model is one that is known here, which any name of a PTZ head need not be.
+bool IsKnownModel(const std::string& model);
 
 // The model of this device; "" when the parameter block cannot be read. Takes no lock: a command
 // that stops a motion must not wait for one.

@@ -9,6 +9,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 
 #include "tools/failure.h"
 #include "tools/unique_fd.h"
@@ -56,6 +58,13 @@ void Fill(int fd, const std::string& path, std::span<const uint8_t> bytes,
   Fail("write", shown_path, error);
 }
 
+// A new name outlives a loss of power only once its directory is on the medium.
+bool SyncDirectoryOf(const std::string& path) {
+  const std::string directory = std::filesystem::absolute(path).parent_path();
+  const UniqueFd file(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  return file.Get() >= 0 && fsync(file.Get()) == 0;
+}
+
 }  // namespace
 
 std::vector<uint8_t> ReadFile(const std::string& path) {
@@ -68,8 +77,18 @@ std::vector<uint8_t> ReadFile(const std::string& path) {
   return ReadAll(file.Get(), path);
 }
 
-std::vector<uint8_t> ReadStandardInput() {
-  return ReadAll(STDIN_FILENO, "standard input");
+std::vector<uint8_t> ReadStream(const std::string& path) {
+  if (path == "-") return ReadAll(STDIN_FILENO, "standard input");
+  const UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  if (file.Get() < 0) Fail("open", path, errno);
+  return ReadAll(file.Get(), path);
+}
+
+void WriteText(const std::string& path, const std::string& text) {
+  std::ofstream file(path, std::ios::binary);
+  file << text;
+  file.close();
+  if (!file) Fail("write", path, errno);
 }
 
 void PlaceFile(const std::string& path, std::span<const uint8_t> bytes) {
@@ -87,6 +106,10 @@ void CreateFile(const std::string& path, std::span<const uint8_t> bytes) {
   const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kFileMode);
   if (fd < 0) Fail("create", path, errno);
   Fill(fd, path, bytes, path);
+  if (SyncDirectoryOf(path)) return;
+  const int error = errno;
+  unlink(path.c_str());
+  Fail("create", path, error);
 }
 
 }  // namespace tools

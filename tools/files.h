@@ -12,14 +12,18 @@ namespace tools {
 // Everything that a regular file holds. Anything else of that name is refused.
 std::vector<uint8_t> ReadFile(const std::string& path);
 
-// Everything up to the end of standard input.
-std::vector<uint8_t> ReadStandardInput();
+// Everything up to the end of a file of any kind; "-" is standard input.
+std::vector<uint8_t> ReadStream(const std::string& path);
+
+// Writes over what is there.
+void WriteText(const std::string& path, const std::string& text);
 
 // Puts a file of these bytes at `path`, over one that may be there: a reader sees the old file
 // or the new one, never a part.
 void PlaceFile(const std::string& path, std::span<const uint8_t> bytes);
 
-// Makes a new file; one that is there already is left alone, and a failure.
+// Makes a new file, which outlives a loss of power once this returns; one that is there already is
+// left alone, and a failure.
 void CreateFile(const std::string& path, std::span<const uint8_t> bytes);
 
 }  // namespace tools

@@ -1,21 +1,30 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <climits>
+#include <algorithm>
+#include <cctype>
+#include <chrono>
 #include <cstdio>
+#include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include "ipc/cicomm.h"
 #include "module/firmware_update.h"
 #include "module/micom_firmware.h"
 #include "tools/commands.h"
+#include "tools/daemon_output.h"
 #include "tools/daemon_ports.h"
 #include "tools/device_mode.h"
 #include "tools/failure.h"
 #include "tools/files.h"
 #include "tools/output.h"
+#include "util/load_file.h"
 
 namespace tools {
 
@@ -25,14 +34,40 @@ using Bytes = std::vector<uint8_t>;
 
 // The daemon takes any image that it can load and that is no shorter than its header.
 Bytes ReadImage(const std::string& path) {
+  const auto refuse = [&path](size_t size, const std::string& limit) {
+    throw Failure(EXIT_STATUS_FAILED, path + " is no firmware image: it has " +
+                                          std::to_string(size) + " bytes, " + limit);
+  };
+  std::error_code error;
+  const size_t size = std::filesystem::file_size(path, error);
+  if (!error && size > CUTIL_LOAD_MAX) refuse(size, "at most " + std::to_string(CUTIL_LOAD_MAX));
   Bytes image = ReadFile(path);
   const size_t header = MICOM_IMAGE_HEADER_SIZE;
-  if (image.size() < header || image.size() > INT_MAX) {
-    throw Failure(EXIT_STATUS_FAILED, path + " is no firmware image: it has " +
-                                          std::to_string(image.size()) + " bytes, its header " +
-                                          std::to_string(header));
-  }
+  if (image.size() <= header) refuse(image.size(), "its header " + std::to_string(header));
   return image;
+}
+
+// Why this may be the wrong file, or "". The daemon and the module take whatever comes, and a
+// header that is not examined says nothing; but other kinds of files can be told.
+std::string DoubtOf(const Bytes& image) {
+  constexpr std::pair<std::string_view, const char*> kOtherFiles[] = {
+      {"\177ELF", "a program"},   {"\037\213", "a gzip file"}, {"PK\003\004", "a zip archive"},
+      {"\3757zXZ", "an xz file"}, {"BZh", "a bzip2 file"},     {"!<arch>", "a package"},
+  };
+  constexpr size_t kUsualMin = 1024;  // vectors and start-up code alone take more
+  const std::string_view text(reinterpret_cast<const char*>(image.data()), image.size());
+  const std::string_view payload = text.substr(MICOM_IMAGE_HEADER_SIZE);
+  for (const auto& [mark, kind] : kOtherFiles) {
+    if (text.starts_with(mark)) return std::string("it begins like ") + kind;
+  }
+  if (std::ranges::all_of(image, [](int c) { return isprint(c) != 0 || isspace(c) != 0; })) {
+    return "it is plain text";
+  }
+  if (payload.find_first_not_of(payload.front()) == std::string_view::npos) {
+    return "its firmware is one byte over and over";
+  }
+  if (payload.size() >= kUsualMin) return "";
+  return "it has only " + std::to_string(payload.size()) + " bytes of firmware";
 }
 
 // What the order does to this device.
@@ -51,12 +86,13 @@ std::string Consequence(size_t payload) {
   }
 }
 
-void Ask(const std::string& consequence) {
+// `option` says yes in advance.
+void Ask(const std::string& statement, const char* option) {
   if (isatty(STDIN_FILENO) == 0) {
     throw Failure(EXIT_STATUS_DECLINED,
-                  "there is no terminal to ask at whether to " + consequence + "; --yes says so");
+                  statement + ": stdin is not a terminal; use " + option + " to confirm");
   }
-  Print(stderr, "This will %s. Go on? [y/N] ", consequence.c_str());
+  Print(stderr, "%s. Go on? [y/N] ", statement.c_str());
   char answer[16] = "";
   const bool is_answered = fgets(answer, sizeof(answer), stdin) != nullptr;
   const std::string text = answer;
@@ -64,10 +100,62 @@ void Ask(const std::string& consequence) {
   throw Failure(EXIT_STATUS_DECLINED, "declined; nothing was done");
 }
 
-void RunUpdate(const std::string& path, bool is_sure) {
-  const Bytes image = ReadImage(path);
+// Tells of the update until it has ended, as the daemon's lines do.
+void Follow(DaemonOutput* output, size_t bytes) {
+  using Clock = std::chrono::steady_clock;
+  // All sends of one packet in vain take less.
+  constexpr std::chrono::seconds kSilenceMax{(MICOM_ROUNDS + 1) * MICOM_TRIES_PER_ROUND *
+                                             MICOM_ANSWER_TIMEOUT_S};
+  constexpr int kStep = 5;  // percent
+  Clock::time_point heard = Clock::now();
+  Clock::time_point begin = heard;
+  for (int next = 0; Clock::now() - heard < kSilenceMax;) {
+    for (const std::string& line : output->NewLines()) {
+      heard = Clock::now();
+      if (line.starts_with("Recv ACK")) begin = heard;
+      if (line.find("Error line") != std::string::npos) {
+        throw Failure(EXIT_STATUS_FAILED, "the update failed: " + line);
+      }
+      if (line == "end") {
+        Print(stdout, "the module has its firmware; the device reboots\n");
+        return;
+      }
+      int percent = 0;
+      if (sscanf(line.c_str(), "* write %3d%%", &percent) != 1 || percent < next) continue;
+      const double seconds = std::chrono::duration<double>(heard - begin).count() + 0.001;
+      const double written = static_cast<double>(bytes) * percent / 100;
+      Print(stdout, "%3d %%, %.1f KB/s, %.0f s left\n", percent, written / seconds / 1000,
+            seconds * (100 - percent) / std::max(percent, 1));
+      fflush(stdout);
+      next = percent - percent % kStep + kStep;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  }
+  throw Failure(EXIT_STATUS_FAILED, "nothing is heard of the update; look at what rs232d prints");
+}
+
+struct Request {
+  std::string path;
+  bool is_followed = false;
+  bool is_sure = false;
+  bool is_forced = false;
+};
+
+void RunUpdate(const Request& request) {
+  const Bytes image = ReadImage(request.path);
   const std::string consequence = Consequence(image.size() - MICOM_IMAGE_HEADER_SIZE);
-  if (!is_sure) Ask(consequence);
+  const std::string doubt = DoubtOf(image);
+  if (!doubt.empty() && !request.is_forced) {
+    Ask(request.path + " does not look like a firmware image: " + doubt, "--force");
+  }
+  if (!request.is_sure) Ask("This will " + consequence, "--yes");
+  std::optional<DaemonOutput> output;
+  std::string blind;
+  try {
+    if (request.is_followed) output.emplace();
+  } catch (const Failure& failure) {
+    blind = failure.what();
+  }
   PlaceFile(MICOM_FIRMWARE_PATH, image);
   try {
     SendCommand(CICOMM_PCMD_MICOM_FIRMWARE_UPDATE);
@@ -76,6 +164,10 @@ void RunUpdate(const std::string& path, bool is_sure) {
     throw;
   }
   Print(stdout, "ordered to %s\n", consequence.c_str());
+  if (!blind.empty()) Print(stderr, "rs232ctl: warning: %s\n", blind.c_str());
+  if (output.has_value() && ModeOfModel(DeviceModel()) == MODE_HD) {
+    Follow(&*output, image.size() - MICOM_IMAGE_HEADER_SIZE);
+  }
 }
 
 }  // namespace
@@ -83,17 +175,18 @@ void RunUpdate(const std::string& path, bool is_sure) {
 void AddFirmwareUpdateCommand(CLI::App* app) {
   CLI::App* update = app->add_subcommand("firmware-update",
                                          "Give the camera module new firmware, reboot the device");
-  const auto path = std::make_shared<std::string>();
-  const auto is_sure = std::make_shared<bool>();
-  update->add_option("IMAGE", *path, "the image: a header of 64 bytes, then the firmware")
+  const auto request = std::make_shared<Request>();
+  update->add_option("IMAGE", request->path, "the image: a header of 64 bytes, then the firmware")
       ->type_name("")
       ->required();
-  update->add_flag("--yes", *is_sure, "do not ask");
+  update->add_flag("--yes", request->is_sure, "do not ask");
+  update->add_flag("--follow", request->is_followed, "tell of the update until it has ended");
+  update->add_flag("--force", request->is_forced, "take a file that does not look like an image");
   update->footer(
-      "The daemon serves nothing else while it writes, then reboots the device, also after a\n"
+      "The daemon serves nothing else while it writes, then reboots the device, also after a "
       "failure. A device with a motorized lens only reboots.\n"
       "Example: rs232ctl firmware-update micom-2.1.img");
-  update->final_callback([path, is_sure] { RunUpdate(*path, *is_sure); });
+  update->final_callback([request] { RunUpdate(*request); });
 }
 
 }  // namespace tools

@@ -48,7 +48,7 @@ std::string FirmwarePacketText(std::span<const uint8_t> frame, Direction directi
 std::string FirmwareReadyText(std::span<const uint8_t> frame, Direction direction);
 std::string FirmwareAnswerText(uint8_t answer);
 
-// A camera-control record, e.g. "camera control 0x1021: go to preset 5".
+// A camera-control record, e.g. "camera control 0x1021: preset go 5".
 std::string CameraControlText(const CameraControl& control);
 
 // The command and payload of a command-channel packet.

@@ -73,19 +73,8 @@ std::vector<std::string> ProtocolNames(bool with_datagrams) {
 }
 
 const char* VerdictName(Verdict verdict) {
-  switch (verdict) {
-    case Verdict::kGood:
-      return "good";
-    case Verdict::kBadChecksum:
-      return "bad-checksum";
-    case Verdict::kMalformed:
-      return "malformed";
-    case Verdict::kCutOff:
-      return "cut-off";
-    case Verdict::kNoise:
-      break;
-  }
-  return "noise";
+  constexpr const char* kVerdicts[] = {"good", "bad-checksum", "malformed", "cut-off", "noise"};
+  return kVerdicts[static_cast<size_t>(verdict)];
 }
 
 // --- Streams -----------------------------------------------------------------------------------

@@ -1,11 +1,12 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <memory>
+#include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tools/commands.h"
@@ -28,16 +29,14 @@ struct Fact {
 
 std::vector<Fact> ParseFacts(const std::vector<uint8_t>& text) {
   std::vector<Fact> facts;
-  for (auto begin = text.begin(); begin != text.end();) {
-    const auto end = std::find(begin, text.end(), '\n');
-    const auto equals = std::find(begin, end, '=');
-    if (equals != end) {
-      Fact fact = {.key = {begin, equals}, .value = {equals + 1, end}};
-      std::transform(fact.key.begin(), fact.key.end(), fact.key.begin(),
-                     [](unsigned char c) { return static_cast<char>(tolower(c)); });
-      facts.push_back(std::move(fact));
-    }
-    begin = end == text.end() ? end : end + 1;
+  std::istringstream lines(std::string(text.begin(), text.end()));
+  for (std::string line; std::getline(lines, line);) {
+    const size_t equals = line.find('=');
+    if (equals == std::string::npos) continue;
+    Fact fact = {.key = line.substr(0, equals), .value = line.substr(equals + 1)};
+    for (char& c : fact.key)
+      c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
+    facts.push_back(std::move(fact));
   }
   return facts;
 }

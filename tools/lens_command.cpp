@@ -1,14 +1,14 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cctype>
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "tools/commands.h"
 #include "tools/failure.h"
+#include "tools/files.h"
 #include "tools/lens_fit.h"
 #include "tools/lens_plot.h"
 #include "tools/lens_report.h"
@@ -18,38 +18,6 @@
 
 namespace tools {
 namespace {
-
-[[noreturn]] void FailAt(const char* what, const std::string& path) {
-  throw Failure(EXIT_STATUS_FAILED,
-                std::string("cannot ") + what + " " + path + ": " + strerror(errno));
-}
-
-struct CloseFile {
-  void operator()(FILE* file) const { fclose(file); }
-};
-using File = std::unique_ptr<FILE, CloseFile>;
-
-// "-" is the standard input.
-std::string ReadWhole(const std::string& path) {
-  const bool standard = path == "-";
-  const File opened(standard ? nullptr : fopen(path.c_str(), "rb"));
-  FILE* file = standard ? stdin : opened.get();
-  if (file == nullptr) FailAt("read", path);
-  std::string text;
-  std::array<char, 65536> bytes;
-  size_t count = 0;
-  while ((count = fread(bytes.data(), 1, bytes.size(), file)) > 0)
-    text.append(bytes.data(), count);
-  if (ferror(file) != 0) FailAt("read", path);
-  return text;
-}
-
-void WriteWhole(const std::string& path, const std::string& text) {
-  File file(fopen(path.c_str(), "wb"));
-  if (file == nullptr) FailAt("write", path);
-  const bool written = fwrite(text.data(), 1, text.size(), file.get()) == text.size();
-  if (fclose(file.release()) != 0 || !written) FailAt("write", path);
-}
 
 struct FitArguments {
   std::string log;
@@ -61,7 +29,8 @@ struct FitArguments {
 };
 
 void Fit(const FitArguments& arguments) {
-  const TraceLog log = ReadTrace(ReadWhole(arguments.log));
+  const std::vector<uint8_t> text = ReadStream(arguments.log);
+  const TraceLog log = ReadTrace({reinterpret_cast<const char*>(text.data()), text.size()});
   if (log.points.empty()) {
     throw Failure(EXIT_STATUS_FAILED, "no trace points in " + std::to_string(log.lines) +
                                           " lines (" + std::to_string(log.malformed.size()) +
@@ -69,8 +38,8 @@ void Fit(const FitArguments& arguments) {
   }
   const LensFit fit = FitLens(log.points, arguments.options);
   const std::string table = TableText(arguments.name, fit.Table());
-  if (!arguments.out.empty()) WriteWhole(arguments.out, table);
-  if (!arguments.svg.empty()) WriteWhole(arguments.svg, FitPicture(fit));
+  if (!arguments.out.empty()) WriteText(arguments.out, table);
+  if (!arguments.svg.empty()) DrawFit(fit, arguments.svg);
   PrintText(arguments.json ? FitJson(log, fit) : FitReport(log, fit));
   if (!arguments.json && arguments.out.empty()) PrintText("\n" + table);
   const std::string warnings = FitWarnings(log, fit);
@@ -133,7 +102,7 @@ void AddPlotCommand(CLI::App* lens) {
     if (svg->empty()) {
       PrintText(KnownCurvesText());
     } else {
-      WriteWhole(*svg, KnownCurvesPicture());
+      DrawKnownCurves(*svg);
     }
   });
 }
@@ -143,6 +112,12 @@ void AddPlotCommand(CLI::App* lens) {
 void AddLensCommand(CLI::App* app) {
   CLI::App* lens = app->add_subcommand("lens", "Calibrate a motorized lens from recorded traces");
   lens->require_subcommand(1);
+  lens->footer(
+      "Examples:\n"
+      "  rs232ctl lens record trace.log\n"
+      "  rs232ctl lens fit trace.log --out table.h --svg fit.svg\n"
+      "  rs232ctl lens plot --svg curves.svg");
+  AddLensRecordCommand(lens);
   AddFitCommand(lens);
   AddPlotCommand(lens);
 }

@@ -1,4 +1,5 @@
-// Pictures of lens curves, as SVG text. Both axes are motor steps.
+// Pictures of lens curves, drawn by gnuplot as SVG. Both axes are motor steps. Each function throws
+// Failure when there is no gnuplot or it cannot write the picture.
 #pragma once
 
 #include <string>
@@ -9,9 +10,9 @@ namespace tools {
 
 // A fit over its points, with the nearest known curve; below it the residuals, and how far the
 // known curve lies from the fit.
-std::string FitPicture(const LensFit& fit);
+void DrawFit(const LensFit& fit, const std::string& path);
 
 // The known curves.
-std::string KnownCurvesPicture();
+void DrawKnownCurves(const std::string& path);
 
 }  // namespace tools

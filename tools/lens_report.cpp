@@ -17,8 +17,8 @@ constexpr double kUncertaintyMax = 5;
 constexpr double kDroppedShareMax = 0.25;
 
 const char* Reason(Fate fate) {
-  constexpr std::array<const char*, 4> kReasons = {"kept", "outlier", "at the end of its search",
-                                                   "off the table"};
+  constexpr const char* kReasons[] = {"kept", "outlier", "at the end of its search",
+                                      "off the table"};
   return kReasons[static_cast<size_t>(fate)];
 }
 

@@ -22,6 +22,7 @@
 #include <string>
 #include <vector>
 
+#include "ipc/cicomm.h"
 #include "relay/daemon_datagram.h"
 #include "tools/commands.h"
 #include "tools/device_mode.h"
@@ -34,6 +35,7 @@
 #include "tools/json.h"
 #include "tools/output.h"
 #include "tools/parse.h"
+#include "tools/processes.h"
 #include "tools/unique_fd.h"
 #include "tools/usage.h"
 
@@ -200,6 +202,9 @@ int PollTime(std::optional<Clock::time_point> one, std::optional<Clock::time_poi
 void Watch(const Request& request, MonitorView* view) {
   const UniqueFd end_signal(CatchSignals());
   const UniqueFd data(BindDataPort());
+  const bool has_daemon = HolderOfPort("udp", RS232_COMMAND_PORT).is_taken;
+  Print(stderr, "rs232ctl: listening at UDP port %d of 127.0.0.1%s\n", SERIAL_DATA_PORT,
+        has_daemon ? "" : "; rs232d does not run");
   std::optional<Clock::time_point> end;
   if (!request.duration.empty()) end = Clock::now() + *ParseDuration(request.duration);
   std::optional<Clock::time_point> quiet;
@@ -263,10 +268,9 @@ void AddMonitorCommand(CLI::App* app) {
       ->check(CheckDuration);
   monitor->footer(
       "Listens at UDP port 1860 of 127.0.0.1, where the daemon sends every read from the line; "
-      "one\n"
-      "process at a time can. A datagram is dumped with its time, 16 bytes a row, with the frames\n"
-      "that it completes below. Ctrl-C ends it.\n"
-      "A motorized lens (QB-410 to QB-480) has no datagrams: there 'rs232d 1 | rs232ctl frames'\n"
+      "one process at a time can. A datagram is dumped with its time, 16 bytes a row, with the "
+      "frames that it completes below. Ctrl-C ends it.\n"
+      "A motorized lens (QB-410 to QB-480) has no datagrams: there 'rs232d 1 | rs232ctl frames' "
       "shows the line, both ways.\n"
       "Examples:\n"
       "  rs232ctl monitor\n"

@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <array>
+#include <clocale>
 #include <cstdarg>
 #include <cstdint>
+#include <cwchar>
 #include <optional>
 
 #include "tools/format.h"
@@ -39,44 +41,24 @@ struct Character {
   std::optional<char32_t> code;  // nothing for a byte that is not UTF-8
 };
 
-// The first byte of a character, in the order of their lengths.
-struct LeadByte {
-  char32_t mask;
-  char32_t value;
-  char32_t lowest;  // a lower code has a shorter form, and this one is not UTF-8
-};
-
-constexpr std::array<LeadByte, 4> kLeadBytes = {{
-    {0x80, 0x00, 0},
-    {0xE0, 0xC0, 0x80},
-    {0xF0, 0xE0, 0x800},
-    {0xF8, 0xF0, 0x10000},
-}};
-
 bool IsUnicode(char32_t code) {
   constexpr Range kSurrogates = {0xD800, 0xDFFF};
   constexpr char32_t kLast = 0x10FFFF;
   return code <= kLast && (code < kSurrogates.first || code > kSurrogates.last);
 }
 
-// The first character of a text that is not empty.
+// The first character of a text that is not empty. Without the locale, which the C library may
+// lack, everything but ASCII counts as no UTF-8.
 Character FirstCharacter(std::string_view text) {
-  const auto byte = [text](size_t at) -> char32_t { return static_cast<uint8_t>(text[at]); };
-  const Character none = {text.substr(0, 1), std::nullopt};
-  const auto* lead = std::ranges::find_if(
-      kLeadBytes, [&](const LeadByte& row) { return (byte(0) & row.mask) == row.value; });
-  const size_t size = 1 + static_cast<size_t>(lead - kLeadBytes.begin());
-  if (lead == kLeadBytes.end() || text.size() < size) return none;
-  char32_t code = byte(0) - lead->value;
-  for (size_t at = 1; at < size; ++at) {
-    constexpr char32_t kMask = 0xC0;
-    constexpr char32_t kValue = 0x80;
-    constexpr int kBits = 6;
-    if ((byte(at) & kMask) != kValue) return none;
-    code = (code << kBits) + byte(at) - kValue;
-  }
-  if (code < lead->lowest || !IsUnicode(code)) return none;
-  return {text.substr(0, size), code};
+  static const locale_t kUtf8 = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+  const locale_t before = uselocale(kUtf8);
+  wchar_t code = 0;
+  mbstate_t state = {};
+  const size_t size = mbrtowc(&code, text.data(), text.size(), &state);
+  uselocale(before);
+  const bool is_character = size <= text.size() && IsUnicode(static_cast<char32_t>(code));
+  if (!is_character) return {text.substr(0, 1), std::nullopt};
+  return {text.substr(0, std::max<size_t>(size, 1)), static_cast<char32_t>(code)};
 }
 
 // The text with each character as `form` of it.

@@ -4,7 +4,6 @@
 #include <array>
 #include <cstring>
 
-#include "serial/serial_port.h"
 #include "tools/failure.h"
 #include "tools/files.h"
 #include "tools/nearest_name.h"
@@ -28,29 +27,19 @@ constexpr int32_t kPtzPortDefault = 4001;
 constexpr int32_t kPortMax = INT16_MAX;  // the daemon keeps it in 16 bits, signed
 constexpr int32_t kPortsMax = 255;
 
+constexpr int32_t kBaudDefault = SERIAL_DEFAULT_SPEED.baud_rate;
+
 constexpr auto kFields = std::to_array<ParamField>({
-    {PARAM_MODEL, PARAM_MODEL_NAME, 0, {}, {}, 0, 0, "device model; chooses the daemon's mode"},
-    {"serial-count",
-     PARAM_SERIAL_COUNT,
-     2,
-     {},
-     {},
-     0,
-     kPortsMax,
-     "serial ports of the device; the daemon needs 2"},
-    {"baud",
-     PARAM_SERIAL2_BAUD,
-     SERIAL_DEFAULT_SPEED.baud_rate,
-     kBauds,
-     {},
-     0,
-     0,
-     "bits per second of the second serial port"},
-    {"parity", PARAM_SERIAL2_PARITY, 0, {}, kParities, 0, 0, "its parity"},
-    {"data-bits", PARAM_SERIAL2_DATA_BITS, kDataBitsDefault, {}, {}, 5, 8, "its data bits"},
-    {"stop-bits", PARAM_SERIAL2_STOP_BITS, 1, {}, {}, 1, 2, "its stop bits"},
-    {"ptz-enable", PARAM_PTZ_ENABLE, 0, {}, kSwitch, 0, 0, "PTZ TCP server"},
-    {"ptz-port", PARAM_PTZ_PORT, kPtzPortDefault, {}, {}, 1, kPortMax, "its TCP port"},
+    {PARAM_MODEL, PARAM_MODEL_NAME, 0, "device model; chooses the daemon's mode", 0, 0},
+    {"serial-count", PARAM_SERIAL_COUNT, 2, "serial ports of the device; the daemon needs 2", 0,
+     kPortsMax},
+    {"baud", PARAM_SERIAL2_BAUD, kBaudDefault, "bits per second of the second serial port", 0, 0,
+     kBauds},
+    {"parity", PARAM_SERIAL2_PARITY, 0, "its parity", 0, 0, {}, kParities},
+    {"data-bits", PARAM_SERIAL2_DATA_BITS, kDataBitsDefault, "its data bits", 5, 8},
+    {"stop-bits", PARAM_SERIAL2_STOP_BITS, 1, "its stop bits", 1, 2},
+    {"ptz-enable", PARAM_PTZ_ENABLE, 0, "PTZ TCP server", 0, 0, {}, kSwitch},
+    {"ptz-port", PARAM_PTZ_PORT, kPtzPortDefault, "its TCP port", 1, kPortMax},
 });
 
 const ParamField& FieldAt(ParamBlockOffset offset) {
@@ -127,7 +116,7 @@ std::string ParamText(const ParamField& field, int32_t value) {
 }
 
 std::string AllowedText(const ParamField& field) {
-  if (IsModel(field)) return "up to " + std::to_string(PARAM_MODEL_MAX) + " characters";
+  if (IsModel(field)) return "1 to " + std::to_string(PARAM_MODEL_MAX) + " characters";
   std::string text;
   const auto append = [&text](const std::string& value) {
     text += (text.empty() ? "" : ", ") + value;
@@ -146,6 +135,7 @@ ParamChange ParseParamChange(const std::string& text) {
   const ParamField& field = FindParamField(text.substr(0, equals));
   const std::string value = text.substr(equals + 1);
   if (IsModel(field)) {
+    if (value.empty()) Refuse("a model name cannot be empty");
     if (value.size() > PARAM_MODEL_MAX) Refuse("a model name has " + AllowedText(field));
     return {.field = &field, .model = value, .number = 0};
   }
@@ -174,7 +164,14 @@ std::vector<uint8_t> NewParamBlock() {
   return block;
 }
 
-LineSettings ReadLineSettings() {
+SerialLine LineSettingsIn(std::span<const uint8_t> block) {
+  return {.baud_rate = Taken(block, PARAM_SERIAL2_BAUD),
+          .data_bits = Taken(block, PARAM_SERIAL2_DATA_BITS),
+          .parity = Taken(block, PARAM_SERIAL2_PARITY),
+          .stop_bits = Taken(block, PARAM_SERIAL2_STOP_BITS)};
+}
+
+SerialLine ReadLineSettings() {
   std::vector<uint8_t> block;
   try {
     block = ReadFile(PARAM_BLOCK_PATH);
@@ -182,10 +179,7 @@ LineSettings ReadLineSettings() {
     block.clear();
   }
   if (block.size() < PARAM_BLOCK_SIZE) block = NewParamBlock();
-  return {.baud_rate = Taken(block, PARAM_SERIAL2_BAUD),
-          .data_bits = Taken(block, PARAM_SERIAL2_DATA_BITS),
-          .has_parity = Taken(block, PARAM_SERIAL2_PARITY) != 0,
-          .stop_bits = Taken(block, PARAM_SERIAL2_STOP_BITS)};
+  return LineSettingsIn(block);
 }
 
 }  // namespace tools

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "cmmap/param_block.h"
+#include "serial/serial_port.h"
 
 namespace tools {
 
@@ -22,13 +23,13 @@ struct ParamField {
   const char* name;
   ParamBlockOffset offset;
   int32_t initial;  // in a block that is made new
-  // What it may hold: one of the values, one of the words, or where there are neither, a number
-  // from low to high.
-  std::span<const int32_t> values;
-  std::span<const ParamWord> words;
+  const char* help;
+  // What it may hold: a number from low to high, or where they are given one of the values or one
+  // of the words.
   int32_t low;
   int32_t high;
-  const char* help;
+  std::span<const int32_t> values = {};
+  std::span<const ParamWord> words = {};
 };
 
 constexpr size_t PARAM_MODEL_MAX = 127;  // characters of a model name
@@ -72,14 +73,9 @@ void StoreParam(const ParamChange& change, uint8_t* block);
 std::vector<uint8_t> NewParamBlock();
 
 // The serial line as the daemon sets it.
-struct LineSettings {
-  int32_t baud_rate;
-  int32_t data_bits;
-  bool has_parity;
-  int32_t stop_bits;
-};
+SerialLine LineSettingsIn(std::span<const uint8_t> block);
 
 // From this device's block; the defaults where that cannot be read.
-LineSettings ReadLineSettings();
+SerialLine ReadLineSettings();
 
 }  // namespace tools

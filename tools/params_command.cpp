@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -15,12 +16,14 @@
 #include "cmmap/cmmap.h"
 #include "cmmap/param_block.h"
 #include "tools/commands.h"
+#include "tools/device_mode.h"
 #include "tools/failure.h"
 #include "tools/files.h"
 #include "tools/format.h"
 #include "tools/json.h"
 #include "tools/output.h"
 #include "tools/param_fields.h"
+#include "tools/processes.h"
 
 namespace tools {
 
@@ -64,8 +67,9 @@ class MappedBlock {
     throw Failure(EXIT_STATUS_FAILED, path_ + " was cut while it was read");
   }
 
-  // Stores all changes in one turn. The bytes of other fields are not touched: their owners may
-  // have changed them since anybody looked.
+  // Stores all changes in one turn and waits until the medium has them: what is reported as stored
+  // outlives a loss of power. The bytes of other fields are not touched: their owners may have
+  // changed them since anybody looked.
   void Store(const std::vector<ParamChange>& changes) {
     map_.Lock(&map_);
     // Who had the locks last may have cut the file.
@@ -75,6 +79,9 @@ class MappedBlock {
       if (is_whole) StoreParam(change, static_cast<uint8_t*>(map_.map));
     map_.Unlock(&map_);
     RequireWhole(path_, status.st_size);
+    // Others need not wait for the medium: it comes after their locks.
+    if (msync(map_.map, PARAM_BLOCK_SIZE, MS_SYNC) == 0) return;
+    throw Failure(EXIT_STATUS_FAILED, "cannot write " + path_ + ": " + strerror(errno));
   }
 
  private:
@@ -114,6 +121,11 @@ void Show(const std::string& path, bool is_json) {
 std::vector<ParamChange> ParseChanges(const std::vector<std::string>& texts) {
   std::vector<ParamChange> changes;
   std::transform(texts.begin(), texts.end(), std::back_inserter(changes), ParseParamChange);
+  for (const ParamChange& change : changes) {
+    if (!IsModel(*change.field) || IsKnownModel(change.model)) continue;
+    Print(stderr, "rs232ctl: warning: unknown model %s; the daemon takes it for a PTZ head\n",
+          change.model.c_str());
+  }
   return changes;
 }
 
@@ -127,6 +139,9 @@ void Create(const std::string& path, const std::vector<std::string>& texts) {
 void Set(const std::string& path, const std::vector<std::string>& texts) {
   const std::vector<ParamChange> changes = ParseChanges(texts);
   MappedBlock(path).Store(changes);
+  if (path != PARAM_BLOCK_PATH) return;
+  Print(stdout, "a running daemon has the old values until it is restarted: %s\n",
+        IsService() ? "systemctl restart rs232d" : "/etc/init.d/S60rs232d restart");
 }
 
 // --- The command line --------------------------------------------------------------------------

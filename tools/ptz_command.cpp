@@ -230,8 +230,8 @@ void AddPtzCommand(CLI::App* app) {
   for (const PtzVerb& verb : PtzVerbs())
     AddVerb(ptz, verb, list_option);
   ptz->footer(
-      "Which verbs work depends on the device's model; a verb that this device does not answer is\n"
-      "refused. With --for a motion is stopped also when the tool is interrupted: the status is\n"
+      "Which verbs work depends on the device's model; a verb that this device does not answer is "
+      "refused. With --for a motion is stopped also when the tool is interrupted: the status is "
       "then 128 and the number of the signal.\n"
       "Examples:\n"
       "  rs232ctl ptz zoom-tele --for 500ms\n"

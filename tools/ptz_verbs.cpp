@@ -1,12 +1,13 @@
 #include "tools/ptz_verbs.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <string_view>
-#include <utility>
 
 #include "lens/control.h"
 #include "module/hd_frame.h"
 #include "relay/ptz_tables.h"
+#include "tools/format.h"
 
 namespace tools {
 
@@ -29,106 +30,112 @@ constexpr int8_t kMicomMode = 0;
 constexpr int kByteMax = 255;
 constexpr int kSettingMax = HD_NO_VALUE - 1;  // the last value is "no value"
 
-// What moves until it is stopped has the code that stops it. A key is a tap that the device ends
-// by itself, but for QB-610, where it turns the head and no code ends it.
+// What moves until it is stopped has the code that stops it.
 constexpr uint16_t kJoystick = CAMERA_CODE_JOYSTICK;
 constexpr uint16_t kZoom = CAMERA_CODE_ZOOM;
 
+// A motion by the speed that is given: the parameters are its signs.
+constexpr PtzVerb Motion(const char* name, const char* group, uint8_t modes, uint16_t code,
+                         std::array<int8_t, PARAMETER_COUNT> signs, const char* example,
+                         const char* help) {
+  return {name, group, modes, code, signs, kSpeed, code, example, help};
+}
+
+// A code with fixed parameters.
+constexpr PtzVerb Fixed(const char* name, const char* group, uint8_t modes, uint16_t code,
+                        const char* help, int8_t first = 0) {
+  return {name, group, modes, code, {first, 0, 0}, kNone, NO_STOP_CODE, "", help};
+}
+
+// A key: QB-610 goes on until it is stopped.
+constexpr PtzVerb Key(const char* name, uint16_t code, const char* help) {
+  return {name, kMenu, kKeyed, code, {}, kNone, kZoom, "--for 500ms", help};
+}
+
+// A code with a number.
+constexpr PtzVerb Number(const char* name, const char* group, uint16_t code, const char* example,
+                         const char* help, uint8_t modes = kHeads, int low = 0,
+                         int high = kByteMax) {
+  return {name, group, modes, code, {}, kNumber, NO_STOP_CODE, example, help, low, high};
+}
+
 // clang-format off
 constexpr auto kVerbs = std::to_array<PtzVerb>({
-    {"pan-left", kMotion, kHeads, kJoystick, {-1, 0, 0}, kSpeed, kJoystick,
-     "--speed 40 --for 500ms", "pan left until stopped"},
-    {"pan-right", kMotion, kHeads, kJoystick, {1, 0, 0}, kSpeed, kJoystick,
-     "--for 1.5s", "pan right until stopped"},
-    {"tilt-up", kMotion, kHeads, kJoystick, {0, 1, 0}, kSpeed, kJoystick,
-     "--speed 127 --for 2s", "tilt up until stopped"},
-    {"tilt-down", kMotion, kHeads, kJoystick, {0, -1, 0}, kSpeed, kJoystick,
-     "--for 500ms", "tilt down until stopped"},
-    {"move", kMotion, kHeads, kJoystick, {}, kMove, kJoystick,
-     "-40 20 0 --for 1s",
+    Motion("pan-left", kMotion, kHeads, kJoystick, {-1, 0, 0}, "--speed 40 --for 500ms",
+           "pan left until stopped"),
+    Motion("pan-right", kMotion, kHeads, kJoystick, {1, 0, 0}, "--for 1.5s",
+           "pan right until stopped"),
+    Motion("tilt-up", kMotion, kHeads, kJoystick, {0, 1, 0}, "--speed 127 --for 2s",
+           "tilt up until stopped"),
+    Motion("tilt-down", kMotion, kHeads, kJoystick, {0, -1, 0}, "--for 500ms",
+           "tilt down until stopped"),
+    {"move", kMotion, kHeads, kJoystick, {}, kMove, kJoystick, "-40 20 0 --for 1s",
      "move as a joystick does until stopped: left or right, down or up, wide or tele; all 0 "
      "stops; only QB-620 pans and tilts"},
-    {"zoom-tele", kMotion, kZoomers, kZoom, {0, 0, 1}, kSpeed, kZoom,
-     "--for 2s", "zoom in until stopped; lens devices alone heed the speed"},
-    {"zoom-wide", kMotion, kZoomers, kZoom, {0, 0, -1}, kSpeed, kZoom,
-     "--for 2s", "zoom out until stopped; lens devices alone heed the speed"},
-    {"zoom-speed", kMotion, kHeads, CAMERA_CODE_ZOOM_SPEED, {}, kNumber, NO_STOP_CODE,
-     "93", "speed of the zoom motor in steps of 31, slowest 31, fastest 124", PARAMETER_MIN,
-     AXIS_MAX},
-    {"stop", kMotion, MODES_ALL, kZoom, {}, kNone, NO_STOP_CODE, "", "stop all motion"},
+    Motion("zoom-tele", kMotion, kZoomers, kZoom, {0, 0, 1}, "--for 2s",
+           "zoom in until stopped; lens devices alone heed the speed"),
+    Motion("zoom-wide", kMotion, kZoomers, kZoom, {0, 0, -1}, "--for 2s",
+           "zoom out until stopped; lens devices alone heed the speed"),
+    Number("zoom-speed", kMotion, CAMERA_CODE_ZOOM_SPEED, "93",
+           "speed of the zoom motor in steps of 31, slowest 31, fastest 124", kHeads,
+           PARAMETER_MIN, AXIS_MAX),
+    Fixed("stop", kMotion, MODES_ALL, kZoom, "stop all motion"),
 
-    {"focus-near", kFocus, kFocusers, CAMERA_CODE_FOCUS, {1, 0, 0}, kSpeed, CAMERA_CODE_FOCUS,
-     "--for 300ms", "focus near until stopped; lens devices alone heed the speed"},
-    {"focus-far", kFocus, kFocusers, CAMERA_CODE_FOCUS, {-1, 0, 0}, kSpeed, CAMERA_CODE_FOCUS,
-     "--for 300ms", "focus far until stopped; lens devices alone heed the speed"},
-    {"focus-speed", kFocus, kHeads, CAMERA_CODE_FOCUS_SPEED, {}, kNumber, NO_STOP_CODE,
-     "31", "speed of the focus motor in steps of 31, slowest 31, fastest 124", PARAMETER_MIN,
-     AXIS_MAX},
-    {"iris-open", kFocus, MODE_LENS, CAMERA_CODE_IRIS, {1, 0, 0}, kNone, NO_STOP_CODE,
-     "", "open the iris by a step"},
-    {"iris-close", kFocus, MODE_LENS, CAMERA_CODE_IRIS, {-1, 0, 0}, kNone, NO_STOP_CODE,
-     "", "close the iris by a step"},
-    {"iris-step open", kFocus, MODE_LENS, CAMERA_CODE_IRIS_STEP, {1, 0, 0}, kNone, NO_STOP_CODE,
-     "", "as iris-open, by the code for single steps"},
-    {"iris-step close", kFocus, MODE_LENS, CAMERA_CODE_IRIS_STEP, {-1, 0, 0}, kNone, NO_STOP_CODE,
-     "", "as iris-close, by the code for single steps"},
-    {"auto-iris", kFocus, kHeads, CAMERA_CODE_AUTO_IRIS, {}, kNumber, NO_STOP_CODE,
-     "1", "set the auto iris of the head to N", 0, kByteMax},
-    {"af-start", kFocus, MODE_HD | MODE_LENS, CAMERA_CODE_FOCUS_SEARCH, {}, kNone, NO_STOP_CODE,
-     "", "search for the sharpest focus once"},
-    {"assist", kFocus, MODE_LENS, CAMERA_CODE_ASSIST, {}, kNone, NO_STOP_CODE,
-     "", "the 'F' button: find the lens's place and its focus anew"},
-    {"af-mode daemon", kFocus, MODE_LENS, CAMERA_CODE_AF_MODE, {LENS_AF_MODE_DAEMON, 0, 0}, kNone,
-     NO_STOP_CODE, "", "the daemon drives zoom and focus"},
-    {"af-mode micom", kFocus, MODE_LENS, CAMERA_CODE_AF_MODE, {kMicomMode, 0, 0}, kNone,
-     NO_STOP_CODE, "", "the lens's microcontroller drives zoom and focus"},
+    Motion("focus-near", kFocus, kFocusers, CAMERA_CODE_FOCUS, {1, 0, 0}, "--for 300ms",
+           "focus near until stopped; lens devices alone heed the speed"),
+    Motion("focus-far", kFocus, kFocusers, CAMERA_CODE_FOCUS, {-1, 0, 0}, "--for 300ms",
+           "focus far until stopped; lens devices alone heed the speed"),
+    Number("focus-speed", kFocus, CAMERA_CODE_FOCUS_SPEED, "31",
+           "speed of the focus motor in steps of 31, slowest 31, fastest 124", kHeads,
+           PARAMETER_MIN, AXIS_MAX),
+    Fixed("iris-open", kFocus, MODE_LENS, CAMERA_CODE_IRIS, "open the iris by a step", 1),
+    Fixed("iris-close", kFocus, MODE_LENS, CAMERA_CODE_IRIS, "close the iris by a step", -1),
+    Fixed("iris-step open", kFocus, MODE_LENS, CAMERA_CODE_IRIS_STEP,
+          "as iris-open, by the code for single steps", 1),
+    Fixed("iris-step close", kFocus, MODE_LENS, CAMERA_CODE_IRIS_STEP,
+          "as iris-close, by the code for single steps", -1),
+    Number("auto-iris", kFocus, CAMERA_CODE_AUTO_IRIS, "1", "set the auto iris of the head to N"),
+    Fixed("af-start", kFocus, kFocusers, CAMERA_CODE_FOCUS_SEARCH,
+          "search for the sharpest focus once"),
+    Fixed("assist", kFocus, MODE_LENS, CAMERA_CODE_ASSIST,
+          "the 'F' button: find the lens's place and its focus anew"),
+    Fixed("af-mode daemon", kFocus, MODE_LENS, CAMERA_CODE_AF_MODE,
+          "the daemon drives zoom and focus", LENS_AF_MODE_DAEMON),
+    Fixed("af-mode micom", kFocus, MODE_LENS, CAMERA_CODE_AF_MODE,
+          "the lens's microcontroller drives zoom and focus", kMicomMode),
 
-    {"menu", kMenu, kKeyed, CAMERA_CODE_MENU, {}, kNone, NO_STOP_CODE,
-     "", "open the menu, or enter what is chosen"},
-    {"menu-enter", kMenu, kKeyed, CAMERA_CODE_MENU_ENTER, {}, kNone, NO_STOP_CODE,
-     "", "enter what is chosen in the menu"},
-    {"up", kMenu, kKeyed, CAMERA_CODE_UP, {}, kNone, kZoom,
-     "", "key up, a short tilt; QB-610 goes on until stopped"},
-    {"down", kMenu, kKeyed, CAMERA_CODE_DOWN, {}, kNone, kZoom,
-     "--for 500ms", "key down, a short tilt; QB-610 goes on until stopped"},
-    {"left", kMenu, kKeyed, CAMERA_CODE_LEFT, {}, kNone, kZoom,
-     "--for 500ms", "key left, a short pan; QB-610 goes on until stopped"},
-    {"right", kMenu, kKeyed, CAMERA_CODE_RIGHT, {}, kNone, kZoom,
-     "", "key right, a short pan; QB-610 goes on until stopped"},
+    Fixed("menu", kMenu, kKeyed, CAMERA_CODE_MENU, "open the menu, or enter what is chosen"),
+    Fixed("menu-enter", kMenu, kKeyed, CAMERA_CODE_MENU_ENTER, "enter what is chosen in the menu"),
+    Key("up", CAMERA_CODE_UP, "key up, a short tilt; QB-610 goes on until stopped"),
+    Key("down", CAMERA_CODE_DOWN, "key down, a short tilt; QB-610 goes on until stopped"),
+    Key("left", CAMERA_CODE_LEFT, "key left, a short pan; QB-610 goes on until stopped"),
+    Key("right", CAMERA_CODE_RIGHT, "key right, a short pan; QB-610 goes on until stopped"),
 
-    {"preset set", kPresets, kHeads, CAMERA_CODE_SET_PRESET, {}, kNumber, NO_STOP_CODE,
-     "5", "keep where the head looks as preset N", 0, kByteMax},
-    {"preset go", kPresets, kHeads, CAMERA_CODE_GO_TO_PRESET, {}, kNumber, NO_STOP_CODE,
-     "5", "turn the head to preset N", 0, kByteMax},
-    {"preset clear", kPresets, kHeads, CAMERA_CODE_CLEAR_PRESET, {}, kNumber, NO_STOP_CODE,
-     "5", "forget preset N", 0, kByteMax},
-    {"preset-33", kPresets, kHeads, CAMERA_CODE_GO_TO_PRESET_33, {}, kNone, NO_STOP_CODE,
-     "", "go to preset 33 by a code of its own"},
-    {"preset-34", kPresets, kHeads, CAMERA_CODE_GO_TO_PRESET_34, {}, kNone, NO_STOP_CODE,
-     "", "go to preset 34 by a code of its own"},
-    {"preset-96", kPresets, kHeads, CAMERA_CODE_GO_TO_PRESET_96, {}, kNone, NO_STOP_CODE,
-     "", "go to preset 96 by a code of its own"},
-    {"preset-99", kPresets, kHeads, CAMERA_CODE_GO_TO_PRESET_99, {}, kNone, NO_STOP_CODE,
-     "", "go to preset 99 by a code of its own"},
-    {"pattern set", kPresets, kHeads, CAMERA_CODE_SET_PATTERN, {}, kNumber, NO_STOP_CODE,
-     "1", "start to record pattern N", 0, kByteMax},
-    {"pattern run", kPresets, kHeads, CAMERA_CODE_RUN_PATTERN, {}, kNumber, NO_STOP_CODE,
-     "1", "run pattern N", 0, kByteMax},
+    Number("preset set", kPresets, CAMERA_CODE_SET_PRESET, "5",
+           "keep where the head looks as preset N"),
+    Number("preset go", kPresets, CAMERA_CODE_GO_TO_PRESET, "5", "turn the head to preset N"),
+    Number("preset clear", kPresets, CAMERA_CODE_CLEAR_PRESET, "5", "forget preset N"),
+    Fixed("preset-33", kPresets, kHeads, CAMERA_CODE_GO_TO_PRESET_33,
+          "go to preset 33 by a code of its own"),
+    Fixed("preset-34", kPresets, kHeads, CAMERA_CODE_GO_TO_PRESET_34,
+          "go to preset 34 by a code of its own"),
+    Fixed("preset-96", kPresets, kHeads, CAMERA_CODE_GO_TO_PRESET_96,
+          "go to preset 96 by a code of its own"),
+    Fixed("preset-99", kPresets, kHeads, CAMERA_CODE_GO_TO_PRESET_99,
+          "go to preset 99 by a code of its own"),
+    Number("pattern set", kPresets, CAMERA_CODE_SET_PATTERN, "1", "start to record pattern N"),
+    Number("pattern run", kPresets, CAMERA_CODE_RUN_PATTERN, "1", "run pattern N"),
 
-    {"white-balance", kDevice, kHeads, CAMERA_CODE_WHITE_BALANCE, {}, kNumber, NO_STOP_CODE,
-     "1", "set the auto white balance to N", 0, kByteMax},
-    {"backlight", kDevice, kHeads, CAMERA_CODE_BACKLIGHT, {}, kNumber, NO_STOP_CODE,
-     "1", "set the backlight compensation to N", 0, kByteMax},
-    {"aux set", kDevice, kHeads, CAMERA_CODE_SET_AUXILIARY, {}, kNumber, NO_STOP_CODE,
-     "2", "switch auxiliary output N on", 0, kByteMax},
-    {"aux clear", kDevice, kHeads, CAMERA_CODE_CLEAR_AUXILIARY, {}, kNumber, NO_STOP_CODE,
-     "2", "switch auxiliary output N off", 0, kByteMax},
-    {"module-setting", kDevice, MODE_HD, CAMERA_CODE_MODULE_SETTING, {}, kNumber, NO_STOP_CODE,
-     "5", "hand the value N to the module", 0, kSettingMax},
-    {"remote-reset", kDevice, kHeads, CAMERA_CODE_REMOTE_RESET, {}, kNone, NO_STOP_CODE,
-     "", "reset the head"},
-    {"code", kDevice, MODES_ALL, 0, {}, kCode, NO_STOP_CODE,
-     "2001 -1 0 0", "any control code, in hexadecimal, with up to three parameters"},
+    Number("white-balance", kDevice, CAMERA_CODE_WHITE_BALANCE, "1",
+           "set the auto white balance to N"),
+    Number("backlight", kDevice, CAMERA_CODE_BACKLIGHT, "1", "set the backlight compensation to N"),
+    Number("aux set", kDevice, CAMERA_CODE_SET_AUXILIARY, "2", "switch auxiliary output N on"),
+    Number("aux clear", kDevice, CAMERA_CODE_CLEAR_AUXILIARY, "2", "switch auxiliary output N off"),
+    Number("module-setting", kDevice, CAMERA_CODE_MODULE_SETTING, "5",
+           "hand the value N to the module", MODE_HD, 0, kSettingMax),
+    Fixed("remote-reset", kDevice, kHeads, CAMERA_CODE_REMOTE_RESET, "reset the head"),
+    {"code", kDevice, MODES_ALL, 0, {}, kCode, NO_STOP_CODE, "2001 -1 0 0",
+     "any control code, in hexadecimal, with up to three parameters"},
 });
 // clang-format on
 
@@ -149,8 +156,7 @@ bool TableAnswers(std::span<const PtzRow> table, const PtzVerb& verb) {
 // What a relayed model without a table of its own may be called.
 constexpr char kCommonHead[] = "";
 
-constexpr std::pair<DeviceMode, const char*> kModeNames[] = {
-    {MODE_SD, "SD"}, {MODE_HD, "HD"}, {MODE_LENS, "lens"}};
+constexpr std::array kOtherModes = {MODE_SD, MODE_HD, MODE_LENS};
 
 }  // namespace
 
@@ -185,8 +191,8 @@ std::vector<std::string> AnsweringDevices(const PtzVerb& verb) {
   for (const PtzModel& own : PtzModels()) {
     if (Answers(own.name, verb)) names.emplace_back(own.name);
   }
-  for (const auto& [mode, name] : kModeNames) {
-    if ((verb.modes & mode) != 0) names.emplace_back(name);
+  for (const DeviceMode mode : kOtherModes) {
+    if ((verb.modes & mode) != 0) names.emplace_back(ModeName(mode));
   }
   return names;
 }
@@ -200,26 +206,15 @@ std::string AnsweringDevicesText(const PtzVerb& verb) {
   }
   std::string text = is_common ? "relay" : "";
   if (!exceptions.empty()) text = (is_common ? "relay (not " : "relay (") + exceptions + ")";
-  for (const auto& [mode, name] : kModeNames) {
-    if ((verb.modes & mode) != 0) text += (text.empty() ? "" : ", ") + std::string(name);
+  for (const DeviceMode mode : kOtherModes) {
+    if ((verb.modes & mode) != 0) text += (text.empty() ? "" : ", ") + std::string(ModeName(mode));
   }
   return text;
 }
 
 const char* ArgumentsText(VerbArguments arguments) {
-  switch (arguments) {
-    case kSpeed:
-      return "[--speed N]";
-    case kNumber:
-      return "N";
-    case kMove:
-      return "PAN TILT ZOOM";
-    case kCode:
-      return "HEX [P1 [P2 [P3]]]";
-    case kNone:
-      break;
-  }
-  return "";
+  constexpr const char* kTexts[] = {"", "[--speed N]", "N", "PAN TILT ZOOM", "HEX [P1 [P2 [P3]]]"};
+  return kTexts[static_cast<size_t>(arguments)];
 }
 
 CameraControl VerbControl(const PtzVerb& verb, const VerbValues& values) {
@@ -234,6 +229,28 @@ CameraControl VerbControl(const PtzVerb& verb, const VerbValues& values) {
     *places[i] = static_cast<int8_t>(value);
   }
   return control;
+}
+
+std::string VerbText(const CameraControl& control) {
+  const std::array<int, PARAMETER_COUNT> parameters = {control.first, control.second,
+                                                       control.third};
+  const auto [first, second, third] = parameters;
+  for (const PtzVerb& verb : kVerbs) {
+    if (verb.code != control.code) continue;
+    if (verb.arguments == kMove) return Format("%s %d %d %d", verb.name, first, second, third);
+    if (verb.arguments == kNumber) {
+      return Format("%s %d", verb.name, verb.low < 0 ? first : control.first & kByteMax);
+    }
+    const bool is_fixed = verb.arguments == kNone;
+    const auto matches = [is_fixed](int given, int of_row) {
+      const int sign = static_cast<int>(given > 0) - static_cast<int>(given < 0);
+      return (is_fixed ? given : sign) == of_row;
+    };
+    if (!std::ranges::equal(parameters, verb.parameters, matches)) continue;
+    const int speed = std::abs(first) + std::abs(second) + std::abs(third);  // one of them
+    return is_fixed ? verb.name : Format("%s --speed %d", verb.name, speed);
+  }
+  return Format("code %04X %d %d %d", control.code, first, second, third);
 }
 
 std::vector<CameraControl> StopControls(const PtzVerb& verb) {

@@ -80,6 +80,9 @@ std::string AnsweringDevicesText(const PtzVerb& verb);
 // "N", "PAN TILT ZOOM", ...; "" for none.
 const char* ArgumentsText(VerbArguments arguments);
 
+// A record as it would be typed: "preset go 5", "code 2003 7 0 0" where no verb fits.
+std::string VerbText(const CameraControl& control);
+
 CameraControl VerbControl(const PtzVerb& verb, const VerbValues& values);
 
 // The records that end what a verb has started; none for one that moves nothing.

@@ -15,11 +15,13 @@ constexpr char kFooter[] =
     "Status: 0 done, 1 failed, 2 wrong command line, 3 nobody listens, 4 declined,\n"
     "128 and N when signal N cut a timed motion short.\n"
     "Examples:\n"
+    "  rs232ctl status\n"
     "  rs232ctl ptz zoom-tele --for 500ms\n"
     "  rs232ctl write --hex FF 01 00 08 00 1D 26\n"
     "  rs232ctl params show";
 
 void AddCommands(CLI::App* app) {
+  tools::AddStatusCommand(app);
   tools::AddPtzCommand(app);
   tools::AddWriteCommand(app);
   tools::AddMonitorCommand(app);
@@ -49,6 +51,7 @@ void FinishOutput() {
 
 int Run(int argc, char** argv) {
   CLI::App app{"Drives, watches and tunes the serial-port daemon rs232d.", "rs232ctl"};
+  tools::WrapHelp(&app);
   app.require_subcommand(1);
   app.set_version_flag("--version", "rs232ctl " RS232_VERSION, "Print the version");
   app.footer(kFooter);

@@ -25,17 +25,6 @@ bool IsHarmless(int signal) {
          (sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN);
 }
 
-// All that would end or suspend the program and can be held back: a fault of its own cannot.
-sigset_t HoldSignalsBack() {
-  sigset_t held;
-  sigfillset(&held);
-  for (int signal = 1; signal <= SIGRTMAX; ++signal) {
-    if (IsHarmless(signal)) sigdelset(&held, signal);
-  }
-  sigprocmask(SIG_BLOCK, &held, nullptr);
-  return held;
-}
-
 timespec Until(Clock::time_point end) {
   using std::chrono::nanoseconds;
   constexpr int64_t kNsPerS = 1'000'000'000;
@@ -47,7 +36,18 @@ timespec Until(Clock::time_point end) {
   return time;
 }
 
-// The signal that came before `end`; nothing when none did.
+}  // namespace
+
+sigset_t HoldSignalsBack() {
+  sigset_t held;
+  sigfillset(&held);
+  for (int signal = 1; signal <= SIGRTMAX; ++signal) {
+    if (IsHarmless(signal)) sigdelset(&held, signal);
+  }
+  sigprocmask(SIG_BLOCK, &held, nullptr);
+  return held;
+}
+
 std::optional<int> AwaitSignal(const sigset_t& signals, Clock::time_point end) {
   while (true) {
     const timespec time = Until(end);
@@ -57,7 +57,10 @@ std::optional<int> AwaitSignal(const sigset_t& signals, Clock::time_point end) {
   }
 }
 
-}  // namespace
+void FailBySignal(int signal) {
+  throw Failure(static_cast<ExitStatus>(EXIT_STATUS_SIGNAL + signal),
+                std::string("stopped early: ") + strsignal(signal));
+}
 
 void RunTimed(std::chrono::milliseconds duration, const std::function<void()>& start,
               const std::function<void()>& stop) {
@@ -65,9 +68,7 @@ void RunTimed(std::chrono::milliseconds duration, const std::function<void()>& s
   start();
   const auto signal = AwaitSignal(signals, Clock::now() + duration);
   stop();
-  if (!signal.has_value()) return;
-  throw Failure(static_cast<ExitStatus>(EXIT_STATUS_SIGNAL + *signal),
-                std::string("stopped early: ") + strsignal(*signal));
+  if (signal.has_value()) FailBySignal(*signal);
 }
 
 }  // namespace tools

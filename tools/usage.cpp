@@ -1,7 +1,10 @@
 #include "tools/usage.h"
 
 #include <algorithm>
+#include <memory>
+#include <sstream>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "tools/nearest_name.h"
@@ -55,7 +58,41 @@ std::string Reworded(std::string text) {
   return text.replace(at, kBefore.size(), ": ");
 }
 
+// Lines of at most 80 columns, broken at blanks: the rest of a row of options or commands goes
+// below its description, any other where the line began.
+class WrappingFormatter : public CLI::Formatter {
+ public:
+  std::string make_help(const CLI::App* app, std::string name,
+                        CLI::AppFormatMode mode) const override {
+    std::istringstream lines(CLI::Formatter::make_help(app, std::move(name), mode));
+    std::string text;
+    for (std::string line; std::getline(lines, line);) {
+      const size_t gap = line.find("  ", std::min(line.find_first_not_of(' '), line.size()));
+      const bool is_row = line.starts_with("  ") && gap != std::string::npos;
+      text += WrappedLine(line, is_row ? line.find_first_not_of(' ', gap) : 0) + "\n";
+    }
+    return text;
+  }
+
+ private:
+  static std::string WrappedLine(std::string line, size_t indent) {
+    constexpr size_t kColumns = 80;
+    std::string text;
+    while (line.size() > kColumns) {
+      const size_t blank = line.rfind(' ', kColumns);
+      if (blank == std::string::npos || blank <= indent) break;
+      text += line.substr(0, blank) + "\n";
+      line = std::string(indent, ' ') + line.substr(blank + 1);
+    }
+    return text + line;
+  }
+};
+
 }  // namespace
+
+void WrapHelp(CLI::App* app) {
+  app->formatter(std::make_shared<WrappingFormatter>());
+}
 
 std::string Joined(const std::vector<std::string>& names) {
   std::string text;

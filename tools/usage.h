@@ -15,6 +15,9 @@ std::string DescribeParseError(const CLI::App& app, const std::exception& error)
 // "a, b, c".
 std::string Joined(const std::vector<std::string>& names);
 
+// Help of this command, and of those that are added to it later, fits a terminal of 80 columns.
+void WrapHelp(CLI::App* app);
+
 // Takes a whole number from `low` to `high`, as ParseNumber does. As a transformation, which an
 // option that is no text needs, it hands the number on in digits that mean it to the parser too:
 // that takes "010" for 8.

@@ -35,8 +35,8 @@ constexpr size_t kAhead = 2 * kPiece;
 
 double BytesPerSecond() {
   constexpr double kStartBit = 1;
-  const LineSettings line = ReadLineSettings();
-  const double bits = kStartBit + line.data_bits + (line.has_parity ? 1 : 0) + line.stop_bits;
+  const SerialLine line = ReadLineSettings();
+  const double bits = kStartBit + line.data_bits + (line.parity == 0 ? 0 : 1) + line.stop_bits;
   return line.baud_rate / bits;
 }
 
@@ -84,7 +84,7 @@ bool IsPiped(const Request& request) {
 
 std::string InputOf(const Request& request) {
   if (IsPiped(request)) {
-    const Bytes input = ReadStandardInput();
+    const Bytes input = ReadStream("-");
     return {input.begin(), input.end()};
   }
   std::string text;
@@ -121,7 +121,7 @@ void AddWriteCommand(CLI::App* app) {
       ->type_name("")
       ->required();
   write->footer(
-      "Input that is too long for one datagram goes in several, in order, and no faster than the\n"
+      "Input that is too long for one datagram goes in several, in order, and no faster than the "
       "line carries it. No line end is added.\n"
       "Examples:\n"
       "  rs232ctl write --hex FF 01 00 08 00 1D 26\n"

@@ -18,7 +18,7 @@ constexpr mode_t kFileMode = 0644;
 constexpr int kSemMode = 0666;
 constexpr int kSemFree = 1;
 
-// The fourth argument of semctl, which every program declares for itself.
+// The fourth argument of semctl. The C library leaves its declaration to the program.
 union SemctlArgument {
   int val;
   semid_ds* buf;
@@ -54,8 +54,8 @@ void CMMAP_FileUnlock(const CMMAP* self) {
   }
 }
 
-// Adds `step` to the semaphore; -1 waits until it is free. SEM_UNDO gives it back if this
-// process dies in between.
+// Adds `step` to the semaphore; a step of -1 waits until it is free. With SEM_UNDO the system
+// reverts the step if this process dies.
 void ChangeSemaphore(const CMMAP* self, short step, const char* name) {
   sembuf operation = {.sem_num = 0, .sem_op = step, .sem_flg = SEM_UNDO};
   int result = 0;
@@ -83,13 +83,13 @@ void PrintLockError(int id, int result) {
   printf("[%s] error, reason(%s,%d,%d)\n", "CMMAP_InitLock", strerror(errno), id, result);
 }
 
-// Whether no process has ever given the set a value.
+// Returns true if no process has set the semaphore yet.
 bool IsUnset(int sem) {
   return semctl(sem, 0, GETVAL) == 0 && semctl(sem, 0, GETPID) == 0;
 }
 
-// A maker that died before it could set the value has left a set that is taken and that nobody
-// would ever free. One that lives needs microseconds.
+// Sets the semaphore free if its creator died before it could: otherwise every process would wait
+// for it forever. A live creator needs microseconds between the two calls.
 void FreeAbandonedSet(int sem) {
   constexpr int kLooks = 100;
   constexpr useconds_t kLookUs = 1'000;
@@ -101,7 +101,7 @@ void FreeAbandonedSet(int sem) {
   semctl(sem, 0, SETVAL, free_value);
 }
 
-// Makes the semaphore set, or attaches to the one that another process made.
+// Creates the semaphore set, or attaches to an existing one.
 void CMMAP_InitLock(CMMAP* self) {
   self->sem = semget(self->key, 1, IPC_CREAT | IPC_EXCL | kSemMode);
   if (self->sem >= 0) {
@@ -109,7 +109,7 @@ void CMMAP_InitLock(CMMAP* self) {
     SemctlArgument free_value = {.val = kSemFree};
     if (const int result = semctl(self->sem, 0, SETVAL, free_value); result < 0) {
       PrintLockError(self->sem, result);
-      // A set that was never freed would hold every other process for ever.
+      // Without an initial value the set would block every other process forever.
       semctl(self->sem, 0, IPC_RMID);
       self->sem = -1;
       self->created = 0;
@@ -137,7 +137,7 @@ bool IsMapped(const CMMAP* self) {
   return self->map != nullptr && self->map != MAP_FAILED;
 }
 
-// Without memory the fill is left out; IsLongEnough tells whether the file is of use then.
+// If memory is short, nothing is written; IsLongEnough then refuses the file.
 void FillWithZeros(int fd, int size) {
   const size_t length = static_cast<size_t>(size);
   void* zeros = calloc(1, length);
@@ -155,7 +155,7 @@ int OpenFile(const char* path, int mode) {
   return open(path, O_RDWR | O_CLOEXEC | create, kFileMode);
 }
 
-// A page of the mapping that lies past the end of the file would kill its reader.
+// An access to a mapped page past the end of the file raises SIGBUS.
 bool IsLongEnough(int fd, int size) {
   struct stat file;
   return fstat(fd, &file) == 0 && file.st_size >= size;
@@ -171,7 +171,8 @@ bool CanCopy(const CMMAP* self, int length) {
   return IsMapped(self) && length >= 0 && length <= self->size;
 }
 
-// Copies under the locks. Who held them last may have cut the file.
+// Copies under the locks. The length is checked again, because another process may have truncated
+// the file.
 int CopyLocked(CMMAP* self, void* destination, const void* source, int length, const char* name) {
   if (!CanCopy(self, length)) return -1;
   CMMAP_Lock(self);

@@ -1,7 +1,7 @@
-// The parameter block: the device's settings, mapped by several processes.
+// The parameter block: the device's settings, a file that several processes map.
 //
-// The first PARAM_BLOCK_SIZE bytes of PARAM_BLOCK_PATH; integers are 32-bit little-endian. Only
-// the fields that this daemon reads are named; the others belong to other processes.
+// The block is the first PARAM_BLOCK_SIZE bytes of PARAM_BLOCK_PATH. Integers are 32-bit
+// little-endian. Only the fields that this daemon reads are named here.
 #pragma once
 
 constexpr char PARAM_BLOCK_PATH[] = "/var/nvt/param.dat";
@@ -16,6 +16,6 @@ enum ParamBlockOffset : int {
   PARAM_SERIAL2_PARITY = 23768,  // 0 none, 1 even, 2 odd
   PARAM_SERIAL2_DATA_BITS = 23772,
   PARAM_SERIAL2_STOP_BITS = 23776,
-  PARAM_PTZ_ENABLE = 23780,  // 1 = PTZ TCP server on
+  PARAM_PTZ_ENABLE = 23780,  // 1 enables the PTZ TCP server
   PARAM_PTZ_PORT = 23784,    // its TCP port
 };

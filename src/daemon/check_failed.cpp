@@ -1,12 +1,12 @@
-// The end of a daemon in which a check of the standard library's containers has failed.
+// Ends the daemon when a check in a standard library container fails.
 //
-// libstdc++ has this function too, but nothing else that the daemon needs: loading the library for
-// it alone would nearly double the daemon's memory and the time of its start.
+// libstdc++ provides this function, too, but the daemon needs nothing else from that library.
+// Loading it would nearly double the daemon's memory and start-up time.
 #include <cstdio>
 #include <cstdlib>
 
 #ifdef _GLIBCXX_ASSERTIONS
-namespace std {  // NOLINT(cert-dcl58-cpp): where the containers' headers declare it
+namespace std {  // NOLINT(cert-dcl58-cpp): the containers' headers declare it here
 
 void __glibcxx_assert_fail(const char* file, int line, const char* function,
                            const char* condition) noexcept {

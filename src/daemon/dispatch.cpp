@@ -10,7 +10,7 @@
 
 namespace {
 
-// QB-710 has a mode of its own in name only: it declines, and the relay serves it.
+// QB-710 has an entry point of its own that always declines, so the relay serves it.
 int DeclineQb710(Rs232Context* /*p_param*/) {
   return -1;
 }
@@ -21,7 +21,7 @@ struct ModeRow {
   bool may_decline;  // a negative result runs the relay instead
 };
 
-// In the order of the tests.
+// Checked in this order.
 constexpr std::array<ModeRow, 4> kModes = {{
     {IsQb710Model, DeclineQb710, true},
     {IsSdModuleModel, camd_cmod_sd, false},

@@ -1,7 +1,7 @@
-// Which device models belong together. Names are compared whole and case-sensitively.
+// The families of device models. Names must match exactly, including case.
 #pragma once
 
-// Each returns 1 when `model` (NUL-terminated) is of the family, else 0.
+// Return 1 if `model` (NUL-terminated) belongs to the family, else 0.
 int IsSdModuleModel(const char* model);
 int IsHdModuleModel(const char* model);
 int IsMotorizedLensModel(const char* model);

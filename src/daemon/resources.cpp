@@ -19,8 +19,8 @@ CICOMM g_command;
 CFDEVENT g_events;
 CPTZSVR g_ptz_server;
 
-// Opens the socket that takes write and stop datagrams. Without SO_REUSEADDR: a second daemon
-// must not take the port over. Returns it, or -1 with a line in syslog.
+// Opens the socket for write and stop datagrams. Sets no SO_REUSEADDR, so that a second daemon
+// cannot take over the port. Returns the descriptor, or -1 with a line in syslog.
 int OpenUdpSocket(int port) {
   const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   if (fd < 0) {
@@ -36,8 +36,8 @@ int OpenUdpSocket(int port) {
   return fd;
 }
 
-// A port that is bound with SO_REUSEADDR can be bound by any process that sets it too, which then
-// gets what comes. The option counts for as long as it is set.
+// While SO_REUSEADDR is set on the socket, any process that sets it too can bind the same port and
+// receive its packets. Clearing it after the bind protects the port.
 void KeepPort(int fd) {
   const int off = 0;
   setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &off, sizeof(off));
@@ -66,7 +66,8 @@ OpenResult OpenResources(Rs232Settings* settings, Rs232Context* context) {
   if (context->udp_socket < 0) return OpenResult::kFailed;
   if (CICOMM_Init(&g_command, settings->command_port) != 0) return OpenResult::kEnd;
   KeepPort(g_command.GetSocket(&g_command));
-  // A packet that is announced and then dropped for its checksum must not hold the mode.
+  // The kernel may report a packet as readable and then drop it for a bad checksum; receiving must
+  // not block the pass.
   ZSK_SetNonBlocking(g_command.GetSocket(&g_command));
   context->command = &g_command;
   context->events = MakeEventSet(*context);

@@ -1,23 +1,26 @@
-// Second half of start-up: the resources that all modes share, opened and released in order.
+// Second half of start-up: opens and releases the resources that all modes share.
 //
-// They are objects of this unit with static storage; the context points to them from a
-// successful open until the release. Main thread only.
+// The command channel, the event set and the PTZ server are static objects of this unit; the serial
+// port belongs to serial/serial_port, and the UDP socket is a descriptor in the context. Main
+// thread only.
 #pragma once
 
 #include "context/rs232_context.h"
 
-// What is left to do after an attempt to open.
+// Result of OpenResources: what the caller has to do next.
 enum class OpenResult {
   kReady,   // everything is open: run a mode, then release
-  kEnd,     // an orderly early end: release, exit status 0
-  kFailed,  // exit with status 1 at once, releasing nothing
+  kEnd,     // the serial line or the command channel failed: release, exit status 0
+  kFailed,  // the UDP socket failed: exit with status 1 at once, without release
 };
 
-// Opens the serial line, the UDP socket, the command channel, the event set and (when the PTZ
-// port is positive) the PTZ server as `settings` say, and fills `context`. The two failures of
-// the UDP socket go to syslog.
+// Opens the serial line, the UDP socket, the command channel, the event set and, if the PTZ port is
+// positive, the PTZ server, in this order, as configured in `settings`. Stores them in `context`,
+// with a pointer to `settings`, which must outlive it. Stops at the first failure. A PTZ server
+// without a listener is not a failure. An error of the UDP socket is logged to syslog.
 OpenResult OpenResources(Rs232Settings* settings, Rs232Context* context);
 
-// Releases what was opened (PTZ server, command channel, event set, serial line, UDP socket) and
-// takes it out of the context; the serial line gets its saved settings back.
+// Releases what is open, also after OpenResult::kEnd: PTZ server, command channel, event set,
+// serial line, UDP socket. Removes them from the context and restores the saved settings of the
+// serial line.
 void ReleaseResources(Rs232Context* context);

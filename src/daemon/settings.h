@@ -1,13 +1,13 @@
-// First half of start-up: what the daemon has to know before it opens anything.
+// First half of start-up: the settings that are needed before anything is opened.
 #pragma once
 
 #include "context/rs232_context.h"
 
-// Where the daemon's own UDP port stands.
+// File and key of the daemon's own UDP port.
 constexpr char UDP_PORT_TABLE_PATH[] = "/etc/udp_port_table.conf";
 constexpr char UDP_PORT_KEY[] = "RS232_DAEMON_PORT";
 
-// Fills `settings` from the port table and the parameter block, which is copied under its lock
-// and closed again. Blocks while another process holds that lock. Returns 0, or -1 when the
-// block cannot be opened (it prints why) or describes fewer than two serial ports.
+// Fills `settings` from the port table and the parameter block, which is copied under its locks and
+// then closed. Blocks while another process holds a lock. Returns 0, or -1 if the block cannot be
+// opened or read (after printing why) or describes fewer than two serial ports.
 int ReadSettings(Rs232Settings* settings);

@@ -76,7 +76,7 @@ int CICOMM_Send(CICOMM* self, int command, int port, const void* data, int size)
   return wanted;
 }
 
-// Clears what the datagram before this one brought and this one did not.
+// Clears the bytes that an earlier, longer datagram left behind this one.
 void ForgetEarlierBytes(CICOMM* self, int received) {
   if (received < self->filled) {
     memset(reinterpret_cast<uint8_t*>(&self->recv) + received, 0,
@@ -169,7 +169,7 @@ int SendTo(int socket, int port, const void* buf, int len, int timeout_s) {
   if (socket < 0) return -1;
   if (len < 0) return len;
 
-  // The all-zero address: delivered over the loopback interface to the local receiver.
+  // The all-zero address reaches the local receiver through the loopback interface.
   const sockaddr_in to = ZSK_Ipv4Address(INADDR_ANY, port);
   const uint8_t* next = static_cast<const uint8_t*>(buf);
   int remaining = len;

@@ -1,6 +1,6 @@
 // CSYSMGR: one-way notices to the device's system manager.
 //
-// One datagram a notice, to CSYSMGR_PORT of this host; no answer is expected. Nothing is kept
+// Each notice is one datagram to CSYSMGR_PORT of this host; there is no answer. Keeps no state
 // between calls; any thread may call. Messages go to standard output.
 #pragma once
 
@@ -10,7 +10,7 @@
 
 constexpr int CSYSMGR_PORT = 4100;
 constexpr uint32_t CSYSMGR_MAGIC = 0x50535953;  // "SYSP" as bytes
-// Most data bytes of a notice.
+// Largest payload of a notice, bytes.
 constexpr int CSYSMGR_MAX_DATA = 256;
 
 // Notice codes.
@@ -27,7 +27,7 @@ struct CsysmgrPacket {
 constexpr int CSYSMGR_HEADER_SIZE = 12;
 static_assert(sizeof(CsysmgrPacket) == CSYSMGR_HEADER_SIZE + CSYSMGR_MAX_DATA);
 
-// Sends a notice with `size` bytes of `data` (null allowed when `size` is 0). Returns 0 when it
-// was sent, whether or not anybody listens; -1 when `size` is negative or above CSYSMGR_MAX_DATA,
-// the data is missing, or sending failed (then with one line).
+// Sends a notice with `size` bytes of `data` (may be null if `size` is 0). Returns 0 if it was
+// sent, whether or not anyone receives it. Returns -1 if `size` is negative or exceeds
+// CSYSMGR_MAX_DATA or the data is missing; also, after printing one line, if sending fails.
 int CSYSMGR_SendPacket(int32_t code, const void* data, int size);

@@ -1,12 +1,13 @@
-// The focus assist behind the 'F' button: finds the zero ends anew and focuses from there.
+// The focus assist behind the 'F' button: resets both motors to their zero ends and focuses from
+// there.
 //
-// Lens loop's thread only; blocks for the time of the moves.
+// Lens loop's thread only; blocks while the motors move.
 #pragma once
 
-// Stops a running focus search and drives both motors into their zero ends; both positions are
-// 0 then. Blocks for the longer of the two travels and two changes of the step rate.
+// Stops a running focus search, drives both motors to their zero ends and sets both positions to 0.
+// Blocks for the longer of the two moves and for two changes of the step rate.
 void reset_zf();
 
-// Drives the lens into its zero ends, puts the focus on the curve and starts a focus search;
-// without a curve it resets only. Blocks for several seconds.
+// Resets the motors, moves the focus onto the tracking curve and starts a focus search; without a
+// curve it only resets. Blocks for several seconds.
 void assist_focus();

@@ -13,10 +13,10 @@
 
 namespace {
 
-// Of get_focus_value: too large for a stack.
+// Channel of get_focus_value; too large for the stack.
 CICOMM g_focus_channel;
 
-// An unbound socket would take answers from every network that the device is in.
+// An unbound socket would accept answers from any network of the device.
 bool BindToLoopback(int fd) {
   const sockaddr_in any_port = ZSK_Ipv4Address(INADDR_LOOPBACK, 0);
   if (bind(fd, ZSK_Generic(any_port), sizeof(any_port)) == 0) return true;
@@ -31,7 +31,7 @@ void SendRecord(CICOMM* channel, CameraQueryKind kind, int32_t setting) {
   channel->Send(channel, CAMERA_QUERY, CAMD_QUERY_PORT, record, CAMERA_QUERY_SIZE);
 }
 
-// Waits for a packet. A signal does not end the wait.
+// Waits for a packet; a signal does not end the wait.
 bool AwaitPacket(CICOMM* channel) {
   constexpr int64_t kUsPerMs = 1000;
   const int64_t end_us = CUTIL_MonotonicUs() + CAMERA_QUERY_TIMEOUT_MS * kUsPerMs;
@@ -61,7 +61,8 @@ CameraAnswer CameraAsk(CICOMM* channel, CameraQueryKind kind) {
     channel->Close(channel);
     return CameraAnswer::kNoChannel;
   }
-  // An answer that is announced and then dropped for its checksum must not hold the caller.
+  // The kernel may report an answer as readable and then drop it for a bad checksum; receiving must
+  // not block.
   ZSK_SetNonBlocking(channel->GetSocket(channel));
   SendRecord(channel, kind, 0);
   const bool answered = ReceiveAnswer(channel, kind);

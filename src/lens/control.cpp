@@ -25,13 +25,13 @@
 
 namespace {
 
-// The number that the line of a missing parameter carries. It is part of the text.
+// Fixed line number in the message for a null parameter; part of the message text.
 constexpr int kNullParameterLine = 734;
 
 constexpr int64_t kUsPerMs = 1000;
 constexpr int64_t kRebootPauseUs = 10'000'000;
 
-// Steps of PIRIS_STEP that open the iris fully from wherever it is.
+// Moves by PIRIS_STEP that open the iris fully from any position.
 constexpr int kIrisOpeningSteps = PIRIS_TRAVEL / PIRIS_STEP;
 
 // --- Sensor and lens configuration -------------------------------------------------------------
@@ -53,11 +53,11 @@ void Configure(const LensConfig& config) {
 
 // --- Start-up ----------------------------------------------------------------------------------
 
-// What the high byte of the version holds beside the major number.
+// Flag in the high byte of the version; the other bits are the major number.
 constexpr uint8_t kVariantFlag = 0x80;
 
-// Asks the micom for its version and writes it to the camera information file, which other
-// processes read. A micom that does not answer leaves the file alone.
+// Queries the micom for its version and writes it to the camera information file for other
+// processes. Leaves the file alone if the micom does not answer.
 void ReportMicomVersion() {
   i2m_request(I2M_ADDR_VERSION);
   I2mFrame reply;
@@ -99,7 +99,8 @@ uint16_t JogValue(int8_t value) {
   return value > 0 ? I2M_JOG_POSITIVE : I2M_JOG_NEGATIVE;
 }
 
-// Moves or, with 0, stops a motor: by its drive request, or by the micom's jog register.
+// Moves a motor, or stops it if `value` is 0: by a drive request in daemon mode, by the micom's jog
+// register in micom mode.
 void MoveMotor(MfzAxis axis, int8_t value, I2mAddress jog) {
   if (g_mfz.g_af_mode == AF_MODE_MICOM) {
     i2m_write(jog, JogValue(value));
@@ -193,7 +194,7 @@ void OnCameraControl(void* /*mode*/, const CameraControl& control) {
   if (row != kControls.end()) row->act(control);
 }
 
-// The mode writes no firmware: the device restarts into the new one.
+// This mode does not write firmware itself: the device reboots into the new one.
 void OnCommand(void* /*mode*/, int command) {
   if (command != CICOMM_PCMD_MICOM_FIRMWARE_UPDATE) return;
   printf("CICOMM_PCMD_MICOM_FIRMWARE_UPDATE\n");
@@ -202,8 +203,8 @@ void OnCommand(void* /*mode*/, int command) {
   CUTIL_Reboot();
 }
 
-// The micom's request to start or stop the focus measures counts only when one read brought it
-// alone and whole.
+// The micom's request to start or stop the focus measures counts only if one read returned exactly
+// that frame.
 void NoteStreamRequest(std::span<const uint8_t> bytes) {
   constexpr std::array<uint8_t, 4> kRequest = {I2M_SYNC, I2M_WRITE, I2M_ADDR_FOCUS_VALUE_REQ, 0};
   if (bytes.size() != I2M_FRAME_SIZE) return;

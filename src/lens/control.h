@@ -1,20 +1,21 @@
-// The motorized-lens mode: brings the lens into a known state, then serves commands, the micom
-// and the clients in the common pass, with the motor work of the drive and the focus search in
-// between.
+// The motorized-lens mode: initialises the lens, then serves commands, the micom and the PTZ
+// clients in the common pass. The drive and the focus search run as its periodic work.
 //
-// Who drives the lens changes with the AF mode: the daemon itself (daemon mode), or the micom
-// from its jog registers (micom mode). Motor moves are sleeps on the loop's thread: nothing else
-// is served while the lens moves. The P-iris has a worker thread of its own.
+// The AF mode selects who drives the lens: the daemon (daemon mode), or the micom, by its jog
+// registers (micom mode). The drive and the motor reset sleep on the loop's thread while the motors
+// move, and nothing else is served meanwhile. The focus search never sleeps for a move: it returns
+// to the loop until the move has ended. It blocks only for the focus measure and for saving the
+// positions. The P-iris has its own worker thread.
 #pragma once
 
 #include <cstdint>
 
 #include "context/rs232_context.h"
 
-// First parameter of CAMERA_CODE_AF_MODE for daemon mode; any other is micom mode.
+// First parameter of CAMERA_CODE_AF_MODE for daemon mode; any other value selects micom mode.
 constexpr int8_t LENS_AF_MODE_DAEMON = 3;
 
-// Returns 0 at the stop flag (some seconds later when the P-iris worker is in the pauses of a
-// request), or -1 at once when `p_param` is null. The firmware-update command ends in the device's
-// reboot.
+// Runs the mode on `p_param` until the stop flag is set. Returns 0, or -1 after a line on standard
+// output if `p_param` is null. Stopping takes up to 3 seconds if the P-iris worker is busy. Does
+// not return after a firmware-update command, which reboots the device. Main thread only.
 int camd_a5s(Rs232Context* p_param);

@@ -56,7 +56,8 @@ void DriveFocus() {
 
 // --- Zoom --------------------------------------------------------------------------------------
 
-// Spreads a zoom move over the time of `longest` steps, so that zoom and focus end together.
+// Spreads a zoom move over the time of `longest` steps, so that zoom and focus end at the same
+// time.
 void SendZoomChunks(int32_t amount, int32_t direction, int32_t longest) {
   for (int32_t remaining = amount; remaining > 0;) {
     const int32_t chunk = std::min(remaining, DRIVE_CHUNK_STEPS);
@@ -66,8 +67,8 @@ void SendZoomChunks(int32_t amount, int32_t direction, int32_t longest) {
   }
 }
 
-// Moves the zoom by `amount`, 0 at the limit, toward `direction` (1 or -1). The focus is sent to
-// its new place first and travels while the zoom moves.
+// Moves the zoom by `amount` steps (0 at the limit) in `direction` (1 or -1). Sends the focus to
+// its new position first, so that it moves together with the zoom.
 void MoveZoom(int32_t amount, int32_t direction) {
   if (amount == 0) return;
   const int32_t zoom = g_mfz.posZoom + direction * amount;
@@ -102,7 +103,7 @@ void DriveZoom() {
 
 // --- Requests ----------------------------------------------------------------------------------
 
-// The request that a command's value makes of the one that stands.
+// Returns the request that replaces `request` after a command with `value`.
 uint8_t NextRequest(uint8_t request, int8_t value) {
   if (value > 0) return DRIVE_TOWARD_ZERO;
   if (value < 0) return DRIVE_TOWARD_MAXIMUM;
@@ -112,7 +113,7 @@ uint8_t NextRequest(uint8_t request, int8_t value) {
 
 // --- Waiting -----------------------------------------------------------------------------------
 
-// Whether a request has nothing to do: there is none, or its limit is reached.
+// Returns true if a request has nothing to do: it is idle, or its limit is reached.
 bool IsAtRest(uint8_t request, int32_t position, int32_t maximum) {
   return request == DRIVE_IDLE || (request == DRIVE_TOWARD_ZERO && position <= 0) ||
          (request == DRIVE_TOWARD_MAXIMUM && position >= maximum);

@@ -13,15 +13,16 @@
 
 namespace {
 
-// Starts `clock` once the move is on its way: what a question before the move took is none of
-// the motor's time.
+// Starts `clock` after the frame was sent: the time of a query before the move does not count as
+// move time.
 void MoveFocus(int16_t steps, TimeMark* clock) {
   move_lens(MFZ_AXIS_FOCUS, steps);
   CUTIL_GetTime(clock);
 }
 
-// True when a move of `step` that began at `clock` has had its time and the motor is at rest. The
-// first is cut to whole milliseconds, and says nothing of a move from before the search.
+// Returns true if the time of a move of `step`, begun at `clock`, has passed and the motor is at
+// rest. The first test alone is not enough: it is truncated to milliseconds and does not cover a
+// move from before the search.
 bool IsMoveOver(const TimeMark& clock, int16_t step) {
   return CUTIL_CheckTimeout(clock, MotorTimeMs(step, g_mfz.DELAY_MS_NORMAL)) == 0 &&
          mfz_move_left_us(MFZ_AXIS_FOCUS) == 0;
@@ -48,7 +49,7 @@ void Start() {
   g_mfz.af_state = AF_DESCEND;
 }
 
-// Ends when the lower end is reached, or less than a coarse step is left above 0.
+// Done once the lower end is reached or the position is less than one coarse step above 0.
 void Descend() {
   const int16_t step = g_mfz.profile->af_step_coarse;
   if (g_mfz.search.lower < g_mfz.posFocus && g_mfz.posFocus >= step) {
@@ -59,7 +60,7 @@ void Descend() {
   g_mfz.af_state = AF_SCAN;
 }
 
-// Ends when the upper end has been measured.
+// Done once the upper end has been measured.
 void Scan() {
   const int16_t step = g_mfz.profile->af_step_fine;
   const uint16_t value = get_focus_value();
@@ -95,7 +96,7 @@ void Approach() {
 }
 
 void Finish() {
-  // One last question from where the search ended; the figure itself is not used.
+  // Queries the measure once more at the final position; the value is not used.
   get_focus_value();
   printf("TRACE\t%4d\t%4d\tdiff=%4d\n", g_mfz.posZoom, g_mfz.search.best_position,
          g_mfz.search.best_position - g_mfz.search.start_position);
@@ -104,8 +105,8 @@ void Finish() {
   g_mfz.af_state = AF_IDLE;
 }
 
-// What a state does, and what it waits for: the time of a move of that many steps since that clock.
-// One without a clock does not wait.
+// A state, its action and its wait: until `steps` have had their time since `clock`. A state
+// without a clock does not wait.
 struct StateRow {
   AfState state;
   void (*act)();
@@ -113,7 +114,7 @@ struct StateRow {
   int16_t MfzProfile::*steps;
 };
 
-// In every other state there is nothing to do.
+// All other states have nothing to do.
 constexpr std::array<StateRow, 6> kStates = {{
     {AF_START, Start, nullptr, nullptr},
     {AF_DESCEND, Descend, &MfzState::clock_a, &MfzProfile::af_step_coarse},
@@ -123,7 +124,7 @@ constexpr std::array<StateRow, 6> kStates = {{
     {AF_FINISH, Finish, nullptr, nullptr},
 }};
 
-// Returns null when there is nothing to do.
+// Returns null if there is nothing to do.
 const StateRow* PresentState() {
   const auto* row = std::find_if(kStates.begin(), kStates.end(),
                                  [](const StateRow& r) { return r.state == g_mfz.af_state; });

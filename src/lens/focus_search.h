@@ -1,42 +1,41 @@
-// The focus search: finds the sharpest focus position near the present one.
+// The focus search: finds the sharpest focus position near the current one.
 //
-// Contrast search. The camera daemon measures how sharp the image is (a 16-bit figure without a
-// unit, the larger the sharper); the search steps the focus motor over an interval around the
-// position where it starts, measures at every stop, and goes back to where the figure was
-// largest. All distances are focus motor steps.
-//   1. Descend in coarse steps to the lower end of the interval. Nothing is measured on the way,
-//      so that the scan runs in one direction from one end: a gear's slack then shifts all stops
-//      alike.
-//   2. Scan upward in fine steps; measure at each stop, remember the best. Of equal figures the
-//      later one counts. The scan's stops, not the start position, are the candidates.
+// Contrast search. The camera daemon measures the sharpness of the image (a 16-bit number without a
+// unit; larger is sharper). The search steps the focus motor over an interval around its start
+// position, measures at every stop, and returns to the stop with the largest measure. All distances
+// are focus motor steps.
+//   1. Descend in coarse steps to the lower end of the interval, without measuring. The scan then
+//      runs in one direction from one end, so gear backlash shifts all stops alike.
+//   2. Scan upward in fine steps, measure at each stop and remember the best. Among equal measures
+//      the later stop wins. A failed measurement reads FOCUS_VALUE_NONE, the largest value, and so
+//      counts as the best. Only the stops of the scan are candidates, not the start position.
 //   3. Back off in fine steps to AF_BACK_OFF_STEPS fine steps below the best position.
-//   4. Approach the best position in the finest steps, so that it is reached from below, as it
-//      was when it was measured.
-//   5. Finish: print where zoom and focus stand now (a trace point of the lens's true curve) and
-//      save the positions.
-// A state acts once its previous move has had the time that its steps take; until then it
-// returns at once. The search thus never sleeps, and a command can end it between any two
-// steps. Its only waits are the question for the measure and the saving at the end. Lens
-// loop's thread only.
+//   4. Approach the best position from below in the finest steps, in the same direction as when it
+//      was measured.
+//   5. Finish: print the zoom position, the best focus position and its distance from the start (a
+//      trace point of the lens's true curve), and save the positions.
+// A state acts once the time of its previous move has passed; until then it returns at once. The
+// search thus never sleeps for a move, and a command can end it between any two steps. It blocks
+// only for the query of the measure and for saving at the end. Lens loop's thread only.
 #pragma once
 
 #include <cstdint>
 
-// How far below the best position the approach begins, fine steps.
+// Distance below the best position at which the approach begins, fine steps.
 constexpr int AF_BACK_OFF_STEPS = 4;
 
-// One step of the search; called on every pass of the loop while the daemon drives the lens.
+// Runs one step of the search. Called on every pass of the loop in daemon mode.
 void focus_search_step();
 
-// Microseconds after which the next step is due: what is left of the present move's time, at most
-// MODE_PASS_PACE_US; MODE_PASS_NO_WORK while no search runs.
+// Returns the microseconds until the next step is due: the remaining time of the current move, at
+// most MODE_PASS_PACE_US, or MODE_PASS_NO_WORK if no search is running.
 int64_t focus_search_wait_us();
 
 // Starts the clock of the descent.
 void focus_search_init();
 
-// Starts a search over `half_width` steps to either side, from anew where one is running.
+// Starts a search over `half_width` steps to either side; restarts a running one.
 void focus_search_start(int16_t half_width);
 
-// Ends a running search; the focus stays where it is.
+// Ends a running search; the focus stays at its position.
 void focus_search_stop();

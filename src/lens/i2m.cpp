@@ -6,7 +6,7 @@
 
 namespace {
 
-// Whether `byte` may stand at the parser's place. From the address on every byte may.
+// Returns true if `byte` is valid at position `place` of a frame. From the address on, any byte is.
 bool Fits(uint8_t place, uint8_t byte) {
   if (place == I2M_SYNC_AT) return byte == I2M_SYNC;
   if (place == I2M_KIND_AT) return byte == I2M_WRITE || byte == I2M_READ;
@@ -30,7 +30,7 @@ I2mFrame I2mBuild(uint8_t kind, uint8_t address, uint8_t high, uint8_t low) {
 
 bool I2mParserTake(I2mParser* parser, uint8_t byte) {
   if (!Fits(parser->state, byte)) {
-    // A sync byte in place of the kind may itself begin the frame.
+    // A sync byte in place of the kind may itself start the frame.
     parser->state = byte == I2M_SYNC ? I2M_KIND_AT : I2M_SYNC_AT;
     return false;
   }

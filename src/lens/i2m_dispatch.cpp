@@ -12,14 +12,14 @@
 
 namespace {
 
-// --- The lens model question -------------------------------------------------------------------
+// --- The query for the lens model ----------------------------------------------------------------
 
 constexpr std::array<const char*, 4> kSensorNames = {"SENSOR_UNKNOWN", "SENSOR_AR0230",
                                                      "SENSOR_IMX123", "SENSOR_IMX178"};
 constexpr std::array<const char*, 3> kLensModelNames = {"MFZ_UNKNOWN", "MFZ_VARIO2812",
                                                         "MFZ_VARIO3610"};
 
-// Which lens goes with a sensor. The codes index the name tables.
+// The lens of each sensor. The codes are indexes into the name tables.
 struct LensModelRow {
   const char* sensor;
   uint8_t sensor_code;
@@ -55,7 +55,7 @@ void AnswerLensModel() {
 
 struct DispatchRow {
   uint8_t address;
-  const char* label;  // padded, so that the values stand in one column
+  const char* label;  // padded, to align the values
   void (*act)();
 };
 

@@ -1,4 +1,4 @@
-// What is particular to a lens: its curve, travels, directions, step rates and step sizes.
+// Properties of a lens: its curve, travel, directions, step rates and step sizes.
 #pragma once
 
 #include <cstdint>
@@ -11,20 +11,20 @@
 struct MfzProfile {
   const char* banner;                // printed when the profile is applied
   std::span<const ZfEntry> zftable;  // fewer than 2 entries: no tracking
-  int32_t zoom_maximum;              // travel of the motor, at least; what a reset drives
-  int32_t focus_maximum;             // likewise, and the upper limit of the focus
-  bool zoom_inverted;                // the motor counts the other way round
+  int32_t zoom_maximum;              // at least the motor's travel; length of a reset move
+  int32_t focus_maximum;             // the same for the focus, and its upper limit
+  bool zoom_inverted;                // the motor counts in the opposite direction
   bool focus_inverted;
   MotorSpeedIndex normal_speed;
-  MotorSpeedIndex reset_speed;  // while a reset drives
-  bool af_after_zoom_stop;      // a focus search follows each zoom
-  int32_t af_wait_ms;           // pause before it
-  int16_t af_range;             // its half-width, and that of the search after a reset
-  int16_t af_start_range;       // half-width of a search that was asked for
+  MotorSpeedIndex reset_speed;  // during a reset
+  bool af_after_zoom_stop;      // a zoom stop starts a focus search
+  int32_t af_wait_ms;           // pause before that search
+  int16_t af_range;             // half-width of that search, and of the one after a reset
+  int16_t af_start_range;       // half-width of a search that a command starts
   int16_t af_step_coarse;       // step sizes of the search
   int16_t af_step_fine;
   int16_t af_step_finest;
-  int32_t zoom_drive_step;  // a tick of the continuous drive, until a command sets another
+  int32_t zoom_drive_step;  // per tick of the drive, until a command changes it
   int32_t focus_drive_step;
 };
 

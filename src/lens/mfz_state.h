@@ -1,8 +1,9 @@
-// The lens mode's state: one record for the process, all of it.
+// The lens mode's state: a single record for the whole process.
 //
-// Whatever is changed is changed by one unit, which is named above it; everybody may read. All but
-// the worker's part belongs to the lens loop's thread; what the two share is atomic. Positions,
-// limits and steps are motor steps, positions and limits from the zero ends.
+// Each group of members is modified only by the unit named above it; all units may read it. The
+// lens loop's thread owns everything except the worker's group; members shared by both threads are
+// atomic. Positions, limits and steps are motor steps; positions and limits count from the zero
+// ends.
 #pragma once
 
 #include <array>
@@ -15,7 +16,7 @@
 #include "lens/piris_regulator.h"
 #include "util/time_mark.h"
 
-// Values of g_af_mode, and of I2M_ADDR_AF_MODE: who drives zoom and focus.
+// Values of g_af_mode and of I2M_ADDR_AF_MODE: who drives zoom and focus.
 enum AfMode : uint8_t {
   AF_MODE_MICOM = 0,
   AF_MODE_DAEMON = 1,
@@ -24,11 +25,11 @@ enum AfMode : uint8_t {
 // Values of g_focus_value_stream.
 enum FocusValueStream : int32_t {
   FOCUS_STREAM_OFF = 0,
-  FOCUS_STREAM_ENDED = 1,  // by a zoom command
-  FOCUS_STREAM_ON = 2,     // the focus measure goes to the micom on every pass
+  FOCUS_STREAM_ENDED = 1,  // ended by a zoom command
+  FOCUS_STREAM_ON = 2,     // each pass sends the focus measure to the micom
 };
 
-// Values of af_state. 2 and 3 are not used.
+// Values of af_state. 2 and 3 are unused.
 enum AfState : uint8_t {
   AF_IDLE = 0,
   AF_START = 1,
@@ -53,7 +54,7 @@ enum MfzAxis : int {
   MFZ_AXIS_COUNT,
 };
 
-// What a focus search knows.
+// Data of a focus search.
 struct FocusSearch {
   int16_t half_width;
   int16_t lower;
@@ -65,7 +66,7 @@ struct FocusSearch {
 
 struct MfzState {
   // control
-  CICOMM* command;  // the command channel; a worker that outlives the mode may still ask for it
+  CICOMM* command;  // the command channel; a worker that outlives the mode may still read it
   uint8_t g_af_mode = AF_MODE_DAEMON;
   int32_t g_focus_value_stream;  // a FocusValueStream
 
@@ -74,11 +75,10 @@ struct MfzState {
 
   // motor
   const MfzProfile* profile;  // the lens in use
-  float DELAY_MS_NORMAL;      // milliseconds a step at its normal speed
-  float DELAY_MS_RESET;       // milliseconds a step at its reset speed
-  float step_delay_ms;        // milliseconds a step at the rate that is set; 0 before the first
-  // When each motor has certainly made the last step of its last move, microseconds of the
-  // monotonic clock.
+  float DELAY_MS_NORMAL;      // milliseconds per step at its normal speed
+  float DELAY_MS_RESET;       // milliseconds per step at its reset speed
+  float step_delay_ms;        // milliseconds per step at the current rate; 0 until one is set
+  // Monotonic time in microseconds by which each motor has made all steps of its last move.
   std::array<int64_t, MFZ_AXIS_COUNT> move_end_us;
 
   // position
@@ -86,31 +86,31 @@ struct MfzState {
   int32_t focus_minimum;
   int32_t zoom_maximum;
   int32_t zoom_minimum;
-  int32_t tracking_valid;  // 1: the focus can follow the zoom
+  int32_t tracking_valid;  // 1: the focus can follow the zoom curve
   int16_t posFocus;
   int16_t posZoom;
 
   // drive
-  uint8_t focus_req;  // a DriveRequest each
+  uint8_t focus_req;  // a DriveRequest, like zoom_req
   uint8_t zoom_req;
-  int32_t zoom_drive_step;  // of a tick
+  int32_t zoom_drive_step;  // steps per tick
   int32_t focus_drive_step;
 
   // focus_search
   uint8_t af_state;  // an AfState
   FocusSearch search;
-  TimeMark clock_a;  // last step: descending,
-  TimeMark clock_b;  // scanning,
-  TimeMark clock_c;  // backing off and approaching
+  TimeMark clock_a;  // start of the last move while descending
+  TimeMark clock_b;  // while scanning
+  TimeMark clock_c;  // while backing off and approaching
 
-  // piris, by the loop; the worker clears the requests
+  // piris, on the loop's thread; the worker clears the requests
   std::atomic<int32_t> piris_manual_req;
   std::atomic<int32_t> piris_auto_req;
-  std::atomic<int32_t> g_sensor_supported;  // 0 switches the worker off
-  std::atomic<int32_t> g_antiflk_enable;    // 1 regulates the iris, 0 holds it open
-  // piris, by the worker
-  int32_t iris_position;      // steps from closed
-  int32_t exposure_in_force;  // last exposure setting sent, 0 none yet
+  std::atomic<int32_t> g_sensor_supported;  // 0: the worker does nothing
+  std::atomic<int32_t> g_antiflk_enable;    // 1: regulate the iris, 0: hold it open
+  // piris, on the worker's thread
+  int32_t iris_position;      // steps from closed; counts the coarse moves only
+  int32_t exposure_in_force;  // last exposure setting sent, 0 if none
   PirisRegulator piris;
 };
 

@@ -24,8 +24,8 @@ int64_t* MoveEndUs(MfzAxis axis) {
   return &g_mfz.move_end_us[static_cast<size_t>(axis)];
 }
 
-// Some micoms make the first step at once, others a step's time after the frame; the rest follow at
-// the rate that is set. The later of the two counts.
+// Some micoms make the first step at once, others one step time after the frame; the other steps
+// follow at the current rate. This allows for the later case.
 void NoteMove(MfzAxis axis, int32_t steps) {
   *MoveEndUs(axis) = CUTIL_MonotonicUs() + MotorTimeUs(abs(steps), g_mfz.step_delay_ms);
 }

@@ -1,7 +1,7 @@
 // Zoom and focus motors: the lens in use, the step rate, moves and their timing.
 //
-// The micom does not say when a move is finished: whoever moves a motor waits for as long as the
-// steps take at the rate that is set. Times are single precision and cut to whole units, never
+// The micom does not report the end of a move, so the caller waits for the time that the steps take
+// at the current rate. Times are computed in single precision and truncated to whole units, never
 // rounded. Lens loop's thread only.
 #pragma once
 
@@ -10,39 +10,40 @@
 #include "lens/lens_profile.h"
 #include "lens/mfz_state.h"
 
-// A step is given this much longer than the rate says.
+// Safety factor on the time of a step.
 constexpr float MOTOR_TIME_MARGIN = 1.01F;
 // Pause after a change of the step rate, milliseconds.
 constexpr int MOTOR_SPEED_SETTLE_MS = 100;
-// The micom's step timer at an offset of 0, and what one unit of the offset stands for.
+// Prescaler of the micom's step timer at offset 0, and its change per unit of the offset.
 constexpr int MOTOR_PRESCALER_BASE = 11000;
 constexpr int MOTOR_PRESCALER_UNIT = 256;
 
-// Milliseconds that a step takes at a rate, margin included.
+// Returns the milliseconds per step at `speed`, margin included.
 float MotorStepDelayMs(MotorSpeedIndex speed);
 
-// How long `steps` take at `delay_ms` a step, in whole milliseconds and microseconds.
+// Return the time of `steps` at `delay_ms` per step, truncated to milliseconds or microseconds.
 int32_t MotorTimeMs(int32_t steps, float delay_ms);
 int32_t MotorTimeUs(int32_t steps, float delay_ms);
 
-// The 16-bit value that moves a motor by `steps`, counted the other way round for an inverted one.
+// Returns the 16-bit register value that moves a motor by `steps`; negates it if `inverted`.
 constexpr uint16_t MoveValue(int32_t steps, bool inverted) {
   const uint32_t value = static_cast<uint32_t>(steps);
   return static_cast<uint16_t>((inverted ? 0U - value : value) & 0xFFFFU);
 }
 
-// Makes `profile`, which has to stay, the lens in use and prints its banner. Sends nothing.
+// Selects `profile` as the lens in use and prints its banner. `profile` must outlive the mode.
+// Sends nothing.
 void apply_lens_profile(const MfzProfile& profile);
 
-// Sets the step rate on the micom, prints what the micom reports, and pauses. Blocks for up to
-// the reply's two seconds and MOTOR_SPEED_SETTLE_MS. A micom that does not answer is reported
-// and otherwise ignored.
+// Sets the step rate on the micom, prints the micom's reply, and pauses. Blocks for up to two
+// seconds (the reply) and MOTOR_SPEED_SETTLE_MS. A missing reply is printed and otherwise ignored.
 void set_motor_speed(MotorSpeedIndex speed);
 
-// Microseconds after which a motor has certainly made all steps of its last move: a step's time for
-// each of them, from when the move was sent. 0 when it is at rest.
+// Returns the microseconds until a motor has certainly made all steps of its last move: the time of
+// its steps, counted from when the frame was sent. 0 if it is at rest.
 int64_t mfz_move_left_us(MfzAxis axis);
 
-// Moves a motor by `steps`: one frame. Changes no position. The micom drops what is left of a
-// move when the next one comes: a motor that may not be at rest is waited for.
+// Moves a motor by `steps` with one frame. Does not change the stored position. Blocks first until
+// the motor's previous move has ended, because the micom drops the rest of a move when the next one
+// arrives.
 void mfz_move(MfzAxis axis, int32_t steps);

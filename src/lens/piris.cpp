@@ -23,25 +23,26 @@ constexpr int kIdlePauseMs = 5;
 constexpr int kStepPauseMs = 100;
 constexpr int kSettlePauseMs = 3000;
 
-// Coarse steps of a full travel and of half of one.
+// Coarse moves of the full travel and of half of it.
 constexpr int kFullTravelSteps = PIRIS_TRAVEL / PIRIS_COARSE_STEP;
 constexpr int kHalfTravelSteps = kFullTravelSteps / 2;
 
-// Of the worker's questions: too large for a stack.
+// Channel of the worker's queries; too large for the stack.
 CICOMM g_exposure_channel;
 
 void SleepMs(int ms) {
   CUTIL_SleepUs(ms * kUsPerMs);
 }
 
-// --- What it acts on ---------------------------------------------------------------------------
+// --- Moves and settings of the worker ------------------------------------------------------------
 
-// Whether the worker may use what the mode lent it, and whether it is doing so. Each side sets
-// its own flag before it looks at the other's, so one of them always sees the other.
+// Released: the worker may no longer use the mode's line and channel. Sending: it is using one of
+// them. Each thread sets its own flag before it reads the other's, so at least one of them sees the
+// other's.
 std::atomic<bool> g_is_released = false;
 std::atomic<bool> g_is_sending = false;
 
-// Returns true when the worker may send; EndSend is due then.
+// Returns true if the worker may send; it must then call EndSend.
 bool BeginSend() {
   g_is_sending = true;
   if (!g_is_released) return true;
@@ -77,17 +78,18 @@ void MakeExposure(PirisExposure setting) {
 
 CTHREAD g_worker;
 
-// Readable when there may be something to do. The worker's: -1 before its start and after its end.
+// Readable if there may be something to do. Opened and closed by the worker: -1 before its start
+// and after its end.
 std::atomic<int> g_wake_event = -1;
-// From then on an idle worker looks at its state again and again, until it is told to stop.
+// Set before a stop: an idle worker then polls its state until it is stopped.
 std::atomic<bool> g_is_ending = false;
 
 void Wake() {
   if (g_wake_event >= 0) eventfd_write(g_wake_event, 1);
 }
 
-// Sleeps until somebody calls Wake, also if that was before. Without an event, or where waiting for
-// it fails, it is a pause.
+// Sleeps until Wake is called, or returns at once if it was called before. Without an event, or if
+// poll fails, it only pauses.
 void AwaitWork() {
   pollfd event = {.fd = g_wake_event, .events = POLLIN, .revents = 0};
   if (g_is_ending || event.fd < 0 || poll(&event, 1, -1) != 1) {
@@ -100,7 +102,7 @@ void AwaitWork() {
 
 // --- A step ------------------------------------------------------------------------------------
 
-// Returns true, with the request cleared, when it was raised.
+// Returns true if the request was raised, and clears it.
 bool TakeRequest(std::atomic<int32_t>* request) {
   return request->exchange(0, std::memory_order_relaxed) == 1;
 }
@@ -115,7 +117,7 @@ void HoldOpen() {
   MakeExposure(PIRIS_EXPOSURE_OPEN);
 }
 
-// Brings the iris to half of its travel, from which the regulation starts.
+// Moves the iris to half of its travel, the start position of the regulation.
 void ServeAutoRequest() {
   if (!TakeRequest(&g_mfz.piris_auto_req)) return;
   printf("<<piris_auto_req>>\n");
@@ -126,7 +128,7 @@ void ServeAutoRequest() {
   SleepMs(kSettlePauseMs);
 }
 
-// A question that failed counts as a deviation inside the dead band.
+// A failed query counts as a deviation of 0, inside the dead band.
 void Regulate() {
   SleepMs(kStepPauseMs);
   PirisReading reading = {.level = 0, .deviation = 0};
@@ -191,7 +193,7 @@ int piris_start() {
 }
 
 int piris_step() {
-  // Acquire: the requests that belong to the flags are raised before the flags are set.
+  // Acquire: the requests were raised before these flags were set.
   if (g_mfz.g_sensor_supported.load(std::memory_order_acquire) == 0) {
     AwaitWork();
   } else if (g_mfz.g_antiflk_enable.load(std::memory_order_acquire) == 0) {

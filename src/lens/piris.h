@@ -1,57 +1,56 @@
-// The P-iris: keeps the picture's brightness in range with the stepper-driven iris of the lens.
+// The P-iris: regulates the image brightness with the stepper-driven iris of the lens.
 //
-// Runs in the P-iris worker, beside the lens loop. About ten times a second it asks the camera
-// daemon for its exposure figures, opens or closes the iris as the regulator says, and tells the
-// camera daemon which exposure setting goes with the iris. An AF-mode
-// command switches the regulation off and on; the regulator keeps its state meanwhile.
+// Runs in the P-iris worker thread, beside the lens loop. About ten times per second it queries the
+// exposure values of the camera daemon, opens or closes the iris as the regulator decides, and
+// sends the camera daemon the exposure setting that matches the iris. An AF-mode command turns the
+// regulation on or off; the regulator keeps its state meanwhile.
 #pragma once
 
 #include <cstdint>
 
 #include "lens/piris_regulator.h"
 
-// Steps from closed to open.
+// Steps from fully closed to fully open.
 constexpr int32_t PIRIS_TRAVEL = 96;
-// Steps of the coarse moves.
+// Size of a coarse move, steps.
 constexpr int32_t PIRIS_COARSE_STEP = 8;
-// Pause before each coarse step, milliseconds.
+// Pause before each coarse move, milliseconds.
 constexpr int PIRIS_COARSE_PAUSE_MS = 50;
 
-// Hands the configuration over, for the loop's thread to call: with `antiflicker` 1 the iris is
-// regulated, else it is opened once; without a `sensor_supported` it is left alone. The requests
-// come before the flags: a worker that sees these must not regulate ahead of the request that goes
-// with them.
+// Sets the configuration. With `antiflicker` 1 the iris is regulated, otherwise it is opened once;
+// with `sensor_supported` 0 it is left alone. Writes the requests before the flags: a worker that
+// sees the flags must not regulate before it has seen the request. Loop's thread only.
 void piris_configure(int32_t antiflicker, int32_t sensor_supported);
 
-// Start and stop the worker, for the loop's thread to call; both block as CTHREAD does. A worker in
-// a longer sleep than the stop waits for lives on, but is released.
+// Start and stop the worker; both block as CTHREAD does. If the worker does not stop in time, it
+// keeps running but can no longer use the serial line or the channel. Loop's thread only.
 void piris_start_worker();
 void piris_stop_worker();
 
-// The worker's routines. A step serves a raised request or regulates once; while there is nothing
-// to do it sleeps until it is configured anew or told to stop. Both return 0.
+// The worker's routines. A step serves a request or regulates once; with nothing to do it sleeps
+// until the configuration changes or the worker is stopped. Both return 0.
 int piris_start();
 int piris_step();
 
-// Gives the serial line and the lens mode's channel to the worker, before it is started.
+// Lends the serial line and the lens mode's channel to the worker. Called before it starts.
 void piris_claim();
 
-// Takes the serial line and the lens mode's channel away from the worker, before they are closed: a
-// worker in a long sleep may outlive the mode. Waits while the worker is sending. From then on its
-// moves and settings go nowhere.
+// Takes the serial line and the lens mode's channel back before they are closed, because a worker
+// in a long sleep may outlive the mode. Blocks while the worker is sending. Later moves and
+// settings of the worker are discarded.
 void piris_release();
 
-// Moves the iris by `steps`: one frame. Any thread.
+// Moves the iris by `steps` with one frame. Any thread may call.
 void PirisMove(int32_t steps);
 
-// Opens the iris over its full travel; closes it by half. Both block for the pauses.
+// Open the iris over its full travel, or close it by half. Both block for the pauses.
 void piris_open_full();
 void piris_close_half();
 
-// Asks the camera daemon for its exposure figures and waits up to 3 seconds. Returns -1 when it
-// could not be asked, else 0; *level and *deviation are written only when an answer came.
+// Queries the exposure values of the camera daemon, with a timeout of 3 seconds. Returns -1 if the
+// query could not be sent, else 0. Writes *level and *deviation only if an answer arrived.
 int piris_query_exposure(int32_t* level, int32_t* deviation);
 
-// Sends an exposure setting through the lens mode's own channel, if it has one; no
-// answer is waited for.
+// Sends an exposure setting through the lens mode's channel if there is one; does not wait for an
+// answer.
 void piris_set_exposure(int32_t setting);

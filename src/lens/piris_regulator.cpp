@@ -12,20 +12,21 @@ bool WantsClose(const PirisReading& reading) {
   return reading.deviation < -PIRIS_DEAD_BAND;
 }
 
-// Counts one more step the same way. Returns true, with the count cleared, when it is enough.
+// Counts one more reading in the same direction. Returns true and clears the count if it exceeds
+// the limit.
 bool ExceedsHysteresis(int32_t* count) {
   if (++*count <= PIRIS_HYSTERESIS_STEPS) return false;
   *count = 0;
   return true;
 }
 
-// Where the iris is, is not known: regulate.
+// The position is unknown: start to regulate.
 PirisOrder Init(PirisRegulator* regulator, const PirisReading& /*reading*/) {
   *regulator = {.state = STM_IRIS_MOV, .close_count = 0, .open_count = 0};
   return {PIRIS_EXPOSURE_REGULATED, 0};
 }
 
-// Closed: wait until the picture has been too dark for long enough.
+// Closed: wait until enough readings in a row are too dark.
 PirisOrder Min(PirisRegulator* regulator, const PirisReading& reading) {
   if (!WantsOpen(reading)) {
     regulator->open_count = 0;
@@ -35,7 +36,7 @@ PirisOrder Min(PirisRegulator* regulator, const PirisReading& reading) {
   return {PIRIS_EXPOSURE_REGULATED, 0};
 }
 
-// On its way: follow the deviation; as long without effect, an end has been reached.
+// In between: follow the deviation. If it does not change over that many steps, an end is reached.
 PirisOrder Mov(PirisRegulator* regulator, const PirisReading& reading) {
   if (WantsOpen(reading)) {
     regulator->close_count = 0;
@@ -51,8 +52,8 @@ PirisOrder Mov(PirisRegulator* regulator, const PirisReading& reading) {
   return {PIRIS_EXPOSURE_REGULATED, 0};
 }
 
-// Open: wait until the picture has been too bright for long enough. A level still above the
-// bright one says nothing about that: the count stands still.
+// Open: wait until enough readings in a row are too bright. A reading whose level is still above
+// PIRIS_LEVEL_BRIGHT does not count and does not clear the count.
 PirisOrder Max(PirisRegulator* regulator, const PirisReading& reading) {
   const PirisOrder order = {PIRIS_EXPOSURE_OPEN, 0};
   if (reading.level > PIRIS_LEVEL_BRIGHT) return order;

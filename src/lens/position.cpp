@@ -13,9 +13,9 @@ namespace {
 
 constexpr int32_t kNoPosition = -1;
 
-// Returns false when there is no such key or its value is too long.
+// Returns false if the key is missing or its value is too long.
 bool LoadPosition(const char* key, int32_t* position) {
-  char text[MFZ_CONF_VALUE_MAX + 2];  // one more than may be there, so that too much shows
+  char text[MFZ_CONF_VALUE_MAX + 2];  // one character more, to detect a value that is too long
   if (CUTIL_GetConfValue(MFZ_CONF_PATH, key, text, sizeof(text)) != 0) return false;
   if (strlen(text) > MFZ_CONF_VALUE_MAX) return false;
   *position = PositionFromText(text);

@@ -25,10 +25,10 @@ constexpr size_t kFlagTextSize = 16;
 
 using ConfText = char[SENSOR_CONF_VALUE_SIZE];
 
-// Sensors whose lens has a P-iris to regulate.
+// Sensors of lenses whose P-iris is regulated.
 constexpr std::array<const char*, 2> kSupportedSensors = {"IMX123", "IMX124"};
 
-// Copies what fits, NUL-terminated.
+// Copies `text`, truncated to the buffer and NUL-terminated.
 void CopyText(char* out, size_t out_size, const char* text) {
   const size_t length = std::min(strlen(text), out_size - 1);
   memcpy(out, text, length);
@@ -47,14 +47,14 @@ bool IsSupported(const char* sensor) {
 
 // --- Configuration lines -----------------------------------------------------------------------
 
-// Neither key nor value of a line is ever cut.
+// Large enough that neither key nor value of a line is truncated.
 struct ConfLine {
   char text[CUTIL_CONF_LINE_SIZE];
   char key[CUTIL_CONF_LINE_SIZE];
   char value[CUTIL_CONF_VALUE_SIZE];
 };
 
-// Splits the line's text. Returns false for a line that holds no key and value.
+// Splits the line's text. Returns false if it has no key and value.
 bool Split(ConfLine* line) {
   line->value[0] = '\0';
   const char* rest = CUTIL_ParseToken(line->key, sizeof(line->key), line->text);
@@ -63,7 +63,7 @@ bool Split(ConfLine* line) {
   return true;
 }
 
-// Returns false when no line has the key.
+// Returns false if no line has the key.
 bool FindLine(FILE* file, const char* key, ConfLine* line) {
   while (fgets(line->text, sizeof(line->text), file) != nullptr) {
     if (Split(line) && strcmp(line->key, key) == 0) return true;
@@ -73,7 +73,7 @@ bool FindLine(FILE* file, const char* key, ConfLine* line) {
 
 // --- The tuning file ---------------------------------------------------------------------------
 
-// Returns the length of an open file, at most ISP_FILE_MAX; -1 when it cannot be had.
+// Returns the length of an open file, at most ISP_FILE_MAX, or -1 on failure.
 long LengthOf(FILE* file) {
   struct stat status;
   if (fstat(fileno(file), &status) != 0) return -1;
@@ -108,7 +108,7 @@ int read_sensor_lens_config(int32_t* antiflicker, int32_t* sensor_supported) {
   if (text == nullptr) return 0;
   *antiflicker = ReadAntiflicker(text);
   free(text);
-  // The parser takes up to 40 times the size of the file, in small pieces that the allocator keeps.
+  // Parsing allocates up to 40 times the file's size in small pieces, which malloc would keep.
   malloc_trim(0);
   return 0;
 }

@@ -5,9 +5,9 @@
 #include <cstdint>
 
 struct MotorSpeed {
-  uint32_t code;    // what I2M_ADDR_MOTOR_SPEED takes
+  uint32_t code;    // value of I2M_ADDR_MOTOR_SPEED
   uint32_t pps;     // steps per second
-  float period_ms;  // milliseconds a step; a figure of its own, not 1000 / pps
+  float period_ms;  // milliseconds per step; a fixed value, not 1000 / pps
   char name[20];
 };
 

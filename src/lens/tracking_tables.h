@@ -1,4 +1,4 @@
-// Zoom-to-focus curves of the lenses: where the focus has to stand for a zoom position.
+// Zoom-to-focus curves of the lenses: the focus position for each zoom position.
 //
 // Motor steps from the zero ends of both motors, one entry every TRACKING_SPACING zoom steps.
 #pragma once
@@ -42,7 +42,7 @@ inline constexpr std::array<ZfEntry, 28> ZFTABLE_OSPREY = {{
     {1200, 1500}, {1250, 1660}, {1300, 1850}, {1350, 2050},
 }};
 
-// True when the entries stand at 0, one spacing, two spacings and so on.
+// Returns true if the entries are at 0, one spacing, two spacings and so on.
 constexpr bool IsEvenlySpaced(std::span<const ZfEntry> table) {
   for (size_t i = 0; i < table.size(); ++i) {
     if (table[i].zoom != TRACKING_SPACING * static_cast<int32_t>(i)) return false;

@@ -1,4 +1,4 @@
-// Where the device says which image sensor it has.
+// File and key of the device's image sensor.
 #pragma once
 
 constexpr char VIDEO_SOURCE_PATH[] = "/etc/videosource.conf";

@@ -8,7 +8,7 @@
 
 namespace {
 
-// Of the file, NUL included.
+// Line of the file, NUL included.
 constexpr size_t kLineSize = 64;
 
 // --- SD ----------------------------------------------------------------------------------------
@@ -42,7 +42,7 @@ struct ResolutionRow {
 constexpr std::array<ResolutionRow, 1> kResolutions = {{{0x16, "1280*720", "1280*1024"}}};
 constexpr ResolutionRow kOtherResolution = {0, "1080p", "720p"};
 
-// Asks for one value, which stays as it is without a whole answer.
+// Queries one value. Leaves it unchanged if the answer is missing or too short.
 void Query(HdCommand command, uint8_t* value) {
   HdFrame answer = {};
   HdModuleSend(SERIAL_ONE_PORT, command, HD_QUERY, HD_NO_DATA);

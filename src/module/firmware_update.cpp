@@ -17,7 +17,7 @@ constexpr char kName[] = "MicomFirmwareUpdate";
 
 using Payload = std::span<const uint8_t>;
 
-// --- Into the update mode ----------------------------------------------------------------------
+// --- Entering the update mode --------------------------------------------------------------------
 
 int EnterUpdateMode(Rs232Context* context) {
   HdModuleSend(SERIAL_ONE_PORT, HD_FIRMWARE_UPDATE, HD_SETTING, HD_NO_DATA);
@@ -49,8 +49,8 @@ int AwaitAck() {
 
 // The answer to one packet.
 struct Answer {
-  int received;  // bytes that came, 0 or 1; -1 when the receive failed
-  uint8_t byte;  // MICOM_START when none came
+  int received;  // bytes received, 0 or 1; -1 if receiving failed
+  uint8_t byte;  // MICOM_START if none was received
 };
 
 Answer Exchange(const MicomPacket& packet) {
@@ -74,8 +74,8 @@ int SendHeader(const Payload& payload) {
   return 0;
 }
 
-// Sends one data packet until it is accepted. Returns the number of that send within its round,
-// or -1 when the micom never accepted it.
+// Sends one data packet until it is accepted. Returns the number of tries in its last round, or -1
+// if the micom never accepted it.
 int SendUntilAccepted(const MicomPacket& packet) {
   Answer answer = {};
   for (int round = 0; round < MICOM_ROUNDS; ++round) {

@@ -1,13 +1,13 @@
 // The 10-byte frame between the daemon and the microcontroller (micom) of an HD camera module.
 //
-// Builds frames and names their bytes, commands and values. The micom answers a query with a
-// frame of the same length whose value stands at HD_DATA_AT. Free of I/O.
+// Builds frames and defines their bytes, commands and values. The micom answers a query with a
+// frame of the same length and the value at HD_DATA_AT. No I/O.
 #pragma once
 
 #include <array>
 #include <cstdint>
 
-// Byte positions of a frame. The bytes not named are 0.
+// Byte positions of a frame. All other bytes are 0.
 enum HdOffset : int {
   HD_SYNC_AT = 0,
   HD_COMMAND_AT = 1,
@@ -19,22 +19,22 @@ enum HdOffset : int {
 
 constexpr uint8_t HD_SYNC = 0xFF;
 
-// What a frame asks for.
+// Type of a request.
 enum HdAccess : uint8_t {
   HD_QUERY = 1,
   HD_SETTING = 2,
 };
 
 enum HdCommand : uint8_t {
-  // Queries, data 0.
+  // Queries; their data byte is 0.
   HD_VERSION = 0xE3,          // firmware version: major in the high, minor in the low nibble
   HD_RESOLUTION_FLAG = 0x5C,  // 0 or not 0
   HD_SENSOR = 0xE0,           // sensor code
   // Settings.
-  HD_PARAMETER = 0x21,        // data as CAMERA_CODE_MODULE_SETTING brings it
+  HD_PARAMETER = 0x21,        // the parameter of CAMERA_CODE_MODULE_SETTING
   HD_LENS = 0x41,             // an HdLens
   HD_MENU_KEY = 0x4B,         // an HdKey
-  HD_FIRMWARE_UPDATE = 0xFD,  // data 0: the micom enters its update mode
+  HD_FIRMWARE_UPDATE = 0xFD,  // data 0: enter the update mode
 };
 
 // Data of HD_MENU_KEY.
@@ -56,15 +56,15 @@ enum HdLens : uint8_t {
   HD_LENS_FOCUS_PLUS = 0x18,
 };
 
-// Data of every query, and of a setting that has none.
+// Data of every query, and of a setting without a value.
 constexpr uint8_t HD_NO_DATA = 0;
-// A value not known, a parameter not given. A micom that answers this is taken as not known.
+// An unknown value, or a missing parameter. A micom's answer with this value counts as unknown.
 constexpr uint8_t HD_NO_VALUE = 0xFF;
 
 using HdFrame = std::array<uint8_t, HD_FRAME_SIZE>;
 
-// Sum of the bytes before the checksum, the sync byte included, modulo 256.
+// Returns the sum of the bytes before the checksum, sync byte included, modulo 256.
 uint8_t HdChecksum(const HdFrame& frame);
 
-// A whole frame with its checksum.
+// Returns a complete frame with its checksum.
 HdFrame HdBuild(HdCommand command, HdAccess access, uint8_t data);

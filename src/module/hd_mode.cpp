@@ -19,12 +19,12 @@ constexpr int kUsPerS = 1'000'000;
 
 // --- Control codes -----------------------------------------------------------------------------
 
-// Where the data of a setting comes from.
+// Source of the data byte of a setting.
 enum class HdSource : uint8_t {
   kFixed,      // `data`
-  kFirst,      // the first parameter as it came
+  kFirst,      // the first parameter, unchanged
   kFirstSign,  // first parameter above 0: `data`; below: `opposite`; 0: HD_LENS_STOP
-  kThirdSign,  // the same with the third parameter
+  kThirdSign,  // the same for the third parameter
 };
 
 struct HdRow {
@@ -83,8 +83,7 @@ void OnCameraControl(void* /*mode*/, const CameraControl& control) {
   HdModuleSend(SERIAL_ONE_PORT, setting.command, HD_SETTING, setting.data);
 }
 
-// A failed update is followed by the same reboot: it brings back a micom that was left in its
-// update mode.
+// Reboots even after a failed update: the reboot resets a micom that is stuck in its update mode.
 [[noreturn]] void UpdateFirmwareAndReboot(HdMode* hd) {
   printf("CICOMM_PCMD_MICOM_FIRMWARE_UPDATE\n");
   MicomFirmwareUpdate(hd->context);

@@ -10,7 +10,7 @@ namespace {
 
 constexpr uint16_t kPolynomial = 0x8408;
 
-// The remainder of every byte value, by which the checksum advances a byte at a time.
+// CRC remainder of every byte value, to process a byte per step.
 constexpr std::array<uint16_t, 256> MakeCrcTable() {
   std::array<uint16_t, 256> table = {};
   for (size_t value = 0; value < table.size(); ++value) {
@@ -36,7 +36,7 @@ static_assert(Crc(kCheckBytes) == 0x2189);
 
 // --- Packets -----------------------------------------------------------------------------------
 
-// Ends a packet of which `used` bytes are filled.
+// Appends the end mark and checksum to a packet with `used` bytes.
 void Finish(MicomPacket* packet, size_t used) {
   packet->bytes[used] = MICOM_END;
   const std::span<const uint8_t> covered(packet->bytes.data(), used + 1);

@@ -1,9 +1,9 @@
-// The packets that carry a firmware image to the micom of an HD camera module.
+// The packets that transfer a firmware image to the micom of an HD camera module.
 //
-// In its update mode the micom takes one packet at a time and answers each with one byte: first
-// a header with the payload's length, then the payload in pieces, then a tail with the
-// payload's checksum. Every packet ends with its own checksum. Integers are little-endian.
-// Nothing here does I/O or keeps state of its own.
+// In its update mode the micom accepts one packet at a time and answers each with one byte: first a
+// header with the payload's length, then the payload in pieces, then a tail with the payload's
+// checksum. Every packet ends with its own checksum. Integers are little-endian. No I/O and no
+// state.
 #pragma once
 
 #include <array>
@@ -11,15 +11,15 @@
 #include <cstdint>
 #include <span>
 
-// Bytes at the start of an image that are not part of the payload.
+// Length of the image header, which is not part of the payload, bytes.
 constexpr int MICOM_IMAGE_HEADER_SIZE = 64;
 
 constexpr uint8_t MICOM_START = 0xA0;     // first byte of every packet
 constexpr uint8_t MICOM_END = 0xAF;       // the byte before a packet's checksum
 constexpr uint8_t MICOM_TAIL = 0x02;      // second byte of the tail packet
-constexpr uint8_t MICOM_ACCEPTED = 0x33;  // the answer to a packet that was taken
+constexpr uint8_t MICOM_ACCEPTED = 0x33;  // answer to an accepted packet
 
-// The micom's sign that it has entered its update mode: two bytes, the high one first.
+// Acknowledgement that the micom has entered its update mode: two bytes, high byte first.
 constexpr uint16_t MICOM_ACK = 0xDC12;
 
 // Header packet: start, payload length (32 bits), end, checksum.
@@ -30,11 +30,11 @@ enum MicomHeaderOffset : int {
   MICOM_HEADER_SIZE = 8,
 };
 
-// Data packet: start, number of payload bytes n (16 bits), the bytes, end, checksum.
+// Data packet: start, number of payload bytes (16 bits), payload bytes, end, checksum.
 enum MicomDataOffset : int {
   MICOM_DATA_COUNT_AT = 1,
   MICOM_DATA_BYTES_AT = 3,
-  MICOM_DATA_OVERHEAD = 6,  // bytes of a packet besides its payload bytes
+  MICOM_DATA_OVERHEAD = 6,  // bytes of a packet without its payload bytes
 };
 // Payload bytes of a full data packet.
 constexpr int MICOM_DATA_MAX = 256;
@@ -48,30 +48,30 @@ enum MicomTailOffset : int {
   MICOM_TAIL_SIZE = 7,
 };
 
-// One packet; `size` bytes of it are sent.
+// One packet; its first `size` bytes are sent.
 struct MicomPacket {
   std::array<uint8_t, MICOM_DATA_MAX + MICOM_DATA_OVERHEAD> bytes;
   int size;
 };
 
-// CRC-16/KERMIT: reflected polynomial 0x8408, initial value 0, nothing added at the end. 0 of
-// no bytes.
+// CRC-16/KERMIT: reflected polynomial 0x8408, initial value 0, no final XOR. Returns 0 for no
+// bytes.
 uint16_t MicomCrc(std::span<const uint8_t> bytes);
 
 MicomPacket MicomHeaderPacket(uint32_t payload_length);
 
-// Takes 1 to MICOM_DATA_MAX payload bytes; more are cut.
+// Builds a packet of 1 to MICOM_DATA_MAX payload bytes; ignores any further bytes.
 MicomPacket MicomDataPacket(std::span<const uint8_t> bytes);
 
-// Takes the whole payload.
+// Builds the tail packet for the whole payload.
 MicomPacket MicomTailPacket(std::span<const uint8_t> payload);
 
-// Search for MICOM_ACK among other bytes. Starts all zero.
+// Searches a byte stream for MICOM_ACK. An all-zero object is at the start.
 struct MicomAckSearch {
-  uint16_t value;  // the pair assembled last, the high byte first
-  bool has_first;  // the last byte may be the first half
+  uint16_t value;  // the last pair of bytes, high byte first
+  bool has_first;  // the last byte is the high byte of MICOM_ACK
 };
 
-// Takes one byte. Returns true when it completes MICOM_ACK. A byte that does not follow a first
-// half as it should ends the pair and is not looked at as a first half itself.
+// Processes one byte. Returns true when it completes MICOM_ACK. A byte that follows a high byte but
+// does not match ends the pair and is not itself tried as a high byte.
 bool MicomAckTake(MicomAckSearch* search, uint8_t byte);

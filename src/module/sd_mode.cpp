@@ -17,7 +17,7 @@ constexpr SdFrame kStop = {PELCO_NO_BITS, 0};
 constexpr SdFrame kTele = {PELCO2_ZOOM_TELE, 0};
 constexpr SdFrame kWide = {PELCO2_ZOOM_WIDE, 0};
 
-// A menu key: its frame, then a stop.
+// A menu key: the frame to send, followed by a stop frame.
 struct KeyRow {
   uint16_t code;
   SdFrame frame;
@@ -32,7 +32,7 @@ constexpr std::array<KeyRow, 6> kKeys = {{
     {CAMERA_CODE_RIGHT, {PELCO2_PAN_RIGHT, 0}},
 }};
 
-// Zoom runs until the frame of direction 0, a stop.
+// Zoom runs until a stop frame (direction 0).
 SdFrame ZoomFrame(int8_t direction) {
   if (direction > 0) return kTele;
   return direction < 0 ? kWide : kStop;

@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-// The address of `host` (host order, e.g. INADDR_LOOPBACK) and the low 16 bits of `port`.
+// Returns the address of `host` (host order, e.g. INADDR_LOOPBACK) and the low 16 bits of `port`.
 inline sockaddr_in ZSK_Ipv4Address(in_addr_t host, int port) {
   sockaddr_in address = {};
   address.sin_family = AF_INET;
@@ -14,7 +14,7 @@ inline sockaddr_in ZSK_Ipv4Address(in_addr_t host, int port) {
   return address;
 }
 
-// The same as the system calls take it.
+// Casts an address to the type that the system calls accept.
 inline const sockaddr* ZSK_Generic(const sockaddr_in& address) {
   return reinterpret_cast<const sockaddr*>(&address);
 }

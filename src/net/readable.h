@@ -1,9 +1,9 @@
-// Waiting for one descriptor to become readable. Any descriptor number will do.
+// Waits until one descriptor is readable. Works for any descriptor number.
 #pragma once
 
 #include <cstdint>
 
-// Waits until `fd` is readable (data, a connection, the peer's end or an error is there), at
-// most `microseconds`; 0 polls.
-// Returns 1 when it is, 0 when the time ran out, -1 when the wait failed or `fd` is not open.
+// Waits at most `microseconds` until `fd` is readable: data, a connection, end of file or an error
+// is pending. 0 polls. Returns 1 if it is readable, 0 on timeout, -1 if the wait failed or `fd` is
+// not open.
 int ZSK_WaitReadable(int fd, int64_t microseconds);

@@ -22,7 +22,7 @@
 
 namespace {
 
-// The numbers that the two lines of a failed stream send carry. They are part of the text.
+// Fixed line numbers in the two messages of a failed stream send; part of the message text.
 constexpr char kSendStreamName[] = "ZSK_SendTCPStream";
 constexpr int kNoDataLine = 693;
 constexpr int kSendCriticalLine = 727;
@@ -30,7 +30,7 @@ constexpr int kSendCriticalLine = 727;
 // Send buffer of the listeners, bytes.
 constexpr int kListenerSendBuffer = 4194304;
 
-// The interface whose index is the scope of an IPv6 listener.
+// The scope of an IPv6 listener is the index of this interface.
 constexpr char kScopeInterface[] = "eth0";
 
 int CloseAndFail(int fd) {
@@ -38,7 +38,7 @@ int CloseAndFail(int fd) {
   return -1;
 }
 
-// Looks `host` up and stores its first IPv4 address, in host order. Returns 0 or the resolver's
+// Resolves `host` and stores its first IPv4 address in host order. Returns 0 or the resolver's
 // error code.
 int ResolveIpv4(const char* host, in_addr_t* address) {
   addrinfo hints = {};
@@ -59,15 +59,15 @@ int Connect(int fd, const sockaddr_in& address) {
   return connect(fd, ZSK_Generic(address), sizeof(address));
 }
 
-// Limits how long the socket's connect and sends may block; 0 takes the limit away.
+// Sets the timeout for connect and send on a blocking socket; 0 removes it.
 void LimitBlocking(int fd, int seconds) {
   const timeval limit = {.tv_sec = seconds, .tv_usec = 0};
   setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof(limit));
 }
 
-// Waits for room in the socket's send buffer, at most until the deadline passes. The system calls
-// a socket writable only once a third of its buffer is free, while a few bytes may fit long
-// before that: no piece of the wait is long.
+// Waits for room in the send buffer, at most until the deadline. The kernel reports a socket as
+// writable only once a third of its buffer is free, although a few bytes may fit long before, so
+// each poll is short.
 void WaitForRoom(int fd, const ZskDeadline& deadline) {
   constexpr int kLongestMs = 20;
   const int left_ms = deadline.set ? ZSK_DeadlineLeftMs(deadline) : kLongestMs;
@@ -140,7 +140,7 @@ int ZSK_ConnectTCPSocket(const char* host, int port) {
             gai_strerror(error));
     return CloseAndFail(fd);
   }
-  // A listener that accepts nothing any more would hold the caller for minutes.
+  // If the listener no longer accepts, connect would otherwise block for minutes.
   LimitBlocking(fd, ZSK_CONNECT_TIMEOUT_S);
   if (Connect(fd, ZSK_Ipv4Address(address, port)) != 0) {
     fprintf(stderr, "new [%s/connect] Error Number : %d, Error String : %s\n", kName, errno,

@@ -113,7 +113,7 @@ int ZSK_SetSocketBufferSize(int fd, int size, int option) {
   const int current = ZSK_GetSocketBufferSize(fd, option);
   while (current < size) {
     if (setsockopt(fd, SOL_SOCKET, option, &size, sizeof(size)) == 0) return size;
-    // Signed, rounding towards zero; in 64 bits, so that no wish overflows.
+    // Rounds towards zero; computed in 64 bits so that no size overflows.
     size = static_cast<int>((static_cast<int64_t>(current) + size) / 2);
   }
   return ZSK_GetSocketBufferSize(fd, option);

@@ -35,8 +35,8 @@ void CloseClient(CPTZSVR* self, int slot) {
 
 // --- Accept ------------------------------------------------------------------------------------
 
-// Whether a failed accept was the fault of that one connection. Anything else (no descriptor or
-// memory left, above all) lasts, and trying again at once would only spin.
+// Returns true if only this one connection failed. Any other error, above all a lack of descriptors
+// or memory, lasts, and an immediate retry would spin.
 bool IsPassing(int error) {
   constexpr std::array kPassing = {EAGAIN,       EINTR,       ECONNABORTED, EPROTO,
                                    ENETDOWN,     ENONET,      ENOPROTOOPT,  EHOSTDOWN,
@@ -44,7 +44,7 @@ bool IsPassing(int error) {
   return std::find(kPassing.begin(), kPassing.end(), error) != kPassing.end();
 }
 
-// Whether the listener is there and not being left alone.
+// Returns true if there is a listener and accept is not backing off.
 bool IsAccepting(const CPTZSVR* self) {
   return self->listener != kNoSocket && CUTIL_MonotonicUs() >= self->accept_backoff_until_us;
 }
@@ -54,8 +54,8 @@ void BackOffAccept(CPTZSVR* self, int error) {
   self->accept_backoff_until_us = CUTIL_MonotonicUs() + kAcceptBackoffUs;
 }
 
-// Bounds what a client can cost that vanishes or stops reading. An option that the kernel refuses
-// is done without.
+// Bounds the cost of a client that vanishes or stops reading. Options that the kernel refuses are
+// skipped.
 void LimitClient(int client) {
   constexpr int kVanishMs =
       (CPTZSVR_KEEPALIVE_IDLE_S + CPTZSVR_KEEPALIVE_INTERVAL_S * CPTZSVR_KEEPALIVE_PROBES) * 1000;
@@ -117,7 +117,7 @@ int CPTZSVR_Accept(CPTZSVR* self, int us) {
 
 int CPTZSVR_Recv(CPTZSVR* self, void* buf, int us) {
   std::array<pollfd, CPTZSVR_MAX_CLIENTS> sources;
-  for (size_t i = 0; i < sources.size(); ++i)  // a free slot (-1) is ignored by poll
+  for (size_t i = 0; i < sources.size(); ++i)  // poll ignores a free slot (-1)
     sources[i] = {.fd = self->clients[i], .events = POLLIN, .revents = 0};
   const int64_t limit_us = static_cast<int64_t>(us) * CPTZSVR_ClientCount(self);
   const timespec limit = {.tv_sec = static_cast<time_t>(limit_us / kUsPerS),
@@ -128,8 +128,8 @@ int CPTZSVR_Recv(CPTZSVR* self, void* buf, int us) {
 
 // --- Sending -------------------------------------------------------------------------------------
 
-// Gives a client its bytes, through the queue what it cannot take now: behind what waits there
-// already, so that they stay in order. Returns false when the client is lost.
+// Sends bytes to a client and queues what it cannot accept now. If its queue is not empty,
+// everything is queued, to keep the order. Returns false if the client failed or its queue is full.
 bool SendOrQueue(CPTZSVR* self, int slot, const uint8_t* bytes, int len) {
   SendQueue* const queue = &self->queues[slot];
   int sent = 0;
@@ -154,9 +154,9 @@ int64_t SendTimeoutLeftUs(const CPTZSVR* self, int slot) {
   return std::max<int64_t>(self->last_progress_us[slot] + kSendTimeoutUs - CUTIL_MonotonicUs(), 0);
 }
 
-// Lets a client take of its queue. Its time is over only when it takes nothing even now: the
-// server may have been kept from offering. Returns false when the client is lost, or has ended and
-// has everything.
+// Sends queued bytes to a client. The timeout applies only if the client accepts nothing in this
+// call, because the daemon itself may have been too busy to send. Returns false if the client
+// failed or timed out, or if it has closed its side and its queue is empty.
 bool FlushQueue(CPTZSVR* self, int slot) {
   const int taken = SendQueueDrain(&self->queues[slot], self->clients[slot]);
   if (taken > 0) self->last_progress_us[slot] = CUTIL_MonotonicUs();
@@ -164,7 +164,7 @@ bool FlushQueue(CPTZSVR* self, int slot) {
   return taken >= 0 && SendTimeoutLeftUs(self, slot) > 0 && !is_done;
 }
 
-// --- The end -------------------------------------------------------------------------------------
+// --- Closing -------------------------------------------------------------------------------------
 
 void CPTZSVR_Close(CPTZSVR* self) {
   if (self->listener != kNoSocket) {
@@ -200,7 +200,7 @@ int CPTZSVR_Init(CPTZSVR* self, int16_t port) {
     fprintf(stderr, "PTZ TCP CONNECTION ERR [%d]\n", listener);
     return -1;
   }
-  // A connection that is gone again before it is accepted must not hold the mode.
+  // If a connection is reset before it is accepted, accept must not block the pass.
   ZSK_SetNonBlocking(listener);
   self->listener = listener;
   return 0;

@@ -1,26 +1,26 @@
-// The two datagrams of the daemon's own UDP port.
+// The two kinds of datagrams on the daemon's own UDP port.
 //
-// In, from any local process: a 16-bit little-endian code, then its data.
-// Out, to 127.0.0.1:SERIAL_DATA_PORT, one for every read from the serial line: a header, then
-// the bytes.
+//   In, from any local process: a 16-bit little-endian code, then its data.
+//   Out, to 127.0.0.1:SERIAL_DATA_PORT, one for every read from the serial line: a header, then the
+//   bytes.
 #pragma once
 
 #include <cstdint>
 
 #include "util/bytes.h"
 
-// Codes of a datagram to the daemon.
+// Codes of incoming datagrams.
 enum Rs232UdpCode : uint16_t {
-  RS232_UDP_WRITE = 0x7001,  // the rest goes to the serial line
-  RS232_UDP_STOP = 0x7FFF,   // the daemon ends
+  RS232_UDP_WRITE = 0x7001,  // writes the rest to the serial line
+  RS232_UDP_STOP = 0x7FFF,   // ends the daemon
 };
 constexpr int RS232_UDP_CODE_SIZE = 2;
-// Bytes of a datagram that are taken; the rest of a longer one is lost.
+// Bytes of a datagram that are read; the rest of a longer one is lost.
 constexpr int RS232_UDP_MAX = 5122;
 
-// Where serial data datagrams go.
+// Destination of serial data datagrams.
 constexpr int SERIAL_DATA_PORT = 1860;
-// Serial bytes that one read takes and one datagram carries.
+// Most serial bytes in one read and one datagram.
 constexpr int SERIAL_DATA_MAX = 64;
 
 constexpr char SERIAL_DATA_MAGIC[] = "PTPRP232";

@@ -16,7 +16,7 @@ namespace {
 
 constexpr int64_t kUsPerS = 1'000'000;
 constexpr int64_t kRetryUs = LINE_SOURCE_RETRY_S * kUsPerS;
-// Pause after a read that found nothing on a line that was said to be ready.
+// Pause after a read without data on a line that poll reported as ready.
 constexpr int64_t kEmptyReadPauseUs = 1'000;
 
 void HandleHangup(LineSource* self, const char* reason) {
@@ -47,7 +47,9 @@ int LineSourceRead(LineSource* self, uint8_t* buffer, int size) {
 void LineSourceServe(LineSource* self) {
   if (LineSourceWaitLimitUs(*self) > 0) return;
   Rs232Context* context = self->context;
-  if (OpenRS232(context, SerialLineOf(*context->settings)) < 0) {
+  const SerialLine line = SerialLineOf(*context->settings);
+  if (OpenRS232(context, line) < 0 || !IsRS232Usable(*context, line)) {
+    CloseRS232(context);
     self->retry_us = CUTIL_MonotonicUs() + kRetryUs;
     return;
   }

@@ -1,33 +1,34 @@
-// LineSource: the serial line as a source of the pass, through a hang-up and back.
+// LineSource: the serial line as a source of the pass; reopens it after a hang-up.
 //
-// A line whose device goes away (an adapter is unplugged, the far end of a pty closes) is ready
-// for ever and has nothing. It is then closed and taken out of the event set, and opened again with
-// the settings of start-up: the first attempt comes LINE_SOURCE_RETRY_S later, and so does each
-// further one. One line on standard error says that it is lost, and one that it is back. What is
-// sent meanwhile is lost, as on a closed port. Main thread only; nothing here waits for the line.
+// A line whose device goes away (an adapter is unplugged, the far end of a pty closes) is always
+// ready but has no data. LineSource then closes it, removes it from the event set, and tries every
+// LINE_SOURCE_RETRY_S to reopen it with the settings of start-up. It prints one line on standard
+// error when the line is lost, and one when it is back: when a device has accepted the settings.
+// Bytes sent meanwhile are lost, as on a closed port. Main thread only; never waits for the line.
 #pragma once
 
 #include <cstdint>
 
 #include "context/rs232_context.h"
 
-// Seconds between two attempts to open the line again.
+// Interval between attempts to reopen the line, seconds.
 constexpr int LINE_SOURCE_RETRY_S = 1;
 
 struct LineSource {
-  Rs232Context* context;  // borrowed: holds the line, which its event set watches
+  Rs232Context* context;  // borrowed; holds the line, and the event set that watches it
   int64_t retry_us;       // while the line is lost: monotonic time of the next attempt
 };
 
-// The line of `context` is open.
+// Initialises the source. The line of `context` must be open.
 void LineSourceInit(LineSource* self, Rs232Context* context);
 
-// Reads once, `size` bytes at most. Returns the bytes read, or 0 when there were none; a line that
-// turns out to be gone is lost from then on.
+// Reads once, at most `size` bytes. Returns the bytes read, or 0 if there were none. If the device
+// is gone, closes the line.
 int LineSourceRead(LineSource* self, uint8_t* buffer, int size);
 
-// Tries to open a lost line again if it is time to.
+// Tries to reopen a lost line if an attempt is due.
 void LineSourceServe(LineSource* self);
 
-// Microseconds until LineSourceServe has something to do; INT64_MAX while the line is there.
+// Returns the microseconds until LineSourceServe has something to do; INT64_MAX while the line is
+// open.
 int64_t LineSourceWaitLimitUs(const LineSource& self);

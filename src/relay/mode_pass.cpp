@@ -19,7 +19,7 @@
 
 namespace {
 
-// In place of a number of clients.
+// Special values of `reported_clients`.
 constexpr int kNoServer = -1;
 constexpr int kNothingReported = -2;
 
@@ -33,7 +33,6 @@ std::span<pollfd, CPTZSVR_SOURCES> PtzSources(ModePass* self) {
   return std::span(self->sources).first<CPTZSVR_SOURCES>();
 }
 
-// Those of the event set.
 std::span<pollfd> EventSources(ModePass* self) {
   constexpr size_t kFirst = CPTZSVR_SOURCES + 1;
   return std::span(self->sources).subspan(kFirst, self->source_count - kFirst);
@@ -43,7 +42,7 @@ bool IsReady(const pollfd& source) {
   return source.revents != 0;
 }
 
-// Whether the event set's descriptor `fd` has input, or an error that a read tells.
+// Returns true if the event set's descriptor `fd` has input or an error for read to return.
 bool HasInput(ModePass* self, int fd) {
   const auto events = EventSources(self);
   return fd >= 0 && std::any_of(events.begin(), events.end(), [fd](const pollfd& source) {
@@ -53,14 +52,14 @@ bool HasInput(ModePass* self, int fd) {
 
 // --- PTZ clients -------------------------------------------------------------------------------
 
-// Whether the line takes bytes. One that is lost takes all: they are lost with it.
+// True if writable. A lost line counts as writable; its data is discarded.
 bool HasRoom(int serial) {
   pollfd room = {.fd = serial, .events = POLLOUT, .revents = 0};
   const int ready = poll(&room, 1, 0);
   return serial < 0 || ready > 0 || (ready < 0 && errno != EINTR);
 }
 
-// Returns true when the line got bytes, which takes as long as it takes them.
+// Returns true if a client's bytes were written to the line, which may have taken some time.
 bool ServePtzClients(ModePass* self) {
   CPTZSVR* server = self->context->ptz_server;
   if (server == nullptr) return false;
@@ -70,7 +69,7 @@ bool ServePtzClients(ModePass* self) {
   if (!is_ready && !self->client_backpressure) return false;
   const bool accepts = IsReady(sources[CPTZSVR_LISTENER_SOURCE]);
   if (accepts) server->Accept(server, 0);
-  // Clients that were not watched are all worth a try.
+  // Clients that were not polled may have input: try them all.
   if (accepts || self->client_backpressure) {
     for (pollfd& source : sources)
       source.revents |= POLLIN;
@@ -85,7 +84,7 @@ bool ServePtzClients(ModePass* self) {
 
 // --- The service manager -----------------------------------------------------------------------
 
-// Reports model, mode, line and clients whenever one of them has changed.
+// Reports model, mode, line state and number of clients when the line state or the number changes.
 void ReportStatus(ModePass* self) {
   if (!CUTIL_NotifyIsOn()) return;
   const CPTZSVR* server = self->context->ptz_server;
@@ -104,7 +103,7 @@ void ReportStatus(ModePass* self) {
 
 // --- Waiting -----------------------------------------------------------------------------------
 
-// Fills the sources with the PTZ server's, the stop event and the event set's.
+// Collects the poll sources of the PTZ server, the stop event and the event set.
 void CollectSources(ModePass* self) {
   const Rs232Context& context = *self->context;
   const bool is_held = self->client_backpressure && self->context->serial >= 0;
@@ -124,27 +123,28 @@ void CollectSources(ModePass* self) {
 }
 
 int64_t WaitLimitUs(const ModePass* self, int64_t periodic_us) {
-  constexpr int64_t kBlindUs = 1'000'000;  // SIGTERM may come just before the wait
+  constexpr int64_t kBlindUs = 1'000'000;  // SIGTERM may arrive just before the wait
   const CPTZSVR* server = self->context->ptz_server;
   return std::min({periodic_us, g_rs232_stop_event < 0 ? kBlindUs : MODE_PASS_NO_WORK,
                    LineSourceWaitLimitUs(self->line), CUTIL_NotifyWaitUs(),
                    server == nullptr ? MODE_PASS_NO_WORK : CPTZSVR_WaitLimitUs(server)});
 }
 
-// A wait or a read that fails does so at once, and may go on failing: the next pass must not come
-// at once as well.
+// A wait or read that fails returns at once and may keep failing; without a pause the loop would
+// spin.
 void PauseAfterFailure() {
   CUTIL_SleepUs(MODE_PASS_PACE_US);
 }
 
-// What came while the line took a client's bytes comes before that client's next.
+// Events that arrived while a client's bytes were written are served before the client's next
+// bytes.
 void RepollEvents(ModePass* self) {
   const auto events = EventSources(self);
   poll(events.data(), events.size(), 0);
 }
 
-// A wait that fails tells nothing: each PTZ source is worth a try, and the event set, which is
-// smaller than what may be more than a process may poll, is looked at alone.
+// After a failed poll the results are unknown. Tries every PTZ source, and polls the event set
+// alone, because the whole list may exceed the number of descriptors that this process may poll.
 void TrySources(ModePass* self) {
   PauseAfterFailure();
   for (pollfd& source : PtzSources(self))
@@ -152,11 +152,11 @@ void TrySources(ModePass* self) {
   RepollEvents(self);
 }
 
-// Waits on every source at once.
+// Waits for all sources in one poll.
 void WaitForWork(ModePass* self, int64_t periodic_us) {
   constexpr int64_t kUsPerS = 1'000'000;
   constexpr int64_t kNsPerUs = 1'000;
-  // The limit comes first: a listener that is left alone until now is watched or waited for.
+  // Compute the limit first: if the accept back-off ends in between, the listener is polled.
   const int64_t limit_us = WaitLimitUs(self, periodic_us);
   CollectSources(self);
   const timespec limit = {.tv_sec = static_cast<time_t>(limit_us / kUsPerS),
@@ -189,8 +189,8 @@ void ServeUdp(ModePass* self) {
 
 // --- The command channel -----------------------------------------------------------------------
 
-// Anybody on the device may send datagrams to the port. Only what is marked as a command may move
-// anything, whatever number its bytes happen to hold.
+// Any process of the device may send datagrams to this port. Only a packet with the magic number of
+// a command may have an effect.
 bool IsPacket(CICOMM* channel) {
   return channel->received >= CICOMM_HEADER_SIZE &&
          channel->GetHeader(channel)->magic.Get() == CICOMM_MAGIC;

@@ -1,17 +1,19 @@
 // The pass that all mode loops share.
 //
-// One pass looks at every source once, in a fixed order, and serves what is there:
-//   1. the stop flag,
+// One pass serves each ready source once, in a fixed order:
+//   1. the stop flag: ends the loop,
 //   2. the mode's periodic work,
-//   3. wait until something is ready,
-//   4. PTZ clients: accept one, read once from one while the serial line has room, write it there,
-//   5. the UDP socket: bytes for the serial line, or the order to stop,
-//   6. the command channel: camera control and other commands go to the mode,
-//   7. the serial line: its bytes go to the PTZ clients, to the mode, to the trace and to the
-//      local data port.
-// The wait of step 3 is over every source at once, SIGTERM included, and has no end of its own: a
-// daemon with nothing to do sleeps. A mode adds its hooks; whatever it leaves out is skipped. Runs
-// on the main thread and blocks for that wait and for what the serial line takes.
+//   3. the serial line if it is lost: reopen it once a second,
+//   4. one wait until a source is ready,
+//   5. PTZ clients: flush queues, accept one client, read once from one client while the serial
+//      line has room, write its bytes to the line,
+//   6. the UDP socket: one datagram, with bytes for the serial line or a stop request,
+//   7. the command channel: one packet, passed to the mode,
+//   8. the serial line: one read, passed to the PTZ clients, the mode, the trace and the local data
+//      port.
+// Step 4 is one poll over all sources and SIGTERM, without a timeout of its own: an idle daemon
+// sleeps. A mode consists of hooks; those it leaves out are skipped. The pass runs on the main
+// thread and blocks for that wait, for writes to the serial line and for the hooks.
 #pragma once
 
 #include <poll.h>
@@ -26,51 +28,53 @@
 #include "relay/daemon_datagram.h"
 #include "relay/line_source.h"
 
-// Pace of periodic work that is under way, microseconds.
+// Longest interval between two runs of periodic work in progress, microseconds.
 constexpr int64_t MODE_PASS_PACE_US = 1000;
-// What periodic work returns that waits for an event.
+// Result of the periodic hook if it has nothing to do until an event.
 constexpr int64_t MODE_PASS_NO_WORK = INT64_MAX;
 
-// What a mode does in a pass. Every hook may be null. `mode` is the mode's own state.
+// The hooks of a mode. Any hook may be null. `mode` is the mode's own state. A hook runs on the
+// main thread and blocks the pass until it returns: meanwhile no client, datagram, command or
+// serial byte is served, and a stop request waits as well.
 struct ModeHooks {
-  // Name of the mode, for the service manager.
+  // Name of the mode in the status line of the service manager.
   const char* name;
-  // Once a pass, before any source is looked at. Returns the microseconds after which it has to run
-  // again even if nothing happens: at most MODE_PASS_PACE_US while it has work, otherwise
+  // Runs once per pass, before the sources are polled. Returns the microseconds after which it must
+  // run again even if nothing happens: at most MODE_PASS_PACE_US while it has work, otherwise
   // MODE_PASS_NO_WORK.
   int64_t (*periodic)(void* mode);
-  // A camera-control record with the right target came on the command channel.
+  // Handles a camera-control record addressed to this daemon (CAMERA_CONTROL_TARGET).
   void (*camera_control)(void* mode, const CameraControl& control);
-  // Any other command came on the command channel.
+  // Handles any other command from the command channel.
   void (*command)(void* mode, int command);
-  // Bytes came from the serial line; the PTZ clients have them already.
+  // Handles bytes from the serial line, after they were sent to the PTZ clients.
   void (*serial_bytes)(void* mode, std::span<const uint8_t> bytes);
-  // Whether serial bytes also go to SERIAL_DATA_PORT.
+  // True if serial bytes are also sent to SERIAL_DATA_PORT.
   bool sends_serial_data;
 };
 
 struct ModePass {
   Rs232Context* context;   // borrowed from the mode
   const ModeHooks* hooks;  // borrowed from the mode
-  void* mode;              // handed to every hook
+  void* mode;              // passed to every hook
   uint8_t ptz_buffer[CPTZSVR_RECV_MAX];
   uint8_t udp_buffer[RS232_UDP_MAX];
-  SerialDataDatagram serial_data;  // serial bytes are read into its place
+  SerialDataDatagram serial_data;  // serial bytes are read directly into it
   LineSource line;
-  // What a wait is over and found ready: the PTZ server's, the stop event, the event set's.
+  // Sources of the last wait with their results: the PTZ server's, the stop event, the event set's.
   pollfd sources[CPTZSVR_SOURCES + 1 + CFDEVENT_MAX_FDS];
   size_t source_count;
-  bool client_backpressure;  // what PTZ clients sent waits with them: the line has no room
-  int reported_clients;      // what the service manager was last told
+  bool client_backpressure;  // client input is not read, because the line has no room
+  int reported_clients;      // as last reported to the service manager
   bool reported_line;
-  int64_t stray_line_us;  // monotonic time before which no stray datagram is reported
+  int64_t stray_line_us;  // monotonic time; no report of stray datagrams before it
 
-  // Runs one pass. Returns 0, or 1 without serving anything when the stop flag is set.
+  // Runs one pass. Returns 0, or 1 without serving anything if the stop flag is set.
   int (*RunOnce)(ModePass* self);
 
   // Runs passes until the stop flag is set.
   void (*Run)(ModePass* self);
 };
 
-// Readies a pass over the sources of `context`.
+// Initialises a pass over the sources of `context`.
 void ModePassInit(ModePass* self, Rs232Context* context, const ModeHooks* hooks, void* mode);

@@ -1,6 +1,6 @@
 // Pelco-D: the 7-byte frames of pan/tilt/zoom heads.
 //
-// Builds frames and names their bits and commands. Free of I/O.
+// Builds frames and defines their bits and commands. No I/O.
 #pragma once
 
 #include <array>
@@ -19,11 +19,11 @@ enum PelcoOffset : int {
 };
 
 constexpr uint8_t PELCO_SYNC = 0xFF;
-constexpr uint8_t PELCO_ADDRESS = 0x01;  // receiver number of the head on this line
+constexpr uint8_t PELCO_ADDRESS = 0x01;  // receiver number of the head
 constexpr uint8_t PELCO_SPEED_MAX = 63;  // top speed in data 1 and data 2
 constexpr uint8_t PELCO_NO_BITS = 0x00;
 
-// Motion bits of command 1 and command 2. All clear: stop.
+// Motion bits of command 1 and command 2. No bit set means stop.
 enum PelcoMotion : uint8_t {
   PELCO1_FOCUS_NEAR = 0x01,  // the only motion bit in command 1
   PELCO2_PAN_RIGHT = 0x02,
@@ -55,7 +55,7 @@ constexpr uint8_t PELCO_EXTENDED_BIT = 0x01;
 
 using PelcoFrame = std::array<uint8_t, PELCO_FRAME_SIZE>;
 
-// The four bytes of a frame that vary. All zero: the stop frame.
+// The four variable bytes of a frame. All zero is the stop frame.
 struct PelcoCommand {
   uint8_t command1;
   uint8_t command2;
@@ -63,8 +63,8 @@ struct PelcoCommand {
   uint8_t data2;
 };
 
-// Sum of the bytes between sync and checksum, modulo 256.
+// Returns the sum of the bytes between sync and checksum, modulo 256.
 uint8_t PelcoChecksum(const PelcoFrame& frame);
 
-// The frame of a command for receiver PELCO_ADDRESS, with its checksum.
+// Returns the frame of a command for receiver PELCO_ADDRESS, with its checksum.
 PelcoFrame PelcoBuild(const PelcoCommand& command);

@@ -10,14 +10,14 @@ using enum PtzAction;
 using enum PtzArgument;
 using enum PtzStops;
 
-// Preset numbers with a meaning of their own; 95 opens the menu of a head.
+// Preset numbers with a special meaning; setting preset 95 opens the menu of a head.
 constexpr uint8_t kPresetMenu = 95;
 constexpr uint8_t kPreset33 = 33;
 constexpr uint8_t kPreset34 = 34;
 constexpr uint8_t kPreset96 = 96;
 constexpr uint8_t kPreset99 = 99;
 
-// Pan and tilt speed of the direction codes, which carry none.
+// Pan and tilt speed for the direction codes, which have no speed parameter.
 constexpr uint8_t kDirectionSpeed = 29;
 
 constexpr uint16_t kShortStopMs = 100;
@@ -37,7 +37,7 @@ constexpr PelcoCommand kFocusFar = {0, PELCO2_FOCUS_FAR, 0, 0};
 
 // --- The tables ------------------------------------------------------------------------------
 
-// QB-610: no stop frames, and no speed: the head chooses its own.
+// QB-610: no stop frames and no speed; the head chooses its own speed.
 constexpr auto kTableQb610 = std::to_array<PtzRow>({
     {CAMERA_CODE_MENU, kFrame, kMenu},
     {CAMERA_CODE_MENU_ENTER, kFrame, kMenu},
@@ -77,7 +77,7 @@ constexpr auto kTableQb620 = std::to_array<PtzRow>({
     {CAMERA_CODE_REMOTE_RESET, kFrame, {0, PELCO_REMOTE_RESET, 0, 0}},
 });
 
-// Every other model.
+// All other models.
 constexpr auto kTableCommon = std::to_array<PtzRow>({
     {CAMERA_CODE_JOYSTICK, kZoom},
     {CAMERA_CODE_ZOOM, kZoom},
@@ -107,7 +107,7 @@ void AppendLongStop(PtzSequence* sequence) {
   Append(sequence, kLongStopMs, kStop);
 }
 
-// One of two directions by the sign of `value`; 0 stops.
+// Appends one of two directions by the sign of `value`; 0 appends a long stop.
 void AppendBySign(PtzSequence* sequence, int value, const PelcoCommand& positive,
                   const PelcoCommand& negative) {
   if (value == 0) {
@@ -117,8 +117,8 @@ void AppendBySign(PtzSequence* sequence, int value, const PelcoCommand& positive
   }
 }
 
-// Speed steps of the zoom and focus motors, 31 units each. The first is no speed: values from
-// -30 to 30 give 0xFF, lower ones wrap on downwards.
+// Speed step of the zoom and focus motors, 31 units each. Values from -30 to 30 give -1, sent as
+// 0xFF; lower values give lower numbers, also modulo 256.
 uint8_t MotorSpeed(int8_t value) {
   constexpr int kUnitsPerStep = 31;
   return static_cast<uint8_t>(value / kUnitsPerStep - 1);
@@ -147,7 +147,8 @@ void AppendFrame(PtzSequence* sequence, const PtzRow& row, const CameraControl& 
   }
 }
 
-// Scales a joystick axis (-128 to 127) to a Pelco speed: 0 stays 0, anything else is 1 to 63.
+// Scales a joystick axis (-128 to 127) to a Pelco speed: 0 remains 0, any other value gives 1 to
+// 63.
 uint8_t AxisSpeed(int8_t value) {
   constexpr int kAxisFull = 127;
   constexpr int kAxisSteps = 128;

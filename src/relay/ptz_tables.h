@@ -1,8 +1,8 @@
-// From camera-control codes to Pelco-D frames: one table a family of models.
+// Translates camera-control codes into Pelco-D frames. Each model family has its own table.
 //
-// A table is rows of data; a row names the code, what to send for it, and what goes before or
-// after. PtzTranslate turns a row and the command's parameters into a short sequence of waits
-// and frames. Free of I/O; the tables are constants, any thread may use them.
+// A row of a table holds the code, the frame to send for it, and the stop frames before or after.
+// PtzTranslate turns a row and the command's parameters into a short sequence of waits and frames.
+// No I/O; the tables are constants, any thread may use them.
 #pragma once
 
 #include <array>
@@ -12,22 +12,22 @@
 #include "ipc/camera_control.h"
 #include "relay/pelco_d.h"
 
-// What a row sends.
+// What to send for a row.
 enum class PtzAction : uint8_t {
   kFrame,     // the row's frame
-  kZoom,      // tele or wide by the sign of the third parameter; 0 is a long stop
-  kFocus,     // near or far by the sign of the first parameter; 0 is a long stop
+  kZoom,      // tele or wide by the sign of the third parameter; 0: long stop
+  kFocus,     // near or far by the sign of the first parameter; 0: long stop
   kJoystick,  // pan and tilt by the first and second parameter, zoom by the third
 };
 
-// What fills data 2 of the row's frame (kFrame only).
+// Source of data 2 of the row's frame (kFrame only).
 enum class PtzArgument : uint8_t {
   kFixed,      // the row's own value
-  kParameter,  // the first parameter as it came
-  kSpeed,      // the first parameter in steps of 31, less 1
+  kParameter,  // the first parameter, unchanged
+  kSpeed,      // the first parameter divided by 31, minus 1
 };
 
-// The stop frames that go with the row's frame (kFrame only).
+// Stop frames sent with the row's frame (kFrame only).
 enum class PtzStops : uint8_t {
   kNone,
   kShortStop,  // after it: 100 ms, stop frame, 100 ms, stop frame
@@ -42,27 +42,27 @@ struct PtzRow {
   PtzStops stops = PtzStops::kNone;
 };
 
-// One frame and the wait before it.
+// A frame and the wait before it.
 struct PtzStep {
   uint16_t wait_ms;
   PelcoFrame frame;
 };
 
-// The frames of one command, in order. No command sends more than three.
+// The frames of one command, in order; at most three.
 struct PtzSequence {
   std::array<PtzStep, 3> steps;
   int count;
 };
 
-// A model with a table of its own.
+// A model with its own table.
 struct PtzModel {
   const char* name;
   std::span<const PtzRow> table;
 };
 std::span<const PtzModel> PtzModels();
 
-// The table of a model: its own, or the one that all others share.
+// Returns the model's own table, or the common table if it has none.
 std::span<const PtzRow> PtzTableForModel(const char* model);
 
-// The frames that `table` gives for a command; none for a code that is not in it.
+// Returns the frames that `table` defines for a command; none for an unknown code.
 PtzSequence PtzTranslate(std::span<const PtzRow> table, const CameraControl& control);

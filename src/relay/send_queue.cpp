@@ -18,7 +18,7 @@ bool MapMemory(SendQueue* queue) {
   return true;
 }
 
-// Bytes from `place` to the end of the memory, `len` at most.
+// Returns the bytes from `place` to the end of the memory, at most `len`.
 int InOnePiece(int place, int len) {
   return std::min(len, SEND_QUEUE_SIZE - place);
 }

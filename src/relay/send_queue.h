@@ -1,29 +1,29 @@
-// SendQueue: bytes that wait for a peer which cannot take them now.
+// SendQueue: bytes that a peer cannot accept yet.
 //
-// A bounded first-in, first-out buffer of one connection. Its memory is mapped with the first
-// byte that waits and given back when none does, so a queue costs nothing while its peer keeps
-// up. A queue that is all zero is empty. Main thread only; nothing here blocks.
+// A bounded FIFO buffer for one connection. Its memory is mapped when the first byte is queued and
+// unmapped when the queue is empty again, so an idle queue costs nothing. An all-zero object is an
+// empty queue. Main thread only; nothing here blocks.
 #pragma once
 
 #include <cstdint>
 
-// Bytes that may wait. A line of 115200 bits per second brings 11520 bytes a second: 22 seconds of
-// it.
+// Capacity in bytes. A line at 115200 bits per second delivers 11520 bytes per second, so the queue
+// holds 22 seconds of it.
 constexpr int SEND_QUEUE_SIZE = 256 * 1024;
 
 struct SendQueue {
-  uint8_t* bytes;  // SEND_QUEUE_SIZE bytes, null while nothing waits
-  int first;       // place of the oldest byte
-  int count;       // bytes that wait, 0 to SEND_QUEUE_SIZE
+  uint8_t* bytes;  // SEND_QUEUE_SIZE bytes, null while the queue is empty
+  int first;       // index of the oldest byte
+  int count;       // queued bytes, 0 to SEND_QUEUE_SIZE
 };
 
-// Appends `len` bytes (not negative). Returns true, or false with the queue as it was when they do
-// not fit or there is no memory.
+// Appends `len` bytes (not negative). Returns true, or false with the queue unchanged if they do
+// not fit or memory is short.
 bool SendQueuePut(SendQueue* queue, const uint8_t* bytes, int len);
 
-// Sends what the peer of the socket `fd` takes at once. Returns the bytes that it took, 0 when it
-// has no room, or ZSKE_TCP_SEND_CRITICAL when the connection failed.
+// Sends as much as the socket `fd` accepts without waiting. Returns the bytes sent, 0 if there is
+// no room, or ZSKE_TCP_SEND_CRITICAL if the connection failed.
 int SendQueueDrain(SendQueue* queue, int fd);
 
-// Empties the queue and gives its memory back.
+// Empties the queue and unmaps its memory.
 void SendQueueClear(SendQueue* queue);

@@ -13,14 +13,14 @@
 
 namespace {
 
-// Longest wait of one read within a receive, milliseconds.
+// Timeout of one read within a receive, milliseconds.
 constexpr int kReadSliceMs = 100;
-// Pause after a read that failed at once, so that a dead line is not asked in a tight loop.
+// Pause after a read error, microseconds; keeps a dead line from being polled in a tight loop.
 constexpr int kFailedReadPauseUs = 10'000;
 constexpr int64_t kUsPerS = 1'000'000;
 
-// A line is put together here and written in one piece: two threads may trace at once. A read
-// or a frame fits whole; of the largest datagram the rest follows in further pieces.
+// A trace line is built here and written in one piece, because two threads may trace at once. Any
+// read or frame fits; only the largest datagrams need several pieces.
 constexpr int kLineSize = 2048;
 constexpr int kBytesWidth = 3;  // "XX "
 
@@ -82,7 +82,7 @@ int SerialRecv(int /*fd*/, void* buffer, int length, int timeout_s) {
   if (port == nullptr || buffer == nullptr) return -1;
   uint8_t* bytes = static_cast<uint8_t*>(buffer);
   const time_t deadline = time(nullptr) + timeout_s;
-  // The same limit for a wall clock that is set back meanwhile, as it is when the device boots.
+  // The monotonic limit still holds if the wall clock is set back, as it is when the device boots.
   const int64_t latest_us = CUTIL_MonotonicUs() + (timeout_s + 1) * kUsPerS;
   int received = 0;
   while (true) {

@@ -30,7 +30,8 @@ SerialPort g_port = {.fd = -1,
                      .Write = nullptr,
                      .Read = nullptr,
                      .tells_transmitter = false,
-                     .has_unsent = false};
+                     .has_unsent = false,
+                     .stop_seen_us = 0};
 
 // --- Line settings ---------------------------------------------------------------------------
 
@@ -78,18 +79,21 @@ termios RawSettings(const SerialLine& line) {
 constexpr int64_t kUsPerS = 1'000'000;
 // Longest character: start bit, 8 data bits, parity, two stop bits.
 constexpr int64_t kBitsPerCharacter = 12;
-// What a driver may lag behind the line before the wait is given up.
+// Tolerated lag of a driver behind the line before the wait is given up.
 constexpr int64_t kDrainMarginUs = 200'000;
-// The longest wait once the daemon is told to end.
+// Total limit of all waits once the stop flag is set.
 constexpr int64_t kDrainAfterStopUs = 1'000'000;
-// How often the driver's own drain call is interrupted.
+// Longest wait for a device's FIFO to empty before the line settings change: 64 characters at 1200
+// bits per second.
+constexpr int64_t kFifoDrainUs = 700'000;
+// Interval at which the driver's drain call is interrupted.
 constexpr long kDrainLookNs = 50'000'000;
-// How often the output queue is looked at where there is no timer for that.
+// Poll interval of the output queue if there is no timer.
 constexpr int64_t kQueueLookUs = 1'000;
-// Bytes that a device may still hold when the queue is empty.
+// Bytes that a device may still hold after its queue is empty.
 constexpr int kFifoSize = 128;
 
-// Bits per second at which the device really runs.
+// Returns the current speed of the device, bits per second.
 int64_t PresentBaudRate(int fd) {
   termios settings;
   if (tcgetattr(fd, &settings) != 0) return SERIAL_DEFAULT_SPEED.baud_rate;
@@ -100,9 +104,9 @@ int64_t PresentBaudRate(int fd) {
   return SERIAL_DEFAULT_SPEED.baud_rate;
 }
 
-// How long a wait may last: what everything queued on the device can take, and once the daemon is
-// told to end no more than kDrainAfterStopUs.
+// Limit of a wait: the time for everything queued on the device.
 struct DrainLimit {
+  SerialPort* port;
   int64_t begin_us;
   int64_t length_us;
 };
@@ -116,15 +120,24 @@ int64_t LineTimeUs(int fd, int characters) {
   return characters * kBitsPerCharacter * kUsPerS / PresentBaudRate(fd);
 }
 
-DrainLimit DrainLimitFor(int fd, int written, int64_t begin_us) {
+DrainLimit DrainLimitFor(SerialPort* self, int fd, int written, int64_t begin_us) {
   const int characters = std::max({QueuedBytes(fd), written, 0});
-  return {.begin_us = begin_us, .length_us = LineTimeUs(fd, characters) + kDrainMarginUs};
+  return {
+      .port = self, .begin_us = begin_us, .length_us = LineTimeUs(fd, characters) + kDrainMarginUs};
+}
+
+// All waits share one limit, counted from the first that sees the stop flag, because several frames
+// may still be sent.
+bool IsStopOver(SerialPort* self) {
+  if (g_rs232_stop.load(std::memory_order_relaxed) == 0) return false;
+  const int64_t now_us = CUTIL_MonotonicUs();
+  int64_t seen_us = 0;
+  return !self->stop_seen_us.compare_exchange_strong(seen_us, now_us) &&
+         now_us - seen_us >= kDrainAfterStopUs;
 }
 
 bool IsOver(const DrainLimit& limit) {
-  const int64_t waited_us = CUTIL_MonotonicUs() - limit.begin_us;
-  const bool is_stopping = g_rs232_stop.load(std::memory_order_relaxed) != 0;
-  return waited_us >= limit.length_us || (is_stopping && waited_us >= kDrainAfterStopUs);
+  return IsStopOver(limit.port) || CUTIL_MonotonicUs() - limit.begin_us >= limit.length_us;
 }
 
 enum class Transmitter { kEmpty, kBusy, kUnknown };
@@ -137,9 +150,9 @@ Transmitter QueryTransmitter(int fd) {
   return errno == EINTR ? Transmitter::kBusy : Transmitter::kUnknown;
 }
 
-// Each drain returns false when it was given up.
-bool DrainByStatus(int fd, int written) {
-  const DrainLimit limit = DrainLimitFor(fd, written, CUTIL_MonotonicUs());
+// The drain functions return false if the wait was given up.
+bool DrainByStatus(SerialPort* self, int fd, int written) {
+  const DrainLimit limit = DrainLimitFor(self, fd, written, CUTIL_MonotonicUs());
   while (QueryTransmitter(fd) == Transmitter::kBusy) {
     if (IsOver(limit)) return false;
     CUTIL_NotifyServe();
@@ -149,15 +162,14 @@ bool DrainByStatus(int fd, int written) {
 
 void OnDrainTimer(int /*signal*/) {}
 
-// Without SA_RESTART: the signal is there to interrupt.
+// Without SA_RESTART: the signal must interrupt the drain call.
 void HandleDrainSignal() {
   struct sigaction action = {};
   action.sa_handler = OnDrainTimer;
   sigaction(SERIAL_DRAIN_SIGNAL, &action, nullptr);
 }
 
-// A timer that sends SERIAL_DRAIN_SIGNAL to the thread that makes it. Returns false when there is
-// none to be had.
+// Creates a timer that sends SERIAL_DRAIN_SIGNAL to the calling thread. Returns false on failure.
 bool MakeDrainTimer(timer_t* timer) {
   sigevent event = {};
   event.sigev_notify = SIGEV_THREAD_ID;
@@ -166,16 +178,24 @@ bool MakeDrainTimer(timer_t* timer) {
   return timer_create(CLOCK_MONOTONIC, &event, timer) == 0;
 }
 
-// Starts the timer, or with 0 stops it. It fires again and again: one signal may come just before
-// the call that it is meant for.
+// Returns the calling thread's timer, created with the first call, or null if that fails.
+timer_t* DrainTimer() {
+  thread_local timer_t timer;
+  thread_local bool has_timer = false;
+  if (!has_timer) has_timer = MakeDrainTimer(&timer);
+  return has_timer ? &timer : nullptr;
+}
+
+// Starts the timer, or stops it if `period_ns` is 0. The timer is periodic, because a single signal
+// might arrive just before the call it has to interrupt.
 void SetDrainTimer(timer_t timer, long period_ns) {
   const timespec period = {.tv_sec = 0, .tv_nsec = period_ns};
   const itimerspec setting = {.it_interval = period, .it_value = period};
   timer_settime(timer, 0, &setting, nullptr);
 }
 
-bool DrainByQueue(int fd, int written) {
-  const DrainLimit limit = DrainLimitFor(fd, written, CUTIL_MonotonicUs());
+bool DrainByQueue(SerialPort* self, int fd, int written) {
+  const DrainLimit limit = DrainLimitFor(self, fd, written, CUTIL_MonotonicUs());
   while (QueuedBytes(fd) > 0) {
     if (IsOver(limit)) return false;
     CUTIL_SleepUs(kQueueLookUs);
@@ -184,42 +204,40 @@ bool DrainByQueue(int fd, int written) {
   return true;
 }
 
-// For devices that cannot tell when the shift register is empty (USB adapters, ptys): lets the
-// driver wait. Its call has no limit of its own: an adapter whose flow control holds it up would
-// hold the daemon up for ever. A timer interrupts the call so that it can be given up.
-bool DrainByDriver(int fd, int written) {
-  thread_local timer_t timer;
-  thread_local bool has_timer = false;
-  if (!has_timer) has_timer = MakeDrainTimer(&timer);
-  if (!has_timer) return DrainByQueue(fd, written);
+// For devices that cannot report an empty shift register (USB adapters, ptys): waits in the
+// driver's drain call. That call has no timeout, so an adapter held by flow control would block the
+// daemon forever. A timer interrupts it, so that the wait can be given up.
+bool DrainByDriver(SerialPort* self, int fd, int written) {
+  timer_t* const timer = DrainTimer();
+  if (timer == nullptr) return DrainByQueue(self, fd, written);
   const int64_t begin_us = CUTIL_MonotonicUs();
-  SetDrainTimer(timer, kDrainLookNs);
+  SetDrainTimer(*timer, kDrainLookNs);
   bool is_waiting = tcdrain(fd) != 0 && errno == EINTR;
   if (is_waiting) {
-    const DrainLimit limit = DrainLimitFor(fd, written, begin_us);
+    const DrainLimit limit = DrainLimitFor(self, fd, written, begin_us);
     while (is_waiting && !IsOver(limit)) {
       CUTIL_NotifyServe();
       is_waiting = tcdrain(fd) != 0 && errno == EINTR;
     }
   }
-  SetDrainTimer(timer, 0);
+  SetDrainTimer(*timer, 0);
   return !is_waiting;
 }
 
-// A driver that could not tell is not asked again. Returns false when the wait was given up.
+// Queries a driver no more once it could not report. Returns false if the wait was given up.
 bool WaitTransmitterEmpty(SerialPort* self, int fd, int written) {
   const Transmitter state = self->tells_transmitter ? QueryTransmitter(fd) : Transmitter::kUnknown;
   if (state == Transmitter::kEmpty) return true;
-  if (state == Transmitter::kBusy) return DrainByStatus(fd, written);
+  if (state == Transmitter::kBusy) return DrainByStatus(self, fd, written);
   if (self->fd == fd) self->tells_transmitter = false;
-  return DrainByDriver(fd, written);
+  return DrainByDriver(self, fd, written);
 }
 
 // --- Writing -------------------------------------------------------------------------------------
 
-// The terminal refuses a non-blocking write while another thread's is under way, and the frame
-// would be lost: the threads take turns for the microseconds of the call. Closing takes its turn
-// as well, so that no frame goes to whatever is opened next under the same number.
+// While one thread is in `write`, the terminal refuses another non-blocking write, and that frame
+// would be lost. The lock covers only the microseconds of the call. Closing takes it as well, so
+// that no frame goes to another file that is opened under the same descriptor.
 std::atomic_flag g_is_in_use = ATOMIC_FLAG_INIT;
 
 void LockWrites() {
@@ -233,16 +251,37 @@ void UnlockWrites() {
 
 // --- The slots ---------------------------------------------------------------------------------
 
+// After a wait was given up, the unsent bytes must not be sent at another speed. Discards the
+// driver's queue; the few bytes in the device's FIFO cannot be discarded, so it waits for them.
+void DiscardUnsent(int fd) {
+  tcflush(fd, TCOFLUSH);
+  const int64_t latest_us = CUTIL_MonotonicUs() + kFifoDrainUs;
+  while (QueryTransmitter(fd) == Transmitter::kBusy && CUTIL_MonotonicUs() < latest_us)
+    CUTIL_NotifyServe();
+}
+
+// Close blocks for up to half a minute for bytes in the driver, and some drivers cannot discard
+// them. The timer's signal ends that wait.
+void CloseWithoutWait(int fd) {
+  timer_t* const timer = DrainTimer();
+  if (timer != nullptr) SetDrainTimer(*timer, kDrainLookNs);
+  close(fd);
+  if (timer != nullptr) SetDrainTimer(*timer, 0);
+}
+
 void Close(SerialPort* self) {
   LockWrites();
   const int fd = self->fd.exchange(-1);
-  if (fd >= 0) {
-    // What is left would go out at another speed, and hold up the close.
-    if (self->has_unsent) tcflush(fd, TCOFLUSH);
-    tcsetattr(fd, TCSANOW, &self->saved);
+  UnlockWrites();
+  if (fd < 0) return;
+  const bool has_unsent = self->has_unsent;
+  if (has_unsent) DiscardUnsent(fd);
+  tcsetattr(fd, TCSANOW, &self->saved);
+  if (has_unsent) {
+    CloseWithoutWait(fd);
+  } else {
     close(fd);
   }
-  UnlockWrites();
 }
 
 int Write(SerialPort* self, const void* buffer, int length) {
@@ -254,7 +293,7 @@ int Write(SerialPort* self, const void* buffer, int length) {
   return static_cast<int>(written);
 }
 
-// A wait that failed took no time: its caller must not come back at once.
+// A failed poll takes no time; without a pause the caller would spin.
 constexpr int64_t kFailedWaitPauseUs = 1'000;
 
 int Read(SerialPort* self, void* buffer, int length, int timeout_ms) {
@@ -279,6 +318,7 @@ int SerialPortOpen(SerialPort* self, const char* path, const SerialLine& line) {
   self->Read = Read;
   self->tells_transmitter = true;
   self->has_unsent = false;
+  self->stop_seen_us = 0;
   const termios settings = RawSettings(line);
   HandleDrainSignal();
   setvbuf(stdout, nullptr, _IONBF, 0);
@@ -310,6 +350,18 @@ int OpenRS232(Rs232Context* context, const SerialLine& line) {
 
 const char* OpenedDevicePath() {
   return g_device_path;
+}
+
+bool IsRS232Usable(const Rs232Context& context, const SerialLine& line) {
+  const termios asked = RawSettings(line);
+  termios found = {};
+  if (tcgetattr(context.serial, &found) != 0) return false;
+  if (found.c_iflag != asked.c_iflag || found.c_oflag != asked.c_oflag ||
+      found.c_lflag != asked.c_lflag) {
+    return false;
+  }
+  char none = 0;
+  return read(context.serial, &none, 0) == 0 || errno == EAGAIN || errno == EINTR;
 }
 
 int CloseRS232(Rs232Context* context) {

@@ -1,9 +1,9 @@
 // SerialPort: the device's second serial line as a raw, non-blocking terminal.
 //
-// The daemon has one port object; the operations of serial_io.h reach it through a global
-// pointer that is null while the port is closed. Each write is one system call and
-// threads take turns for it, so two may write whole frames. Only the main thread opens and closes;
-// a thread that writes afterwards fails softly.
+// The daemon has one port object; the functions of serial_io.h reach it through a global pointer
+// that is null while the port is closed. Each write is one system call under a lock, so two threads
+// may write whole frames. Only the main thread opens and closes the port; a later write by another
+// thread returns an error.
 #pragma once
 
 #include <termios.h>
@@ -15,11 +15,11 @@
 
 #include "context/rs232_context.h"
 
-// Where the path of the second serial device stands.
+// File and key of the second serial device's path.
 constexpr char SERIAL_CAPABILITIES_PATH[] = "/etc/capabilities.conf";
 constexpr char SERIAL_DEVICE_KEY[] = "Serial.2.DevPath";
 
-// A speed of the line: bits per second, and the terminal interface's code.
+// A line speed: bits per second, and the code of the terminal interface.
 struct SerialSpeed {
   int32_t baud_rate;
   speed_t code;
@@ -36,18 +36,18 @@ constexpr std::array<SerialSpeed, 8> SERIAL_SPEEDS = {{
 }};
 constexpr SerialSpeed SERIAL_DEFAULT_SPEED = {9600, B9600};
 
-// Line settings as the parameter block stores them.
+// Line settings, as in the parameter block.
 struct SerialLine {
-  int32_t baud_rate;  // of SERIAL_SPEEDS; any other is SERIAL_DEFAULT_SPEED
-  int32_t data_bits;  // 5, 6, 7; any other is 8
-  int32_t parity;     // 1 even, 2 odd; any other is none
-  int32_t stop_bits;  // 2; any other is 1
+  int32_t baud_rate;  // one of SERIAL_SPEEDS; any other value means SERIAL_DEFAULT_SPEED
+  int32_t data_bits;  // 5, 6, 7; any other value means 8
+  int32_t parity;     // 1 even, 2 odd; any other value means none
+  int32_t stop_bits;  // 2; any other value means 1
 };
 
-// The line settings that start-up read.
+// Returns the line settings in `settings`.
 SerialLine SerialLineOf(const Rs232Settings& settings);
 
-// Results of SerialPort::Read below zero.
+// Negative results of SerialPort::Read.
 enum SerialReadError : int {
   SERIAL_READ_FAILED = -1,
   SERIAL_READ_CLOSED = -2,
@@ -55,47 +55,57 @@ enum SerialReadError : int {
   SERIAL_READ_TIMEOUT = -5,
 };
 
-// Interrupts a drain call of the driver's that lasts too long. SerialPortOpen sets its handler; a
-// thread that writes must not block it.
+// Interrupts a drain call of the driver that takes too long. SerialPortOpen installs its handler; a
+// writing thread must not block the signal.
 constexpr int SERIAL_DRAIN_SIGNAL = SIGUSR2;
 
 struct SerialPort {
-  std::atomic<int> fd;  // the open device, -1 when not open
-  termios saved;        // settings found on the device when it was opened
+  std::atomic<int> fd;  // the open device, -1 if closed
+  termios saved;        // settings of the device before it was opened
 
-  // Discards what a wait that was given up left unsent, restores the saved settings and closes the
-  // device. Nothing happens when it is not open.
+  // Restores the saved settings and closes the device; does nothing if it is not open. If a drain
+  // wait was given up, first discards the unsent bytes, as far as the driver can, and waits some
+  // tenths of a second for the device's FIFO, so that nothing is sent at a different speed.
   void (*Close)(SerialPort* self);
 
-  // Writes the buffer with one `write` (what does not fit is not written) and waits until the
-  // last bit has left the transmitter. The wait keeps the processor busy where the driver tells
-  // when that is; elsewhere it sleeps in the driver's drain call. It is given up once it has lasted
-  // longer than the bytes need on the line plus a margin, or a second after it began when the
-  // daemon is told to end. Returns what `write` returned, or -1 when the port is not open.
+  // Writes the buffer with one `write` (bytes that do not fit are not written) and waits until the
+  // last bit has left the transmitter. If the driver reports the state of the transmitter, the wait
+  // polls it without sleeping; otherwise it sleeps in the driver's drain call. The wait is given up
+  // after the time that the bytes need on the line plus a margin; once the stop flag is set, all
+  // waits together are limited to one second. Returns the result of `write`, or -1 if the port is
+  // closed.
   int (*Write)(SerialPort* self, const void* buffer, int length);
 
   // Waits at most `timeout_ms` (not negative) for input and reads once, at most `length` bytes.
-  // Returns the bytes read, 0 at the end of file, or a SerialReadError.
+  // Returns the bytes read, 0 at end of file, or a SerialReadError.
   int (*Read)(SerialPort* self, void* buffer, int length, int timeout_ms);
 
-  std::atomic<bool> tells_transmitter;  // the driver may know when the transmitter is empty
-  std::atomic<bool> has_unsent;         // the wait of the last write was given up
+  std::atomic<bool> tells_transmitter;  // the driver may report an empty transmitter
+  std::atomic<bool> has_unsent;         // the drain wait of the last write was given up
+  std::atomic<int64_t>
+      stop_seen_us;  // monotonic time of the first drain wait that saw the stop flag; 0: none yet
 };
 
-// Opens `path` with the line settings and saves those it finds; makes standard output
-// unbuffered, so that trace lines appear as they are printed. Returns 0, or -1 when the device
-// cannot be opened; prints nothing.
+// Opens `path` with the line settings and saves the previous ones. Makes standard output
+// unbuffered, so that trace lines appear at once. Returns 0, or -1 if the device cannot be opened;
+// prints nothing.
 int SerialPortOpen(SerialPort* self, const char* path, const SerialLine& line);
 
-// The open port, null while it is closed. Set by OpenRS232 and CloseRS232 only.
+// The open port, null while it is closed. Only OpenRS232 and CloseRS232 set it.
 extern std::atomic<SerialPort*> g_serial_port;
 
-// Opens the daemon's port, which must be closed, on the device that SERIAL_CAPABILITIES_PATH names
-// and stores its descriptor, or -1, in `context`. Returns what it stored.
+// Opens the daemon's port, which must be closed, on the device named in SERIAL_CAPABILITIES_PATH.
+// Stores its descriptor, or -1, in `context` and returns it.
 int OpenRS232(Rs232Context* context, const SerialLine& line);
 
-// Path of the device that OpenRS232 opened last, or failed to open; empty before.
+// Returns true if the open port of `context` has a device that accepted the settings of `line`.
+// Without a device (an unbound UART keeps its node) a driver can still be opened and stores the
+// settings, but fails every read, even of 0 bytes. Speed and framing are not compared: a pty does
+// not store framing, and an adapter may run at the nearest speed it supports.
+bool IsRS232Usable(const Rs232Context& context, const SerialLine& line);
+
+// Returns the path of the device that OpenRS232 last tried to open; empty before the first call.
 const char* OpenedDevicePath();
 
-// Closes the daemon's port if it is open; the descriptor in `context` becomes -1. Returns 0.
+// Closes the daemon's port if it is open and sets the descriptor in `context` to -1. Returns 0.
 int CloseRS232(Rs232Context* context);

@@ -1,5 +1,5 @@
-// Integers as they stand on a wire or in a shared file: little-endian bytes, assembled one by
-// one, so that nothing depends on the host's byte order or alignment.
+// Little-endian integers as bytes, for wire formats and shared files. They are assembled byte by
+// byte, so host byte order and alignment do not matter.
 #pragma once
 
 #include <cstdint>
@@ -23,7 +23,7 @@ constexpr void StoreLe32(uint8_t* bytes, uint32_t value) {
     bytes[i] = static_cast<uint8_t>(value >> (8 * i) & 0xFF);
 }
 
-// A 32-bit little-endian field of a packet structure: four bytes, no alignment.
+// A 32-bit little-endian field of a packet structure: four bytes without alignment.
 struct Le32 {
   uint8_t bytes[4];
 

@@ -10,7 +10,7 @@
 
 namespace {
 
-// Links are followed, as the shell follows them: one that leads nowhere makes its target.
+// Follows links, as the shell does: writing to a dangling link creates its target.
 bool MayBeWritten() {
   struct stat status = {};
   const int error = stat(CAMERA_INFO_PATH, &status) == 0 ? 0 : errno;

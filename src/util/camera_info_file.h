@@ -1,14 +1,15 @@
-// The camera information file: tells the other processes of the device what is behind the line.
+// The camera information file. Other processes of the device read from it which camera is connected
+// to the serial line.
 //
-// What its lines say is up to the modes. Nothing is kept between calls; any thread may call.
+// The modes choose the lines. Keeps no state between calls; any thread may call.
 #pragma once
 
 #include <initializer_list>
 
 constexpr char CAMERA_INFO_PATH[] = "/var/nvt/camera.info";
 
-// Writes the file anew: each line by a shell command of its own, quoted, so that nothing in it is
-// expanded. No line may hold a single quote. Where something else than a regular file has that name
-// (a pipe that nobody reads would hold the shell for ever) it is left alone, with one line on
-// standard error. Blocks for the commands, whose results are ignored.
+// Rewrites the file. Each line is written by its own shell command and is quoted, so the shell
+// expands nothing in it. No line may contain a single quote. If the path exists and is not a
+// regular file, nothing is written and one line goes to standard error: a pipe without a reader
+// would block the shell forever. Blocks until the commands have run; ignores their results.
 void CUTIL_WriteCameraInfo(std::initializer_list<const char*> lines);

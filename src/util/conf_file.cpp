@@ -1,5 +1,6 @@
 #include "util/conf_file.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -20,7 +21,7 @@ bool IsTokenEnd(char c) {
   return c == '=' || c == '\0' || c == '\n' || c == '\r';
 }
 
-// Copies [begin, end) to `out`, cut to what fits, NUL-terminated.
+// Copies [begin, end) to `out`, truncated to the buffer and NUL-terminated.
 void CopyCut(char* out, size_t out_size, const char* begin, const char* end) {
   if (out_size == 0) return;
   const size_t length = std::min(static_cast<size_t>(end - begin), out_size - 1);
@@ -28,13 +29,13 @@ void CopyCut(char* out, size_t out_size, const char* begin, const char* end) {
   out[length] = '\0';
 }
 
-// The key and the value of the lines read so far.
+// The key and the value of the last key line.
 struct ConfLine {
   char key[CUTIL_CONF_KEY_SIZE];
   char value[CUTIL_CONF_VALUE_SIZE];
 };
 
-// Splits one line. Returns false for a line that holds no key and value of its own.
+// Splits one line. Returns false if the line is not a key line.
 bool ParseLine(const char* text, ConfLine* line) {
   const char* rest = CUTIL_ParseToken(line->key, sizeof(line->key), text);
   if (rest == nullptr || *rest == '[' || *rest == '#') return false;
@@ -42,8 +43,8 @@ bool ParseLine(const char* text, ConfLine* line) {
   return true;
 }
 
-// One line, or one piece of a long line, as the writer takes it. `length` counts every byte, so
-// that binary zeros are carried over like any other.
+// One line, or one piece of a long line, in the writer. `length` counts every byte, so NUL bytes
+// are copied like any other.
 struct Piece {
   char text[CUTIL_CONF_WRITE_LINE_SIZE];
   size_t length;
@@ -62,15 +63,15 @@ bool ReadPiece(FILE* file, Piece* piece) {
   return piece->length > 0;
 }
 
-// True when the piece's text before its first '=' or ' ' is exactly `key`. A '#' met first
-// makes the whole piece the text.
+// Returns true if the piece's text before its first '=' or ' ' is exactly `key`. If a '#' comes
+// first, the text is the whole piece.
 bool PieceHasKey(const Piece& piece, const char* key) {
   size_t end = strcspn(piece.text, "#= ");
   if (piece.text[end] == '#') end = strlen(piece.text);
   return end == strlen(key) && memcmp(piece.text, key, end) == 0;
 }
 
-// Copies `in` to `out` with `key` set to `value`. Returns 0 or the errno of what failed.
+// Copies `in` to `out` with `key` set to `value`. Returns 0 or an errno value.
 int Rewrite(FILE* in, FILE* out, const char* key, const char* value) {
   bool found = false;
   bool at_line_start = true;
@@ -85,14 +86,14 @@ int Rewrite(FILE* in, FILE* out, const char* key, const char* value) {
       fwrite(piece.text, 1, piece.length, out);
     }
   }
-  // A file without a final line feed must not glue its last value to the new pair.
+  // If the file does not end with a line feed, its last value and the new pair must not become one
+  // line.
   if (!found) fprintf(out, "%s%s=%s\n", at_line_start ? "" : "\n", key, value);
   return ferror(in) == 0 && ferror(out) == 0 ? 0 : errno;
 }
 
-// Gives the temporary file the permissions of the file it will replace, and forces its bytes
-// to the medium: a rename must never put an empty file in place of a good one. Returns 0 or an
-// errno.
+// Copies the permissions of the original file to the temporary one and forces its data to the
+// medium: a rename must never replace a good file by an empty one. Returns 0 or an errno value.
 int FlushAndSync(FILE* in, FILE* out) {
   struct stat original;
   if (fstat(fileno(in), &original) == 0) {
@@ -101,8 +102,19 @@ int FlushAndSync(FILE* in, FILE* out) {
   return fflush(out) == 0 && fsync(fileno(out)) == 0 ? 0 : errno;
 }
 
-// Fills the temporary file `out`, closes both files and puts the one in the other's place.
-// Returns 0 or -3.
+// Forces the rename to the medium. Otherwise a loss of power soon after it could bring back both
+// the old file and the temporary one, which blocks every writer. Readers see the new file in any
+// case, so a failure is reported but does not change the result.
+void SyncDirectory() {
+  const int directory = open(CUTIL_SETTINGS_DIRECTORY, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (directory < 0 || fsync(directory) != 0) {
+    printf("[CUTIL_SetConfValue] error, reason(sync %s, %s)\n", CUTIL_SETTINGS_DIRECTORY,
+           strerror(errno));
+  }
+  if (directory >= 0) close(directory);
+}
+
+// Fills the temporary file `out`, closes both files and renames `out` to `path`. Returns 0 or -3.
 int Replace(const char* path, FILE* in, FILE* out, const char* key, const char* value) {
   int error = Rewrite(in, out, key, value);
   if (error == 0) error = FlushAndSync(in, out);
@@ -113,7 +125,9 @@ int Replace(const char* path, FILE* in, FILE* out, const char* key, const char* 
     printf("[CUTIL_SetConfValue] error, reason(rewrite %s, %s)\n", path, strerror(error));
     return -3;
   }
-  return rename(CUTIL_TEMP_CONF_PATH, path) == 0 ? 0 : -3;
+  if (rename(CUTIL_TEMP_CONF_PATH, path) != 0) return -3;
+  SyncDirectory();
+  return 0;
 }
 
 void PrintInUse() {
@@ -174,7 +188,7 @@ int CUTIL_SetConfValue(const char* path, const char* key, const char* value) {
     PrintCannotOpen(path);
     return -1;
   }
-  // Exclusively: of two writers that both found it free, one gets it.
+  // Exclusive: if two writers found the name free, only one creates the file.
   FILE* out = fopen(CUTIL_TEMP_CONF_PATH, "wxe");
   if (out == nullptr) {
     const bool in_use = errno == EEXIST;

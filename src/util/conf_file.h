@@ -1,50 +1,58 @@
 // Settings files under /etc: lines of key, '=' and value.
 //
-// Reads one value and rewrites one value in place. Reader and writer split lines by rules of
-// their own, which are part of the file format and given below. A rewrite goes through
-// CUTIL_TEMP_CONF_PATH, which every process of the device shares: while that file exists no
-// other rewrite starts. Nothing is kept between calls; the functions block on file I/O only.
-// One thread of a process may write at a time.
+// Reads one value, or rewrites one value in place. Reader and writer split lines by different
+// rules, which are part of the file format and described below. A rewrite goes through
+// CUTIL_TEMP_CONF_PATH, which all processes of the device share: while that file exists, no other
+// rewrite can start. Keeps no state between calls and blocks on file I/O only. Only one thread of a
+// process may write at a time.
 #pragma once
 
 #include <cstddef>
 
-// Temporary file of a rewrite, renamed over the file rewritten.
+// Directory of the files that are rewritten.
+constexpr char CUTIL_SETTINGS_DIRECTORY[] = "/etc";
+// Temporary file of a rewrite; renamed to the target file.
 constexpr char CUTIL_TEMP_CONF_PATH[] = "/etc/temp.conf";
 
-// A line as the reader takes it, its NUL included; a longer line counts as several.
+// Longest line of the reader, NUL included; it splits longer lines.
 constexpr size_t CUTIL_CONF_LINE_SIZE = 2048;
-// A key as the reader keeps it, its NUL included; a longer key is cut.
+// Longest key of the reader, NUL included; longer keys are truncated.
 constexpr size_t CUTIL_CONF_KEY_SIZE = 64;
-// A value, its NUL included; no value of a line is longer.
+// Large enough for any value of a line, NUL included.
 constexpr size_t CUTIL_CONF_VALUE_SIZE = CUTIL_CONF_LINE_SIZE;
-// A piece of a line as the writer takes it, its NUL included.
+// Longest line of the writer, NUL included; it splits longer lines.
 constexpr size_t CUTIL_CONF_WRITE_LINE_SIZE = 1024;
 
-// Takes one token of a line: the text up to the next '=' or line end, without leading blanks
-// and tabs, without one trailing blank or tab, without enclosing double quotes.
-//   out       receives the token, NUL-terminated, cut to out_size - 1 characters;
-//   p         NUL-terminated text, may hold a line end ('\n' or '\r').
-// Returns the position after the '=' that ended the token, or of the line end that did. Where
-// no token begins, `out` stays as it was: a '#' or '[' returns its position, the end of the
-// line returns null. A '=' alone is an empty token.
+// Parses one token of a line: the text up to the next '=' or line end. Strips leading blanks and
+// tabs, one trailing blank or tab, and enclosing double quotes.
+//   out  receives the token, NUL-terminated, truncated to out_size - 1 characters;
+//   p    NUL-terminated text, may contain a line end ('\n' or '\r').
+// Returns the position after the '=' that ended the token, or of the line end that did. If no token
+// begins, leaves `out` unchanged: at a '#' or '[' it returns that position, at the end of the line
+// it returns null. A '=' alone is an empty token.
 const char* CUTIL_ParseToken(char* out, size_t out_size, const char* p);
 
-// Reads the value of the first line whose key begins with `key` (a prefix test).
-//   value_out receives it NUL-terminated, cut to value_size - 1 characters.
-// Returns 0 on a match. Returns -1 when the file cannot be opened, is no regular one or is longer
-// than CUTIL_SETTINGS_MAX (`value_out` untouched; the last with one line on standard output) or
-// when no line matches (`value_out` then holds the value of the last key line, or is empty).
-// Comment lines, section lines and lines with '#' or '[' right after the '=' are passed over; a '#'
-// or '[' after blanks is no value either: the line then has that of the key line before.
+// Reads the value of the first line whose key begins with `key` (a prefix test) and stores it in
+// `value_out`, NUL-terminated and truncated to value_size - 1 characters. Returns 0 on a match.
+// Returns -1 with `value_out` unchanged if the file cannot be opened, is not a regular file or
+// exceeds CUTIL_SETTINGS_MAX (only then it prints one line, on standard output). Returns -1 if no
+// line matches; `value_out` then holds the value of the last key line, or is empty. Skips comment
+// lines, section lines and lines with '#' or '[' directly after the '='. If a '#' or '[' follows
+// the '=' after blanks, the line has no value of its own and gets that of the previous key line.
 int CUTIL_GetConfValue(const char* path, const char* key, char* value_out, size_t value_size);
 
-// Sets `key` to `value` in an existing file: every line whose text before its first '=' or ' '
-// is exactly `key` is replaced by "key=value"; without such a line the pair is appended. A '#'
-// met first makes a line none of these, and so does a line end: a key without '=' stays.
-// Returns 0; -1 when the temporary file is in use or `path` cannot be opened or is longer than
-// CUTIL_SETTINGS_MAX; -2 when the temporary file cannot be created; -3 when writing it failed (it
-// is then removed) or renaming it failed (it stays). Failures but the last print one line on
-// standard output. `path` is replaced whole or left as it was, also across a loss of power: the
-// call blocks until the medium has the bytes. Permissions are kept.
+// Sets `key` to `value` in an existing file. Replaces every line whose text before its first '=' or
+// ' ' is exactly `key` by "key=value"; if there is none, appends the pair. A line with a '#' before
+// that '=' or ' ' does not match, nor does a key without '=', unless it ends the file without a
+// line feed.
+//
+// Returns 0. Returns -1 if the temporary file is in use or `path` cannot be opened or exceeds
+// CUTIL_SETTINGS_MAX; -2 if the temporary file cannot be created; -3 if writing it failed (it is
+// then removed) or renaming it failed (it remains). Prints one line on standard output for every
+// failure but the last.
+//
+// `path` is either replaced as a whole or unchanged, even after a loss of power: the call blocks
+// until the new file and the rename are on the medium. If only the rename could not be
+// synchronised, it prints one line and returns 0: the new value is in place, but a loss of power
+// within seconds may undo it. Keeps the file's permissions.
 int CUTIL_SetConfValue(const char* path, const char* key, const char* value);

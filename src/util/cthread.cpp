@@ -20,24 +20,24 @@ void RunSteps(CTHREAD* self) {
 void* CTHREAD_Main(void* object) {
   CTHREAD* self = static_cast<CTHREAD*>(object);
   if (self->start_routine == nullptr || self->start_routine(self->arg) >= 0) {
-    // Only from there: a stop that was asked for meanwhile stands.
+    // Only from CTHREAD_STARTING: a stop requested in the meantime must not be lost.
     int32_t expected = CTHREAD_STARTING;
     self->state.compare_exchange_strong(expected, CTHREAD_RUNNING);
     RunSteps(self);
   }
   if (self->end_routine != nullptr) self->end_routine(self->arg);
-  // The owner may take the object away from here on.
+  // From here on the owner may destroy the object.
   self->state = CTHREAD_STOPPED;
   return nullptr;
 }
 
-// Returns 0, or the error number of the creation.
+// Returns 0, or the error number of pthread_create.
 int CreateDetached(CTHREAD* self) {
   pthread_attr_t attributes;
   pthread_attr_init(&attributes);
   pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-  // Signals are the main thread's: it is the one that has to wake up. SIGUSR2 is for timers that
-  // interrupt a call of the thread that set them.
+  // The main thread handles signals, because it is the thread they have to wake. SIGUSR2 stays
+  // unblocked: a timer uses it to interrupt a call of the thread that set the timer.
   sigset_t blocked;
   sigset_t own;
   sigfillset(&blocked);
@@ -58,7 +58,7 @@ bool HasStopped(int32_t state) {
   return state == CTHREAD_STOPPED;
 }
 
-// Looks at the state until it is as wanted. Returns false, with a line, when it never was.
+// Polls the state until `is_wanted` accepts it. On timeout it prints one line and returns false.
 bool WaitForState(const CTHREAD* self, bool (*is_wanted)(int32_t state), const char* name) {
   for (int i = 0; i < CTHREAD_POLLS; ++i) {
     CUTIL_SleepUs(CTHREAD_POLL_MS * kUsPerMs);

@@ -1,10 +1,10 @@
-// CTHREAD: one routine run over and over in a thread of its own.
+// CTHREAD: runs one routine repeatedly in its own thread.
 //
-// A start routine runs before the first step and an end routine after the last. Starting and
-// stopping block the caller, who looks at the shared state every CTHREAD_POLL_MS until the worker
-// has got there, CTHREAD_POLLS times at most. The worker is detached: nobody joins or cancels
-// it, a step is never interrupted, and signals go to other threads. The object is a value of its
-// owner, who keeps it alive for as long as the worker may run. Messages go to standard output.
+// A start routine runs before the first step and an end routine after the last. Start and Stop
+// block the caller: they poll the shared state every CTHREAD_POLL_MS, at most CTHREAD_POLLS times.
+// The worker is detached. It is never joined or cancelled, no step is interrupted, and it blocks
+// all signals but SIGUSR2. The owner keeps the object alive for as long as the worker may run.
+// Messages go to standard output.
 #pragma once
 
 #include <atomic>
@@ -16,34 +16,36 @@ constexpr int CTHREAD_POLLS = 30;
 enum CthreadState : int32_t {
   CTHREAD_IDLE = 0,      // not started
   CTHREAD_STARTING = 1,  // being created
-  CTHREAD_RUNNING = 2,   // its start routine is done
-  CTHREAD_STOPPING = 3,  // asked to stop
-  CTHREAD_STOPPED = 4,   // its end routine is done
-  CTHREAD_FAILED = 5,    // could not be created; CTHREAD_Init leads back
+  CTHREAD_RUNNING = 2,   // the start routine has returned
+  CTHREAD_STOPPING = 3,  // Stop was called
+  CTHREAD_STOPPED = 4,   // the end routine has returned
+  CTHREAD_FAILED = 5,    // creation failed; CTHREAD_Init resets it
 };
 
 struct CTHREAD {
-  std::atomic<int32_t> state;  // CthreadState; written by both sides
-  void* arg;                   // handed to each routine
+  std::atomic<int32_t> state;  // CthreadState; written by owner and worker
+  void* arg;                   // passed to each routine
 
-  // The worker's routines; all run in its thread. A negative result of the first two ends it.
-  int (*start_routine)(void* arg);  // may be null; a failure leaves out the steps
-  int (*step_routine)(void* arg);   // needed
+  // The routines run in the worker thread. A negative result of either of the first two ends the
+  // worker.
+  int (*start_routine)(void* arg);  // may be null; on failure no step runs
+  int (*step_routine)(void* arg);   // required
   void (*end_routine)(void* arg);   // may be null; runs whenever the thread ends
 
   // Same as Stop.
   int (*Deinit)(CTHREAD* self);
 
-  // Starts the worker. Returns 0 once it runs or has ended already, -1 when it could not be
-  // created, -2 when it did not report in time (it may still come up).
+  // Starts the worker. Returns 0 if it is running or has already ended, -1 if the thread could not
+  // be created, -2 if it did not report in time (it may still start later).
   int (*Start)(CTHREAD* self);
 
-  // Asks the worker to stop; only after Start returned 0. Returns 0 once it has, -1 when it
-  // could not be created or did not stop in time (it still ends after its present step). For a
-  // worker that ended by itself, or never started, the whole time passes and -1 is returned.
+  // Stops the worker. Call it only after Start returned 0. Returns 0 once the worker has ended.
+  // Returns -1 if its creation failed or if it did not end in time; it then still ends after the
+  // current step. If the worker ended by itself or never started, Stop waits for the full timeout
+  // and returns -1.
   int (*Stop)(CTHREAD* self);
 };
 
-// Fills the object. Returns 0.
+// Initialises the object. Returns 0.
 int CTHREAD_Init(CTHREAD* self, void* arg, int (*start)(void* arg), int (*step)(void* arg),
                  void (*end)(void* arg));

@@ -13,19 +13,19 @@ namespace {
 
 constexpr char kName[] = "CUTIL_LoadFile";
 
-// The low half of a pointer, as the message shows it.
+// The low 32 bits of a pointer; the message prints it so.
 unsigned PointerWord(const void* pointer) {
   return static_cast<unsigned>(reinterpret_cast<uintptr_t>(pointer));
 }
 
-// Length of an open file, whose position goes back to its start; -1 when it has none.
+// Returns the length of an open file and rewinds it, or -1 if the file cannot seek.
 long FileLength(FILE* file) {
   if (fseek(file, 0, SEEK_END) != 0) return -1;
   const long length = ftell(file);
   return fseek(file, 0, SEEK_SET) == 0 ? length : -1;
 }
 
-// A cleared buffer; null when there is no memory or the length is not one of a file to load.
+// Returns a zeroed buffer, or null if memory is short or the length is negative or too large.
 uint8_t* Allocate(long length) {
   if (length < 0 || length > CUTIL_LOAD_MAX) return nullptr;
   return static_cast<uint8_t*>(calloc(static_cast<size_t>(std::max(length, 1L)), 1));
@@ -58,7 +58,7 @@ uint8_t* CUTIL_LoadFile(const char* path, int* size_out) {
             __LINE__, PointerWord(path), PointerWord(size_out));
     return nullptr;
   }
-  // A link could lead to a file that is nobody's business behind the line.
+  // A symbolic link could expose any file of the device to the peer on the line.
   FILE* file = CUTIL_OpenRegular(path, O_NOFOLLOW);
   if (file == nullptr) {
     fprintf(stderr, "[%s] Error line[%d], reason('fp' is NULL, filename'%s')\n", kName, __LINE__,

@@ -16,21 +16,21 @@
 namespace {
 
 constexpr size_t kMessageSize = CUTIL_NOTIFY_STATUS_SIZE + 64;
-// After a report that the manager could not take.
+// Delay before a report is sent again after the socket was full.
 constexpr int64_t kRetryUs = 100'000;
 constexpr int64_t kNever = INT64_MAX;
 
 struct Notifier {
-  int fd;  // -1: nobody to report to
+  int fd;  // -1: no service manager
   sockaddr_un address;
   socklen_t address_length;
-  int64_t watchdog_us;  // the manager's limit; 0: none
+  int64_t watchdog_us;  // the manager's timeout; 0: none
   char status[CUTIL_NOTIFY_STATUS_SIZE];
-  // Monotonic times at which each report is due, kNever for none.
+  // Monotonic times at which the reports are due; kNever if there is none.
   int64_t ready_us;
   int64_t alive_us;
   int64_t status_us;
-  int64_t next_status_us;  // before which no status line is sent
+  int64_t next_status_us;  // earliest time of the next status line
 };
 
 Notifier g_notifier = {.fd = -1,
@@ -45,7 +45,7 @@ Notifier g_notifier = {.fd = -1,
 
 thread_local bool t_reports = false;
 
-// Returns false when `path` is none, or too long.
+// Returns false if `path` is not absolute or too long.
 bool SetAddress(const char* path) {
   const size_t length = strlen(path);
   sockaddr_un* address = &g_notifier.address;
@@ -56,13 +56,14 @@ bool SetAddress(const char* path) {
   return true;
 }
 
-// The manager's limit. That of another process does no harm: the manager passes over its reports.
+// WATCHDOG_PID is not checked: if the limit is meant for another process, the manager ignores the
+// messages of this one.
 int64_t WatchdogUs() {
   const char* limit = getenv("WATCHDOG_USEC");
   return limit == nullptr ? 0 : std::max<int64_t>(strtoll(limit, nullptr, 10), 0);
 }
 
-// Returns false when the manager has no room for the message now.
+// Returns false if the socket is full. Any other error counts as sent.
 bool Send(const char* message) {
   const auto* address = reinterpret_cast<const sockaddr*>(&g_notifier.address);
   const ssize_t sent = sendto(g_notifier.fd, message, strlen(message), MSG_DONTWAIT | MSG_NOSIGNAL,
@@ -121,7 +122,7 @@ void CUTIL_NotifyStatus(const char* text) {
   if (!t_reports) return;
   char* status = g_notifier.status;
   snprintf(status, sizeof(g_notifier.status), "%s", text);
-  // A line feed would begin another assignment; the manager takes valid UTF-8 only.
+  // A line feed would start another assignment, and the manager accepts valid UTF-8 only.
   std::replace_if(
       status, status + strlen(status), [](char c) { return c < ' ' || c > '~'; }, '?');
   g_notifier.status_us = g_notifier.next_status_us;

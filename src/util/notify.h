@@ -1,37 +1,38 @@
-// Reports to the service manager: that the daemon serves, a line of status, and that it is alive.
+// Reports readiness, a status line and liveness to the service manager.
 //
-// Sends datagrams of "NAME=value" lines to the socket that NOTIFY_SOCKET names, as systemd takes
-// them. Without that variable every function returns at once. Nothing here blocks: a report that
-// the manager cannot take now is sent again later. The thread that called CUTIL_NotifyInit reports;
-// calls from other threads do nothing.
+// Sends datagrams of "NAME=value" lines to the socket named by NOTIFY_SOCKET, the protocol of
+// systemd. Without that variable every function returns at once. Nothing here blocks. If the socket
+// is full, the report is retried later, except for CUTIL_NotifyStopping. Only the thread that
+// called CUTIL_NotifyInit reports; calls from other threads do nothing.
 #pragma once
 
 #include <cstdint>
 
-// Longest status line, its NUL included; a longer one is cut.
+// Longest status line, NUL included; longer lines are truncated.
 constexpr int CUTIL_NOTIFY_STATUS_SIZE = 256;
-// Shortest time between two status lines, microseconds.
+// Shortest interval between two status lines, microseconds.
 constexpr int64_t CUTIL_NOTIFY_STATUS_US = 1'000'000;
 
-// Reads NOTIFY_SOCKET (a path) and WATCHDOG_USEC, and removes them and WATCHDOG_PID from the
-// environment, so that programs which the daemon starts do not report in its name.
+// Reads NOTIFY_SOCKET (a path) and WATCHDOG_USEC, then removes them and WATCHDOG_PID from the
+// environment, so that child processes do not report in the daemon's name.
 void CUTIL_NotifyInit();
 
-// Whether there is a service manager to report to.
+// Returns true if the calling thread reports to a service manager.
 bool CUTIL_NotifyIsOn();
 
 void CUTIL_NotifyReady();
 void CUTIL_NotifyStopping();
 
-// Makes `text` the status line. What is not printable ASCII becomes '?'. A line that comes too soon
-// after the one before it is sent by a later CUTIL_NotifyServe, unless another replaces it until
-// then.
+// Sets the status line to `text`. Characters other than printable ASCII become '?'. If the previous
+// status line is less than CUTIL_NOTIFY_STATUS_US old, a later CUTIL_NotifyServe sends this one,
+// unless a newer one replaces it first.
 void CUTIL_NotifyStatus(const char* text);
 
-// Sends what is due: a report that had to wait, and a sign of life every half of WATCHDOG_USEC.
-// With the sign of life goes a request to wait as long again for a stop, so that neither limit ends
-// a firmware update. The pass calls this, and so do the waits that may last long.
+// Sends what is due: a delayed report, and a watchdog message every half of WATCHDOG_USEC. The
+// watchdog message also extends the manager's stop timeout by WATCHDOG_USEC, so that neither limit
+// ends a firmware update. The pass and the long waits call this.
 void CUTIL_NotifyServe();
 
-// Microseconds until CUTIL_NotifyServe has something to send; INT64_MAX when it has nothing.
+// Returns the microseconds until CUTIL_NotifyServe has something to send, or INT64_MAX if nothing
+// is pending.
 int64_t CUTIL_NotifyWaitUs();

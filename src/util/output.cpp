@@ -12,28 +12,29 @@
 
 namespace {
 
-// Bytes of one line that may wait for the reader; what a line has beyond that is cut.
+// Pending bytes of one line; a longer line is truncated.
 constexpr size_t kPendingSize = 4096;
 
 struct Output {
   int fd;
   bool is_socket;
-  bool may_block;     // it could not be opened anew
+  bool may_block;     // `fd` could not be reopened
   bool is_in_line;    // the last byte was not a line feed
-  bool drops_line;    // the rest of this line is dropped
-  long long dropped;  // lines since the reader took one
-  size_t pending;     // bytes of a line that wait
+  bool drops_line;    // drop the rest of this line
+  long long dropped;  // lines dropped since the last report of their number
+  size_t pending;     // bytes of `bytes` not written yet
   char bytes[kPendingSize];
 };
 
-// Writes to what may block. A terminal that has room takes one byte at least, a pipe a whole line.
+// Writes to a blocking file. A writable terminal accepts at least one byte, a writable pipe a whole
+// line, so neither write blocks.
 ssize_t WriteIfRoom(const Output& output) {
   pollfd room = {.fd = output.fd, .events = POLLOUT, .revents = 0};
   if (poll(&room, 1, 0) <= 0) return 0;
   return write(output.fd, output.bytes, isatty(output.fd) != 0 ? 1 : output.pending);
 }
 
-// Returns the bytes written, 0 when the reader has no room, -1 when it is gone.
+// Returns the bytes written, 0 if the reader has no room, -1 if the reader is gone.
 ssize_t WriteSome(const Output& output) {
   while (true) {
     const ssize_t count = output.is_socket   ? send(output.fd, output.bytes, output.pending,
@@ -44,12 +45,12 @@ ssize_t WriteSome(const Output& output) {
   }
 }
 
-// Writes what waits, as far as the reader takes it. Returns true when nothing waits any more.
+// Writes pending bytes until the reader has no room. Returns true if none are left.
 bool WritePending(Output* output) {
   while (output->pending > 0) {
     const ssize_t count = WriteSome(*output);
     if (count == 0) return false;
-    // A reader that is gone needs nothing any more.
+    // If the reader is gone, the pending bytes are discarded.
     const size_t taken = count < 0 ? output->pending : static_cast<size_t>(count);
     output->pending -= taken;
     memmove(output->bytes, output->bytes + taken, output->pending);
@@ -57,7 +58,7 @@ bool WritePending(Output* output) {
   return true;
 }
 
-// As above, then the number of dropped lines if there are any.
+// Writes the pending bytes, then the number of dropped lines if there are any.
 bool Flush(Output* output) {
   if (!WritePending(output)) return false;
   if (output->dropped == 0) return true;
@@ -68,7 +69,7 @@ bool Flush(Output* output) {
   return WritePending(output);
 }
 
-// Adds to what waits. Returns false when there is no room; one byte is left for a line feed.
+// Appends to the pending bytes. Returns false if they do not fit; keeps one byte for a line feed.
 bool Append(Output* output, const char* bytes, size_t size) {
   if (size >= kPendingSize - output->pending) return false;
   memcpy(output->bytes + output->pending, bytes, size);
@@ -76,7 +77,7 @@ bool Append(Output* output, const char* bytes, size_t size) {
   return true;
 }
 
-// Takes a line or a part of one. Only a line that begins while nothing waits is printed.
+// Accepts a line or part of one. A line is printed only if nothing is pending when it begins.
 void Take(Output* output, const char* bytes, size_t size) {
   if (!output->is_in_line) output->drops_line = !Flush(output);
   if (!output->drops_line && !Append(output, bytes, size)) {
@@ -109,7 +110,7 @@ int Close(void* cookie) {
   return 0;
 }
 
-// Puts a non-blocking open file of its own in the place of `fd`.
+// Replaces `fd` by a non-blocking open file of its own.
 bool OpenAnew(int fd) {
   char path[sizeof("/proc/self/fd/") + 12];
   snprintf(path, sizeof(path), "/proc/self/fd/%d", fd);

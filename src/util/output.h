@@ -1,18 +1,16 @@
 // Output that never blocks.
 //
-// What the daemon prints goes to a terminal, a pipe or a socket whose reader may stop reading: a
-// terminal stopped by Ctrl-S, a hung ssh session. A plain write would then hold up the daemon for
-// as long. A stream of this unit drops whole lines instead, and prints how many once its reader
-// reads again.
+// The daemon prints to a terminal, a pipe or a socket whose reader may stop reading: a terminal
+// stopped by Ctrl-S, a hung ssh session. A plain write would then block the daemon. A stream of
+// this unit drops whole lines instead and reports their number once the reader reads again.
 #pragma once
 
 #include <cstdio>
 
-// Opens an unbuffered stream on the terminal, pipe or socket `fd`. Returns null with nothing
-// changed when `fd` is anything else (writing to a regular file does not wait for a reader), or
-// when there is no memory. A terminal or pipe is opened anew in the place of `fd`, non-blocking for
-// the daemon and the programs that it starts, while other processes keep theirs as it is. Where
-// that cannot be done the stream asks for room before each write. What could not be written is
-// tried again with the next line, and when the stream is closed. The caller closes it; `fd` stays
-// open.
+// Opens an unbuffered stream on the terminal, pipe or socket `fd`. Returns null and changes nothing
+// if `fd` is anything else (a write to a regular file does not wait for a reader) or if memory is
+// short. A terminal or pipe is reopened as `fd` in non-blocking mode; the daemon and its child
+// processes share that open file, other processes keep their blocking one. If it cannot be
+// reopened, the stream polls for room before each write. Text that could not be written is retried
+// with the next line and on close. The caller closes the stream; `fd` stays open.
 FILE* CUTIL_OpenOutput(int fd);

@@ -33,10 +33,10 @@ struct NameList {
   size_t count;
 };
 
-// One line of a list with its line end, as far as it may be long.
+// One line of a list, truncated to CUTIL_LIST_LINE_MAX characters with its line end.
 struct ListLine {
   char text[CUTIL_LIST_LINE_MAX + 1];
-  size_t length;  // of the whole line
+  size_t length;  // of the whole line, before truncation
 };
 
 // Returns false at the end of the file.
@@ -51,7 +51,7 @@ bool ReadLine(FILE* file, ListLine* line) {
   return line->length > 0;
 }
 
-// Takes the name of one line. A line that is too long, or blank, holds none.
+// Adds the name of one line. Skips lines that are too long or blank.
 void AddName(NameList* list, const ListLine& line) {
   const size_t length = strcspn(line.text, "\r\n");
   if (length == 0 || line.length > CUTIL_LIST_LINE_MAX) return;
@@ -76,7 +76,7 @@ bool Matches(const char* command_line, const char* name) {
 
 struct Process {
   int pid;
-  char command_line[CUTIL_COMMAND_LINE_MAX + 1];  // arguments end at their own NULs
+  char command_line[CUTIL_COMMAND_LINE_MAX + 1];  // arguments are separated by NULs
 };
 
 int ProcessNumber(const char* entry_name) {
@@ -94,7 +94,7 @@ CommandLinePath PathOf(int pid) {
   return path;
 }
 
-// Reads the first line of a process's command line. Returns false when there is nothing to read.
+// Reads the first line of a process's command line. Returns false if there is none.
 bool ReadCommandLine(Process* process) {
   FILE* file = fopen(PathOf(process->pid).text, "re");
   if (file == nullptr) return false;
@@ -103,7 +103,7 @@ bool ReadCommandLine(Process* process) {
   return is_read;
 }
 
-// Steps to the next process that may be signalled. Returns false behind the last one.
+// Advances to the next process that may be signalled. Returns false at the end of the table.
 bool NextProcess(DIR* table, Process* process) {
   while (const dirent* entry = readdir(table)) {
     process->pid = ProcessNumber(entry->d_name);
@@ -122,7 +122,7 @@ void SignalIfListed(const Process& process, const NameList& list, int signal) {
 
 // --- Looking a process up ----------------------------------------------------------------------
 
-// Reads a whole command line, as far as it fits. Returns false when it cannot be opened.
+// Reads a whole command line, truncated to the buffer. Returns false if it cannot be opened.
 bool ReadWholeCommandLine(const char* path, char (&text)[CUTIL_COMMAND_LINE_MAX + 1]) {
   const int fd = open(path, O_RDONLY | O_CLOEXEC);
   if (fd < 0) return false;
@@ -179,11 +179,10 @@ void CUTIL_Reboot() {
   CUTIL_RunCommand("umount /mnt/usb/");
   CUTIL_SleepUs(kUnmountUs);
   CUTIL_SleepUs(kUnmountUs);
-  // From here on the system ends this process, and shall not have to wait for it.
+  // The system now shuts down and sends SIGTERM; with a handler installed it would have to wait.
   signal(SIGTERM, SIG_DFL);
   CUTIL_RunCommand("/sbin/reboot");
-  // No sign of life from here on: where the reboot fails, a service manager starts the daemon
-  // again.
+  // No watchdog message from here on: if the reboot fails, the service manager restarts the daemon.
   while (true)
     pause();
 }

@@ -8,7 +8,7 @@
 
 namespace {
 
-// Returns 0, or the errno of a descriptor that is not to be read.
+// Returns 0, or the errno value that refuses the file.
 int CheckFile(int fd, off_t max_bytes) {
   struct stat status = {};
   if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) return EINVAL;

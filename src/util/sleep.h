@@ -1,9 +1,9 @@
-// A pause that a signal does not shorten.
+// A sleep that signals do not shorten.
 #pragma once
 
 #include <cstdint>
 
-// Sleeps for at least `microseconds` of monotonic time on the calling thread. A signal handler
-// that runs meanwhile does not end the pause: the rest of it is slept as well. Reports to the
-// service manager meanwhile when a report is due.
+// Sleeps on the calling thread for at least `microseconds` of monotonic time. If a signal handler
+// runs meanwhile, the sleep resumes afterwards. Sends due reports to the service manager while it
+// sleeps.
 void CUTIL_SleepUs(int64_t microseconds);

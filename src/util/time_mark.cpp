@@ -10,7 +10,7 @@ constexpr int64_t kUsPerS = 1'000'000;
 constexpr int64_t kUsPerMs = 1000;
 constexpr uint32_t kNsPerUs = 1000;
 
-// The build asks for this where `long` has 32 bits: in 2038 such a clock would go back.
+// With 32 bits the clock would go back in 2038; the build selects a 64-bit time_t.
 static_assert(sizeof(time_t) == sizeof(int64_t));
 
 TimeMark WallClockNow() {

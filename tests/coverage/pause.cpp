@@ -1,5 +1,5 @@
-// Linked into the daemon of a coverage build only: it writes its counters when it ends, and after
-// a reboot it does not end by itself but waits for the system to end it.
+// Only in the coverage build: writes the counters before pause. After a reboot the daemon pauses
+// until it is killed, so it never reaches the normal exit that writes them.
 extern "C" {
 #include <gcov.h>
 }

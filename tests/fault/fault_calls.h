@@ -1,7 +1,6 @@
-// The calls that may fail, a row each: what the call is about, what a failure does (both by
-// arguments a to f, in the library's words), and what the call may come to, the usual first. LASTS
-// marks what a device can be stuck in.
-// Whoever includes this defines FAULT.
+// The calls that may fail, one per row: the subject of the call and the effect of a failure (both
+// in terms of the arguments a to f, with the library's macros), and the possible errors, the most
+// common first. LASTS marks errors that can persist on a device. The including file defines FAULT.
 
 #define LASTS(error) ((error) | FAULT_LASTS)
 
@@ -44,7 +43,7 @@ FAULT(readdir, "table", FAILS(0), EBADF)
 FAULT(recv, OfFd(a), ENDS, LASTS(ECONNRESET), FAULT_SHORT, EAGAIN, EINTR, ENOMEM)
 FAULT(recvfrom, OfFd(a), ENDS, LASTS(ENOMEM), FAULT_SHORT, LASTS(EAGAIN), EINTR)
 FAULT(rename, OfText(b), FAILS(-1), LASTS(ENOSPC), EROFS)
-// The set stays as it was asked about when all of it is to be ready.
+// For FAULT_READY, the set remains as passed in.
 FAULT(select, "set", IS_READY(3), LASTS(EBADF), LASTS(ENOMEM), EINTR, FAULT_READY)
 FAULT(semctl, "semaphore", FAILS(-1), EPERM, EINVAL)
 FAULT(semget, "semaphore", FAILS(-1), LASTS(ENOSPC), EACCES, EEXIST)

@@ -19,12 +19,13 @@ const std::map<std::string, std::vector<int>> kErrors = {
 
 struct ReactionRow {
   std::string call;
-  std::string subject;  // what the call's subject contains
-  long number;          // of the call; 0 for any
+  std::string subject;  // part of the call's subject
+  long number;          // of the call; 0: any
   Reaction reaction;
 };
 
-// Where the daemon need not serve on. In the order of a start; the first that fits counts.
+// Failures after which the daemon need not continue to serve, in the order of a start. The first
+// match applies.
 const std::vector<ReactionRow> kReactions = {
     {"open", "/var/nvt/param.dat", 0, {Course::kEnds}},
     {"fstat", "/var/nvt/param.dat", 0, {Course::kEnds}},
@@ -89,7 +90,8 @@ std::vector<Point> PlanMatrix(const std::vector<Call>& calls) {
       const int error = lasts ? marked - FAULT_LASTS : marked;
       points.push_back({call, error});
       if (lasts) points.push_back({call, error, true});
-      // Whoever is held by a source that has nothing is held to the end only if no more comes.
+      // A false readiness blocks the daemon to the end only if no more input follows, so it is also
+      // injected into the last call.
       const bool also_last = marked == errors.front() || error == FAULT_READY;
       if (also_last && end.nth != 1) points.push_back({end, error});
     }
@@ -98,7 +100,7 @@ std::vector<Point> PlanMatrix(const std::vector<Call>& calls) {
 }
 
 Reaction ReactionTo(const Point& point) {
-  // At these, most calls' users do not give up.
+  // The daemon retries after these errors, with two exceptions.
   const int error = point.error;
   const bool is_soft =
       error == EINTR || error == EAGAIN || error == FAULT_SHORT || error == FAULT_READY;

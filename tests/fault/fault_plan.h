@@ -1,4 +1,4 @@
-// Which calls of the daemon are to fail, how, and what it has to make of it.
+// Plans the failures of the daemon's calls and the expected reactions.
 #pragma once
 
 #include <string>
@@ -8,44 +8,44 @@
 
 namespace fault {
 
-// A call that the daemon made, as the library wrote it down.
+// A call of the daemon, as logged by the library.
 struct Call {
   std::string name = "-";
-  long number = 0;  // among the calls of this name; 0 for no call
+  long number = 0;  // among the calls with this name; 0: no call
   std::string path = "0";
   std::string subject = {};
-  long nth = 0;  // among those of this name on this path
+  long nth = 0;  // among the calls with this name and path
 };
 
 std::vector<Call> ReadLog();
 
-// One failure to be tried.
+// A failure to inject.
 struct Point {
   Call call = {};
   int error = 0;
   bool is_lasting = false;
 
   bool IsNone() const { return call.number == 0; }
-  // In words, e.g. "read 3 (/dev/pts/0) EIO".
+  // For reports, e.g. "read 3 (/dev/pts/0) EIO".
   std::string Name() const;
-  // For the library.
+  // For the library (FAULT_POINT).
   std::string Text() const;
 };
 
-// Every failure that a recorded session calls for. A call is known by the way through the program
-// that leads to it: the first and the last call of each way fail, the first one with every errno
-// that it may have, also for good where that happens, the last one with the usual errno.
+// Returns all failures to inject, given the calls of a recorded session. Calls are grouped by their
+// call path through the program. The first call of each path fails with every possible errno, also
+// permanently where that occurs; the last call fails with the most common errno.
 std::vector<Point> PlanMatrix(const std::vector<Call>& calls);
 
-// What a failure may lead to; running on lame, the daemon does without something.
+// The possible outcomes of a failure; kRunsLame: the daemon continues with reduced function.
 enum class Course { kServes, kRunsLame, kMayEnd, kEnds };
 
 struct Reaction {
   Course course = Course::kServes;
-  int status = 0;  // when it ends by itself
+  int status = 0;  // if it exits by itself
 };
 
-// Where a call fails for good, one that comes later may be one that the daemon cannot do without.
+// A permanent failure may also hit a later call that the daemon needs.
 Reaction ReactionTo(const Point& point);
 
 }  // namespace fault

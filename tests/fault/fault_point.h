@@ -1,22 +1,22 @@
-// How the preloaded library is told what is to fail, and what it writes down.
+// The interface of the preloaded library: its plan and its log.
 #pragma once
 
-// Variable of its environment: "CALL PATH NTH ERROR LASTING". The NTH call of CALL on this way
-// through the program ends with ERROR, and where LASTING is 1 so does every later call of CALL.
-// "* 0 0 0 0" lets none fail, and all be written down.
+// Environment variable "CALL PATH NTH ERROR LASTING": the NTH call of CALL with the call path PATH
+// fails with ERROR; if LASTING is 1, so does every later call of CALL. "* 0 0 0 0" only logs all
+// calls.
 constexpr char FAULT_POINT[] = "RS232_FAULT";
 
-// A line each for the call that failed first, or for all: "CALL NUMBER PATH SUBJECT". NUMBER counts
-// the calls of CALL; PATH tells ways through the program apart; SUBJECT is a file, "udp", "tcp", a
-// port or a word.
+// One line for the first failed call, or for every call: "CALL NUMBER PATH SUBJECT". NUMBER counts
+// the calls of CALL; PATH identifies the call path; SUBJECT is a file, "udp", "tcp", a port or a
+// word.
 constexpr char FAULT_LOG[] = "/dev/.world/calls.log";
 
-// Errors that are no errno.
+// Errors other than errno values.
 enum FaultError : int {
-  FAULT_SHORT = 1000,  // a transfer of nothing, or of half of what was asked for
-  FAULT_READY,         // a wait that says that everything is ready
+  FAULT_SHORT = 1000,  // a transfer of nothing or of half the size
+  FAULT_READY,         // a wait that reports every source as ready
   FAULT_KILL,          // SIGKILL in place of the call
 };
 
-// Added to an error in the table of calls: also for good.
+// Marks an error in the table of calls that is also injected permanently.
 constexpr int FAULT_LASTS = 0x1000;

@@ -1,12 +1,12 @@
-// faults: makes every call of the daemon fail, one after the other.
+// faults: injects a failure into the calls of the daemon, one at a time.
 //
-//   faults matrix [MODE]   every failure of every mode, or of this one
-//   faults sample MODE     a few of them
+//   faults matrix [MODE]   every planned failure of every mode, or of MODE
+//   faults sample MODE     about 32 of them
 //   faults kills [COUNT]   SIGKILL at every call of a start and of a save, then at COUNT random
-//                          moments of each (default: 500)
+//                          times of each (default: 500)
 //
-// Each mode, and each kind of kills, has a world of its own, in which this program runs again, on
-// the virtual clock, as "faults VERB MODE COUNT".
+// Each mode and each kind of kills runs in a world of its own, where this program restarts itself
+// on the virtual clock as "faults VERB MODE COUNT".
 #include <linux/close_range.h>
 
 #include <cstdlib>
@@ -33,7 +33,7 @@ int RunMatrix(fault::Session* session, bool is_sample) {
   return session->Report("failures");
 }
 
-// Kills at every call of a start, or of a save, then at `count` moments.
+// Kills the daemon at every call of a start, or of a save, then at `count` random times.
 int RunKills(fault::Session* session, bool is_start, int count) {
   for (const fault::Call& call : session->Record(is_start)) {
     const bool is_of_save = call.subject.find("temp.conf") != std::string::npos ||
@@ -47,7 +47,7 @@ int RunKills(fault::Session* session, bool is_start, int count) {
   return session->Report("kills");
 }
 
-// In a world of its own.
+// Runs inside the world of the mode.
 int RunMode(const std::string& verb, const std::string& name, int count) {
   if (!sim::VirtualTime()->start("/dev/.world/vtime")) return EXIT_FAILURE;
   fault::Session session(*std::ranges::find(kModes, name, &fault::Mode::name));
@@ -72,14 +72,14 @@ int main(int argc, char** argv) {
     fprintf(stderr, "usage: faults matrix [MODE] | sample MODE | kills [COUNT]\n");
     return EXIT_FAILURE;
   }
-  // What this process was started with must not reach the device programs.
+  // Inherited descriptors must not reach the device programs.
   close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
   int status = EXIT_SUCCESS;
   for (std::string& mode : modes) {
     std::vector<char*> again = {argv[0], argv[1], mode.data(), count.data(), nullptr};
     status |= sim::RunInWorld([&] {
       sim::PreloadVirtualTime(again.data());
-      return EXIT_FAILURE;  // there is no virtual time
+      return EXIT_FAILURE;  // no virtual time
     });
   }
   return status;

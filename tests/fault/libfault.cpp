@@ -1,10 +1,9 @@
-// libfault.so: preloaded into the daemon, it makes one call of a libc function fail, or all from
-// that one on.
+// libfault.so: preloaded into the daemon, makes one call of a libc function fail, or all from that
+// one on.
 //
-// What is to fail is told by the environment (fault_point.h), which is gone before the daemon's
-// main runs: device programs start without any of it. What does not fail goes on to the next
-// library, which may be that of the virtual clock. The library leaves no descriptor open and takes
-// no memory.
+// The plan is read from the environment (fault_point.h) and removed before the daemon's main runs,
+// so device programs do not inherit it. All other calls go to the next library, possibly the
+// virtual clock. The library leaves no descriptor open and allocates no memory.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <link.h>
@@ -27,10 +26,10 @@
 
 namespace {
 
-// --- What is to happen -------------------------------------------------------------------------
+// --- Plan --------------------------------------------------------------------------------------
 
 struct Plan {
-  char call[32];  // "*": write all down
+  char call[32];  // "*": log all calls
   unsigned path;
   long nth;
   int error;
@@ -39,7 +38,7 @@ struct Plan {
 
 Plan g_plan;
 std::atomic<long> g_on_path;     // calls on the plan's path so far
-std::atomic<bool> g_has_failed;  // the call has come
+std::atomic<bool> g_has_failed;  // the planned call was reached
 
 __attribute__((constructor)) void Prepare() {
   sscanf(getenv(FAULT_POINT), "%31s %x %ld %d %d", g_plan.call, &g_plan.path, &g_plan.nth,
@@ -48,7 +47,7 @@ __attribute__((constructor)) void Prepare() {
   unsetenv("LD_PRELOAD");
 }
 
-// --- Where a call comes from and what it is about ----------------------------------------------
+// --- Path and subject of a call ----------------------------------------------------------------
 
 _Unwind_Reason_Code AddFrame(_Unwind_Context* context, void* hash) {
   auto* address = reinterpret_cast<char*>(_Unwind_GetIP(context));
@@ -63,8 +62,8 @@ _Unwind_Reason_Code AddFrame(_Unwind_Context* context, void* hash) {
   return _URC_NO_REASON;
 }
 
-// Arguments and results are numbers and pointers, each in a register: functions of up to six
-// arguments pass for one type.
+// Arguments and results are numbers and pointers, each in a register, so one type fits all
+// functions of up to six arguments.
 using Word = long;
 using Function = Word(Word, Word, Word, Word, Word, Word);
 
@@ -113,7 +112,8 @@ void WriteDown(const char* call, long number, uint32_t path, const char* subject
 
 constexpr int kNoFault = INT32_MIN;
 
-// Decides about a call; `count` is that of its function. Returns kNoFault or what is to happen.
+// Decides whether a call fails; `count` counts the calls of its function. Returns the error, or
+// kNoFault.
 template <typename SubjectOf>
 int Next(const char* call, std::atomic<long>* count, SubjectOf subject) {
   const bool is_chosen = strcmp(call, g_plan.call) == 0;
@@ -121,7 +121,7 @@ int Next(const char* call, std::atomic<long>* count, SubjectOf subject) {
   if (!is_chosen && !is_record) return kNoFault;
   if (g_has_failed) return g_plan.is_lasting != 0 ? g_plan.error : kNoFault;
   const int saved = errno;
-  uint32_t path = 0;  // a number for the way through the program that led here
+  uint32_t path = 0;  // hash of the call path
   _Unwind_Backtrace(AddFrame, &path);
   const bool fails = is_chosen && path == g_plan.path && ++g_on_path == g_plan.nth;
   if (fails || is_record) WriteDown(call, ++*count, path, subject());
@@ -136,14 +136,14 @@ Word Failed(Word result, int error) {
   return result;
 }
 
-// Notes the failure in the stream, as the real function would.
+// Sets the stream's EOF or error flag, as the real function would.
 Word FailedStream(Word stream, Word result, int error) {
   auto* file = reinterpret_cast<FILE*>(stream);
   file->_flags |= error == FAULT_SHORT ? 0x10 : 0x20;
   return error == FAULT_SHORT ? result : Failed(result, error);
 }
 
-// Says that every source is ready.
+// Marks every source as ready.
 Word AllReady(Word list, Word count) {
   auto* sources = reinterpret_cast<pollfd*>(list);
   for (Word i = 0; i < count; ++i)
@@ -156,8 +156,8 @@ Word AllReady(Word list, Word count) {
 // NOLINTBEGIN(bugprone-macro-parentheses)
 #define EXPORTED __attribute__((visibility("default")))
 
-// The daemon's calls of `name` come here. `failure` may use `error`; one that does not return falls
-// through to the next library's function.
+// Intercepts the daemon's calls of `name`. `failure` may use `error`; unless it returns, the call
+// goes to the next library's function.
 #define FAULT(name, subject, failure, ...)                                          \
   extern "C" EXPORTED Function Fault_##name __asm__(#name);                         \
   Word Fault_##name(Word a, Word b, Word c, Word d, Word e, Word f) {               \
@@ -181,8 +181,8 @@ Word AllReady(Word list, Word count) {
 
 #include "tests/fault/fault_calls.h"
 
-// Another name of a call, or one that checks buffers: what it has to check comes last, and nobody
-// reads it.
+// Another name of a call, or a variant with buffer checks, whose additional last argument is
+// ignored.
 #define ALIAS(name, other) \
   extern "C" EXPORTED __attribute__((alias(#name))) Function Fault_as_##other __asm__(#other);
 

@@ -1,8 +1,9 @@
-// Short lives of the daemon in a private world, on the virtual clock, with one call failing.
+// Runs short sessions of the daemon in a private world on the virtual clock, with one failing call.
 //
-// Start, then rounds: a datagram and a command are served; a PTZ client comes, sends and receives;
-// in the lens mode positions are saved, focus and exposure are asked for. Then idleness, SIGTERM
-// and the end. After a failure that passes, a second round must find everything in order.
+// A session starts the daemon, then runs rounds: a datagram and a command are relayed; a PTZ client
+// connects, sends and receives; in the lens mode, positions are saved and focus and exposure are
+// queried. Then the daemon idles and gets SIGTERM. After a transient failure, a second round must
+// succeed completely.
 #pragma once
 
 #include <sys/sem.h>
@@ -32,12 +33,12 @@ namespace fault {
 struct Mode {
   std::string name;
   std::string model;
-  CameraControl control;  // a command, and what it brings to the line
+  CameraControl control;  // a command, and its frame on the line
   std::string frame;
   bool reboots = false;  // the session orders a firmware update, which ends in a reboot
 };
 
-// Kills a process after so much real time, in place of an earlier order.
+// Kills a process after a delay in real time. Replaces an earlier request.
 inline volatile pid_t g_victim;
 inline volatile sig_atomic_t g_was_killed;
 inline void KillAfter(long delay_us, pid_t pid) {
@@ -66,8 +67,8 @@ class Session : private sim::DeviceRig {
     Collect(data_.Fd(), &datagrams_);
   }
 
-  // What a session without a failure calls; only before it serves, or from an update on, as far as
-  // these are what it is about.
+  // Returns the calls of a session without failures: only those before it serves, or only those
+  // from an update on, where these are the subject of the test.
   std::vector<Call> Record(bool is_start) {
     Live({.call = {.name = "*"}});
     CheckEnd({});
@@ -78,16 +79,16 @@ class Session : private sim::DeviceRig {
     return calls;
   }
 
-  // Lives through a session in which `point` fails.
+  // Runs a session in which `point` fails.
   void Run(const Point& point) {
     Live(point);
     CheckEnd(ReadLog().empty() ? Point() : point);
     Note(point.Name(), !ReadLog().empty());
   }
 
-  // Starts, in the lens mode saves positions over and over, and is killed in the middle: at
-  // `point`, or, where `after_us` is not 0, after so much real time. Then starts again, which has
-  // to go well whatever was left behind.
+  // Starts the daemon, in the lens mode saves positions repeatedly, and kills it at `point`, or, if
+  // `after_us` is not 0, after that much real time. Then checks that it starts again and serves,
+  // whatever was left behind.
   void RunKilled(const Point& point, long after_us) {
     Start(point);
     if (camera) AwaitServing();
@@ -99,25 +100,25 @@ class Session : private sim::DeviceRig {
     };
     Await(save, 60 * kPatience);
     const bool was_hit = daemon->WaitEnd({}) == -SIGKILL;
-    // A child that has not come to its exec yet holds them as well.
+    // A child before its exec still holds these ports.
     const auto is_free = [](int port) { return !sim::IsPortBound("udp", port); };
     sim::WaitUntil([&] { return is_free(RS232_COMMAND_PORT) && is_free(config.udp_port); },
                    60 * kPatience);
     CheckFiles();
     std::filesystem::remove(CUTIL_TEMP_CONF_PATH);
     Spawn({});
-    if (!AwaitServing()) Wrong("does not start again");
+    if (!AwaitServing()) Wrong("does not restart");
     must_serve_ = true;
     Round("1");
     CheckEnd({});
     Note(point.Name() + " after " + std::to_string(after_us) + " us", was_hit);
   }
 
-  // Prints what came of all that was run. Returns the exit status: a failure that did not come
-  // about proves nothing, nor does the session without one.
+  // Prints a summary. Returns the exit status. A failure that was not reached proves nothing, and
+  // neither does a session without one.
   int Report(const char* what) const {
-    printf("%s %s: %d tried, %d did not come about, %d wrong\n", mode_.name.c_str(), what, tried_,
-           missed_, failed_);
+    printf("%s %s: %d tried, %d not reached, %d wrong\n", mode_.name.c_str(), what, tried_, missed_,
+           failed_);
     return tried_ > 1 && missed_ == 0 && failed_ == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
   }
 
@@ -125,16 +126,16 @@ class Session : private sim::DeviceRig {
   using milliseconds = sim::milliseconds;
 
   static constexpr char kLibrary[] = "/dev/.world/libfault.so";
-  // Descriptors of a device program that the daemon runs.
+  // List of the descriptors that a device program inherits.
   static constexpr char kProgramDescriptors[] = "/dev/.world/descriptors";
-  // What a step may take, and what it may once another was not done.
+  // Timeout of a step, and of a step after another has failed.
   static constexpr milliseconds kPatience{10'000};
   static constexpr milliseconds kShortPatience{500};
   static constexpr auto kNever = [] { return false; };
 
-  // --- The daemon and what is around it --------------------------------------------------------
+  // --- The daemon and its environment ----------------------------------------------------------
 
-  // Adds all that comes to `text`.
+  // Appends everything read from `fd` to `text`.
   void Collect(int fd, std::string* text) {
     Watch(fd, [this, fd, text] {
       char bytes[1024];
@@ -150,7 +151,7 @@ class Session : private sim::DeviceRig {
     return is_true;
   }
 
-  // A PTZ server that could not be had has said so.
+  // True once the daemon serves. A PTZ server that failed to start has printed an error.
   bool AwaitServing() {
     return Await([this] {
       return sim::IsPortBound("udp", RS232_COMMAND_PORT) &&
@@ -162,7 +163,7 @@ class Session : private sim::DeviceRig {
   size_t Said(const char* text) const { return sim::CountOf(text, Said()); }
 
   void Spawn(const Point& point) {
-    // In real time: a daemon that neither waits nor ends stops the virtual clock.
+    // Real time: a daemon that neither waits nor exits stops the virtual clock.
     constexpr long kLongestRunUs = 30'000'000;
     Launch(RS232D_PATH, {},
            {.preload = kLibrary, .variables = {FAULT_POINT + ("=" + point.Text())}});
@@ -176,7 +177,7 @@ class Session : private sim::DeviceRig {
     for (const char* path : {FAULT_LOG, sim::kProgramLog, CUTIL_TEMP_CONF_PATH})
       std::filesystem::remove(path);
     Install();
-    // As the daemon leaves it; a daemon that was killed does not give the settings back.
+    // Set the line as the daemon does: a killed daemon does not restore the settings.
     termios raw = {};
     cfmakeraw(&raw);
     tcsetattr(line.FarEnd(), TCSANOW, &raw);
@@ -254,16 +255,17 @@ class Session : private sim::DeviceRig {
     const auto reboots = [] {
       return sim::CountOf(" reboot", sim::ReadTextFile(sim::kProgramLog)) > 0;
     };
-    // Packets may be sent again and again, and the reboot has its pauses.
+    // Packets may be retried, and the reboot includes pauses.
     if (!Await(reboots, 6 * kPatience) && !may_be_lost) Wrong("no reboot");
-    // Its standard streams, and the directory that it reads.
+    // Its standard streams, and the directory that `ls` reads.
     const std::string descriptors = sim::ReadTextFile(kProgramDescriptors);
     if (descriptors != "0\n1\n2\n3\n" && !may_be_lost)
       Wrong("programs inherit descriptors: " + descriptors);
   }
 
-  // After a failure that passes, one more must go well; that a wait was interrupted nobody may
-  // notice at all. Rounds differ by a call or two: the failure may come only in the second.
+  // After a transient failure, another round must succeed. An interrupted wait must have no effect
+  // at all. The number of calls per round varies slightly, so the failure may occur only in a later
+  // round.
   void Rounds(const Point& point) {
     const bool waits = point.call.name != "write" && point.call.name != "sendto";
     must_serve_ = point.IsNone() || (point.error == EINTR && waits);
@@ -287,24 +289,24 @@ class Session : private sim::DeviceRig {
     Rounds(point);
     CheckIdle();
     until_update_ = std::ssize(ReadLog());
-    // The order may not arrive, or the device program not run.
+    // The order may get lost, or the device program may not run.
     if (mode_.reboots) OrderUpdate(point.is_lasting || point.call.subject == "/sbin/reboot");
     if (!HasEnded()) CheckDescriptors(point);
   }
 
-  // --- What has to hold ------------------------------------------------------------------------
+  // --- Checks ----------------------------------------------------------------------------------
 
   void CheckIdle() {
     const uint64_t waits = sim::VirtualTime()->waits(daemon->Pid());
     const double cpu_seconds = daemon->CpuSeconds();
     Await(kNever, milliseconds(1000));
     if (HasEnded()) return;
-    if (sim::VirtualTime()->waits(daemon->Pid()) - waits > 5000) Wrong("wakes all the time");
+    if (sim::VirtualTime()->waits(daemon->Pid()) - waits > 5000) Wrong("wakes up too often");
     if (daemon->CpuSeconds() - cpu_seconds > 0.2) Wrong("spins");
   }
 
-  // The fewest over some time count: the worker's questions come and go. While waits fail for good
-  // a client that has left is not noticed.
+  // Uses the minimum over some time, because the worker opens and closes query sockets. While waits
+  // fail permanently, a disconnected client goes unnoticed.
   void CheckDescriptors(const Point& point) {
     size_t fewest = SIZE_MAX;
     const size_t most = point.IsNone() ? 0 : descriptors_ + (point.is_lasting ? 1 : 0);
@@ -318,11 +320,12 @@ class Session : private sim::DeviceRig {
   }
 
   void CheckFiles() {
-    if (sim::IsParamFileLocked()) Wrong("the parameter file is left locked");
-    if (camera && !sim::ReadWholePositions().has_value()) Wrong("the positions file is not whole");
+    if (sim::IsParamFileLocked()) Wrong("leaves the parameter file locked");
+    if (camera && !sim::ReadWholePositions().has_value())
+      Wrong("leaves an incomplete positions file");
   }
 
-  // Ends the daemon where it has not ended by itself, and judges how it came to that.
+  // Stops the daemon if it still runs, and checks how it ended.
   void CheckEnd(const Point& point) {
     const Reaction reaction = ReactionTo(point);
     const bool has_ended = HasEnded();
@@ -330,14 +333,14 @@ class Session : private sim::DeviceRig {
     Await(kNever);
     const auto status = daemon->WaitEnd({});
     const int usual = has_ended ? reaction.status : mode_.reboots ? -SIGKILL : 0;
-    if (!has_ended && reaction.course == Course::kEnds) Wrong("goes on");
+    if (!has_ended && reaction.course == Course::kEnds) Wrong("does not exit after the failure");
     if (g_was_killed != 0) Wrong("hangs");
-    if (has_ended && reaction.course < Course::kMayEnd) Wrong("ends by itself");
-    if (!status.has_value()) Wrong("does not end at SIGTERM");
-    if (status.value_or(usual) != usual) Wrong("ends with status " + std::to_string(*status));
-    if (Said("Sanitizer") + Said("runtime error:") > 0) Wrong("a sanitizer complains");
+    if (has_ended && reaction.course < Course::kMayEnd) Wrong("exits by itself");
+    if (!status.has_value()) Wrong("does not exit at SIGTERM");
+    if (status.value_or(usual) != usual) Wrong("exits with status " + std::to_string(*status));
+    if (Said("Sanitizer") + Said("runtime error:") > 0) Wrong("a sanitizer reported an error");
     const int set = semget(PARAM_BLOCK_KEY, 1, 0);
-    if (set >= 0 && semctl(set, 0, GETVAL) != 1) Wrong("the semaphore is left taken");
+    if (set >= 0 && semctl(set, 0, GETVAL) != 1) Wrong("leaves the semaphore locked");
     semctl(set, 0, IPC_RMID);
     CheckFiles();
   }
@@ -350,7 +353,7 @@ class Session : private sim::DeviceRig {
     if (!was_hit) ++missed_;
     if (!wrong_.empty()) ++failed_;
     if (was_hit && wrong_.empty()) return;
-    printf("%s\n%s%s  it said:\n%s\n", name.c_str(), was_hit ? "" : "  did not come about\n",
+    printf("%s\n%s%s  output:\n%s\n", name.c_str(), was_hit ? "" : "  not reached\n",
            wrong_.c_str(), Said().c_str());
     fflush(stdout);
   }
@@ -359,14 +362,14 @@ class Session : private sim::DeviceRig {
   sim::SyslogRecorder syslog_;
   sim::UdpPeer data_;
   sim::UdpPeer manager_{CSYSMGR_PORT};
-  std::string seen_;          // what came along the line, in hexadecimal
-  std::string logged_;        // to syslog
-  std::string datagrams_;     // of serial data
-  std::string wrong_;         // with the present session, a line each
-  bool must_serve_ = true;    // a step that is not done is wrong
-  milliseconds patience_{};   // with a step
-  size_t descriptors_ = 0;    // of a session without a failure
-  size_t until_serving_ = 0;  // its calls before it served, and before an update
+  std::string seen_;          // bytes from the daemon on the line, in hexadecimal
+  std::string logged_;        // syslog messages
+  std::string datagrams_;     // serial data
+  std::string wrong_;         // faults of the current session, one per line
+  bool must_serve_ = true;    // a failed step is a fault
+  milliseconds patience_{};   // timeout of a step
+  size_t descriptors_ = 0;    // in a session without failures
+  size_t until_serving_ = 0;  // number of its calls before it served, and before an update
   std::ptrdiff_t until_update_ = 0;
   int tried_ = 0;
   int missed_ = 0;

@@ -1,7 +1,7 @@
-// far_end MODEL PTZ-PORT: the files of a device, and what is around its daemon, for a daemon that
-// something else starts: the far end of MODEL on the line, a camera daemon, the receivers of
-// serial data datagrams and of reboot notices. Text from standard input goes out of the far end;
-// what each of them sees is printed, a line each. Runs until it is ended.
+// far_end MODEL PTZ-PORT: the files of a device and the environment of a daemon that another
+// program starts: the far end of MODEL on the line, a camera daemon, and receivers for serial data
+// datagrams and reboot notices. Sends text from standard input out of the far end and prints one
+// line per event. Runs until killed.
 #include <unistd.h>
 
 #include <array>
@@ -26,7 +26,7 @@ std::string TextOf(std::span<const uint8_t> bytes) {
   return {bytes.begin(), bytes.end()};
 }
 
-// Returns false once there is nobody left to write.
+// Returns false at the end of the input.
 bool ServeInput(sim::PtyLine* line) {
   std::array<uint8_t, 256> bytes;
   const ssize_t count = read(STDIN_FILENO, bytes.data(), bytes.size());
@@ -48,7 +48,7 @@ bool ServeInput(sim::PtyLine* line) {
   if (rig.camera) rig.camera->on_words = [](const std::string& words) { Say("camera", words); };
   rig.Watch(data.Fd(), [&] {
     const auto bytes = sim::DecodeSerialData(data.Receive().value_or(sim::Bytes()));
-    Say("data", bytes.has_value() ? TextOf(*bytes) : "no serial data datagram");
+    Say("data", bytes.has_value() ? TextOf(*bytes) : "not a serial data datagram");
   });
   rig.Watch(manager.Fd(),
             [&] { Say("manager", sim::Hex(manager.Receive().value_or(sim::Bytes()))); });

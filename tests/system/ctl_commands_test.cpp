@@ -1,5 +1,7 @@
 // The other commands of the tool: bytes for the line, files, firmware, and what is refused.
+#include <csignal>
 #include <filesystem>
+#include <functional>
 
 #include "cmmap/cmmap.h"
 #include "cmmap/param_block.h"
@@ -7,6 +9,7 @@
 #include "tests/system/lens_fixture.h"
 #include "tests/system/module_fixture.h"
 #include "tools/format.h"
+#include "tools/processes.h"
 
 namespace {
 
@@ -23,8 +26,8 @@ TEST_F(CtlCommand, WrongLinesGetOneLineAndAStatus) {
       {"params set --file /etc/udp_port_table.conf baud=9600", 1,
        "/etc/udp_port_table.conf is no parameter block: it has 24 bytes, not 23972"},
       {"params create", 1, "cannot create /var/nvt/param.dat: File exists"},
-      {"firmware-update /etc/udp_port_table.conf", 1,
-       "/etc/udp_port_table.conf is no firmware image: it has 24 bytes, its header 64"},
+      {"firmware-update /tmp/header", 1,
+       "/tmp/header is no firmware image: it has 64 bytes, its header 64"},
       {"ptz pan-left", 1,
        "this device, QB-100, does not answer pan-left; these do: relay (QB-620)"},
       {"info", 1, "there is no /var/nvt/camera.info: no module or lens has told about itself"},
@@ -34,12 +37,61 @@ TEST_F(CtlCommand, WrongLinesGetOneLineAndAStatus) {
   };
   Install();
   std::filesystem::remove(CAMERA_INFO_PATH);
+  sim::WriteTextFile("/tmp/header", std::string(64, '\xA0'));
   for (const auto& [arguments, status, error] : rows)
     ExpectCtl(arguments, status, error);
   sim::WriteTextFile(CAMERA_INFO_PATH, "VERSION=\x1B]0;owned\x07");
   EXPECT_EQ(RunCtl("info").output, "version     \\x1B]0;owned\\x07\n");
   sim::WriteTextFile("/etc/udp_port_table.conf", "");
   ExpectCtl("stop", 1, "/etc/udp_port_table.conf gives no port as RS232_DAEMON_PORT");
+}
+
+TEST_F(CtlCommand, StatusTellsHowTheDaemonIsAndWhatItLacks) {
+  sim::DaemonProcess help(RS232D_PATH, {"--help"});
+  EXPECT_EQ(help.WaitEnd(), 0);
+  EXPECT_TRUE(help.Output().starts_with("Usage: rs232d [TRACE]\n"));
+  Start();
+  const CtlResult running = RunCtl("status");
+  EXPECT_EQ(running.status, 0);
+  EXPECT_NE(running.output.find("\nline     /dev/ttyS1, 9600 8N1, open\nclients  "),
+            std::string::npos)
+      << running.output;
+  daemon->Stop();
+
+  // Each takes one thing more away; what the tool says of it, and how many faults there are.
+  std::optional<sim::UdpPeer> other;
+  CMMAP map = {};
+  const std::string by_this = tools::ProcessText(getpid());
+  const std::tuple<std::function<void()>, std::string, const char*> rows[] = {
+      {[] { sim::WriteTextFile("/etc/temp.conf", ""); },
+       "warning  settings         /etc/temp.conf is left over", "nothing keeps it from its start"},
+      {[&] { other.emplace(RS232_COMMAND_PORT); },
+       "fault    command port     udp 10017, taken by " + by_this, "1 fault found"},
+      {[&] {
+         CMMAP_Init(&map, PARAM_BLOCK_PATH, PARAM_BLOCK_KEY, CMMAP_OPEN, PARAM_BLOCK_SIZE);
+         map.Lock(&map);
+       },
+       "fault    block's locks    file lock held by " + by_this, "2 faults found"},
+      {[&] {
+         config.serial_count = 1;
+         Install();
+       },
+       "fault    serial ports     1 in the parameter block", "3 faults found"},
+      {[&] { std::filesystem::remove(config.serial_path); },
+       "fault    serial device    there is no /dev/ttyS1", "4 faults found"},
+      {[] { std::filesystem::remove(PARAM_BLOCK_PATH); },
+       "fault    block's locks    semaphore held by " + by_this, "4 faults found"},
+  };
+  for (const auto& [take_away, finding, faults] : rows) {
+    take_away();
+    const CtlResult result = RunCtl("status");
+    EXPECT_EQ(result.status, 3);
+    EXPECT_NE(result.output.find(finding), std::string::npos) << finding << "\n" << result.output;
+    EXPECT_EQ(result.errors, std::string("rs232ctl: rs232d does not run; ") + faults + "\n");
+  }
+  EXPECT_NE(RunCtl("status --json").output.find("\"running\": false"), std::string::npos);
+  map.Unlock(&map);
+  map.Deinit(&map);
 }
 
 // The second one is more than the daemon's socket holds while the line is slow: nothing may be
@@ -82,7 +134,8 @@ TEST_F(CtlParams, AreShownAndSetAllOrNone) {
   Install();
   EXPECT_TRUE(RunCtl("params show --json")
                   .output.starts_with("{\n  \"model\": \"QB-100\",\n  \"serial-count\": 2,\n"));
-  ExpectCtl("params set model=QB-620 baud=19200 parity=even", 0);
+  EXPECT_NE(RunCtl("params set model=QB-620 baud=19200 parity=even").output.find("restarted"),
+            std::string::npos);
   config.model = "QB-620";
   config.baud_rate = 19200;
   config.parity = 1;
@@ -92,6 +145,8 @@ TEST_F(CtlParams, AreShownAndSetAllOrNone) {
   EXPECT_NE(RunCtl("params show").output.find("parity        even\n"), std::string::npos);
 
   std::filesystem::remove(PARAM_BLOCK_PATH);
+  ExpectCtl("params create --file /tmp/block model=QB-61O", 0,
+            "warning: unknown model QB-61O; the daemon takes it for a PTZ head");
   ExpectCtl("params create model=QB-610 ptz-enable=on", 0);
   EXPECT_EQ(std::filesystem::file_size(PARAM_BLOCK_PATH), PARAM_BLOCK_SIZE);
   Launch();
@@ -127,10 +182,23 @@ TEST_F(CtlLens, InfoTraceAndFit) {
   EXPECT_EQ(RunCtl("info --json").output, "{\n  \"version\": \"1.5-s\"\n}\n");
   ExpectCtl("monitor --for 1ms", 0,
             "warning: this device, QB-420, sends no serial data; 'rs232d 1 | rs232ctl frames' "
-            "shows its line");
+            "shows its line\nrs232ctl: listening at UDP port 1860 of 127.0.0.1");
   sim::WriteTextFile("/etc/trace", daemon->Output());
   const std::string words = RunCtl("frames < /etc/trace").output;
   EXPECT_NE(words.find(" reply: version 1.5-s\n"), std::string::npos) << words;
+
+  const auto record = StartCtl("lens record /tmp/recorded --searches 2 --to 50");
+  EXPECT_EQ(record->WaitEnd(milliseconds(60'000)), 0);
+  const std::string recorded = sim::ReadTextFile("/tmp/recorded");
+  EXPECT_EQ(sim::CountOf("TRACE\t   0\t", recorded), 2U) << recorded;
+  EXPECT_EQ(sim::CountOf("TRACE\t  50\t", recorded), 2U) << recorded;
+  const auto cut_short = StartCtl("lens record /tmp/recorded");
+  ASSERT_TRUE(WaitOutput("TRACE\t  50\t", 3));
+  cut_short->Signal(SIGINT);
+  EXPECT_EQ(AwaitCtl(cut_short.get()).status, 128 + SIGINT);
+  const size_t searches = CountInOutput("TRACE");
+  Serve(sim::Clock::now() + milliseconds(20'000));
+  EXPECT_EQ(CountInOutput("TRACE"), searches) << "not stopped";
 
   std::string log;
   for (const ZfEntry& entry : ZFTABLE_HERON)
@@ -157,19 +225,25 @@ TEST_F(CtlFirmware, AsksAtATerminalAndNowhereElse) {
   ExpectCtl(line_arguments + " --yes", 1, "this device, QB-210, takes no firmware");
   StartMicom({});
   const std::string deed =
-      "write 3000 bytes of firmware into the camera module of this QB-310 and reboot the device";
-  ExpectCtl(line_arguments, 4,
-            "there is no terminal to ask at whether to " + deed + "; --yes says so");
+      "This will write 3000 bytes of firmware into the camera module of this QB-310 and reboot the "
+      "device";
+  ExpectCtl(line_arguments, 4, deed + ": stdin is not a terminal; use --yes to confirm");
+  ExpectCtl("firmware-update --yes /etc/passwd", 4,
+            "/etc/passwd does not look like a firmware image: it is plain text: stdin is not a "
+            "terminal; use --force to confirm");
   sim::PtyLine terminal("/dev/asking");
   const std::string at_terminal = line_arguments + " < /dev/asking";
   terminal.Send(Bytes{'n', '\n'});
   const CtlResult refused = RunCtl(at_terminal);
   EXPECT_EQ(refused.status, 4);
-  EXPECT_EQ(refused.errors,
-            "This will " + deed + ". Go on? [y/N] rs232ctl: declined; nothing was done\n");
+  EXPECT_EQ(refused.errors, deed + ". Go on? [y/N] rs232ctl: declined; nothing was done\n");
   EXPECT_FALSE(std::filesystem::exists(kImagePath));
   terminal.Send(Bytes{'y', '\n'});
-  EXPECT_EQ(RunCtl(at_terminal).status, 0);
+  const CtlResult followed = RunCtl("firmware-update --follow" + at_terminal.substr(15));
+  EXPECT_EQ(followed.status, 0) << followed.errors;
+  EXPECT_TRUE(
+      followed.output.ends_with(" s left\nthe module has its firmware; the device reboots\n"))
+      << followed.output;
   ASSERT_TRUE(manager.Receive(milliseconds(20'000)).has_value());
   ExpectStored(kSize);
   for (const auto& entry : std::filesystem::directory_iterator("/tmp"))

@@ -74,6 +74,7 @@ TEST_F(CtlMonitor, EndsByItself) {
   Monitor({"--for", "700ms"});
   EXPECT_EQ(monitor->WaitEnd(), 0);
   EXPECT_GE(sim::Clock::now() - start, milliseconds(700));
+  EXPECT_EQ(monitor->Errors(), "rs232ctl: listening at UDP port 1860 of 127.0.0.1\n");
 
   const sim::UdpPeer other(SERIAL_DATA_PORT);
   Monitor();

@@ -1,4 +1,4 @@
-// A device for system tests: the real daemon on a pty line in the test's own world.
+// A device for system tests: the real daemon on a pty line in the test's world.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -13,29 +13,29 @@
 
 class DeviceTest : public testing::Test, protected sim::DeviceRig {
  protected:
-  // Whatever has come, SIGTERM ends a daemon that still runs as it should.
+  // A daemon that still runs must exit properly at SIGTERM.
   void TearDown() override {
     if (daemon == nullptr || HasEnded()) return;
     EXPECT_EQ(daemon->Stop(), 0) << daemon->Errors();
   }
 
-  // Lays the device's files out without starting the daemon.
+  // Writes the device's files without starting the daemon.
   void Install() { sim::InstallDevice(config); }
 
-  // Starts the daemon without waiting for anything.
+  // Starts the daemon without waiting.
   void Launch(std::vector<std::string> arguments = {}, sim::LaunchOptions options = {}) {
     DeviceRig::Launch(RS232D_PATH, std::move(arguments), std::move(options));
   }
 
-  // Lays the files out, starts the daemon and waits until it serves.
+  // Writes the files, starts the daemon and waits until it serves.
   void Start(std::vector<std::string> arguments = {}) {
     Install();
     Launch(std::move(arguments));
     ASSERT_TRUE(WaitServing()) << daemon->Output() << daemon->Errors();
   }
 
-  // The same for a device of this model, past what it asks a camera module first. An HD module
-  // answers 0 to all.
+  // Like Start, for a device of this model, and answers the start-up queries of a camera module. An
+  // HD module answers 0 to all.
   void StartModel(const std::string& model, std::vector<std::string> arguments = {}) {
     config.model = model;
     Start(std::move(arguments));
@@ -50,17 +50,17 @@ class DeviceTest : public testing::Test, protected sim::DeviceRig {
     }
   }
 
-  // The next `count` bytes on the line in hexadecimal.
+  // Returns the next `count` bytes on the line in hexadecimal.
   std::string Line(size_t count) { return sim::Hex(line.Receive(count)); }
 
-  // Sends one byte by UDP and expects it to be the next byte on the line: nothing else came.
+  // Sends one byte by UDP and expects it as the next byte on the line, so nothing else was sent.
   void ExpectLineQuiet() {
     const uint8_t marker = 0x5A;
     SendUdp(sim::DaemonDatagram(RS232_UDP_WRITE, {&marker, 1}));
     EXPECT_EQ(Line(1), "5A");
   }
 
-  // Wait until the daemon has printed `text` so many times.
+  // Wait until the daemon has printed `text` `count` times.
   bool WaitOutput(const std::string& text, size_t count = 1,
                   sim::milliseconds limit = sim::milliseconds(15000)) {
     return sim::WaitUntil([&] { return sim::CountOf(text, daemon->Output()) >= count; }, limit);

@@ -1,5 +1,4 @@
-// A motorized-lens device for system tests: the real daemon, with a lens micom and a camera daemon
-// at work around it.
+// A motorized-lens device for system tests: the real daemon with a lens micom and a camera daemon.
 #pragma once
 
 #include <filesystem>
@@ -14,7 +13,7 @@
 #include "tests/system/device_fixture.h"
 #include "util/camera_info_file.h"
 
-// A zoom and a focus position.
+// Zoom and focus positions.
 struct Positions {
   int zoom = 0;
   int focus = 0;
@@ -29,8 +28,8 @@ class LensTest : public DeviceTest {
  protected:
   using Lines = std::vector<std::string>;
 
-  // Lays the files of a lens device out, and puts a micom whose lens stands at `positions`, and a
-  // camera daemon, around the daemon.
+  // Writes the files of a lens device, and attaches a micom with the lens at `positions` and a
+  // camera daemon.
   void InstallLens(const Positions& positions, const std::string& sensor = "AR0230",
                    const std::string& antiflicker = "false") {
     const auto [zoom, focus] = positions;
@@ -45,8 +44,8 @@ class LensTest : public DeviceTest {
     Attach(std::move(lens), micom);
   }
 
-  // Starts a daemon that knows where the lens stands. Returns once the mode's loop runs and nothing
-  // of the start-up is left in Frames.
+  // Starts a daemon with the true lens positions. Returns in the mode's loop, with the frames of
+  // the start-up discarded.
   void StartLens(const Positions& positions, const std::string& sensor = "AR0230") {
     InstallLens(positions, sensor);
     Launch();
@@ -59,11 +58,11 @@ class LensTest : public DeviceTest {
     TakeFrames();
   }
 
-  // Waits until everything that was sent before has been served: a mark comes out at the far end,
-  // twice, since one pass serves datagrams before commands.
+  // Waits until the daemon has served all earlier input. Sends a marker to the far end twice, since
+  // a pass serves datagrams before commands.
   bool Sync() { return Mark() && Mark(); }
 
-  // Waits until every command that was sent before has been carried out. Opens the iris a step.
+  // Waits until the daemon has executed all earlier commands. Opens the iris by a step.
   bool Drain() {
     static const std::string kOpened = "+PIRIS_STEP_SINGLE (open)\n";
     const size_t opened = CountInOutput(kOpened);
@@ -71,7 +70,7 @@ class LensTest : public DeviceTest {
     return WaitOutput(kOpened, opened + 1, kLongest) && Sync();
   }
 
-  // Every frame since the last call in hexadecimal, marks left out.
+  // Returns the frames since the last call in hexadecimal, without markers.
   Lines TakeFrames() {
     Lines lines;
     for (const sim::LensFrame& frame : TakeTimedFrames())
@@ -84,7 +83,7 @@ class LensTest : public DeviceTest {
     return std::exchange(pending_, {});
   }
 
-  // Where the lens really is.
+  // The true position of the lens.
   sim::LensPose Pose() {
     Serve(sim::Clock::now());
     return micom->Pose();
@@ -95,13 +94,13 @@ class LensTest : public DeviceTest {
     return {.zoom = pose.zoom, .focus = pose.focus};
   }
 
-  // Steps lost by interrupted moves of zoom and focus.
+  // Steps of zoom and focus lost in interrupted moves.
   long LostSteps() const { return micom->Zoom().Lost() + micom->Focus().Lost(); }
 
-  // What the positions file holds.
+  // The positions in the positions file.
   static Positions SavedPositions() {
     const auto saved = sim::ReadWholePositions();
-    EXPECT_TRUE(saved.has_value()) << "not a whole positions file";
+    EXPECT_TRUE(saved.has_value()) << "incomplete positions file";
     const auto [zoom, focus] = saved.value_or(std::pair(0, 0));
     return {.zoom = zoom, .focus = focus};
   }
@@ -114,12 +113,12 @@ class LensTest : public DeviceTest {
   void Focus(int value) { Control(CAMERA_CODE_FOCUS, value); }
 
   sim::LensMicom* micom = nullptr;
-  bool starts_late = false;  // of the micom that InstallLens makes
+  bool starts_late = false;  // for the micom that InstallLens makes
 
  private:
-  // Longer than any command takes.
+  // More than the duration of any command.
   static constexpr sim::milliseconds kLongest{20'000};
-  // A read of a register that no lens has.
+  // A read of an unused register.
   static constexpr I2mFrame kMark = {0xA5, 0x41, 0x7E, 0x00, 0x00, 0x64};
 
   bool Mark() {

@@ -1,4 +1,4 @@
-// What may be wrong around the lens mode: the mode says what it has to say, goes on, and stops.
+// Faults around the lens mode: it reports them, continues, and stops in time.
 #include "tests/system/lens_fixture.h"
 
 namespace {
@@ -9,11 +9,11 @@ constexpr char kPressF[] = "!!! Click 'F' button to reset zoom & focus positions
 
 using LensHostile = LensTest;
 
-TEST_F(LensHostile, PositionsFiles) {
+TEST_F(LensHostile, HandlesDamagedPositionsFiles) {
   const std::pair<std::string, std::string> rows[] = {
       {sim::PositionsText(-1, 7), kPressF},
       {"zoom_position=70000\nfocus_position=-40000\n", "restored posZoom=4464, posFocus=25536\n"},
-      {"zoom_position=0000000000000012\nfocus_position=1\n", kPressF},  // sixteen characters
+      {"zoom_position=0000000000000012\nfocus_position=1\n", kPressF},  // 16 characters
       {"zoom_position=000000000000012\nfocus_position=1\n", "restored posZoom=12, posFocus=1\n"},
   };
   for (const auto& [text, printed] : rows) {
@@ -26,8 +26,9 @@ TEST_F(LensHostile, PositionsFiles) {
   }
 }
 
-// A save that cannot be makes no new file and goes on. Once there is one again, it is written.
-TEST_F(LensHostile, PositionsFileThatIsGone) {
+// A failed save creates no file and does not stop the mode. When the file exists again, the next
+// save writes it.
+TEST_F(LensHostile, SurvivesAMissingPositionsFile) {
   StartLens({.zoom = 0, .focus = 300});
   for (const bool is_there : {false, true}) {
     std::filesystem::remove(MFZ_CONF_PATH);
@@ -41,9 +42,9 @@ TEST_F(LensHostile, PositionsFileThatIsGone) {
   EXPECT_NE(SavedPositions().focus, 300);
 }
 
-// Without answers each measure takes its three seconds; an end is still prompt. With regulation on
-// the worker waits beside it.
-TEST_F(LensHostile, SilentOrLateCameraDaemonDelaysTheEndByOneQuestion) {
+// Without an answer, each measure takes its three-second timeout; a stop is still prompt. With
+// regulation on, the worker waits at the same time.
+TEST_F(LensHostile, SilentCameraDaemonDelaysTheStopByOneQuery) {
   for (const milliseconds late : {milliseconds(0), milliseconds(3300)}) {
     SCOPED_TRACE(late.count());
     InstallLens({.zoom = 0, .focus = 200}, "IMX123", "true");
@@ -55,7 +56,7 @@ TEST_F(LensHostile, SilentOrLateCameraDaemonDelaysTheEndByOneQuestion) {
     size_t count = 0;
     ASSERT_TRUE(sim::WaitUntil([&] { return (count += camera->TakeFocusReadings().size()) >= 2; },
                                milliseconds(9000)));
-    // The present question, and the worker's, at most.
+    // At most the current query, and that of the worker.
     EXPECT_EQ(daemon->Stop(milliseconds(3000 + 3500)), 0);
   }
 }

@@ -1,4 +1,4 @@
-// The P-iris through the real daemon: the machine's counts.
+// The P-iris through the real daemon: the counters of its state machine.
 #include "lens/piris.h"
 #include "sim/virtual_time.h"
 #include "tests/system/lens_fixture.h"
@@ -14,25 +14,25 @@ constexpr char kClose4[] = "A5 40 0B FF FC EB";
 
 class LensIris : public LensTest {
  protected:
-  // The iris is regulated for one sensor alone, IMX123.
+  // Only the sensor IMX123 has a regulated iris.
   void LaunchWith(const std::string& sensor, const std::string& antiflicker) {
     InstallLens({.zoom = 0, .focus = 200}, sensor, antiflicker);
     Launch();
   }
 
-  // Has the camera daemon answer with `count` of these next.
+  // Queues `count` such answers of the camera daemon.
   void Script(size_t count, int32_t level, int32_t deviation) {
     auto& answers = camera->scripted_exposures;
     answers.insert(answers.end(), count, {.level = level, .deviation = deviation});
   }
 };
 
-TEST_F(LensIris, AutomaticThroughItsStates) {
+TEST_F(LensIris, RegulatesThroughAllStates) {
   LaunchWith("IMX123", "\"TRUE\"");
   constexpr int kEnough = PIRIS_HYSTERESIS_STEPS + 1;
-  Script(1, 0, 50);                          // INIT: asks for nothing
+  Script(1, 0, 50);                          // INIT: no order
   Script(kEnough, 0, 11);                    // MOV: steps, then to MAX
-  Script(5, PIRIS_LEVEL_BRIGHT + 1, -50);    // MAX: does not count
+  Script(5, PIRIS_LEVEL_BRIGHT + 1, -50);    // MAX: not counted
   Script(kEnough, PIRIS_LEVEL_BRIGHT, -11);  // to MOV
   Script(1, 0, -11);                         // MOV: a step
   Script(100, 0, 0);
@@ -44,7 +44,7 @@ TEST_F(LensIris, AutomaticThroughItsStates) {
   EXPECT_EQ(CountInOutput("piris"), 1U);
   EXPECT_EQ(daemon->Stop(), 0);
 
-  // Frames of the start-up, 24 small steps at its end, are tested on their own.
+  // Skip the frames of the start-up, 24 small steps at its end, which have their own test.
   constexpr size_t kOfTheStart = 3 + 24;
   const auto frames = TakeTimedFrames();
   Lines expected(12, kOpen8);
@@ -60,7 +60,7 @@ TEST_F(LensIris, AutomaticThroughItsStates) {
               milliseconds(i == 18 ? 3000 + 100 : 50));
   }
 
-  // An exposure setting goes out with the first step of the state that it belongs to.
+  // The exposure setting is sent with the first step of its state.
   std::vector<std::pair<int, int>> ordered;
   for (const sim::ExposureOrder& order : camera->TakeExposureOrders())
     ordered.emplace_back(order.setting, order.queries);
@@ -68,15 +68,15 @@ TEST_F(LensIris, AutomaticThroughItsStates) {
                          {PIRIS_EXPOSURE_REGULATED, 1},
                          {PIRIS_EXPOSURE_OPEN, 1 + kEnough + 1},
                          {PIRIS_EXPOSURE_REGULATED, 1 + kEnough + 5 + kEnough + 1}}));
-  // A tenth of a second a step.
+  // A step takes at least 100 ms.
   const auto readings = camera->TakeExposureReadings();
   EXPECT_GE(readings.back().time - readings.front().time,
             milliseconds(100) * (readings.size() - 1));
   EXPECT_EQ(micom->Iris().Lost(), 0);
 }
 
-// For each request, without a question. Of another sensor the iris is left alone.
-TEST_F(LensIris, ManualOpensOnce) {
+// The iris opens once per request, without a query. With another sensor it does not move.
+TEST_F(LensIris, OpensOnceInManualMode) {
   for (const bool supported : {true, false}) {
     LaunchWith(supported ? "IMX123" : "AR0230", supported ? "false" : "true");
     AwaitLoop();
@@ -92,13 +92,13 @@ TEST_F(LensIris, ManualOpensOnce) {
         seen.push_back(frame);
       return seen.size() >= expected.size();
     }));
-    // There is nothing more to do, and nobody wakes up.
+    // With nothing left to do, the daemon sleeps.
     const uint64_t waits = sim::VirtualTime()->waits(daemon->Pid());
     EXPECT_FALSE(daemon->WaitEnd(milliseconds(2000)).has_value());
     EXPECT_LT(sim::VirtualTime()->waits(daemon->Pid()) - waits, 5U);
     EXPECT_EQ(seen, expected);
     EXPECT_EQ(TakeFrames(), Lines{});
-    EXPECT_TRUE(camera->TakeExposureOrders().empty()) << "the setting is in force already";
+    EXPECT_TRUE(camera->TakeExposureOrders().empty()) << "the setting is already in force";
     EXPECT_TRUE(camera->TakeExposureReadings().empty());
     EXPECT_EQ(daemon->Stop(), 0);
   }

@@ -1,5 +1,5 @@
-// Where the lens really is against where the daemon believes it to be: tracking, the reset, and
-// long random sequences of commands.
+// Compares the true position of the lens with the one that the daemon assumes: tracking, the reset,
+// and long random sequences of commands.
 #include <random>
 
 #include "lens/tracking_tables.h"
@@ -9,17 +9,18 @@ namespace {
 
 using sim::milliseconds;
 
-// Of an odd number the micom makes a move's first step at once, of an even one it makes it late.
+// With an odd parameter, the micom makes the first step of a move at once, with an even one a step
+// period late.
 class LensTruth : public LensTest, public testing::WithParamInterface<uint32_t> {
  protected:
   LensTruth() { starts_late = GetParam() % 2 == 0; }
 
-  // Ends what moves and expects the file to say where the lens is.
+  // Stops all motion and expects the true positions in the file.
   void ExpectSavedTruth() {
     Focus(1);
     Focus(0);
     ASSERT_TRUE(Drain());
-    // The focus may have its whole travel before it.
+    // The focus may have to move over its whole travel.
     ASSERT_TRUE(sim::WaitUntil([&] { return !micom->IsMoving(); }, milliseconds(10'000)));
     EXPECT_EQ(SavedPositions(), RealPositions());
     EXPECT_EQ(LostSteps(), 0);
@@ -36,8 +37,8 @@ int StepsOf(const sim::LensFrame& frame) {
   return -static_cast<int16_t>(frame.bytes[I2M_HIGH_AT] << 8 | frame.bytes[I2M_LOW_AT]);
 }
 
-// From end to end and back, the focus stands on the curve after every tick.
-TEST_P(LensTruth, FocusFollowsTheCurveAllTheWay) {
+// From end to end and back, the focus is on the curve after every tick.
+TEST_P(LensTruth, FocusFollowsTheWholeCurve) {
   StartLens({.zoom = 0, .focus = 200});
   Positions sent = {.zoom = 0, .focus = 200};
   for (const int value : {-1, 127}) {
@@ -49,7 +50,7 @@ TEST_P(LensTruth, FocusFollowsTheCurveAllTheWay) {
         [&] {
           for (const sim::LensFrame& frame : TakeTimedFrames()) {
             const bool is_focus = frame.bytes[I2M_ADDRESS_AT] == I2M_ADDR_FOCUS_MOVE;
-            // The tick before this one is whole.
+            // The previous tick is complete.
             EXPECT_TRUE(!is_focus || sent.focus == CurveAt(sent.zoom)) << sent;
             (is_focus ? sent.focus : sent.zoom) += StepsOf(frame);
             ticks += is_focus ? 1 : 0;
@@ -58,10 +59,10 @@ TEST_P(LensTruth, FocusFollowsTheCurveAllTheWay) {
         },
         milliseconds(20000)));
     EXPECT_EQ(sent.focus, CurveAt(end));
-    EXPECT_EQ(ticks, value < 0 ? 270U : 14U);  // of 5 steps and of 100
+    EXPECT_EQ(ticks, value < 0 ? 270U : 14U);  // 5 and 100 steps per tick
     ASSERT_TRUE(sim::WaitUntil([&] { return !micom->IsMoving(); }));
     EXPECT_EQ(RealPositions(), sent);
-    // At the limit nothing more is sent.
+    // At the limit, no more frames are sent.
     ASSERT_TRUE(Sync());
     EXPECT_EQ(TakeFrames(), Lines{});
   }
@@ -71,13 +72,13 @@ TEST_P(LensTruth, FocusFollowsTheCurveAllTheWay) {
 
 TEST_P(LensTruth, AssistFindsTheEndsFromAnywhere) {
   StartLens({.zoom = 3, .focus = 900});
-  // Not where the daemon thinks.
+  // Differs from the position that the daemon assumes.
   micom->Place({.zoom = 1400, .focus = 2600, .iris = 40});
   const auto begin = sim::Clock::now();
   const size_t printed = daemon->Output().size();
   Control(CAMERA_CODE_ASSIST);
   ASSERT_TRUE(WaitOutput("TRACE\t"));
-  // The reset, the way to the curve, a pause and a search over 100 steps to either side.
+  // The reset, the move to the curve, a pause, and a search over 100 steps to either side.
   EXPECT_GE(sim::Clock::now() - begin, milliseconds(2 * 100 + 3335 + 391 + 1000 + 1060));
   EXPECT_EQ(daemon->Output().substr(printed, daemon->Output().find("TRACE\t") - printed),
             "'Z'\n"
@@ -95,7 +96,7 @@ TEST_P(LensTruth, AssistFindsTheEndsFromAnywhere) {
   ExpectSavedTruth();
 }
 
-// A search that is asked for while the zoom is moving moves the same motor as the tracking does.
+// A search requested while the zoom moves uses the same motor as the tracking.
 TEST_P(LensTruth, SearchDuringADriveLosesNoSteps) {
   StartLens({.zoom = 200, .focus = 240});
   Zoom(-60);
@@ -107,7 +108,7 @@ TEST_P(LensTruth, SearchDuringADriveLosesNoSteps) {
   ExpectSavedTruth();
 }
 
-// A short move right behind a longer one: at the limit, or with a new speed.
+// A short move right after a longer one: at the limit, or at a new speed.
 TEST_P(LensTruth, ShorterChunksLoseNoSteps) {
   StartLens({.zoom = 55, .focus = 201});
   for (const auto& [value, until] : {std::pair(127, 0), {-1, 15}, {-40, 45}, {-1, 65}}) {
@@ -127,10 +128,10 @@ TEST_P(LensTruth, ShorterChunksLoseNoSteps) {
 
 INSTANTIATE_TEST_SUITE_P(Kinds, LensTruth, testing::Values(1U, 2U));
 
-// Long random sequences of commands, with pauses that have nothing to do with them.
+// Long random sequences of commands with unrelated pauses.
 class LensRandom : public LensTruth {};
 
-TEST_P(LensRandom, LensIsWhereTheDaemonSaysItIs) {
+TEST_P(LensRandom, LensIsAtTheSavedPositions) {
   std::mt19937 random(GetParam());
   const auto roll = [&](int sides) {
     return std::uniform_int_distribution<>(0, sides - 1)(random);

@@ -1,4 +1,4 @@
-// The focus search through the real daemon: its moves, its pauses, and whether it finds the peak.
+// The focus search through the real daemon: its moves, pauses and results.
 #include <random>
 
 #include "tests/system/lens_fixture.h"
@@ -9,7 +9,7 @@ using sim::milliseconds;
 
 class LensSearch : public LensTest {
  protected:
-  // Runs one search of either width. A zoom stop at the end of the zoom's way moves nothing, and
+  // Runs a narrow or a wide search. A zoom stop at the end of the zoom's travel moves nothing and
   // starts the narrow one.
   void Search(int half_width) {
     TakeFrames();
@@ -29,7 +29,7 @@ class LensSearch : public LensTest {
   size_t saves_ = 0;
 };
 
-// The sequence of a search with its interval in mid-range, to the step.
+// The exact sequence of a search whose interval is in mid-range.
 TEST_F(LensSearch, MovesAndMeasuresInOrder) {
   StartLens({.zoom = 0, .focus = 230});
   camera->scene.offset = 250 - sim::InFocus(0);
@@ -67,7 +67,7 @@ TEST_F(LensSearch, MovesAndMeasuresInOrder) {
 }
 
 // A zoom or focus move ends a search. The zoom is at its end and does not move.
-TEST_F(LensSearch, MovesEndIt) {
+TEST_F(LensSearch, EndsAtAMoveCommand) {
   StartLens({.zoom = 0, .focus = 700});
   for (const uint16_t code : {CAMERA_CODE_FOCUS, CAMERA_CODE_ZOOM}) {
     SCOPED_TRACE(code);
@@ -88,12 +88,12 @@ TEST_F(LensSearch, MovesEndIt) {
 struct Place {
   const char* name;
   Positions start;
-  int half_width;  // 100 only where the zoom is at an end
+  int half_width;  // 100 only if the zoom is at an end
 };
 
 class LensSearchTrials : public LensSearch, public testing::WithParamInterface<Place> {
  protected:
-  // The best measure without its noise that can be had between two positions.
+  // The best noise-free measure between two positions.
   double Sharpest(int from, int to) {
     double best = 0;
     for (sim::LensPose pose = {.zoom = Pose().zoom, .focus = from}; pose.focus <= to; ++pose.focus)
@@ -101,8 +101,8 @@ class LensSearchTrials : public LensSearch, public testing::WithParamInterface<P
     return best;
   }
 
-  // Within half a fine step of the best measure; within a whole one where measures are noisy. Of
-  // equal measures the last one counts.
+  // The result must be within half a fine step of the best measure, or within a whole one if
+  // measures are noisy. If several measures are equal, the last one counts.
   void ExpectFound() {
     auto scan = Readings();
     scan.pop_back();
@@ -120,7 +120,7 @@ class LensSearchTrials : public LensSearch, public testing::WithParamInterface<P
   }
 };
 
-TEST_P(LensSearchTrials, FindThePeak) {
+TEST_P(LensSearchTrials, FindsThePeak) {
   const sim::Scene scenes[] = {
       {.width = 40, .more_peaks = {}},
       {.width = 150, .more_peaks = {}},
@@ -128,27 +128,27 @@ TEST_P(LensSearchTrials, FindThePeak) {
       {.width = 40, .more_peaks = {}, .ceiling = 19'000},
       {.width = 25, .more_peaks = {-80, 70}},
       {.height = 0, .more_peaks = {}},
-      {.width = 40, .more_peaks = {}},  // with its peak outside
+      {.width = 40, .more_peaks = {}},  // peak outside the interval
   };
   const auto& [name, home, half_width] = GetParam();
   StartLens(home);
-  // A camera daemon that takes its time takes none of the motor's.
+  // Slow answers of the camera daemon must not shorten the motor's time.
   camera->traits.answer_after = milliseconds(half_width == 200 ? 35 : 0);
   std::mt19937 random(static_cast<uint32_t>(home.focus));
   const double reach = half_width - 20;
   for (size_t i = 0; i < 2 * std::size(scenes); ++i) {
     SCOPED_TRACE(testing::Message() << i << " from " << RealPositions());
     const int start = Pose().focus;
-    // A peak nearer to the zero end than this would send the lens into it.
+    // A peak below this would drive the lens into the zero end.
     constexpr double kLowestPeak = 50;
     double peak = std::uniform_real_distribution<>(home.focus - reach, home.focus + reach)(random);
     peak = std::clamp(peak, std::max(start - reach, kLowestPeak), start + reach);
     if (i % std::size(scenes) == std::size(scenes) - 1) {
-      // Near enough for the slope to be seen from the interval.
+      // Near enough that the slope is measurable in the interval.
       const bool above = start < home.focus || start - half_width < kLowestPeak;
       peak = start + (above ? 1 : -1) * (half_width + 40);
     }
-    // Each scene comes with both kinds of micom.
+    // Each scene is tested with both kinds of micom.
     micom->traits.starts_late = i % 2 == 1;
     camera->scene = scenes[i % std::size(scenes)];
     camera->scene.offset = peak - sim::InFocus(Pose().zoom);

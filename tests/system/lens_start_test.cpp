@@ -1,4 +1,4 @@
-// Start-up of the lens mode, its commands in both modes, on the wire.
+// Frames of the lens mode: start-up, and commands in both modes of control.
 #include <regex>
 
 #include "tests/system/lens_fixture.h"
@@ -9,7 +9,7 @@ using sim::milliseconds;
 
 using LensStart = LensTest;
 
-TEST_F(LensStart, FramesAndLinesInOrder) {
+TEST_F(LensStart, SendsFramesAndPrintsLinesInOrder) {
   InstallLens({.zoom = 120, .focus = 218}, "IMX178");
   Launch();
   ASSERT_TRUE(WaitServing() && Sync());
@@ -38,11 +38,11 @@ TEST_F(LensStart, FramesAndLinesInOrder) {
             "restored posZoom=120, posFocus=218\n"
             "  (CAUTION) if the positions are not reliable, click 'F' button !!!\n");
   EXPECT_EQ(sim::ReadTextFile(CAMERA_INFO_PATH), "VERSION=1.5-s\n");
-  EXPECT_EQ(RealPositions(), (Positions{120, 218})) << "a start moves nothing";
+  EXPECT_EQ(RealPositions(), (Positions{120, 218})) << "the start must not move the lens";
   EXPECT_EQ(Pose().iris, 96);
 }
 
-TEST_F(LensStart, SilentMicomIsPassedOver) {
+TEST_F(LensStart, ContinuesWithoutAnswersOfTheMicom) {
   InstallLens({.zoom = -1, .focus = 7});
   micom->traits.silent = true;
   Launch();
@@ -52,14 +52,14 @@ TEST_F(LensStart, SilentMicomIsPassedOver) {
   EXPECT_EQ(sim::ReadTextFile(CAMERA_INFO_PATH), "");
 }
 
-TEST_F(LensStart, MicomRequests) {
+TEST_F(LensStart, AnswersRequestsOfTheMicom) {
   StartLens({.zoom = 0, .focus = 200}, "IMX178");
   micom->RequestLensModel();
   ASSERT_TRUE(WaitOutput("...sensor_type=SENSOR_IMX178, mfz_model=MFZ_VARIO3610\n"));
   ASSERT_TRUE(Sync());
   EXPECT_EQ(TakeFrames(), (Lines{"A5 40 30 03 02 1A"}));
 
-  // While it is the daemon that drives the lens, a request for the focus measures waits.
+  // While the daemon drives the lens, a request for focus measures is deferred.
   camera->scene.height = 0;
   camera->scene.floor = 0x1234;
   micom->RequestFocusValues(true);
@@ -82,7 +82,7 @@ TEST_F(LensStart, MicomRequests) {
   };
   expect_no_stream();
 
-  // A request that two reads bring is parsed, but starts no stream.
+  // A request split over two reads is parsed, but starts no stream.
   const sim::Bytes request = {0xA5, 0x40, 0x22, 0x00, 0x01, 0x08};
   for (const size_t at : {0U, 3U}) {
     line.Send({&request[at], 3});
@@ -91,7 +91,7 @@ TEST_F(LensStart, MicomRequests) {
   ASSERT_TRUE(WaitOutput("A5,40,22,00,01,08", 2));
   expect_no_stream();
 
-  // A zoom command ends the stream as well.
+  // A zoom command ends the stream, too.
   micom->RequestFocusValues(true);
   ASSERT_TRUE(WaitOutput("A5,40,22,00,01,08", 3));
   Zoom(1);
@@ -101,19 +101,19 @@ TEST_F(LensStart, MicomRequests) {
 
 // --- Commands ----------------------------------------------------------------------------------
 
-// What a change of the mode prints.
+// The output of a mode change.
 std::string ModeLines(int mode) {
   return "control.c: AF mode= " + std::to_string(mode) +
          "\ng_antiflk_enable=0, g_sensor_supported=0\n";
 }
 
-// The tool's tests send every code, in both modes.
-TEST_F(LensStart, CodesAtTheirEdges) {
+// The tests of the tool send every code in both modes.
+TEST_F(LensStart, HandlesEdgeValuesOfCodes) {
   const std::tuple<uint16_t, int, int, Lines, std::string> rows[] = {
       {CAMERA_CODE_IRIS, 0x7F, 0, {"A5 40 0B 00 04 F4"}, "+PIRIS_STEP_SINGLE (open)\n"},
       {CAMERA_CODE_IRIS_STEP, -1, 1, {"A5 40 0B FF FC EB"}, "-PIRIS_STEP_SINGLE (close)\n"},
       {CAMERA_CODE_IRIS, 0, 5, {}, ""},
-      {CAMERA_CODE_ZOOM, 9, 0, {}, ""},  // stops of what is idle
+      {CAMERA_CODE_ZOOM, 9, 0, {}, ""},  // stops while idle
       {CAMERA_CODE_FOCUS, 0, 9, {}, ""},
       {CAMERA_CODE_UP, 1, 1, {}, ""},
       {CAMERA_CODE_AF_MODE, 3, 0, {"A5 40 23 00 01 09"}, ModeLines(3)},
@@ -130,7 +130,8 @@ TEST_F(LensStart, CodesAtTheirEdges) {
     EXPECT_EQ(TakeFrames(), frames);
     EXPECT_EQ(daemon->Output().substr(before), printed);
   }
-  // A search that is asked for now waits for the daemon's turn, longer than for its first move.
+  // A search requested now waits until the daemon drives the lens, longer than the time of its
+  // first move.
   Control(CAMERA_CODE_FOCUS_SEARCH);
   EXPECT_FALSE(daemon->WaitEnd(milliseconds(400)).has_value());
   ASSERT_TRUE(Sync());

@@ -1,10 +1,10 @@
-// A long and eventful life of the real daemon, in each mode: numbered bytes go through it both ways
-// and commands between them, while clients come and go, packets make no sense, the line is lost,
-// the wall clock jumps, and the daemon is ended, killed and started again. What comes out is
-// compared with what went in, and what the daemon holds with what it held.
+// Runs the real daemon through long random lives in each mode. Numbered bytes pass in both
+// directions with commands between them, while clients come and go, malformed packets arrive, the
+// line is lost, the wall clock jumps, and the daemon is stopped, killed and restarted. All output
+// is compared with the input, and the resources of the daemon with those at its start.
 //
-// A seed decides what happens. The tests run three lives; ./soak.sh runs more, by these variables:
-// RS232_LIFE_SEED, and RS232_LIFE_SECONDS of real time.
+// A seed determines the events. The ordinary tests run three lives; ./soak.sh runs more, controlled
+// by the variables RS232_LIFE_SEED and RS232_LIFE_SECONDS (real time).
 #include <sys/ipc.h>
 #include <sys/sem.h>
 #include <sys/socket.h>
@@ -35,25 +35,25 @@ using sim::Bytes;
 using sim::Clock;
 using sim::milliseconds;
 
-constexpr size_t kClients = 4;           // that are there between the events
-constexpr size_t kDatagrams = kClients;  // the source behind those of the clients
+constexpr size_t kClients = 4;           // connected between events
+constexpr size_t kDatagrams = kClients;  // index of the datagram source, after the clients
 constexpr size_t kMostClients = 10;
-// Each source has an alphabet. None of its bytes begins a frame of any mode.
+// Each source has its own alphabet, without bytes that begin a frame of any mode.
 constexpr size_t kAlphabetSize = 32;
 constexpr size_t kPeriod = 31;
-// Bytes that may be on their way: all of them together fit the buffers of the kernel.
+// Maximum bytes in transit per source; together they fit into the kernel's buffers.
 constexpr size_t kWindow = 1024;
-constexpr size_t kSomeFrames = 120;  // in hexadecimal
+constexpr size_t kSomeFrames = 120;  // hexadecimal characters
 constexpr double kMostGrowthKib = 12;
-// The daemon has some 300. With more it is a sanitizer's, which keeps what was freed for a while.
+// The daemon has about 300. More means a sanitizer, which keeps freed memory for a while.
 constexpr double kMostKib = 1024;
-constexpr int kReceiveBuffer = 32'000;  // of a fixed size: else it grows while a client reads
+constexpr int kReceiveBuffer = 32'000;  // fixed: automatic sizing would grow it
 
 struct Command {
   std::string mode;
   uint16_t code;
   std::array<int, 3> parameters;
-  const char* frames;  // written out: they must not come from the daemon's tables
+  const char* frames;  // literal, independent of the daemon's tables
 };
 
 const Command kCommands[] = {
@@ -62,7 +62,7 @@ const Command kCommands[] = {
     {"sd", 0x2000, {0, 0, 0}, "FF 01 00 03 00 5F 63 FF 01 00 00 00 00 01 "},
     {"hd", 0x2002, {0, 0, 9}, "FF 41 02 00 00 00 01 00 00 43 "},
     {"hd", 0x2008, {0, 0, 0}, "FF 4B 02 00 00 00 02 00 00 4E "},
-    // Of a lens no frame is foretold: the lens itself is looked at.
+    // No expected frames for a lens: the tests check its position instead.
     {"lens", 0x2001, {20, 0, 0}, ""},
     {"lens", 0x2001, {0, 0, 0}, ""},
     {"lens", 0x2002, {0, 0, -60}, ""},
@@ -74,19 +74,19 @@ const Command kCommands[] = {
 struct Mode {
   const char* name;
   const char* model;
-  uint64_t idle_waits;  // in a second; a lens is regulated all the time
+  uint64_t idle_waits;  // a second; the lens mode regulates all the time
 };
 
 constexpr Mode kModes[] = {
     {"relay", "QB-620", 10}, {"sd", "QB-210", 10}, {"hd", "QB-310", 10}, {"lens", "QB-420", 300}};
 
-// Of bytes for the line.
+// A source of bytes for the line.
 struct Source {
-  std::optional<sim::PtzClient> client = {};  // none: by datagrams
+  std::optional<sim::PtzClient> client = {};  // none: sends datagrams
   bool is_leaving = false;
   size_t sent = 0;
   size_t arrived = 0;
-  size_t next = 0;  // byte from the line that the client gets
+  size_t next = 0;  // index of the client's next byte from the line
 };
 
 double Variable(const char* name, double otherwise) {
@@ -94,7 +94,7 @@ double Variable(const char* name, double otherwise) {
   return text != nullptr ? strtod(text, nullptr) : otherwise;
 }
 
-// Files that a daemon may leave behind, and processes.
+// Files and processes that a daemon could leave behind.
 std::set<std::string> Present() {
   std::set<std::string> names;
   for (const char* directory : {"/etc", "/var/nvt", "/proc"}) {
@@ -107,7 +107,7 @@ std::set<std::string> Present() {
 class LongLife : public DeviceTest, public testing::WithParamInterface<Mode> {
  protected:
   void SetUp() override {
-    if (!sim::IsTimeVirtual()) GTEST_SKIP() << "takes for ever in real time";
+    if (!sim::IsTimeVirtual()) GTEST_SKIP() << "takes too long in real time";
     config.model = mode_.model;
     config.baud_rate = 115200;
     DeviceRig::Install();
@@ -115,7 +115,7 @@ class LongLife : public DeviceTest, public testing::WithParamInterface<Mode> {
     AttachModel();
     tick_every = milliseconds(20);
     const auto answer = far_end->on_answer;
-    // A head would answer into the numbered bytes.
+    // The answers of a head would mix with the numbered bytes.
     far_end->on_answer = [this, answer](auto bytes) {
       if (is_lens_ || !is_serving_) answer(bytes);
     };
@@ -137,16 +137,16 @@ class LongLife : public DeviceTest, public testing::WithParamInterface<Mode> {
   }
   template <typename Condition>
   void Await(Condition condition, const std::string& what) {
-    // A lens that looks for its ends serves nobody meanwhile.
+    // The lens mode serves nothing else during a reset.
     constexpr milliseconds kLimit{60'000};
     Expect(HasFailure() || sim::WaitUntil(condition, kLimit), what);
   }
 
-  // --- What comes out ---
+  // --- Output ---
 
   void TakeFrame(const std::string& frame) {
     if (!is_serving_ || is_lens_) return;
-    Expect(awaited_.starts_with(frame), "frame " + frame + "in place of " + awaited_);
+    Expect(awaited_.starts_with(frame), "frame " + frame + "instead of " + awaited_);
     awaited_.erase(0, frame.size());
     ++counts_["frames"];
   }
@@ -162,7 +162,8 @@ class LongLife : public DeviceTest, public testing::WithParamInterface<Mode> {
     const bool are_next = std::ranges::equal(bytes, NextBytes(source, place, bytes.size()));
     counts_["bytes"] += std::ssize(bytes);
     if (are_next && *place <= sent) return;
-    Expect(false, "wrong before byte " + std::to_string(*place) + ": " + sim::Hex(bytes));
+    Expect(false,
+           "unexpected bytes before byte " + std::to_string(*place) + ": " + sim::Hex(bytes));
   }
 
   void TakeUp(std::span<const uint8_t> bytes) {
@@ -174,7 +175,7 @@ class LongLife : public DeviceTest, public testing::WithParamInterface<Mode> {
 
   void TakeData() {
     const auto bytes = sim::DecodeSerialData(data_.Receive(milliseconds(0)).value_or(Bytes()));
-    Expect(bytes.has_value(), "a datagram holds no bytes of the line");
+    Expect(bytes.has_value(), "not a serial data datagram");
     if (is_serving_ && bytes.has_value()) Take(*bytes, 0, &down_arrived_, down_sent_);
   }
 
@@ -190,7 +191,7 @@ class LongLife : public DeviceTest, public testing::WithParamInterface<Mode> {
     }
   }
 
-  // --- What goes in ---
+  // --- Input ---
 
   void SendUp(size_t index, size_t size) {
     Source& source = sources_[index];
@@ -208,7 +209,8 @@ class LongLife : public DeviceTest, public testing::WithParamInterface<Mode> {
     line.Send(NextBytes(0, &down_sent_, size));
   }
 
-  // Not more than the receive buffers hold, even while a lens is busy.
+  // True if all datagrams were served: more must not exceed the receive buffers, even while a lens
+  // is busy.
   bool IsServed() const { return sources_[kDatagrams].sent == sources_[kDatagrams].arrived; }
 
   void SendCommand(size_t roll) {
@@ -220,7 +222,7 @@ class LongLife : public DeviceTest, public testing::WithParamInterface<Mode> {
     ++counts_["commands"];
   }
 
-  // A command that is for another or of another number; and nonsense.
+  // Sends a command for another target or with an unknown number, or garbage.
   void SendHostile(size_t roll) {
     if (!IsServed()) return;
     constexpr size_t kLarge = 60'000;
@@ -240,7 +242,7 @@ class LongLife : public DeviceTest, public testing::WithParamInterface<Mode> {
 
   void PassQuietly(size_t ms) { Serve(Clock::now() + milliseconds(ms)); }
 
-  // Time passes, with traffic.
+  // Lets time pass, with traffic.
   void Pass(size_t steps) {
     constexpr int64_t kMinuteNs = 60'000'000'000;
     for (size_t i = 0; i < steps && !HasFailure(); ++i) {
@@ -264,12 +266,12 @@ class LongLife : public DeviceTest, public testing::WithParamInterface<Mode> {
     return awaited_.empty() && down_arrived_ == down_sent_ &&
            std::ranges::all_of(sources_, has_all);
   }
-  // Everything that went in comes out.
+  // Waits until all input has come out.
   void Settle() {
-    Await([this] { return IsSettled(); }, "not all has come out");
+    Await([this] { return IsSettled(); }, "some bytes did not come out");
   }
 
-  // What is on its way is given up.
+  // Gives up all bytes in transit.
   void Forget() {
     down_arrived_ = down_sent_;
     for (Source& source : sources_) {
@@ -286,13 +288,13 @@ class LongLife : public DeviceTest, public testing::WithParamInterface<Mode> {
     Watch(source->client->Fd(), [this, source] { TakeClient(source); });
   }
 
-  // Gets everything from then on.
+  // Connects a client, which must receive all later bytes.
   void Connect(size_t index) {
     Settle();
     if (HasFailure()) return;
     Source* source = &sources_[index];
     source->client.emplace(config.ptz_port, kReceiveBuffer);
-    // It ends by a reset, unless the daemon has closed the connection.
+    // A close resets the connection, unless the daemon has closed it.
     const linger at_once = {.l_onoff = 1, .l_linger = 0};
     setsockopt(source->client->Fd(), SOL_SOCKET, SO_LINGER, &at_once, sizeof(at_once));
     source->next = down_sent_;
@@ -313,11 +315,11 @@ class LongLife : public DeviceTest, public testing::WithParamInterface<Mode> {
   }
   void AwaitClients(size_t count) {
     Await([&] { return sim::DescriptorCount(daemon->Pid()) == descriptors_ + count; },
-          "clients are not " + std::to_string(count));
+          "the number of clients is not " + std::to_string(count));
     PassQuietly(1);
   }
 
-  // By a reset, or so that the other end sees its bytes out first.
+  // Leaves with a reset, or after a shutdown that lets all bytes arrive.
   void LeaveAndReturn() {
     const size_t index = Roll(0, kClients - 1);
     if (Roll(0, 1) == 0) {
@@ -331,7 +333,7 @@ class LongLife : public DeviceTest, public testing::WithParamInterface<Mode> {
     Connect(index);
   }
 
-  // More than there is room for: exactly so many stay.
+  // Connects more clients than the server accepts: exactly the maximum must stay.
   void Crowd() {
     std::vector<sim::PtzClient> crowd;
     for (size_t i = Roll(0, 2); i <= kMostClients + 2 - kClients; ++i)
@@ -342,12 +344,12 @@ class LongLife : public DeviceTest, public testing::WithParamInterface<Mode> {
     AwaitClients(kClients);
   }
 
-  // A client that does not read gets everything when it reads again, unless it is dropped: 10 s
-  // after it took something last. The kernel may go on taking some for it.
+  // A client that stops reading receives everything when it reads again, unless it is dropped, 10 s
+  // after it last accepted bytes. The kernel may accept some bytes for it meanwhile.
   void StopReading() {
     if (is_lens_) return;
     constexpr size_t kMoreThanFits = 1000;
-    constexpr size_t kEightSeconds = 530;  // in steps
+    constexpr size_t kEightSeconds = 530;  // number of steps
     const size_t index = Roll(0, kClients - 1);
     Source* source = &sources_[index];
     const bool returns = Roll(0, 1) == 0;
@@ -362,7 +364,8 @@ class LongLife : public DeviceTest, public testing::WithParamInterface<Mode> {
     if (returns) {
       Resume(source);
       sim::WaitUntil([&] { return source->next == down_sent_; }, milliseconds(1000));
-      // The kernel opens a full connection again by a timer of its own. The clock stands still.
+      // The kernel reopens a full window with a real-time timer, while the virtual clock stands
+      // still.
       for (const double end = support::RealSeconds() + 10;
            source->next < down_sent_ && support::RealSeconds() < end;)
         TakeClient(source);
@@ -393,12 +396,12 @@ class LongLife : public DeviceTest, public testing::WithParamInterface<Mode> {
   long LostSteps() const { return Lens().Zoom().Lost() + Lens().Focus().Lost(); }
   size_t CountInOutput(const char* text) const { return sim::CountOf(text, daemon->Output()); }
 
-  // Ends whatever moves, has the positions stored, and compares them with the lens.
+  // Stops all motion, waits for the save, and compares the positions with the lens.
   void RestLens() {
     Settle();
     constexpr char kOpened[] = "+PIRIS_STEP_SINGLE (open)";
     const size_t opened = CountInOutput(kOpened);
-    // A focus move ends a search; the step of the iris comes behind all of it.
+    // A focus move ends a search; the iris step is executed after everything else.
     Control(CAMERA_CODE_ZOOM);
     Control(CAMERA_CODE_FOCUS, 1);
     Control(CAMERA_CODE_FOCUS);
@@ -406,15 +409,15 @@ class LongLife : public DeviceTest, public testing::WithParamInterface<Mode> {
     Await([&] { return CountInOutput(kOpened) > opened && !far_end->IsMoving(); }, "no rest");
     const auto [zoom, focus, iris] = Lens().Pose();
     Expect(sim::ReadWholePositions() == std::pair(zoom, focus),
-           "the stored positions are not those of the lens: " + far_end->Describe());
-    Expect(LostSteps() == lost_steps_, "steps were lost");
+           "the saved positions differ from the lens: " + far_end->Describe());
+    Expect(LostSteps() == lost_steps_, "steps lost");
     ++counts_["rests of the lens"];
   }
 
-  // One that was killed did not store where the lens was: its ends are found anew.
+  // A killed daemon did not save the positions, so the lens needs a reset.
   void FindLens() {
     Control(CAMERA_CODE_ASSIST);
-    Await([&] { return CountInOutput("TRACE\t") > 0; }, "no end of a search");
+    Await([&] { return CountInOutput("TRACE\t") > 0; }, "the search did not end");
     lost_steps_ = LostSteps();
   }
 
@@ -431,7 +434,7 @@ class LongLife : public DeviceTest, public testing::WithParamInterface<Mode> {
 
   double MemoryKib() const { return sim::MemoryOf(daemon->Pid()).anonymous_kib; }
 
-  // Nobody is there and nothing is under way: what the daemon holds is as it was.
+  // Without clients and traffic, the daemon must hold the same resources as before.
   void StandStill() {
     if (is_lens_) RestLens();
     Settle();
@@ -439,7 +442,7 @@ class LongLife : public DeviceTest, public testing::WithParamInterface<Mode> {
       Drop(&sources_[i]);
     AwaitClients(0);
     ExpectQuiet(2000, "while idle");
-    Expect(!sim::IsParamFileLocked() && semget(PARAM_BLOCK_KEY, 1, 0) < 0, "a lock is left");
+    Expect(!sim::IsParamFileLocked() && semget(PARAM_BLOCK_KEY, 1, 0) < 0, "a lock is held");
     const bool is_known = memory_kib_ > 0 && memory_kib_ < kMostKib;
     Expect(!is_known || MemoryKib() <= memory_kib_ + kMostGrowthKib,
            "memory grew to " + std::to_string(MemoryKib()) + " KiB");
@@ -449,12 +452,12 @@ class LongLife : public DeviceTest, public testing::WithParamInterface<Mode> {
   void StartLife() {
     line.SetSettings(own_settings_);
     Launch();
-    Expect(WaitServing(), "it does not serve: " + daemon->Errors());
+    Expect(WaitServing(), "does not serve: " + daemon->Errors());
     if (HasFailure()) return;
     SendUp(kDatagrams, 1);
     Await([&] { return IsServed(); }, "no loop");
-    // Meanwhile a module answers the questions of the start. Those of a lens to the camera daemon
-    // take a descriptor now and then.
+    // Meanwhile a module answers the start-up queries. Queries of the lens mode to the camera
+    // daemon use a descriptor now and then.
     descriptors_ = SIZE_MAX;
     for (int i = 0; i < 100; ++i) {
       PassQuietly(10);
@@ -478,25 +481,25 @@ class LongLife : public DeviceTest, public testing::WithParamInterface<Mode> {
       daemon->Signal(how);
     }
     const int status = daemon->WaitEnd().value_or(-1);
-    Expect(status == (is_kill ? -SIGKILL : 0), "its status is " + std::to_string(status));
+    Expect(status == (is_kill ? -SIGKILL : 0), "exit status " + std::to_string(status));
     PassQuietly(100);
     Forget();
     is_serving_ = false;
     sources_[kDatagrams].is_leaving = false;
     for (const Source& source : sources_)
-      Expect(!source.client.has_value(), "a client is left");
+      Expect(!source.client.has_value(), "a client was not disconnected");
     if (is_kill) std::filesystem::remove(CUTIL_TEMP_CONF_PATH);
-    Await([&] { return Present() == present_; }, "a file or a process is left");
+    Await([&] { return Present() == present_; }, "a file or a process was left behind");
     const termios settings = line.Settings();
     Expect(is_kill || memcmp(&settings, &own_settings_, sizeof(settings)) == 0,
-           "the line keeps its settings");
+           "the line settings were not restored");
   }
 
   void Live(size_t events) {
     constexpr auto kEvents = std::to_array<void (LongLife::*)()>(
         {&LongLife::LeaveAndReturn, &LongLife::LeaveAndReturn, &LongLife::Crowd,
          &LongLife::StopReading, &LongLife::LoseLine, &LongLife::StandStill});
-    constexpr size_t kWarm = 12;  // everything has been in use
+    constexpr size_t kWarm = 12;  // all buffers have been used
     for (size_t i = 0; i < events && !HasFailure(); ++i) {
       if (i == kWarm) StandStill();
       if (i == kWarm) memory_kib_ = MemoryKib();
@@ -516,12 +519,12 @@ class LongLife : public DeviceTest, public testing::WithParamInterface<Mode> {
   sim::UdpPeer data_{SERIAL_DATA_PORT};
   std::array<Source, kClients + 1> sources_;
   size_t down_sent_ = 0;
-  size_t down_arrived_ = 0;  // in datagrams
-  std::string awaited_;      // frames, in hexadecimal
+  size_t down_arrived_ = 0;  // received in datagrams
+  std::string awaited_;      // expected frames, in hexadecimal
   bool is_serving_ = false;
   const Clock::time_point start_ = Clock::now();
   size_t descriptors_ = 0;  // without clients
-  double memory_kib_ = 0;   // when warm
+  double memory_kib_ = 0;   // after kWarm events
   long lost_steps_ = 0;
   std::map<std::string, long> counts_;
 };
@@ -531,7 +534,7 @@ TEST_P(LongLife, LosesNothing) {
                        [this](const Command& command) { return command.mode == mode_.name; });
   const double seconds = Variable("RS232_LIFE_SECONDS", 0);
   const double end = support::RealSeconds() + seconds;
-  // One of three lives is long enough that memory would be seen to grow.
+  // One of three lives is long enough to detect memory growth.
   const size_t long_life = seconds == 0 ? 40 : 400;
   do {
     for (const int how : {SIGTERM, SIGKILL, 0}) {

@@ -1,4 +1,4 @@
-// A device with a camera module behind its line, and new firmware for an HD module.
+// A device with a camera module on its line, and new firmware for an HD module.
 #pragma once
 
 #include <unistd.h>
@@ -19,7 +19,7 @@ class ModuleTest : public DeviceTest {
 
   void SetUp() override { unlink(kInfoPath); }
 
-  // Starts a new daemon in front of an HD module, and waits until it is past its queries.
+  // Starts a new daemon with an HD module, and waits until its start-up queries are done.
   void StartMicom(sim::LoaderSetup loader, const sim::HdIdentity& identity = {},
                   const std::string& model = "QB-310") {
     auto end = std::make_unique<sim::HdMicom>(
@@ -33,7 +33,7 @@ class ModuleTest : public DeviceTest {
     Start();
     Control(CAMERA_CODE_UP);
     EXPECT_TRUE(sim::WaitUntil([&] { return words.ends_with("up key\n"); })) << words;
-    EXPECT_NE(words.find("asked for its sensor\n"), std::string::npos) << words;
+    EXPECT_NE(words.find("sensor query\n"), std::string::npos) << words;
     far_end->on_words = [](const std::string&) {};
   }
 
@@ -48,10 +48,10 @@ class UpdateTest : public ModuleTest {
 
   void SetUp() override { unlink(kImagePath); }
 
-  // What follows an update is no end by SIGTERM.
+  // After an update the daemon does not exit at SIGTERM.
   void TearDown() override { daemon.reset(); }
 
-  // Bytes without a pattern, every value among them.
+  // Random bytes that include every value.
   static sim::Bytes Payload(size_t size) {
     sim::Bytes payload(size);
     std::mt19937 random;
@@ -59,15 +59,15 @@ class UpdateTest : public ModuleTest {
     return payload;
   }
 
-  // Puts an image there: a header that belongs to nobody, then the payload.
+  // Writes an image: an arbitrary header, then the payload.
   static void WriteImage(std::span<const uint8_t> payload) {
     std::string image(64, '\xA0');
     image.append(payload.begin(), payload.end());
     sim::WriteTextFile(kImagePath, image);
   }
 
-  // Orders the update. Returns the system manager's notice, which ends an update whatever came of
-  // it; nothing when none comes within `limit`.
+  // Orders the update. Returns the notice to the system manager, which follows every update, or
+  // nullopt on timeout.
   std::optional<sim::Bytes> OrderUpdate(sim::milliseconds limit) {
     SendCommand(sim::CommandPacket(CICOMM_PCMD_MICOM_FIRMWARE_UPDATE, {}));
     return manager.Receive(limit);

@@ -1,4 +1,4 @@
-// The HD module mode of the real daemon: start queries, the information file, settings.
+// The HD module mode of the real daemon: start-up queries, the information file, settings.
 #include "tests/system/module_fixture.h"
 
 namespace {
@@ -23,20 +23,20 @@ Bytes HdAnswer(uint8_t command, uint8_t value) {
 
 class ModuleHd : public ModuleTest {
  protected:
-  // The first query is left unanswered.
+  // Leaves the first query unanswered.
   void SetUp() override {
     ModuleTest::SetUp();
     config.model = "QB-310";
   }
 
-  // Once a control code comes through, the mode is past its queries.
+  // A control code that arrives shows that the queries are done.
   void ExpectServing() {
     Control(CAMERA_CODE_RIGHT);
     EXPECT_EQ(Line(10), "FF 4B 02 00 00 00 04 00 00 50");
   }
 };
 
-TEST_F(ModuleHd, BytesAfterTheQueriesRewriteNothing) {
+TEST_F(ModuleHd, BytesAfterTheQueriesDoNotRewriteTheFile) {
   sim::UdpPeer data(SERIAL_DATA_PORT);
   StartModel("QB-310");
   ExpectServing();
@@ -46,7 +46,7 @@ TEST_F(ModuleHd, BytesAfterTheQueriesRewriteNothing) {
   EXPECT_EQ(Info(), HdInfo("0.0", "Unknown", "1080p"));
 }
 
-TEST_F(ModuleHd, ModelsAndResolutions) {
+TEST_F(ModuleHd, ReportsModelsAndResolutions) {
   const std::tuple<const char*, HdIdentity, std::string> rows[] = {
       {"QB-310", {0x10, 0, 0x16}, HdInfo("1.0", "Panasonic 1.3M", "1280*720")},
       {"QB-320", {0x21, 1, 0x16}, HdInfo("2.1", "Panasonic 1.3M", "1280*1024")},
@@ -62,27 +62,27 @@ TEST_F(ModuleHd, ModelsAndResolutions) {
     SCOPED_TRACE(info + std::to_string(identity.version));
     unlink(kInfoPath);
     StartMicom({}, identity, model);
-    EXPECT_EQ(Info(), info);  // "" when a value is missing
+    EXPECT_EQ(Info(), info);  // "" if a value is missing
     EXPECT_EQ(daemon->Stop(), 0);
   }
 }
 
-// Whatever reads they come in; neither command nor checksum counts.
-TEST_F(ModuleHd, AnswersAreTakenByTheirPlaceInTheStream) {
+// Independent of the split into reads; command and checksum are not checked.
+TEST_F(ModuleHd, ReadsAnswersByTheirPositionInTheStream) {
   Bytes damaged = HdAnswer(0xE3, 0x31);
   damaged[1] = 0x00;
   damaged[9] ^= 0xFF;
   const Bytes flag = HdAnswer(0x5C, 0x01);
   const Bytes sensor = HdAnswer(0xE0, 0x46);
   for (const bool is_late : {false, true}) {
-    // Four bytes too many shift each value into the read of the next answer.
+    // Four extra bytes shift each value into the read of the next answer.
     Bytes stream = is_late ? Bytes{1, 2, 3, 4} : Bytes{};
     for (const Bytes& answer : {damaged, flag, sensor})
       stream.insert(stream.end(), answer.begin(), answer.end());
     Start({"1"});
     EXPECT_EQ(Line(10), kVersionQuery);
     line.Send({stream.data(), 6});
-    ASSERT_TRUE(WaitOutput("  RECV    6: "));  // or the rest would join it
+    ASSERT_TRUE(WaitOutput("  RECV    6: "));  // else one read would return both parts
     line.Send({stream.data() + 6, stream.size() - 6});
     EXPECT_EQ(Line(20), std::string(kFlagQuery) + " " + kSensorQuery);
     ExpectServing();
@@ -92,8 +92,8 @@ TEST_F(ModuleHd, AnswersAreTakenByTheirPlaceInTheStream) {
   }
 }
 
-// Three queries of three to four seconds each.
-TEST_F(ModuleHd, AnswersTooShortForTheirValueAreNone) {
+// Three queries that each time out after three to four seconds.
+TEST_F(ModuleHd, IgnoresAnswersTooShortForAValue) {
   const std::string earlier = HdInfo("1.0", "Sony 2M", "720p");
   Install();
   sim::WriteTextFile(kInfoPath, earlier);

@@ -12,9 +12,9 @@ std::string SdInfo(const std::string& model) {
 
 using ModuleSd = ModuleTest;
 
-// A stop follows at once, not after the pause that heads get. Nothing is known of a module that
-// never answered, and that ends nothing.
-TEST_F(ModuleSd, SilentModuleIsDrivenWithoutPauses) {
+// A stop follows at once, without the pause for heads. The mode works without any answer from the
+// module.
+TEST_F(ModuleSd, DrivesASilentModuleWithoutPauses) {
   StartModel("QB-210");
   for (int i = 0; i < 3; ++i) {
     Control(CAMERA_CODE_UP);
@@ -25,19 +25,19 @@ TEST_F(ModuleSd, SilentModuleIsDrivenWithoutPauses) {
   EXPECT_EQ(Info(), "");
 }
 
-TEST_F(ModuleSd, RepliesRenewTheInformationFile) {
+TEST_F(ModuleSd, RepliesUpdateTheInformationFile) {
   sim::UdpPeer data(SERIAL_DATA_PORT);
   StartModel("QB-210", {"1"});
   const Bytes frame = {0xFF, 0x01, 0x00, 0x00, 0x00, 0x12, 0x13};
-  // What the daemon gets in one read each, and the file then.
+  // The bytes of each read, and the file afterwards.
   const std::pair<std::vector<Bytes>, std::string> rows[] = {
       {{{0xFF}, {1}, {0}, {0}, {0}, {7}, {8}}, SdInfo("7")},
       {{{0xFF, 1, 0, 0, 0, 0x12, 0x13, 0xFF, 1, 0, 0, 0, 0x34, 0x35}}, SdInfo("52")},
       {{{0xFF, 1, 0, 0, 0, 0x12, 0x13, 0xFF, 1}, {0, 0, 0, 0x34, 0x35}}, SdInfo("52")},
       {{{0x00, 0x7F, 0xFE}, frame}, SdInfo("18")},
-      {{{0xFF, 1, 0, 0, 0, 200, 0}}, SdInfo("200")},  // a wrong checksum
+      {{{0xFF, 1, 0, 0, 0, 200, 0}}, SdInfo("200")},  // wrong checksum
       {{{0x01, 0x00, 0x00, 0x00, 0x12, 0x13, 0x14}}, ""},
-      // The sync byte of the next frame falls into the one that lost its end.
+      // The sync byte of the next frame completes a truncated one.
       {{{0xFF, 1, 0, 0}, frame}, SdInfo("1")},
       {{{0xFF, 1, 0, 0, 0, 0xFF, 0}}, SdInfo("255")},
   };
@@ -46,7 +46,7 @@ TEST_F(ModuleSd, RepliesRenewTheInformationFile) {
     unlink(kInfoPath);
     for (const Bytes& read : reads) {
       line.Send(read);
-      // Sent once the bytes are dealt with; the file is then as it should be.
+      // Sent after the bytes are processed, so the file is complete.
       EXPECT_EQ(sim::DecodeSerialData(data.Receive().value_or(Bytes())), read);
     }
     EXPECT_EQ(Info(), info);

@@ -1,4 +1,4 @@
-// The firmware update of the real daemon against a loader: whole, disturbed, broken off.
+// The firmware update of the real daemon with a loader: complete, disturbed, aborted.
 #include <sys/socket.h>
 #include <sys/un.h>
 
@@ -20,7 +20,7 @@ using sim::milliseconds;
 constexpr char kAcknowledged[] = "Recv ACK [DC12]\n";
 constexpr int kForEver = INT_MAX;
 
-// The progress lines of an update without a resend.
+// The progress lines of an update without retries.
 std::string Progress(size_t payload) {
   std::string lines;
   for (size_t accepted = 0; accepted < payload;) {
@@ -34,8 +34,8 @@ std::string Progress(size_t payload) {
 
 class ModuleUpdate : public UpdateTest {
  protected:
-  // Whatever comes of an update, the daemon has as many descriptors afterwards as before, but for
-  // `closed`. Returns how long it took.
+  // Runs an update and checks that the daemon has as many descriptors afterwards as before, except
+  // for `closed`. Returns the duration.
   milliseconds Update(size_t closed = 0) {
     const size_t descriptors = sim::DescriptorCount(daemon->Pid()) - closed;
     const auto begin = sim::Clock::now();
@@ -46,7 +46,7 @@ class ModuleUpdate : public UpdateTest {
     return std::chrono::duration_cast<milliseconds>(end - begin);
   }
 
-  // What the daemon printed after the order, with N for the numbers of source lines.
+  // The output of the daemon after the order, with N in place of source line numbers.
   std::string Output() const {
     const std::string order = "CICOMM_PCMD_MICOM_FIRMWARE_UPDATE\n";
     const std::string output = daemon->Output();
@@ -55,7 +55,7 @@ class ModuleUpdate : public UpdateTest {
   }
 };
 
-TEST_F(ModuleUpdate, EveryPayloadArrivesWholeAndUsesTheLine) {
+TEST_F(ModuleUpdate, TransfersPayloadsOfAnySizeAtLineSpeed) {
   for (const size_t payload : {0U, 1U, 256U, 257U, 100'000U}) {
     SCOPED_TRACE(payload);
     StartMicom({});
@@ -63,20 +63,20 @@ TEST_F(ModuleUpdate, EveryPayloadArrivesWholeAndUsesTheLine) {
     const milliseconds took = Update();
     ExpectStored(payload);
     EXPECT_EQ(Output(), kAcknowledged + Progress(payload) + "end\n");
-    // The line stays as the loader had it.
+    // The line keeps the loader's settings.
     const termios settings = line.Settings();
     EXPECT_EQ(cfgetospeed(&settings), static_cast<speed_t>(B115200));
     EXPECT_EQ(settings.c_cflag & (CSIZE | PARENB | CSTOPB), static_cast<tcflag_t>(CS8));
-    // Header, data and tail, with an answer to each packet. Here the line takes no time: at most 15
-    // % are the daemon's; 100 ms until the loader listens.
+    // Header, data and tail, with an answer to each packet. The pty adds no line time. The daemon
+    // may use at most 15 % of the total; the loader starts within 100 ms.
     const size_t on_line = 8 + 1 + payload + (payload + 255) / 256 * (6 + 1) + 7 + 1;
     const double line_ms = static_cast<double>(on_line) * 10'000 / 115'200;
     EXPECT_LE(took.count(), line_ms / 0.85 - line_ms + 100);
   }
 }
 
-TEST_F(ModuleUpdate, PacketsByteForByte) {
-  // By hand: nothing of the bench's own loader is trusted here.
+TEST_F(ModuleUpdate, SendsTheExactPackets) {
+  // Literal packets, independent of the simulated loader.
   StartModel("QB-310");
   WriteImage(Bytes(257, 'P'));
   SendCommand(sim::CommandPacket(CICOMM_PCMD_MICOM_FIRMWARE_UPDATE, {}));
@@ -102,9 +102,9 @@ std::string Failed(const std::string& reason) {
   return "[MicomFirmwareUpdate] Error line[N], reason(" + reason + ")\n";
 }
 
-TEST_F(ModuleUpdate, ImagesThatAreNoneLeaveTheMicomAlone) {
+TEST_F(ModuleUpdate, InvalidImagesLeaveTheMicomAlone) {
   const std::pair<std::optional<size_t>, std::string> rows[] = {
-      // the size of the whole file
+      // size of the whole file
       {std::nullopt, ""},
       {0, Failed("image shorter than its header, 0 vs 64")},
       {63, Failed("image shorter than its header, 63 vs 64")},
@@ -120,7 +120,7 @@ TEST_F(ModuleUpdate, ImagesThatAreNoneLeaveTheMicomAlone) {
   }
 }
 
-TEST_F(ModuleUpdate, LineThatCannotBeOpenedAgain) {
+TEST_F(ModuleUpdate, FailsWhenTheLineCannotBeReopened) {
   StartMicom({});
   WriteImage(Payload(10));
   sim::WriteTextFile("/etc/capabilities.conf", "Serial.2.DevPath=/dev/ttyS9\n");
@@ -134,12 +134,12 @@ std::string NotAccepted(const std::string& packet, const std::string& byte) {
   return Failed(packet + " not match " + byte + " vs 33");
 }
 
-// Silence in the data packets alone is not among what stays: a hundred sends of three seconds each;
-// refusals end the same loop.
-TEST_F(ModuleUpdate, TroubleThatPassesAndTroubleThatStays) {
+// Permanent silence during data packets is not tested here: it takes a hundred tries of three
+// seconds. Rejections exercise the same loop.
+TEST_F(ModuleUpdate, SurvivesTransientFaultsAndGivesUpOnPermanentOnes) {
   using enum LoaderFault;
   const auto with = [](const LoaderTrouble& trouble) { return LoaderSetup{.troubles = {trouble}}; };
-  // How often each data packet was sent, as it is counted.
+  // The counts of transmissions per data packet, as printed.
   const auto sent = [](int first, int second) {
     return "* write  85%, retry[" + std::to_string(first) + " / 20]\n* write 100%, retry[" +
            std::to_string(second) + " / 20]\nend\n";
@@ -147,25 +147,25 @@ TEST_F(ModuleUpdate, TroubleThatPassesAndTroubleThatStays) {
   const std::string both = "* write  85%, retry[1 / 20]\n* write 100%, retry[1 / 20]\n";
   const struct {
     LoaderSetup setup;
-    std::string output;  // after the acknowledgement
-    int least_ms = 0;    // at most four seconds more
+    std::string output;  // output after the acknowledgement
+    int least_ms = 0;    // duration; at most four seconds more
     std::string acknowledged = kAcknowledged;
   } rows[] = {
-      // the acknowledgement: noise before it, halves of it, silence
+      // acknowledgement: noise before it, half of it, silence
       {{.before_sign = {0x55, 0x00, 0x12, 0xDC, 0x13, 0x33, 0x33, 0xFF}}, both + "end\n"},
       {{.sign_delay = milliseconds(8000)}, both + "end\n", 7990},
       {{.sign = {}}, Failed("ack not match 0000 vs DC12"), 9990, ""},
-      // The second DC does not begin a pair.
+      // The second DC starts no new pair.
       {{.sign = {0xDC, 0xDC, 0x12}}, Failed("ack not match 1200 vs DC12"), 9990, ""},
-      // packets that are sent again
+      // repeated packets
       {with({1, kRefuse, 19}), sent(20, 1)},
       {with({1, kRefuse, 20}), sent(1, 1)},
       {with({2, kRefuse, 99, 0xA0}), sent(1, 20)},
       {with({1, kSilent}), sent(2, 1), 2990},
       {with({.packet = 1, .fault = kLate, .delay = milliseconds(2500)}), both + "end\n", 2500},
-      // Sent a second time while the loader is deaf; the answer to the first counts.
+      // Repeated while the loader ignores input; the answer to the first counts.
       {with({.packet = 2, .fault = kLate, .delay = milliseconds(5000)}), sent(1, 2), 4990},
-      // the end at every packet
+      // permanent failure of each packet
       {with({0, kSilent, kForEver}), NotAccepted("sync", "A0"), 2990},
       {with({0, kRefuse, kForEver}), NotAccepted("sync", "15")},
       {with({1, kRefuse, 100}), NotAccepted("send data packet", "15")},
@@ -184,7 +184,7 @@ TEST_F(ModuleUpdate, TroubleThatPassesAndTroubleThatStays) {
   }
 }
 
-// A socket in place of the service manager's, named in the environment of the next daemon.
+// A replacement for the service manager's socket, named in the environment of the next daemon.
 class ServiceManager {
  public:
   ServiceManager() {
@@ -193,7 +193,7 @@ class ServiceManager {
     setenv("NOTIFY_SOCKET", address.sun_path, 1);
     setenv("WATCHDOG_USEC", "60000000", 1);
   }
-  // The next report, "" when none comes within `limit`.
+  // The next report; "" on timeout.
   std::string Next(milliseconds limit = milliseconds(5000)) {
     char text[512];
     if (!sim::WaitReady(fd_.Get(), POLLIN, sim::Clock::now() + limit)) return "";
@@ -204,7 +204,7 @@ class ServiceManager {
   tools::UniqueFd fd_{socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
 };
 
-// What the daemon reports, idle and during an update that takes minutes.
+// The reports of the daemon, idle and during an update that takes minutes.
 TEST_F(ModuleUpdate, ReportsToTheServiceManager) {
   const std::string alive = "WATCHDOG=1\nEXTEND_TIMEOUT_USEC=60000000";
   ServiceManager service;
@@ -215,7 +215,7 @@ TEST_F(ModuleUpdate, ReportsToTheServiceManager) {
   std::vector<sim::PtzClient> clients;
   for (int i = 0; i < 3; ++i)
     clients.emplace_back(config.ptz_port);
-  EXPECT_EQ(service.Next(), status + "PTZ clients: 3");  // at most one line a second
+  EXPECT_EQ(service.Next(), status + "PTZ clients: 3");  // at most one line per second
   EXPECT_EQ(daemon->Stop(), 0);
   EXPECT_EQ(service.Next(), "STOPPING=1");
   StartMicom({.troubles = {{1, LoaderFault::kSilent, kForEver}}});

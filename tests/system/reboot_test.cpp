@@ -1,4 +1,4 @@
-// What follows an update, of a module or a lens: the notice, the pause, the reboot in its order.
+// The steps after a firmware command for a module or a lens: notice, pause, reboot.
 #include <csignal>
 #include <filesystem>
 #include <sstream>
@@ -14,11 +14,11 @@ namespace {
 
 using sim::milliseconds;
 
-// The log has hundredths of a second, cut off.
+// The log truncates times to hundredths of a second.
 constexpr double kLogStep = 0.02;
 constexpr char kNotice[] = "53 59 53 50 00 00 00 00 54 42 45 52";
 
-// Waits for so many runs of device programs. Returns each one's time and what was run.
+// Waits for `count` runs of device programs. Returns the time and command line of each.
 std::vector<std::pair<double, std::string>> ProgramRuns(size_t count) {
   std::vector<std::pair<double, std::string>> runs;
   EXPECT_TRUE(sim::WaitUntil(
@@ -40,7 +40,7 @@ double Uptime() {
 
 void ExpectRunsAfter(double noticed) {
   const std::tuple<const char*, double, double> rows[] = {
-      // the time since the one before
+      // seconds since the previous run
       {"micom_reset", 10, 11.5},
       {"umount /mnt/sd/", 3, 4.5},
       {"umount /mnt/usb/", 0, 1},
@@ -57,9 +57,9 @@ void ExpectRunsAfter(double noticed) {
   }
 }
 
-// Has the reset program write down, besides its run, what it inherits: signals that are blocked or
-// ignored, descriptors. Returns what that has to be: the signals as when a test starts it, and no
-// descriptors but the standard streams and that of `ls`.
+// Makes the reset program log its inherited signal state and descriptors. Returns the expected log:
+// the signal state of a process started by a test, and no descriptors but the standard streams and
+// that of `ls`.
 constexpr char kInherited[] = "/tmp/inherited";
 
 std::string WatchInheritance() {
@@ -75,10 +75,10 @@ std::string WatchInheritance() {
   return inherited.substr(0, inherited.find("\n0\n") + 1) + "0\n1\n2\n3\n";
 }
 
-// Real time: the runs are logged by /proc/uptime, as are the pauses between them.
+// Real time, because the log of the runs and the pauses between them use /proc/uptime.
 class RealTimeModuleReboot : public UpdateTest {};
 
-// A process of the device. Its number is the first free one from `number` on.
+// A process of the device with the first free pid from `number` on.
 struct Victim {
   Victim(const std::string& name, pid_t number) : path(sim::kWorldDirectory + ("/" + name)) {
     std::filesystem::remove(path);
@@ -91,7 +91,7 @@ struct Victim {
   std::unique_ptr<sim::DaemonProcess> process;
 };
 
-TEST_F(RealTimeModuleReboot, FollowsAnUpdateThatFails) {
+TEST_F(RealTimeModuleReboot, FollowsAFailedUpdate) {
   const std::string inherited = WatchInheritance();
   const Victim low("killed_low", CUTIL_FIRST_KILLED_PID - 1);
   const Victim killed("killed", CUTIL_FIRST_KILLED_PID);
@@ -104,7 +104,7 @@ TEST_F(RealTimeModuleReboot, FollowsAnUpdateThatFails) {
   WriteImage(Payload(300));
   EXPECT_EQ(sim::Hex(OrderUpdate(sim::kPatience).value_or(sim::Bytes())), kNotice);
   const double noticed = Uptime();
-  // The pause ends neither by a signal nor by an order to stop.
+  // Neither a signal nor a stop datagram ends the pause.
   daemon->Signal(SIGTERM);
   SendUdp(sim::DaemonDatagram(RS232_UDP_STOP));
   const double cpu_before = daemon->CpuSeconds();
@@ -115,10 +115,10 @@ TEST_F(RealTimeModuleReboot, FollowsAnUpdateThatFails) {
   EXPECT_EQ(ended.process->WaitEnd(), -SIGTERM);
   const double termed = Uptime();
   ExpectRunsAfter(noticed);
-  EXPECT_GE(ProgramRuns(2)[1].first - termed, 1 - 0.5);  // the end may be seen late
+  EXPECT_GE(ProgramRuns(2)[1].first - termed, 1 - 0.5);  // the exit may be noticed late
   EXPECT_EQ(sim::ReadTextFile(kInherited), inherited);
   EXPECT_FALSE(low.process->WaitEnd(milliseconds(0)).has_value());
-  // Then it waits for the system to end it, and costs nothing.
+  // Then it waits to be killed, without using the processor.
   EXPECT_FALSE(daemon->WaitEnd(milliseconds(300)).has_value());
   EXPECT_LT(daemon->CpuSeconds() - cpu_before, 0.3);
   EXPECT_FALSE(manager.Receive(milliseconds(0)).has_value()) << "a second notice";
@@ -126,16 +126,16 @@ TEST_F(RealTimeModuleReboot, FollowsAnUpdateThatFails) {
   ExpectEnd(-SIGTERM);
 }
 
-// Real time: as above.
+// Real time, as above.
 class RealTimeLensReboot : public LensTest {};
 
-TEST_F(RealTimeLensReboot, FirmwareCommandEndsTheDevice) {
+TEST_F(RealTimeLensReboot, FirmwareCommandRebootsTheDevice) {
   const std::string inherited = WatchInheritance();
   sim::UdpPeer manager(CSYSMGR_PORT);
   StartLens({.zoom = 0, .focus = 200});
   const double ordered = Uptime();
   sim::WriteTextFile("/etc/new_firmware", std::string(164, 'x'));
-  const CtlResult order = RunCtl("firmware-update --yes /etc/new_firmware");
+  const CtlResult order = RunCtl("firmware-update --yes --force /etc/new_firmware");
   EXPECT_EQ(order.output, "ordered to lay out 100 bytes of firmware and reboot this QB-420\n");
   EXPECT_EQ(sim::Hex(manager.Receive().value_or(sim::Bytes())), kNotice);
   ExpectRunsAfter(ordered);

@@ -1,4 +1,4 @@
-// Camera control through the real daemon: sequences with their waits, packets that are none.
+// Camera control through the real daemon: sequences with their pauses, and invalid packets.
 #include "tests/system/device_fixture.h"
 
 namespace {
@@ -7,12 +7,11 @@ using sim::milliseconds;
 
 using RelayFrames = DeviceTest;
 
-// What each code sends is tested without the daemon, and with the tool. An end that is asked for
-// meanwhile waits for the whole of it.
-TEST_F(RelayFrames, SequencesRunToTheirEndWithTheirWaits) {
+// Other tests check the frames of each code. A stop requested during a sequence waits for its end.
+TEST_F(RelayFrames, CompletesSequencesWithTheirPauses) {
   const std::string stop = " FF 01 00 00 00 00 01";
   const std::tuple<const char*, uint16_t, std::string, int> rows[] = {
-      // milliseconds of all waits
+      // total pauses in ms
       {"QB-100", CAMERA_CODE_UP, "FF 01 00 08 00 1D 26" + stop + stop, 200},
       {"QB-620", 0x1021, "FF 01 00 00 00 00 01 FF 01 00 07 00 00 08", 50},
       {"QB-620", CAMERA_CODE_FOCUS, "FF 01 00 00 00 00 01" + stop, 250},
@@ -34,7 +33,7 @@ TEST_F(RelayFrames, SequencesRunToTheirEndWithTheirWaits) {
 
 // --- Hostile packets on the command channel -----------------------------------------------------
 
-TEST_F(RelayFrames, HostilePacketsDoNothingAndStopNothing) {
+TEST_F(RelayFrames, IgnoresHostilePackets) {
   StartModel("QB-610");
   const auto with_header = [](int32_t command, int32_t size, size_t length) {
     constexpr size_t kSizeAt = 16;
@@ -43,14 +42,14 @@ TEST_F(RelayFrames, HostilePacketsDoNothingAndStopNothing) {
     packet.resize(length);
     return packet;
   };
-  // Each of these follows a good command, whose bytes are then still in the daemon's buffer.
+  // Each of these follows a valid command, whose bytes are then still in the daemon's buffer.
   const std::vector<sim::Bytes> packets = {
       {},
-      with_header(CICOMM_PCMD_PTZ, 17, 32),  // claims a payload it has not
+      with_header(CICOMM_PCMD_PTZ, 17, 32),  // missing payload
       with_header(CICOMM_PCMD_PTZ, 17, 44),  // ends before the code
       with_header(CICOMM_PCMD_PTZ, -1, 49),  // negative size
       with_header(CICOMM_PCMD_PTZ, INT32_MAX, 49),
-      sim::CommandPacket(CICOMM_PCMD_MICOM_FIRMWARE_UPDATE, {}),  // another mode's
+      sim::CommandPacket(CICOMM_PCMD_MICOM_FIRMWARE_UPDATE, {}),  // command of another mode
       sim::CameraControlPacket(
           {.target = 3, .code = CAMERA_CODE_DOWN, .first = 0, .second = 0, .third = 0}),
   };

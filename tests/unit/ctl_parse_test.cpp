@@ -102,8 +102,9 @@ TEST(CtlParse, ParameterChangesThatAreNone) {
   const std::pair<std::string, const char*> rows[] = {
       {"baud", "baud is not of the form NAME=VALUE"},
       {"buad=9600", "there is no parameter buad, did you mean baud?"},
+      {"model=", "a model name cannot be empty"},
       {"data-bits=4", "data-bits cannot be '4'; allowed: 5 to 8"},
-      {"model=" + std::string(128, 'Q'), "a model name has up to 127 characters"},
+      {"model=" + std::string(128, 'Q'), "a model name has 1 to 127 characters"},
   };
   for (const auto& [text, says] : rows) {
     std::string said;

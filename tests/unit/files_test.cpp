@@ -9,7 +9,7 @@ namespace {
 using std::string;
 using std::string_literals::operator""s;
 
-TEST(ConfFile, ReadsAValue) {
+TEST(ConfFile, ReadsValues) {
   const string key63(63, 'k');
   const struct {
     string file, key;
@@ -24,22 +24,22 @@ TEST(ConfFile, ReadsAValue) {
       {"  a =  1  \n", "a", 0, "1 "},
       {"\ta\t=\t1\t\n", "a", 0, "1"},
       {"a=\" 1 2 \"\n", "a", 0, " 1 2 "},
-      {"a=\"12 \n", "a", 0, "1"},  // the last character goes whatever it is
+      {"a=\"12 \n", "a", 0, "1"},  // the last character is always removed
       {"\" a b \" = 1\n", " a b ", 0, "1"},
-      {"a  =1\n", "a  ", -1, "1"},  // one blank is cut off
+      {"a  =1\n", "a  ", -1, "1"},  // one blank is removed
       {"[a=1\nb=2\n", "a", -1, "2"},
       {"a=b=c\n", "a", 0, "b"},
       {"a=\nb=2\n", "a", 0, ""},
       {"b=1\na\n", "a", 0, ""},
       {"=1\na=2\n", "a", 0, "2"},
       {"a=#1\na=[2]\na=3\n", "a", 0, "3"},
-      {"b=1\na= #2\n", "a", 0, "1"},  // such a value leaves the one before it
+      {"b=1\na= #2\n", "a", 0, "1"},  // leaves the earlier value in place
       {"a=1 # one\n", "a", 0, "1 # one"},
       {"a=1\r\nb=\"2\"\r\n\r\nc=3", "b", 0, "2"},
-      // A binary zero ends a line's text, not the file.
+      // A NUL ends the text of a line, not the file.
       {"x\0y=1\na=2\n"s, "a", 0, "2"},
       {"\0a=1\nb=2\n"s, "a", -1, "2"},
-      // Lines beyond 2047 characters are several, keys beyond 63 are cut.
+      // Lines are split after 2047 characters, keys truncated after 63.
       {string(2047, 'x') + "a=2\n", "a", 0, "2"},
       {string(2046, 'x') + "a=2\n", "a", -1, "2"},
       {"a=" + string(65536, 'v') + "\n", "a", 0, string(2045, 'v')},
@@ -58,8 +58,8 @@ TEST(ConfFile, ReadsAValue) {
   }
 }
 
-// What a whole file and an empty one give shows in the updates of the system tests.
-TEST(LoadFile, FailureIsOneLineOnStandardError) {
+// The update tests cover whole and empty files.
+TEST(LoadFile, PrintsOneErrorLineOnFailure) {
   const support::TempFile long_file;
   ASSERT_EQ(truncate(long_file.Path(), CUTIL_LOAD_MAX + 1), 0);
   const support::TempFile file;

@@ -20,7 +20,7 @@ using tools::ExplainedFrame;
 using tools::FrameDecoder;
 using tools::Protocol;
 
-// Bytes from hexadecimal, e.g. "FF 01".
+// Converts hexadecimal text, e.g. "FF 01".
 Bytes Hex(const string& text) {
   Bytes bytes;
   tools::ReadHexBytes(text, &bytes);
@@ -36,8 +36,8 @@ Bytes Of(const MicomPacket& packet) {
   return Bytes(packet.bytes.begin(), packet.bytes.begin() + packet.size);
 }
 
-// "OFFSET+SIZE PROTOCOL VERDICT: WORDS" a line. A run of noise ends with a piece: it is put
-// together again, and has no words of its own.
+// One line "OFFSET+SIZE PROTOCOL VERDICT: WORDS" per frame. Merges runs of noise, which end with
+// each piece and have no words.
 string Text(const std::vector<ExplainedFrame>& frames) {
   string text;
   for (size_t i = 0; i < frames.size();) {
@@ -70,7 +70,7 @@ const string kLeft = "FF 01 00 04 1D 00 22 ";
 const string kLeftWords = "pan left at speed 29";
 const Bytes kPayload(44, 0x5A);
 
-TEST(FrameWords, ExplainsStreamsInWhateverPieces) {
+TEST(FrameWords, ExplainsStreamsSplitAnywhere) {
   const std::pair<Bytes, string> rows[] = {
       {Hex("FF 21 02 00 00 00 23 00 00 45"), "0+10 hd-micom good: module setting: 35\n"},
       {Hex("DC 12") + Of(MicomHeaderPacket(44)) + Hex("33") + Of(MicomDataPacket(kPayload)) +
@@ -97,7 +97,7 @@ TEST(FrameWords, ExplainsStreamsInWhateverPieces) {
   }
 }
 
-TEST(FrameWords, ExplainsDatagramsAndWhatTheyCarry) {
+TEST(FrameWords, ExplainsDatagramsAndTheirPayload) {
   const Bytes serial = Hex("50 54 50 52 50 32 33 32 07 00 00 00 01 00 00 00 FF 01 00 00 00 12 13");
   Bytes cut_command = sim::CameraControlPacket(sim::Control(0x1012, 64, -127));
   cut_command.resize(40);
@@ -108,6 +108,10 @@ TEST(FrameWords, ExplainsDatagramsAndWhatTheyCarry) {
       {cut_command,
        "0+40 command cut-off: camera control, whose record is cut off; it announces 17 bytes, 8 "
        "are there\n"},
+      {sim::CameraControlPacket(sim::Control(0x1021, -1)) +
+           sim::CameraControlPacket(sim::Control(0x1012, 0, -64)),
+       "0+49 command good: camera control 0x1021: preset go 255\n"
+       "49+49 command good: camera control 0x1012: tilt-down --speed 64\n"},
       {sim::CommandPacket(CAMERA_QUERY, Bytes{2, 0, 0, 0, 0x39, 0x30, 0, 0, 0, 0, 0, 0}),
        "0+44 command good: camera query: focus measure 12345\n"},
   };

@@ -31,7 +31,7 @@ std::string Text(const std::vector<TracePoint>& points) {
   return text;
 }
 
-TEST(LensTrace, TakesPointsOutOfALog) {
+TEST(LensTrace, ReadsPointsFromALog) {
   const std::tuple<const char*, const char*, size_t> rows[] = {
       {"TRACE\t1350\t-265\tdiff=-200\n", "1 1350 -265 -200 ", 0},
       {"TRACE\t 1TRACE\t 100\t 210\tdiff=   0\n", "1 100 210 0 ", 0},
@@ -53,8 +53,8 @@ bool Has(const std::vector<int>& zooms, int zoom) {
   return std::ranges::find(zooms, zoom) != zooms.end();
 }
 
-// Points at each entry of a curve as searches find it that look at every tenth step, from
-// anywhere, each point `noise` steps off at most.
+// Returns points as found by searches near every entry of a curve, at every tenth step, from random
+// starts, with an error of at most `noise` steps.
 std::vector<TracePoint> PointsOf(std::span<const ZfEntry> curve, int at_each, double noise) {
   std::mt19937 random(7);
   std::uniform_real_distribution<double> off(-5 - noise, 5 + noise);
@@ -75,13 +75,13 @@ double WorstError(const LensFit& fit, std::span<const ZfEntry> curve) {
   return worst;
 }
 
-TEST(LensFit, DropsTheWrongPointsAndNoOthers) {
+TEST(LensFit, RejectsOnlyTheOutliers) {
   for (const tools::KnownCurve& known : tools::kKnownCurves) {
     const std::span<const ZfEntry> curve = known.table;
     auto points = PointsOf(curve, 6, 4);
     for (size_t i = 3; i < points.size(); i += 10)
       points[i].focus += i % 4 == 1 ? 45 : -45;
-    // Three entries without a point: they are bridged.
+    // Three entries without points, which the fit must bridge.
     const std::vector<int> bridged = {200, 250, 1000};
     std::erase_if(points, [&](const TracePoint& point) { return Has(bridged, point.zoom); });
     const LensFit fit = tools::FitLens(points, FitOptions());
@@ -93,8 +93,8 @@ TEST(LensFit, DropsTheWrongPointsAndNoOthers) {
   }
 }
 
-// Where the table in use is far off, most searches end where their intervals do.
-TEST(LensFit, LeavesOutSearchesThatSawNoPeak) {
+// With a table that is far off, most searches end at the end of their interval.
+TEST(LensFit, IgnoresSearchesWithoutAPeak) {
   auto points = PointsOf(ZFTABLE_OSPREY, 3, 0);
   const size_t good = points.size();
   for (size_t i = 0; i < good; ++i) {

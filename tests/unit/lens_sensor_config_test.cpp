@@ -21,7 +21,7 @@ class ConfigFile : public testing::Test {
   support::TempFile file_;
 };
 
-TEST_F(ConfigFile, LinesAreSplitAndKeysMatchedWhole) {
+TEST_F(ConfigFile, SplitsLinesAndMatchesWholeKeys) {
   const std::string key(100, 'k');
   file_.Write(
       "# Lens=comment\n[Lens]\n\nLensModel=M1\nLens= V1 \r\nLens=second\nsensor=lower\n"
@@ -46,7 +46,7 @@ TEST_F(ConfigFile, LinesAreSplitAndKeysMatchedWhole) {
   EXPECT_EQ(conf_get_value("/nonexistent/file", &number, 0, "Number"), -1);
 }
 
-TEST_F(ConfigFile, TextIsLoadedWholeOrNotAtAll) {
+TEST_F(ConfigFile, LoadsTheWholeTextOrNothing) {
   using Text = std::unique_ptr<char, decltype(&free)>;
   EXPECT_STREQ(Text(json_load_text(file_.Path()), free).get(), "");
   ASSERT_EQ(truncate(file_.Path(), ISP_FILE_MAX), 0);
@@ -58,7 +58,7 @@ TEST_F(ConfigFile, TextIsLoadedWholeOrNotAtAll) {
   EXPECT_EQ(json_load_text("/tmp"), nullptr);
 }
 
-TEST(JsonPath, FindsWhatIsThere) {
+TEST(JsonPath, FindsValuesByPath) {
   const std::string name(120, 'n');
   const std::string text =
       R"({"All":{"AE":{"Flag":true,"Text":"TRUE","Number":1,"Null":null,"List":[1]}},")" + name +
@@ -67,7 +67,7 @@ TEST(JsonPath, FindsWhatIsThere) {
       json_tokener_parse(text.c_str()), json_object_put);
   ASSERT_NE(tree, nullptr);
   const std::pair<std::string, const char*> rows[] = {
-      // null: nothing there
+      // null: not found
       {"All.AE.Flag", "true"},      {"All.AE.Text", "TRUE"},        {"All.AE.Number", "1"},
       {"All.AE.Null", nullptr},     {"All.AE.Flag.VALUE", nullptr}, {"All.AE.List.0", nullptr},
       {"All.ae.Flag", nullptr},     {"All.AE.Text..Flag", "TRUE"},  {"All.AE.Text.", "TRUE"},

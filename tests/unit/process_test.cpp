@@ -1,5 +1,5 @@
-// The functions under test walk the machine's process table. So that a fault harms nobody, no
-// signal of this program is sent: it is noted.
+// The functions under test walk the process table of the machine. To be safe, this program only
+// records signals and sends none.
 #include "util/process.h"
 
 #include <sys/syscall.h>
@@ -24,7 +24,7 @@ namespace {
 
 class Process : public testing::Test {
  protected:
-  // A process whose command line begins with a path of its own.
+  // Starts a process whose command line begins with a unique path.
   void SetUp() override {
     pid_ = fork();
     if (pid_ == 0) {
@@ -46,7 +46,7 @@ class Process : public testing::Test {
   support::TempFile list_;
 };
 
-TEST_F(Process, ListNamesProcessesByTheStartOfTheirCommandLine) {
+TEST_F(Process, MatchesListedNamesWithTheStartOfCommandLines) {
   std::string others;
   for (int i = 0; i < 15; ++i)
     others += "/rs232t/other\n";
@@ -54,7 +54,7 @@ TEST_F(Process, ListNamesProcessesByTheStartOfTheirCommandLine) {
   const std::pair<std::string, bool> rows[] = {
       {name_, true},
       {name_ + " 600\n", false},  // with an argument
-      {to_length + "\n", true},   // 31 with its end
+      {to_length + "\n", true},   // 31 with its NUL
       {to_length + "x\n", false},
       {std::string("\xFF\0/x\n\0\n", 7) + name_ + '\0', true},
       {"\n\r\n", false},
@@ -69,7 +69,7 @@ TEST_F(Process, ListNamesProcessesByTheStartOfTheirCommandLine) {
   EXPECT_EQ(CUTIL_KillProcAll("/nonexistent/list", SIGCONT), -1);
 }
 
-TEST_F(Process, NameFindsAndSignalsProcesses) {
+TEST_F(Process, FindsAndSignalsProcessesByName) {
   const std::pair<std::string, bool> rows[] = {{name_, true},
                                                {name_.substr(0, name_.size() - 1), true},
                                                {name_ + "d", false},
@@ -81,7 +81,7 @@ TEST_F(Process, NameFindsAndSignalsProcesses) {
   }
 }
 
-TEST_F(Process, VerboseLookupShowsTheComparison) {
+TEST_F(Process, PrintsTheComparisonWhenVerbose) {
   const std::string said = support::OnStdout([this] { return CUTIL_IsProc(name_.c_str(), 1); });
   const std::string length = std::to_string(name_.size());
   EXPECT_NE(said.find("CUTIL_IsProc dirp->d_name : ..\n"), std::string::npos);

@@ -22,8 +22,8 @@ auto IsRelayed(const char* model) {
   return [model](const CameraControl& control) { return Translate(model, control).count > 0; };
 }
 
-// Whatever the parameters; a model counts by its whole name. The camera modules' tables as well.
-TEST(PtzTables, AnswersOnlyTheCodesOfTheModel) {
+// Tests all parameters, whole model names only, and the tables of the camera modules, too.
+TEST(PtzTables, TranslatesOnlyTheCodesOfTheModel) {
   const std::vector<int> others = {0x1012, 0x2000, 0x2001, 0x2002, 0x2005,
                                    0x2007, 0x2008, 0x2009, 0x200A};
   using Answers = std::function<bool(const CameraControl& control)>;
@@ -55,8 +55,8 @@ TEST(PtzTables, AnswersOnlyTheCodesOfTheModel) {
   }
 }
 
-// Pan speed and direction bits for axis 0, those of tilt for axis 1. The other axis runs at its
-// end, so that there is a frame for 0 as well.
+// Returns the pan speed and direction bits for axis 0, those of tilt for axis 1. The other axis
+// runs at its maximum, so that value 0 produces a frame, too.
 std::pair<int, int> Axis(int axis, int value) {
   const PtzSequence sequence =
       Translate("QB-620", Control(0x1012, axis == 0 ? value : 127, axis == 0 ? 127 : value));
@@ -66,7 +66,8 @@ std::pair<int, int> Axis(int axis, int value) {
   return {frame[axis == 0 ? 4 : 5], frame[3] & (axis == 0 ? 0x06 : 0x18)};
 }
 
-// The share of 128 rounded down, but nothing that moves stands, and the end is full speed.
+// The share of 128, rounded down; at least 1 unless the value is 0; the extreme values give full
+// speed.
 TEST(PtzTables, ScalesTheJoystick) {
   const std::tuple<int, int, int> rows[] = {
       // value, speed, factor of the right or up bit
@@ -79,7 +80,7 @@ TEST(PtzTables, ScalesTheJoystick) {
   }
 }
 
-TEST(PtzTables, CountsMotorSpeedInStepsOf31) {
+TEST(PtzTables, MapsMotorSpeedsInStepsOf31) {
   const std::pair<int, uint8_t> rows[] = {{-128, 0xFB}, {-124, 0xFB}, {-123, 0xFC}, {-31, 0xFE},
                                           {-30, 0xFF},  {30, 0xFF},   {31, 0x00},   {61, 0x00},
                                           {62, 0x01},   {123, 0x02},  {124, 0x03},  {127, 0x03}};

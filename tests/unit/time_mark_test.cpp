@@ -7,7 +7,7 @@ namespace {
 constexpr int kYet = -1;
 constexpr int kOver = 0;
 
-TEST(TimeMark, LimitIsOverOnceItHasPassedOrTheClockWentBack) {
+TEST(TimeMark, ExpiresAfterTheLimitOrWhenTheClockGoesBack) {
   const struct {
     TimeMark mark, now;
     int limit_ms, result;
@@ -29,7 +29,7 @@ TEST(TimeMark, LimitIsOverOnceItHasPassedOrTheClockWentBack) {
   }
 }
 
-TEST(TimeMark, ClocksAreReadInTheirOwnUnits) {
+TEST(TimeMark, ReadsBothClocksInTheirUnits) {
   TimeMark wall;
   CUTIL_GetTime(&wall);
   MonoTimeMark mono;
@@ -41,7 +41,7 @@ TEST(TimeMark, ClocksAreReadInTheirOwnUnits) {
     EXPECT_EQ(CUTIL_CheckTimeoutMono(mono, limit_ms), result);
   }
   EXPECT_NEAR(static_cast<double>(CUTIL_ElapsedUs(wall)), 40e6, 30e6);
-  // Of a mark that is yet to come the fraction alone.
+  // For a mark in the future, only the fraction counts.
   wall = {.seconds = wall.seconds + 100, .microseconds = 999'999};
   EXPECT_NEAR(static_cast<double>(CUTIL_ElapsedUs(wall)), -5e5, 5e5);
 }

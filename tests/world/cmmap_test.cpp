@@ -30,7 +30,7 @@ constexpr char kPath[] = "/var/nvt/test.dat";
 constexpr int kKey = 823;
 constexpr int kSize = 10000;
 
-// The set of the key, -1 when there is none.
+// The semaphore set of the key; -1 if none exists.
 int SemaphoreSet() {
   return semget(kKey, 1, 0);
 }
@@ -43,7 +43,7 @@ void MakeSemaphore(int value) {
   ASSERT_EQ(semctl(semget(kKey, 1, IPC_CREAT | IPC_EXCL | 0666), 0, SETVAL, value), 0);
 }
 
-// A process that takes the locks and keeps them as long as it lives.
+// Starts a process that takes the locks and holds them until it dies.
 pid_t TakeLocks() {
   const pid_t pid = fork();
   if (pid != 0) return pid;
@@ -89,8 +89,8 @@ class Map : public testing::Test {
   CMMAP map_ = {};
 };
 
-// And a semaphore for everyone.
-TEST_F(Map, CreatesAFileOfZeros) {
+// It also creates a semaphore that every user may access.
+TEST_F(Map, CreatesAZeroFilledFile) {
   const mode_t mask = umask(0);
   for (const bool existing : {true, false}) {
     if (!existing) unlink(kPath);
@@ -107,14 +107,14 @@ TEST_F(Map, CreatesAFileOfZeros) {
   EXPECT_EQ(std::filesystem::status(kPath).permissions(), std::filesystem::perms{0644});
 }
 
-TEST_F(Map, LeavesASemaphoreThatItFound) {
+TEST_F(Map, KeepsAnExistingSemaphore) {
   MakeSemaphore(5);
   EXPECT_EQ(Init(), "0 ");
   EXPECT_EQ(Deinit(), "0 ");
   EXPECT_EQ(SemaphoreValue(), 5);
 }
 
-TEST_F(Map, SaysWhyItCannotOpen) {
+TEST_F(Map, PrintsWhyItCannotOpen) {
   const std::tuple<const char*, int, int, string, const char*> rows[] = {
       {"/var/none/x.dat", CMMAP_CREATE, kSize, "open, reason(No such file or directory)\n", "-1 "},
       {"/var/nvt", CMMAP_OPEN, kSize, "open, reason(Is a directory)\n", "-1 "},
@@ -151,8 +151,8 @@ TEST_F(Map, CopiesWithinItsBounds) {
   }
 }
 
-// Of the file its first byte.
-TEST_F(Map, HoldsTheFileWheneverItChangesTheSemaphore) {
+// It locks the first byte of the file.
+TEST_F(Map, LocksTheFileWheneverItChangesTheSemaphore) {
   ASSERT_EQ(Init(), "0 ");
   const tools::UniqueFd file(open(kPath, O_RDWR | O_CLOEXEC));
   int changes = 0;
@@ -169,8 +169,8 @@ TEST_F(Map, HoldsTheFileWheneverItChangesTheSemaphore) {
   EXPECT_EQ(changes, 2);
 }
 
-// By a writer that held the locks before.
-TEST_F(Map, CopiesNothingOfAFileThatWasCut) {
+// The file was truncated by an earlier holder of the locks.
+TEST_F(Map, CopiesNothingFromATruncatedFile) {
   ASSERT_EQ(Init(), "0 ");
   const string kept(4096, 'a');
   g_on_semop = [] { EXPECT_EQ(truncate(kPath, 4096), 0); };
@@ -188,7 +188,7 @@ TEST_F(Map, CopiesNothingOfAFileThatWasCut) {
 
 class RealTimeMap : public Map {};
 
-// Who dies with the locks gives them back.
+// A process that dies releases its locks.
 TEST_F(RealTimeMap, WaitsForTheFileAndThenForTheSemaphore) {
   MakeSemaphore(0);
   const auto waits = [] { return semctl(SemaphoreSet(), 0, GETNCNT); };
@@ -204,7 +204,7 @@ TEST_F(RealTimeMap, WaitsForTheFileAndThenForTheSemaphore) {
   End(waiting);
 }
 
-TEST_F(Map, CopiesWithoutItsLocks) {
+TEST_F(Map, CopiesEvenWithoutItsLocks) {
   ASSERT_EQ(Init(), "0 ");
   const string id = std::to_string(map_.sem);
   const auto failed = [](const string& set) {
@@ -216,7 +216,7 @@ TEST_F(Map, CopiesWithoutItsLocks) {
   EXPECT_EQ(Read(&byte, 1), failed(id));
   EXPECT_EQ(byte, 'a');
   EXPECT_EQ(Deinit(), "0 [CMMAP_DeinitLock] error semctl, reason(Invalid argument)\n");
-  // No semaphore to be had at all, or none that could be freed.
+  // No semaphore can be created, or none can be initialized.
   for (const char* const call : {"semget", "semctl"}) {
     {
       const FailingCall failing(call);
@@ -226,7 +226,7 @@ TEST_F(Map, CopiesWithoutItsLocks) {
     EXPECT_EQ(Deinit(), "0 ");
   }
   semctl(SemaphoreSet(), 0, IPC_RMID);
-  // No file to lock: one that is open for reading only, then none at all.
+  // The file cannot be locked: it is open only for reading, then not open at all.
   ASSERT_EQ(Init(), "0 ");
   const string no_lock = " [CMMAP_FileLock] error fcntl, reason(Bad file descriptor)\n";
   close(std::exchange(map_.fd, open(kPath, O_RDONLY | O_CLOEXEC)));

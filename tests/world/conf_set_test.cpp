@@ -1,13 +1,17 @@
 #include <sys/mount.h>
 #include <sys/stat.h>
 
+#include <CLI/CLI.hpp>
 #include <cerrno>
 #include <cstring>
 #include <functional>
 
+#include "cmmap/param_block.h"
 #include "lens/sensor_config.h"
 #include "tests/support.h"
 #include "tests/world/failing_call.h"
+#include "tools/commands.h"
+#include "tools/failure.h"
 #include "util/camera_info_file.h"
 #include "util/conf_file.h"
 #include "util/process.h"
@@ -22,7 +26,7 @@ using std::filesystem::create_symlink;
 using std::string_literals::operator""s;
 
 constexpr char kPath[] = "/etc/test.conf";
-// On another file system than /etc.
+// Not on the file system of /etc.
 constexpr char kElsewhere[] = "/var/test.conf";
 constexpr char kInUse[] = "-1 [CUTIL_SetConfValue] temp.conf is already used ...\n";
 
@@ -44,10 +48,10 @@ TEST(ConfSet, RewritesOneValue) {
       {"a=5", "b", "7", "a=5\nb=7\n"},
       {"a = 1\n", "a", "9", "a=9\n"},
       {"a=1\r\nb=2\r\n", "a", "9", "a=9\nb=2\r\n"},
-      // Lines that only look like the key's.
+      // Lines that only resemble the key's.
       {"# a=1\n\n[a]\n", "a", "9", "# a=1\n\n[a]\na=9\n"},
       {" a=1\na#=1\nab=1\na\t=1\n", "a", "9", " a=1\na#=1\nab=1\na\t=1\na=9\n"},
-      // Bytes that are no text, and lines beyond 1023 characters, which count as several.
+      // Binary bytes, and lines of more than 1023 characters, which are split.
       {zeros + "\na=1\n" + zeros, "a", "9", zeros + "\na=9\n" + zeros},
       {long_line + "a=1\n", "a", "9", long_line + "a=9\n"},
       {long_line + long_line, "a", "9", long_line + long_line + "\na=9\n"},
@@ -72,7 +76,7 @@ TEST(ConfSet, KeepsThePermissions) {
   }
 }
 
-TEST(ConfSet, LeavesTheFileAloneWhereItCannotBegin) {
+TEST(ConfSet, LeavesTheFileUnchangedWhenItCannotStart) {
   EXPECT_EQ(Set("/etc/absent.conf", "a", "2"),
             "-1 [CUTIL_SetConfValue] we can't open the file : /etc/absent.conf\n");
   EXPECT_FALSE(TempExists());
@@ -80,7 +84,7 @@ TEST(ConfSet, LeavesTheFileAloneWhereItCannotBegin) {
   WriteTextFile(CUTIL_TEMP_CONF_PATH, "theirs");
   EXPECT_EQ(Set(kElsewhere, "a", "2"), kInUse);
   {
-    const FailingCall call("access");  // it came after the look at it
+    const FailingCall call("access");  // the file appeared after the check
     EXPECT_EQ(Set(kElsewhere, "a", "2"), kInUse);
   }
   EXPECT_EQ(ReadTextFile(CUTIL_TEMP_CONF_PATH), "theirs");
@@ -92,22 +96,51 @@ TEST(ConfSet, LeavesTheFileAloneWhereItCannotBegin) {
   EXPECT_EQ(ReadTextFile(kElsewhere), "a=1\n");
 }
 
-// On a full disk, or where the bytes do not get to the medium: a rename could leave an empty file.
-TEST(ConfSet, KeepsTheOldFileWhereTheNewOneCannotBeWritten) {
+TEST(ConfSet, KeepsTheOldFileWhenTheDiskIsFull) {
   const auto descriptors = support::OpenDescriptors();
-  for (const auto& [error, call] : {std::pair(ENOSPC, ""), {EPERM, "fsync"}}) {
-    ASSERT_EQ(mount("tmpfs", "/etc", "tmpfs", 0, "size=64k"), 0);
-    const string before = "a=1\n" + string(error == ENOSPC ? 40000 : 0, 'x');
-    WriteTextFile(kPath, before);
-    const FailingCall failing(call);
-    EXPECT_EQ(Set(kPath, "a", "2"),
-              string("-3 [CUTIL_SetConfValue] error, reason(rewrite /etc/test.conf, ") +
-                  strerror(error) + ")\n");
-    EXPECT_EQ(ReadTextFile(kPath), before);
-    EXPECT_FALSE(TempExists());
-    umount2("/etc", MNT_DETACH);
-  }
+  ASSERT_EQ(mount("tmpfs", "/etc", "tmpfs", 0, "size=64k"), 0);
+  const string before = "a=1\n" + string(40000, 'x');
+  WriteTextFile(kPath, before);
+  EXPECT_EQ(Set(kPath, "a", "2"),
+            "-3 [CUTIL_SetConfValue] error, reason(rewrite /etc/test.conf, No space left on "
+            "device)\n");
+  EXPECT_EQ(ReadTextFile(kPath), before);
+  EXPECT_FALSE(TempExists());
+  umount2("/etc", MNT_DETACH);
   EXPECT_EQ(support::OpenDescriptors(), descriptors);
+}
+
+string Params(const string& line) {
+  CLI::App app;
+  tools::AddParamsCommand(&app);
+  try {
+    app.parse("params " + line);
+  } catch (const tools::Failure& failure) {
+    return failure.what();
+  }
+  return "";
+}
+
+// Data that has not reached the medium must be reported as an error, unless it is already in place.
+TEST(ConfSet, WaitsUntilTheMediumHasAllOfIt) {
+  WriteTextFile(kPath, "a=1\n");
+  WriteTextFile(PARAM_BLOCK_PATH, string(PARAM_BLOCK_SIZE, '\0'));
+  const auto set = [] { return Set(kPath, "a", "2"); };
+  const std::tuple<const char*, int, std::function<string()>, string> rows[] = {
+      // A rename before the sync could leave an empty file.
+      {"fsync", 0, set,
+       "-3 [CUTIL_SetConfValue] error, reason(rewrite /etc/test.conf, Input/output error)\n"},
+      {"fsync", 1, set, "0 [CUTIL_SetConfValue] error, reason(sync /etc, Input/output error)\n"},
+      {"msync", 0, [] { return Params("set baud=9600"); },
+       "cannot write /var/nvt/param.dat: Input/output error"},
+      {"fsync", 1, [] { return Params("create --file /etc/new.dat"); },
+       "cannot create /etc/new.dat: Input/output error"},
+  };
+  for (const auto& [call, passes, store, said] : rows) {
+    const FailingCall failing(call, EIO, passes);
+    EXPECT_EQ(store(), said);
+  }
+  EXPECT_EQ(ReadTextFile(kPath), "a=2\n");
 }
 
 TEST(ConfSet, LeavesTheTemporaryFileOfAFailedRename) {
@@ -121,14 +154,14 @@ TEST(ConfSet, LeavesTheTemporaryFileOfAFailedRename) {
 
 // --- Files of odd kinds and sizes ----------------------------------------------------------------
 
-TEST(OddFiles, SettingsBeyondTheLimitAreAsUnreadable) {
+TEST(OddFiles, RejectsSettingsBeyondTheSizeLimit) {
   char value[CUTIL_CONF_VALUE_SIZE] = "";
   const string too_long =
       "[CUTIL_OpenSettings] error open, reason(/etc/test.conf is longer than 1048576 bytes)\n";
   const std::pair<std::function<int()>, string> readers[] = {
       {[&] { return CUTIL_GetConfValue(kPath, "a", value, sizeof(value)); }, too_long},
       {[&] { return conf_get_value(kPath, value, 1, "a"); }, too_long},
-      {[] { return CUTIL_KillProcAll(kPath, 0); }, ""},  // says it to syslog
+      {[] { return CUTIL_KillProcAll(kPath, 0); }, ""},  // reports to syslog
       {[] { return CUTIL_SetConfValue(kPath, "a", "2"); },
        "[CUTIL_SetConfValue] we can't open the file : /etc/test.conf\n"},
   };
@@ -140,8 +173,8 @@ TEST(OddFiles, SettingsBeyondTheLimitAreAsUnreadable) {
   }
 }
 
-// A line's '*' stands for no file of the working directory.
-TEST(OddFiles, CameraInformationIsWrittenIntoAFileOnly) {
+// A '*' in a line must not expand to files of the working directory.
+TEST(OddFiles, WritesCameraInformationOnlyIntoRegularFiles) {
   const std::pair<void (*)(), string> rows[] = {
       {[] {}, ""},
       {[] { WriteTextFile(CAMERA_INFO_PATH, "MODEL=earlier\n"); }, ""},

@@ -12,14 +12,14 @@ using sim::milliseconds;
 
 constexpr int kAllPollsMs = CTHREAD_POLL_MS * CTHREAD_POLLS;
 
-// What the worker did, and what its routines answer.
+// The calls of the worker's routines, and the results of these.
 struct Work {
   std::atomic<int> starts{0};
   std::atomic<int> steps{0};
   std::atomic<int> ends{0};
-  std::atomic<bool> is_held{false};  // a step lasts until this is false
+  std::atomic<bool> is_held{false};  // a step blocks until this is false
   int start_result = 0;
-  int failing_step = 0;  // this step, counted from 1, fails
+  int failing_step = 0;  // number of the step that fails, from 1
 };
 
 int StartRoutine(void* arg) {
@@ -55,7 +55,7 @@ class Cthread : public testing::Test {
     ASSERT_TRUE(sim::WaitUntil([&] { return thread_.state == state; }, milliseconds(kAllPollsMs)));
   }
 
-  // Calls a slot, which takes at least this long; returns its result and its line.
+  // Calls a slot that takes at least `least_ms`; returns its result and output.
   std::string Call(int (*slot)(CTHREAD* self), int least_ms = CTHREAD_POLL_MS) {
     std::string outcome;
     const auto call = [&] { return slot(&thread_); };
@@ -67,7 +67,7 @@ class Cthread : public testing::Test {
   Work work_;
 };
 
-TEST_F(Cthread, StepsUntilItIsStoppedAndStartsAgain) {
+TEST_F(Cthread, RunsUntilStoppedAndRestarts) {
   for (const int runs : {1, 2}) {
     const int steps = work_.steps;
     EXPECT_EQ(Call(thread_.Start), "0 ");
@@ -80,10 +80,10 @@ TEST_F(Cthread, StepsUntilItIsStoppedAndStartsAgain) {
   }
 }
 
-TEST_F(Cthread, StoppingAWorkerThatEndedByItselfTimesOut) {
+TEST_F(Cthread, TimesOutWhenStoppingAnEndedWorker) {
   work_.failing_step = 3;
   for (const int steps : {0, 3}) {
-    work_.start_result = steps == 0 ? -1 : 0;  // leaves out the steps
+    work_.start_result = steps == 0 ? -1 : 0;  // skips the steps
     EXPECT_EQ(Call(thread_.Start), "0 ");
     WaitFor(CTHREAD_STOPPED);
     EXPECT_EQ(work_.steps, steps);
@@ -92,8 +92,8 @@ TEST_F(Cthread, StoppingAWorkerThatEndedByItselfTimesOut) {
   EXPECT_EQ(work_.ends, 2);
 }
 
-// A stop that is asked for meanwhile stands. Nor need there be a start and an end routine.
-TEST_F(Cthread, LongRoutinesOutliveStartAndStop) {
+// A stop requested during a long routine remains in force. Start and end routines are optional.
+TEST_F(Cthread, LongRoutinesOutlastStartAndStop) {
   for (const bool is_step : {false, true}) {
     work_.is_held = true;
     if (is_step) CTHREAD_Init(&thread_, &work_, nullptr, StepRoutine, nullptr);
@@ -108,12 +108,12 @@ TEST_F(Cthread, LongRoutinesOutliveStartAndStop) {
   }
 }
 
-TEST_F(Cthread, ThreadThatCannotBeCreatedIsReported) {
+TEST_F(Cthread, ReportsAThreadThatCannotBeCreated) {
   pthread_attr_t attributes;
   pthread_attr_t impossible;
   ASSERT_EQ(pthread_getattr_default_np(&attributes), 0);
   pthread_attr_init(&impossible);
-  pthread_attr_setstacksize(&impossible, ~size_t{0xFFFFF});  // all that can be addressed
+  pthread_attr_setstacksize(&impossible, ~size_t{0xFFFFF});  // the whole address space
   ASSERT_EQ(pthread_setattr_default_np(&impossible), 0);
   EXPECT_EQ(Call(thread_.Start, 0),
             "-1 [CTHREAD_Start] error, reason(pthread_create failed, 11, 'Resource temporarily "

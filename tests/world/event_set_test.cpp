@@ -10,7 +10,7 @@ namespace {
 
 using SlotList = std::vector<int>;
 
-// A descriptor that is readable once it is filled.
+// A descriptor that is readable after Fill.
 struct Source : tools::UniqueFd {
   Source() : tools::UniqueFd(eventfd(0, EFD_CLOEXEC)) {}
   void Fill() const { EXPECT_EQ(eventfd_write(Get(), 1), 0); }
@@ -28,7 +28,7 @@ class EventSet : public testing::Test {
     for (int i = 0; i < CFDEVENT_MAX_FDS; ++i)
       EXPECT_EQ(Add(100 + i), i);
   }
-  // The slots up to the last one taken.
+  // The slots up to the last one in use.
   SlotList Slots() const {
     SlotList slots(set_.fds, set_.fds + CFDEVENT_MAX_FDS);
     while (!slots.empty() && slots.back() == -1)
@@ -45,7 +45,7 @@ TEST_F(EventSet, KeepsItsSlotsWithoutGaps) {
   EXPECT_EQ(Del(5), 0);
   EXPECT_EQ(Slots(), (SlotList{6, 7}));
   EXPECT_EQ(Add(5), 2);
-  EXPECT_EQ(Add(6), 3);  // a second time
+  EXPECT_EQ(Add(6), 3);  // again
   EXPECT_EQ(Del(6), 0);
   for (const int absent : {8, -1, 5000})
     EXPECT_EQ(Del(absent), 0);
@@ -53,7 +53,7 @@ TEST_F(EventSet, KeepsItsSlotsWithoutGaps) {
   EXPECT_EQ(set_.reg_count, 3);
 }
 
-TEST_F(EventSet, RefusesWhatDoesNotFit) {
+TEST_F(EventSet, RejectsWhatDoesNotFit) {
   for (const int fd : {1024, 100000})
     EXPECT_EQ(Add(fd), -1);
   for (const int fd : {-1, 1023, 1024, 100000})
@@ -69,7 +69,7 @@ TEST_F(EventSet, RefusesWhatDoesNotFit) {
   EXPECT_EQ(Add(1023), 127);
 }
 
-TEST_F(EventSet, DeinitClearsTheCountOnly) {
+TEST_F(EventSet, DeinitClearsOnlyTheCount) {
   const Source first;
   const Source second;
   Add(first.Get());
@@ -82,7 +82,7 @@ TEST_F(EventSet, DeinitClearsTheCountOnly) {
   EXPECT_EQ(IsSet(second.Get()), -1);
 }
 
-TEST_F(EventSet, ReportsWhatIsReady) {
+TEST_F(EventSet, ReportsReadyDescriptors) {
   const Source idle;
   Source filled;
   EXPECT_EQ(Wait(60000), CFDEVENT_WAIT_EMPTY);

@@ -1,5 +1,6 @@
 #include "tests/world/failing_call.h"
 
+#include <sys/mman.h>
 #include <sys/sem.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -11,10 +12,11 @@ namespace {
 
 constinit std::string_view g_name;
 int g_error = 0;
+int g_passes = 0;
 
 template <typename Result, typename... Arguments>
 Result FailOrCall(const char* name, Arguments... arguments) {
-  if (g_name == name) {
+  if (g_name == name && g_passes-- <= 0) {
     errno = g_error;
     return -1;
   }
@@ -23,9 +25,10 @@ Result FailOrCall(const char* name, Arguments... arguments) {
 
 }  // namespace
 
-FailingCall::FailingCall(const char* name, int error) {
+FailingCall::FailingCall(const char* name, int error, int passes) {
   g_name = name;
   g_error = error;
+  g_passes = passes;
 }
 
 FailingCall::~FailingCall() {
@@ -52,6 +55,14 @@ int fsync(int fd) {
 
 int listen(int fd, int backlog) noexcept {
   return FailOrCall<int>("listen", fd, backlog);
+}
+
+int msync(void* memory, size_t size, int flags) {
+  return FailOrCall<int>("msync", memory, size, flags);
+}
+
+ssize_t read(int fd, void* bytes, size_t size) {
+  return FailOrCall<ssize_t>("read", fd, bytes, size);
 }
 
 int semctl(int set, int number, int command, ...) noexcept {

@@ -1,5 +1,4 @@
-// One function of libc that fails while an object of this class lives, whoever in this program
-// calls it.
+// Makes one libc function fail while the object exists, for every caller in this program.
 #pragma once
 
 #include <dlfcn.h>
@@ -8,14 +7,15 @@
 
 class FailingCall {
  public:
-  // The functions that can fail stand at the end of the source; "" for none.
-  explicit FailingCall(const char* name, int error = EPERM);
+  // The source lists the functions that can fail at its end; "": none. The first `passes` calls
+  // succeed.
+  explicit FailingCall(const char* name, int error = EPERM, int passes = 0);
   ~FailingCall();
   FailingCall(const FailingCall&) = delete;
   FailingCall& operator=(const FailingCall&) = delete;
 };
 
-// Calls the function of libc that one of this program stands before.
+// Calls the libc function that a function of this program overrides.
 template <typename Result, typename... Arguments>
 Result CallNext(const char* name, Arguments... arguments) {
   return reinterpret_cast<Result (*)(Arguments...)>(dlsym(RTLD_NEXT, name))(arguments...);

@@ -1,4 +1,4 @@
-// What is said, and on what nothing is left open, when a socket cannot be had or used.
+// The messages when a socket cannot be created or used, and that no descriptor leaks.
 #include <fcntl.h>
 #include <netdb.h>
 #include <sys/eventfd.h>
@@ -20,8 +20,8 @@ namespace {
 
 using std::string;
 
-constexpr int kTaken = 4100;  // by another socket
-constexpr int kFree = 4101;   // nobody there
+constexpr int kTaken = 4100;  // in use by another socket
+constexpr int kFree = 4101;   // unused
 
 CICOMM g_channel;
 CPTZSVR g_server;
@@ -34,12 +34,12 @@ auto ConnectASync(const char* host) {
   return [host] {
     int fd = -1;
     const int result = ZSK_ASyncConnectTCPSocket(&fd, host, kFree);
-    EXPECT_EQ(fcntl(fd, F_GETFL), -1);  // closed again, or never stored
+    EXPECT_EQ(fcntl(fd, F_GETFL), -1);  // closed or never set
     return result;
   };
 }
 
-// Not from a socket, and with -1 from nothing.
+// Receives from a descriptor that is not a socket, and from -1.
 int ReceiveLocal() {
   const tools::UniqueFd no_socket(eventfd(1, EFD_CLOEXEC));
   char byte;
@@ -66,7 +66,7 @@ TEST(FailureTexts, Sockets) {
     return CICOMM_SendCommand(fd, 34, 77, kFree, data, size, 0);
   };
   const struct {
-    const char* call;  // that fails, if any
+    const char* call;  // the failing call; "": none
     std::function<int()> action;
     string said;
   } rows[] = {
@@ -76,7 +76,7 @@ TEST(FailureTexts, Sockets) {
       {"", bind_front(ZSK_ConnectTCPSocket, "::1", kFree), connect + no_ipv4},
       {"socket", bind_front(ZSK_ConnectTCPSocket, "127.0.0.1", kFree), connect + no_socket},
       {"", ConnectASync("192.0.2.1"), async_no_route + '\n'},
-      {"", ConnectASync("999.1.1.1"), async_no_route + '\n'},  // dotted by its looks
+      {"", ConnectASync("999.1.1.1"), async_no_route + '\n'},  // looks like a dotted quad
       {"", ConnectASync("::1"), async + no_ipv4},
       {"socket", ConnectASync("127.0.0.1"), async + no_socket},
       {"", bind_front(ZSK_BindTCPSocketEx, kTaken, 3), bind + "while bind tcp socket : " + in_use},

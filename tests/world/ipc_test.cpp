@@ -20,7 +20,7 @@ using support::OnStderr;
 
 constexpr int kPort = 10017;
 constexpr int kPeerPort = 10005;
-// The largest payload that one datagram carries over IPv4.
+// The largest payload of an IPv4 datagram.
 constexpr int kLargest = 65507 - CICOMM_HEADER_SIZE;
 
 class Channel : public testing::Test {
@@ -41,7 +41,7 @@ class Channel : public testing::Test {
   UdpPeer peer_{kPeerPort};
 };
 
-// A packet of `length` bytes, cut within its header where that is shorter.
+// A packet of `length` bytes, truncated within the header if shorter.
 Bytes Packet(int32_t command, int32_t port, int32_t size, size_t length = 32) {
   CicommHeader header = {};
   header.magic.Set(CICOMM_MAGIC);
@@ -64,7 +64,7 @@ TEST_F(Channel, OpensAndClosesItsSocket) {
     EXPECT_EQ(support::LocalAddress(fd), bound);
     Close();
     EXPECT_EQ(channel_.GetSocket(&channel_), -1);
-    const tools::UniqueFd reused(dup(0));  // takes the number that became free
+    const tools::UniqueFd reused(dup(0));  // takes the freed number
     EXPECT_EQ(reused.Get(), fd);
     Close();
     EXPECT_GE(fcntl(fd, F_GETFD), 0);
@@ -103,7 +103,7 @@ TEST_F(Channel, SendsUpToItsLimit) {
   const Bytes payload(CICOMM_MAX_DATA + 1, 0x77);
   const std::pair<int, string> rows[] = {
       {kLargest, "65507 "},
-      // Below the channel's own limit, but more than the system puts into one datagram.
+      // Below the limit of the channel, but above that of a datagram.
       {102368,
        "-4 [SendTo] Error Number : 90, Error String Message too long\n"
        "[CICOMM_Send] error, reason(SendTo -1 vs 102400)\n"},
@@ -117,11 +117,11 @@ TEST_F(Channel, SendsUpToItsLimit) {
   EXPECT_EQ(peer_.Receive(sim::milliseconds(0)), std::nullopt);
 }
 
-TEST_F(Channel, TakesWhateverComes) {
+TEST_F(Channel, ReceivesPacketsOfAnyShape) {
   const std::tuple<int32_t, int32_t, size_t, int, int32_t> rows[] = {
-      {7, 40, 72, 40, 7},         {-1, 0, 32, 0, kPeerPort},  // answerable at its socket's own port
-      {0, -3, 32, -3, 0},         {7, 40, 19, 40, 7},         // cut within the size
-      {-1, 40, 16, 0, kPeerPort}, {-1, 40, 14, 0, 0xFFFF},    // half of the port field
+      {7, 40, 72, 40, 7},         {-1, 0, 32, 0, kPeerPort},  // answers go to the sender's own port
+      {0, -3, 32, -3, 0},         {7, 40, 19, 40, 7},         // truncated within the size
+      {-1, 40, 16, 0, kPeerPort}, {-1, 40, 14, 0, 0xFFFF},    // truncated within the port
       {7, 40, 1, 0, 0},
   };
   for (const auto& [port, size, length, result, answer_port] : rows) {
@@ -133,14 +133,14 @@ TEST_F(Channel, TakesWhateverComes) {
   }
   peer_.SendTo(kPort, Packet(11, 7, 5, 40));
   EXPECT_EQ(channel_.Recv(&channel_, nullptr), 5);
-  // What is no packet leaves the last one alone.
+  // An invalid packet leaves the last one unchanged.
   peer_.SendTo(kPort, {});
   EXPECT_EQ(OnStderr([this] { return Recv(); }), "-1 [CICOMM_Recv] error, reason(recvfrom)\n");
   EXPECT_EQ(channel_.GetHeader(&channel_)->command.Get(), 11U);
   EXPECT_EQ(channel_.GetData(&channel_)[7], 0xEE);
 }
 
-TEST_F(Channel, WaitsAsLongAsAsked) {
+TEST_F(Channel, WaitsForTheGivenTimeout) {
   for (const int ms : {0, 120, 1050})
     ExpectTakes(ms, [&] { EXPECT_EQ(Wait(ms), -2); });
   close(channel_.GetSocket(&channel_));
@@ -162,15 +162,15 @@ TEST_F(Channel, SendsWithoutAnObject) {
   EXPECT_EQ(support::OpenDescriptors(), descriptors);
 }
 
-TEST_F(Channel, SendToRefusesWhatIsNoSend) {
+TEST_F(Channel, SendToRejectsInvalidArguments) {
   EXPECT_EQ(SendTo(1, kPeerPort, nullptr, 5, 1), -1);
   EXPECT_EQ(SendTo(1, kPeerPort, "x", 0, 1), -1);
   EXPECT_EQ(SendTo(-1, kPeerPort, "x", -7, 1), -1);
   EXPECT_EQ(SendTo(1, kPeerPort, "x", -7, 1), -7);
 }
 
-TEST(Csysmgr, NoticeIsAHeaderAndItsData) {
-  for (int i = 0; i < 2; ++i)  // nobody there
+TEST(Csysmgr, SendsAHeaderAndItsData) {
+  for (int i = 0; i < 2; ++i)  // without a receiver
     EXPECT_EQ(CSYSMGR_SendPacket(CSYSMGR_CODE_REBOOT, nullptr, 0), 0);
   sim::UdpPeer manager(CSYSMGR_PORT);
   const sim::Bytes data(256, 0xA5);
@@ -178,7 +178,7 @@ TEST(Csysmgr, NoticeIsAHeaderAndItsData) {
   sim::Bytes packet = {0x53, 0x59, 0x53, 0x50, 0, 0, 0, 0, 4, 3, 2, 1};
   packet.insert(packet.end(), data.begin(), data.end());
   EXPECT_EQ(manager.Receive(), packet);
-  // Impossible sizes send nothing.
+  // Invalid sizes are rejected.
   EXPECT_EQ(CSYSMGR_SendPacket(1, data.data(), 257), -1);
   EXPECT_EQ(CSYSMGR_SendPacket(1, data.data(), -1), -1);
   EXPECT_EQ(CSYSMGR_SendPacket(1, nullptr, 1), -1);

@@ -1,4 +1,4 @@
-// What the lens mode takes from the device around it: its files, and the camera daemon's answers.
+// The lens mode's inputs from the device: files, and answers of the camera daemon.
 #include <arpa/inet.h>
 #include <poll.h>
 
@@ -13,7 +13,7 @@
 
 namespace {
 
-TEST(LensFiles, SensorsWithAnIrisToRegulate) {
+TEST(LensFiles, RecognizesSensorsWithARegulatedIris) {
   const std::tuple<const char*, int, const char*, int> rows[] = {
       {"IMX123", 1, "true", 1}, {"IMX124", 1, "\"TRUE\"", 1}, {"imx124", 1, "false", 0},
       {"AR0230", 0, "true", 1}, {"IMX12", 0, "1", 0},         {"IMX1234", 0, "null", 0},
@@ -29,7 +29,7 @@ TEST(LensFiles, SensorsWithAnIrisToRegulate) {
   }
 }
 
-TEST(CameraQuery, TakesOnlyTheAnswerToItsQuestion) {
+TEST(CameraQuery, AcceptsOnlyTheAnswerToItsQuery) {
   const std::tuple<int, int, int> rows[] = {
       {CAMERA_QUERY, CAMERA_QUERY_FOCUS, 12345},
       {CAMERA_QUERY, CAMERA_QUERY_EXPOSURE, FOCUS_VALUE_NONE},
@@ -47,7 +47,7 @@ TEST(CameraQuery, TakesOnlyTheAnswerToItsQuestion) {
                reinterpret_cast<sockaddr*>(&asker), &length);
       EXPECT_EQ(packet[CICOMM_HEADER_SIZE + CAMERA_QUERY_KIND_AT], CAMERA_QUERY_FOCUS);
       sim::Bytes record(CAMERA_QUERY_SIZE);
-      // Another address stands for a host that answers first.
+      // Another loopback address simulates a foreign host that answers first.
       record[CAMERA_QUERY_KIND_AT] = CAMERA_QUERY_FOCUS;
       const sim::Bytes sprayed = sim::CommandPacket(CAMERA_QUERY, record);
       const sockaddr_in elsewhere = ZSK_Ipv4Address(INADDR_LOOPBACK + 1, ntohs(asker.sin_port));

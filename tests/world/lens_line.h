@@ -1,5 +1,5 @@
-// A serial line for tests of the lens code: keeps every frame written, answers reads from a
-// prepared reply. One at a time.
+// A serial line for tests of the lens code: records every frame written and answers reads with a
+// prepared reply. Only one may exist at a time.
 #pragma once
 
 #include <algorithm>
@@ -26,14 +26,14 @@ class LensLine {
   LensLine(const LensLine&) = delete;
   LensLine& operator=(const LensLine&) = delete;
 
-  // The writes since the last call, each as "A5 40 0B 00 04 F4".
+  // Returns the writes since the last call, each as "A5 40 0B 00 04 F4".
   std::vector<std::string> TakeWrites() {
     std::vector<std::string> writes;
     writes.swap(writes_);
     return writes;
   }
 
-  // Bytes for the reads that follow.
+  // Sets the bytes for later reads.
   void Reply(std::vector<uint8_t> bytes) { reply_ = std::move(bytes); }
 
  private:

@@ -1,4 +1,4 @@
-// What moves the lens: positions, step rates, frames, drives, the search's way down.
+// Movement of the lens: positions, step rates, frames, drives, and the descent of a search.
 #include <optional>
 
 #include "lens/drive.h"
@@ -18,16 +18,16 @@ using Lines = std::vector<std::string>;
 
 constexpr std::span<const ZfEntry> kCurves[] = {ZFTABLE_KESTREL, ZFTABLE_HERON, ZFTABLE_OSPREY};
 
-// The curve's focus, or nothing above its end.
+// The focus on the curve; nullopt beyond its end.
 std::optional<int32_t> FocusAt(std::span<const ZfEntry> table, int32_t zoom) {
   int32_t focus = 0;
   if (!TrackingFocus(table, zoom, &focus)) return std::nullopt;
   return focus;
 }
 
-// Between two entries the curve stays less than a step off the straight line, on the lower entry's
-// side of it: that leaves one focus for each zoom.
-TEST(Tracking, RunsStraightBetweenEntries) {
+// Between two entries, the curve deviates from the straight line by less than a step, toward the
+// lower entry. This determines the focus for each zoom.
+TEST(Tracking, InterpolatesLinearlyBetweenEntries) {
   for (const std::span<const ZfEntry> table : kCurves) {
     SCOPED_TRACE(table.back().zoom);
     for (size_t i = 0; i + 1 < table.size(); ++i) {
@@ -44,7 +44,7 @@ TEST(Tracking, RunsStraightBetweenEntries) {
   }
 }
 
-TEST(Tracking, IsFlatBelowZeroAndForOneSpacingBehindTheEnd) {
+TEST(Tracking, IsFlatBelowZeroAndForOneSpacingPastTheEnd) {
   for (const std::span<const ZfEntry> table : kCurves) {
     SCOPED_TRACE(table.back().zoom);
     for (const int32_t zoom : {-1, -50, -51, -32768})
@@ -56,8 +56,8 @@ TEST(Tracking, IsFlatBelowZeroAndForOneSpacingBehindTheEnd) {
   }
 }
 
-// A slip in any figure of a curve shows in its sum, in which the later ones count more often.
-TEST(Tracking, CurvesAreAsTheyWereMeasured) {
+// A weighted sum of each curve detects any wrong entry.
+TEST(Tracking, CurvesHaveTheirMeasuredValues) {
   std::vector<int32_t> sums;
   for (const std::span<const ZfEntry> table : kCurves) {
     sums.push_back(0);
@@ -95,7 +95,7 @@ class LensPosition : public testing::Test {
   LensLine line_;
 };
 
-TEST_F(LensPosition, LimitsComeFromTheCurve) {
+TEST_F(LensPosition, TakesItsLimitsFromTheCurve) {
   MfzProfile profile = MFZ_PROFILE_HERON;
   const std::tuple<size_t, const char*, int, int> rows[] = {
       {28, "zftable_len=28, zoom:0~1350, focus:0~2600\n", 1, 1350},
@@ -112,14 +112,14 @@ TEST_F(LensPosition, LimitsComeFromTheCurve) {
   }
 }
 
-TEST_F(LensPosition, MovesGoTheMotorsWay) {
+TEST_F(LensPosition, MovesInTheDirectionOfTheMotor) {
   Use(MFZ_PROFILE_KESTREL, "zftable_len=48, zoom:0~2350, focus:0~3060\n");
   mfz_move(MFZ_AXIS_ZOOM, 10);
   mfz_move(MFZ_AXIS_FOCUS, 10);
   EXPECT_EQ(line_.TakeWrites(), (Lines{"A5 40 0C 00 0A FB", "A5 40 0D FF F6 E7"}));
 }
 
-TEST_F(LensPosition, TrackingSendsTheFocusMoveWithinItsLimits) {
+TEST_F(LensPosition, KeepsTrackingWithinTheFocusLimits) {
   const struct {
     int32_t zoom, focus, minimum, maximum, delta;
     Lines writes;
@@ -143,7 +143,7 @@ TEST_F(LensPosition, TrackingSendsTheFocusMoveWithinItsLimits) {
   EXPECT_EQ(g_mfz.posFocus, 77);
 }
 
-TEST(MotorTime, IsSinglePrecisionAndCut) {
+TEST(MotorTime, IsTruncatedSinglePrecision) {
   const float normal = MotorStepDelayMs(MS_515PPS);
   EXPECT_EQ(MotorTimeMs(1, normal), 1);
   EXPECT_EQ(MotorTimeMs(50, normal), 97);
@@ -154,7 +154,7 @@ TEST(MotorTime, IsSinglePrecisionAndCut) {
     EXPECT_EQ(MotorTimeUs(steps, normal), us) << steps;
 }
 
-TEST(LensProfile, EachHasItsBannerAndItsResetSpeed) {
+TEST(LensProfile, EachHasABannerAndAResetSpeed) {
   const std::tuple<const MfzProfile*, std::string, float> rows[] = {
       {&MFZ_PROFILE_KESTREL, "KESTREL", 1.2827F},
       {&MFZ_PROFILE_HERON, "HERON", 1.2827F},
@@ -163,13 +163,13 @@ TEST(LensProfile, EachHasItsBannerAndItsResetSpeed) {
     EXPECT_EQ(support::OnStdout([to = profile] { apply_lens_profile(*to); }),
               "MFZ parameter for X_PCODE_" + name + "_V1\nDELAY_MS_NORMAL= 1.96\n");
     EXPECT_FLOAT_EQ(g_mfz.DELAY_MS_RESET, reset_ms);
-    // The curve must fit the travels that a reset drives.
+    // The curve must lie within the travel of a reset.
     EXPECT_LT(profile->zftable.back().zoom, profile->zoom_maximum);
     EXPECT_LT(profile->zftable.back().focus, profile->focus_maximum);
   }
 }
 
-TEST(SetMotorSpeed, SendsTheCodeAndShowsThePrescaler) {
+TEST(SetMotorSpeed, SendsTheCodeAndPrintsThePrescaler) {
   const std::tuple<MotorSpeedIndex, uint8_t, uint8_t, const char*, std::string> rows[] = {
       {MS_793PPS, 1, 2, "A5 40 02 00 10 F7",
        "[MotorSpeed] MS_793PPS.   prescaler = 11000-(2*256) = 10488\n"},
@@ -189,7 +189,7 @@ TEST(SetMotorSpeed, SendsTheCodeAndShowsThePrescaler) {
   }
 }
 
-TEST(I2mReadReply, CountsBytesOnly) {
+TEST(I2mReadReply, ChecksOnlyTheByteCount) {
   EXPECT_EQ(i2m_write(I2M_ADDR_ZOOM_MOVE, 1), -1);  // without a line
   LensLine line;
   I2mFrame reply;
@@ -203,7 +203,7 @@ TEST(I2mReadReply, CountsBytesOnly) {
 
 TEST(I2mDispatch, PrintsRegisterAndValue) {
   const std::pair<sim::Bytes, const char*> rows[] = {
-      // Of two sync bytes the second begins the frame; a third would hide one that is passed over.
+      // After two sync bytes, the frame begins at the second.
       {{0xA5, 0xA5, 0x41, 0x01, 0x02, 0x03, 0x09},
        "RX parsed: A5,41,01,02,03,EC, ==> [I2M_ADDR_VERSION]     0x02, 0x03\n"},
       {{0xA5, 0x40, 0x02, 0x00, 0x3C, 0x23},
@@ -224,8 +224,8 @@ TEST(I2mDispatch, PrintsRegisterAndValue) {
   EXPECT_TRUE(line.TakeWrites().empty());
 }
 
-// The last size of a command's value that gives an index, and the steps that go with it.
-TEST(DriveSpeed, ByTheSizeOfTheValue) {
+// The largest magnitude of a value for each index, and the steps of that index.
+TEST(DriveSpeed, FollowsTheMagnitudeOfTheValue) {
   const std::tuple<int, int32_t, int32_t> speeds[] = {
       {11, 5, 2},   {24, 5, 2},    {37, 10, 2},   {50, 10, 2},     {62, 10, 5},     {75, 10, 5},
       {88, 50, 10}, {101, 50, 10}, {114, 50, 50}, {126, 100, 100}, {128, 100, 200},
@@ -265,7 +265,7 @@ class Drive : public testing::Test {
   LensLine line_;
 };
 
-// Where the lens is and what is asked of it.
+// Position of the lens, and the request.
 struct Start {
   uint8_t zoom_req, focus_req;
   int8_t zoom_value;
@@ -273,7 +273,7 @@ struct Start {
   int32_t tracking;
 };
 
-// One tick: what it writes, the microseconds that it takes at least, where the lens is then.
+// One tick: its writes, its minimum duration in microseconds, and the position after it.
 using TickRow = std::tuple<Lines, double, int, int>;
 
 TEST_F(Drive, MovesTickByTick) {
@@ -284,20 +284,20 @@ TEST_F(Drive, MovesTickByTick) {
   spread[0] = "A5 40 0D FF F6 E7";
   const std::pair<Start, std::vector<TickRow>> rows[] = {
       {{kIdle, kIdle, 1, 0, 200, 1}, {{{}, 0, 0, 200}}},
-      // The focus goes along, the zoom's move is spread over its time.
+      // The focus follows, and the zoom move is spread over its duration.
       {{kUp, kIdle, -127, 0, 200, 1}, {{spread, 195'940, 100, 210}}},
-      // The zoom waits for a longer focus travel.
+      // The zoom waits for a longer focus move.
       {{kDown, kIdle, 1, 8, 100, 1},
        {{{"A5 40 0D FF 9C 8D", "A5 40 0C 00 05 F6"}, 195'930, 3, 200},
         {{"A5 40 0D 00 00 F2", "A5 40 0C 00 03 F4"}, 5'878, 0, 200},
         {{}, 0, 0, 200}}},
-      // No curve.
+      // Without a curve.
       {{kUp, kIdle, 25, 0, 200, 0}, {{{"A5 40 0C FF F6 E6"}, 19'594, 10, 200}}},
       {{kIdle, kUp, 1, 0, 2593, 1},
        {{{"A5 40 0D FF FB EC"}, 9'797, 0, 2598},
         {{"A5 40 0D FF FE EF"}, 3'918, 0, 2600},
         {{}, 0, 0, 2600}}},
-      // The focus key takes the focus off the curve; the zoom's tracking puts it back.
+      // The focus key moves the focus off the curve; the tracking of the zoom moves it back.
       {{kUp, kDown, 1, 0, 200, 1},
        {{{"A5 40 0D 00 05 F7", "A5 40 0D FF FB EC", "A5 40 0C FF FB EB"}, 2 * 9'797, 5, 200}}},
   };
@@ -320,13 +320,13 @@ TEST_F(Drive, MovesTickByTick) {
   }
 }
 
-// The way down in steps of 50; the scan that follows would ask the camera daemon.
+// The descent in steps of 50, without the scan, which queries the camera daemon.
 TEST(FocusSearch, DescendsToTheLowerEndButNeverBelowZero) {
   const std::tuple<int16_t, int16_t, int16_t> rows[] = {
-      {150, 200, 0},    // the last step has exactly its length left
-      {149, 200, 49},   // and here less
-      {500, 100, 400},  // the lower end is where a step ends
-      {530, 120, 380},  // or within one
+      {150, 200, 0},    // the last step fits exactly
+      {149, 200, 49},   // the last step does not fit
+      {500, 100, 400},  // a step ends at the lower end
+      {530, 120, 380},  // a step passes the lower end
       {49, 100, 49},
   };
   LensLine line;

@@ -9,15 +9,15 @@
 
 namespace {
 
-// Readings, and what each asks for.
+// Exposure readings.
 constexpr PirisReading kDark = {.level = 500, .deviation = 11};
 constexpr PirisReading kBright = {.level = 500, .deviation = -11};
 constexpr PirisReading kNearlyDark = {.level = 500, .deviation = 10};
 constexpr PirisReading kNearlyBright = {.level = 500, .deviation = -10};
 constexpr PirisReading kBrightFullLevel = {.level = 1024, .deviation = -11};
 
-// `count` equal steps, each of which gives `steps` with the exposure of its state; afterwards the
-// regulator is as the others say.
+// `count` equal steps with the same reading, each of which must order `steps` and the exposure of
+// its state; the other members are the state after them.
 struct Series {
   int count;
   PirisReading reading;
@@ -83,8 +83,8 @@ TEST(PirisRegulate, Scenarios) {
   }
 }
 
-// The travel is bounded at the open end only, where the count starts from.
-TEST(Piris, MovesUntilItIsReleased) {
+// The position is limited only at the open end, where the count starts.
+TEST(Piris, MovesUntilReleased) {
   LensLine line;
   piris_claim();
   g_mfz.iris_position = 40;

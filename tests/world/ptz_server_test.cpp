@@ -24,7 +24,8 @@ constexpr int kPort = 4001;
 constexpr int kAcceptUs = 5000000;
 const Bytes kChunk(64, 0x42);
 
-// Ends a connection, or cuts it so that the other end's next call fails rather than sees the end.
+// Closes a connection, or resets it so that the next call of the other end fails instead of
+// returning end-of-file.
 void End(PtzClient* client, bool is_cut) {
   const linger at_once = {.l_onoff = is_cut ? 1 : 0, .l_linger = 0};
   setsockopt(client->Fd(), SOL_SOCKET, SO_LINGER, &at_once, sizeof(at_once));
@@ -45,26 +46,26 @@ class PtzServer : public testing::Test {
   int SendAll(const Bytes& bytes) {
     return server_.SendAll(&server_, bytes.data(), static_cast<int>(bytes.size()));
   }
-  // A new client; it has the lowest free slot.
+  // Connects a client, which gets the lowest free slot.
   PtzClient& Connect() {
     clients_.emplace_back(kPort);
     OnStderr([this] { EXPECT_EQ(Accept(kAcceptUs), 0); });
     return clients_.back();
   }
-  // Waits until a client's socket shows one of `events`.
+  // Waits until the socket of a client reports one of `events`.
   void WaitFor(int slot, short events) const {
     pollfd source = {.fd = server_.clients[slot], .events = events, .revents = 0};
     EXPECT_EQ(poll(&source, 1, 5000), 1);
   }
-  // Waits as a mode does and serves the queues.
+  // Waits as a mode does, then serves the queues.
   void ServeQueues(int ms) {
     pollfd sources[CPTZSVR_SOURCES];
     CPTZSVR_Watch(&server_, true, sources);
     poll(sources, CPTZSVR_SOURCES, ms);
     CPTZSVR_SendQueued(&server_, sources);
   }
-  // Lets a client read until it has so many bytes in all, and its queue follow. The kernel opens a
-  // full connection again by a timer of its own, for which the clock of the tests stands still.
+  // Reads from a client until it has `wanted` bytes, and serves its queue. The kernel reopens a
+  // full window with a real-time timer, while the virtual clock stands still.
   void Take(PtzClient* client, int slot, size_t wanted, Bytes* got) {
     for (const double end = support::RealSeconds() + 10; got->size() < wanted;) {
       ASSERT_LT(support::RealSeconds(), end);
@@ -75,7 +76,7 @@ class PtzServer : public testing::Test {
       if (poll(&room, 1, 0) > 0) ServeQueues(0);
     }
   }
-  // What the next read gives: "COUNT FIRST-BYTE ", and what is said about it.
+  // The result of the next read, "COUNT FIRST-BYTE ", and the messages about it.
   string Next() {
     const string said = OnStderr([this] { return Recv(1000000); });
     const size_t count = said.find(' ') + 1;
@@ -118,7 +119,7 @@ TEST_F(PtzServer, ReadsTheLowestNumberedClientFirst) {
   EXPECT_EQ(Recv(0), -1);
 }
 
-TEST_F(PtzServer, FreesTheSlotOfAClientThatIsGone) {
+TEST_F(PtzServer, FreesTheSlotOfADisconnectedClient) {
   PtzClient& second = (Connect(), Connect());
   for (const bool is_cut : {false, true}) {
     const string fd = std::to_string(server_.clients[0]);
@@ -137,23 +138,23 @@ TEST_F(PtzServer, FreesTheSlotOfAClientThatIsGone) {
   }
 }
 
-TEST_F(PtzServer, KeepsWhatAClientCannotTakeYet) {
+TEST_F(PtzServer, QueuesWhatAClientCannotAcceptYet) {
   Connect();
   PtzClient& slow = Connect();
   const int& waiting = server_.queues[1].count;
   Bytes sent;
   Bytes got;
-  // Twice, the second time round the end of the queue's memory, with some left in between.
+  // Twice: the second round wraps around the end of the queue's memory, with a rest from the first.
   for (int i = 0; i < 2; ++i) {
     while (waiting < SEND_QUEUE_SIZE / 6 * 5) {
-      Bytes chunk(1009);  // no divisor of the queue's size
+      Bytes chunk(1009);  // does not divide the queue size
       std::iota(chunk.begin(), chunk.end(), static_cast<uint8_t>(sent.size() / chunk.size()));
       SendAll(chunk);
       sent.insert(sent.end(), chunk.begin(), chunk.end());
       ASSERT_EQ(clients_[0].Receive(chunk.size()), chunk);
     }
     EXPECT_GE(CPTZSVR_WaitLimitUs(&server_), 5000000);
-    // A server that was busy for longer than the limit asks once more before it gives up.
+    // A server that was busy beyond the timeout retries once before it drops the client.
     server_.last_progress_us[1] -= 20'000'000;
     EXPECT_EQ(CPTZSVR_WaitLimitUs(&server_), 0);
     while (i == 0 && waiting > SEND_QUEUE_SIZE / 3)
@@ -169,7 +170,7 @@ TEST_F(PtzServer, KeepsWhatAClientCannotTakeYet) {
 TEST_F(PtzServer, DropsAClientThatStopsReading) {
   Connect();
   Connect();
-  // Room for a few bytes comes back as the system moves what is queued: fill that up as well.
+  // The kernel frees some buffer space while it moves queued data: fill that, too.
   for (int full = 0; full < 200; poll(nullptr, 0, full > 0 ? 1 : 0)) {
     const size_t size = full == 0 ? sizeof(buffer_) : 1;
     full = send(server_.clients[0], buffer_, size, MSG_DONTWAIT) > 0 ? 0 : full + 1;
@@ -187,8 +188,8 @@ TEST_F(PtzServer, DropsAClientThatStopsReading) {
   EXPECT_EQ(Connected(), 1);
 }
 
-// The kernel notices a client that vanishes, and keeps little for one that reads nothing.
-TEST_F(PtzServer, BoundsWhatAClientCosts) {
+// The kernel detects vanished clients and buffers little for one that does not read.
+TEST_F(PtzServer, BoundsTheCostOfAClient) {
   clients_.emplace_back(kPort, 4096);
   OnStderr([this] { Accept(kAcceptUs); });
   size_t sent = 0;
@@ -204,7 +205,7 @@ TEST_F(PtzServer, BoundsWhatAClientCosts) {
     EXPECT_EQ(Option(server_.clients[0], level, option), value) << option;
 }
 
-TEST_F(PtzServer, GivesAClientThatHasEndedWhatWaits) {
+TEST_F(PtzServer, FlushesTheQueueOfAClientThatHasShutDown) {
   PtzClient& client = Connect();
   Bytes sent;
   while (server_.queues[0].count == 0) {
@@ -230,23 +231,23 @@ TEST_F(PtzServer, DropsAClientWhoseQueueIsFull) {
                 SendAll(large);
             }),
             "DISCONNECT : " + fd + "\n");
-  // The slot's next client starts with nothing.
+  // The next client in the slot starts with an empty queue.
   PtzClient& next = Connect();
   SendAll(kChunk);
   EXPECT_EQ(next.Receive(64), kChunk);
 }
 
-TEST_F(PtzServer, WaitsAsLongAsAsked) {
+TEST_F(PtzServer, WaitsForTheGivenTimeout) {
   for (int i = 0; i < CPTZSVR_MAX_CLIENTS; ++i)
     Connect();
   for (const int ms : {0, 120}) {
     ExpectTakes(ms, [this, ms] { EXPECT_EQ(Accept(ms * 1000), 0); });
-    ExpectTakes(ms, [this, ms] { EXPECT_EQ(Recv(ms * 100), -1); });  // for each of ten
+    ExpectTakes(ms, [this, ms] { EXPECT_EQ(Recv(ms * 100), -1); });  // for each of ten clients
   }
 }
 
-// As a mode does, pass after pass.
-TEST_F(PtzServer, WaitsWhenThereAreNoDescriptorsLeft) {
+// Calls the server pass after pass, as a mode does.
+TEST_F(PtzServer, BacksOffWhenNoDescriptorsAreLeft) {
   clients_.emplace_back(kPort);
   const string said = OnStderr([this] {
     const FailingCall call("accept4", EMFILE);
@@ -257,7 +258,7 @@ TEST_F(PtzServer, WaitsWhenThereAreNoDescriptorsLeft) {
     }
   });
   const string line = "[CPTZSVR_Accept] error, reason(accept, Too many open files)\n";
-  EXPECT_EQ(said, line + line + line);  // one a second
+  EXPECT_EQ(said, line + line + line);  // one per second
   OnStderr([this] {
     EXPECT_TRUE(sim::WaitUntil([this] { return Accept(1) == 0 && Connected() == 1; }));
   });

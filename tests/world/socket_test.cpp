@@ -31,7 +31,7 @@ TEST(TcpConnect, ConnectsByNameAndByAddress) {
   for (const auto& [host, port] : {std::pair("127.0.0.1", kPort), {"localhost", kPort + 65536}}) {
     const tools::UniqueFd plain(ZSK_ConnectTCPSocket(host, port));
     EXPECT_EQ(fcntl(plain.Get(), F_GETFL) & O_NONBLOCK, 0);
-    EXPECT_EQ(Option(plain.Get(), SOL_SOCKET, SO_SNDTIMEO), 0);  // its seconds: sends may block
+    EXPECT_EQ(Option(plain.Get(), SOL_SOCKET, SO_SNDTIMEO), 0);  // seconds: sends may block
     EXPECT_TRUE(tools::UniqueFd(accept(listener.Get(), nullptr, nullptr)).IsOpen());
     int fd = -1;
     const int result = ZSK_ASyncConnectTCPSocket(&fd, host, port);
@@ -43,7 +43,7 @@ TEST(TcpConnect, ConnectsByNameAndByAddress) {
     EXPECT_EQ(Option(fd, SOL_SOCKET, SO_ERROR), 0);
     EXPECT_TRUE(tools::UniqueFd(accept(listener.Get(), nullptr, nullptr)).IsOpen());
   }
-  // Where nobody accepts the connection stays in progress, and nobody waits for it.
+  // A connection that nobody accepts stays in progress without blocking the caller.
   ASSERT_EQ(listen(listener.Get(), 0), 0);
   const tools::UniqueFd queued(ZSK_ConnectTCPSocket("127.0.0.1", kPort));
   int fd = -1;
@@ -51,8 +51,8 @@ TEST(TcpConnect, ConnectsByNameAndByAddress) {
   close(fd);
 }
 
-TEST(TcpListener, TakesTheOptionsAsked) {
-  constexpr int kFreshPort = 4200;  // never used before: without SO_REUSEADDR that counts
+TEST(TcpListener, AppliesTheRequestedOptions) {
+  constexpr int kFreshPort = 4200;  // unused so far, as needed without SO_REUSEADDR
   for (const int options : {0, 1, 2, 3}) {
     const tools::UniqueFd fd(ZSK_BindTCPSocketEx(65536 + kFreshPort + options, options));
     EXPECT_EQ(support::LocalAddress(fd.Get()), "0.0.0.0 " + std::to_string(kFreshPort + options));
@@ -61,12 +61,12 @@ TEST(TcpListener, TakesTheOptionsAsked) {
     tcp_info info = {};
     socklen_t length = sizeof(info);
     getsockopt(fd.Get(), IPPROTO_TCP, TCP_INFO, &info, &length);
-    EXPECT_EQ(info.tcpi_sacked, 10U);  // of a listener: its backlog
+    EXPECT_EQ(info.tcpi_sacked, 10U);  // on a listener: the backlog
   }
 }
 
 TEST(TcpListener, BindsToTheAddressOfItsKind) {
-  // What this system makes of a wish for 4 MiB.
+  // The size that this system grants for 4 MiB.
   const tools::UniqueFd other(socket(AF_INET, SOCK_STREAM, 0));
   const int wish = 4194304;
   setsockopt(other.Get(), SOL_SOCKET, SO_SNDBUF, &wish, sizeof(wish));
@@ -85,7 +85,7 @@ TEST(TcpListener, BindsToTheAddressOfItsKind) {
   expect(ZSK_BindTCP6SocketLocal(kPort, 7), "::1");
 }
 
-TEST(TcpDottedQuad, LooksAtTheFormOnly) {
+TEST(TcpDottedQuad, ChecksOnlyTheForm) {
   for (const char* quad : {"192.168.0.1", "1..2.3", "999.1.1.1", "...", "1.2.3."})
     EXPECT_EQ(ZSK_IsDottedQuad(quad, static_cast<int>(strlen(quad))), 1) << quad;
   for (const char* text : {"1.2.3", "1.2.3.4.5", "1.2.3.4.", "1234.1.1.1", "1.1.1.0001", "a.b.c.d",
@@ -112,13 +112,13 @@ class TcpSendStream : public testing::Test {
   }
 
   tools::UniqueFd sender_, receiver_;
-  sim::Bytes bytes_ = sim::Bytes(32 << 20);  // more than the system holds for a connection
+  sim::Bytes bytes_ = sim::Bytes(32 << 20);  // exceeds the buffers of a connection
 };
 
-TEST_F(TcpSendStream, RefusesWhatIsNoSend) {
+TEST_F(TcpSendStream, RejectsInvalidArguments) {
   const std::tuple<int, const char*, int, const char*> rows[] = {
       {-1, nullptr, 5, "-4 [ZSK_SendTCPStream, 693] Error 5, 0\n"},
-      {1, "x", 0, "-4 [ZSK_SendTCPStream, 693] Error 0, "},  // and the address
+      {1, "x", 0, "-4 [ZSK_SendTCPStream, 693] Error 0, "},  // and the address follows
       {-1, "x", 1, "-3 "},
       {-1, "x", -7, "-3 "},
       {1, "x", -7, "-7 "},
@@ -133,7 +133,7 @@ TEST_F(TcpSendStream, RefusesWhatIsNoSend) {
   }
 }
 
-TEST_F(TcpSendStream, SendsAllHoweverLongThePeerTakes) {
+TEST_F(TcpSendStream, SendsEverythingToASlowPeer) {
   sim::Bytes received(bytes_.size());
   std::thread reader([&] {
     std::this_thread::sleep_for(sim::milliseconds(1500));
@@ -151,7 +151,7 @@ TEST_F(TcpSendStream, GivesUpAfterItsDeadline) {
       1000, [&] { EXPECT_EQ(OnStdout(send), "-1 "); }, 1300);
 }
 
-TEST_F(TcpSendStream, SurvivesAPeerThatIsGone) {
+TEST_F(TcpSendStream, SurvivesADisconnectedPeer) {
   receiver_.Reset();
   const auto send = [&] { return OnStdout([&] { return Send(9, 10); }); };
   const string said = "-2 [ZSK_SendTCPStream/send] Error Number : ";
@@ -193,11 +193,11 @@ TEST(UdpSocket, ReceivesWithoutWaiting) {
     EXPECT_EQ(receive(fd.Get()), count);
     EXPECT_EQ(buffer, bytes);
   }
-  for (const int nothing : {fd.Get(), fd.Get(), -1})  // the empty one, none, no socket
+  for (const int nothing : {fd.Get(), fd.Get(), -1})  // empty datagram, none, not a socket
     EXPECT_EQ(receive(nothing), 0);
 }
 
-TEST(UdpSocket, ReceivesWithALimit) {
+TEST(UdpSocket, ReceivesWithATimeout) {
   const tools::UniqueFd fd(ZSK_OpenLocalUDPSSocket(kPort));
   UdpPeer peer;
   char byte = 0;
@@ -210,7 +210,7 @@ TEST(UdpSocket, ReceivesWithALimit) {
   };
   expect(fd.Get(), 0, 0, 0, -1);
   expect(fd.Get(), 1, 50000, 2100, -1);
-  for (const int closed : {-1, 9999})  // nothing to wait for
+  for (const int closed : {-1, 9999})  // not open
     expect(closed, 5, 0, 0, -1);
   for (const uint8_t sent : {uint8_t{'a'}, uint8_t{'b'}})
     peer.SendTo(kPort, Bytes{sent});
@@ -220,8 +220,8 @@ TEST(UdpSocket, ReceivesWithALimit) {
   EXPECT_EQ(from.sin_addr.s_addr, htonl(INADDR_LOOPBACK));
 }
 
-// Where it is asked not to wait, it blocks: here until the limit of the socket itself.
-TEST(RealTimeUdpSocket, BlocksUntilItBecomesNonBlocking) {
+// Without a timeout it blocks, here until the timeout of the socket itself.
+TEST(RealTimeUdpSocket, BlocksUntilSetNonBlocking) {
   const tools::UniqueFd fd(ZSK_OpenLocalUDPSSocket(kPort));
   char byte = 0;
   sockaddr_in from = {};
@@ -252,13 +252,13 @@ TEST(UdpSocket, EnlargesItsBuffer) {
             "0 ZSK_GetSocketBufferSize error : 9, Bad file descriptor\n");
 }
 
-// An option that takes only 0 to 3 stands in for a system that refuses large buffers.
-TEST(UdpSocket, GoesHalfwayWhereTheSystemRefuses) {
+// An option that accepts only 0 to 3 simulates a system that rejects large buffers.
+TEST(UdpSocket, RetriesHalfwayWhenTheSystemRefuses) {
   const tools::UniqueFd fd(ZSK_OpenLocalUDPCSocket());
   constexpr int kBufferLock = 72;                                    // SO_BUF_LOCK
   EXPECT_EQ(ZSK_SetSocketBufferSize(fd.Get(), 40, kBufferLock), 2);  // 40, 20, 10, 5, 2
   EXPECT_EQ(ZSK_SetSocketBufferSize(fd.Get(), 20, kBufferLock), 3);  // 20, 11, 6, 4, 3
-  for (const int wish : {SOCK_DGRAM + 1, INT_MAX})                   // and one that takes none
+  for (const int wish : {SOCK_DGRAM + 1, INT_MAX})                   // an option that cannot be set
     EXPECT_EQ(ZSK_SetSocketBufferSize(fd.Get(), wish, SO_TYPE), SOCK_DGRAM) << wish;
 }
 

@@ -1,4 +1,4 @@
-// Start-up: settings, what all modes share, which mode takes a model.
+// Start-up: settings, shared resources, and the selection of the mode.
 #include <syslog.h>
 
 #include <algorithm>
@@ -27,7 +27,7 @@ TEST(Settings, ModelNameMayFillItsField) {
   }
 }
 
-TEST(Resources, UdpSocketThatCannotBeHadGoesToSyslog) {
+TEST(Resources, ReportsAMissingUdpSocketToSyslog) {
   const sim::PtyLine line;
   sim::InstallDevice({});
   Rs232Settings settings;
@@ -41,7 +41,7 @@ TEST(Resources, UdpSocketThatCannotBeHadGoesToSyslog) {
       const FailingCall failing(call);
       EXPECT_EQ(OpenResources(&settings, &context), OpenResult::kFailed);
     }
-    // Facility user, priority alert.
+    // Facility user, severity alert.
     EXPECT_EQ(syslog.WaitFor(logged).substr(0, 3), "<9>") << call;
     ReleaseResources(&context);
     closelog();
@@ -49,8 +49,8 @@ TEST(Resources, UdpSocketThatCannotBeHadGoesToSyslog) {
   }
 }
 
-// Not even by a process that shares: the system gives each datagram to one of the sharers.
-TEST(Resources, PortsAreTheDaemonsAsLongAsItRuns) {
+// Port sharing must fail, too, because the system would deliver each datagram to only one process.
+TEST(Resources, KeepsItsPortsToItself) {
   const sim::PtyLine line;
   sim::InstallDevice({});
   Rs232Settings settings;
@@ -67,7 +67,7 @@ TEST(Resources, PortsAreTheDaemonsAsLongAsItRuns) {
   }
 }
 
-// "-" none, or the letter of the one family that claims the model.
+// "-" if no family claims the model, else the letter of the family.
 std::string FamiliesOf(const char* model) {
   std::string families;
   if (IsQb710Model(model) != 0) families += '7';
@@ -77,7 +77,7 @@ std::string FamiliesOf(const char* model) {
   return families.empty() ? "-" : families;
 }
 
-TEST(ModelFamily, ClaimsWholeNamesOnly) {
+TEST(ModelFamily, MatchesOnlyWholeNames) {
   const std::pair<const char*, const char*> rows[] = {
       {"QB-710", "7"}, {"QB-210", "S"}, {"QB-220", "S"}, {"QB-310", "H"}, {"QB-350", "H"},
       {"QB-410", "L"}, {"QB-480", "L"}, {"QB-610", "-"}, {"QB-620", "-"}, {"", "-"},
@@ -87,7 +87,7 @@ TEST(ModelFamily, ClaimsWholeNamesOnly) {
     EXPECT_EQ(FamiliesOf(model), families) << model;
 }
 
-TEST(ModelFamily, ModesRefuseAMissingContextWithALine) {
+TEST(ModelFamily, ModesRejectAMissingContext) {
   for (const auto& [name, mode] : {std::pair("sd", &camd_cmod_sd), {"hd", &camd_cmod_hd}}) {
     const std::string line = support::OnStdout([run = mode] { return run(nullptr); });
     EXPECT_TRUE(line.starts_with(std::string("-1 [camd_cmod_") + name + "] Error line[")) << line;

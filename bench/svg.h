@@ -6,7 +6,7 @@
 
 #include "tools/format.h"
 
-namespace tools {
+namespace bench {
 
 class Svg {
  public:
@@ -22,7 +22,7 @@ class Svg {
   [[gnu::format(printf, 2, 3)]] void Add(const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    text_ += FormatList(format, arguments);
+    text_ += tools::FormatList(format, arguments);
     va_end(arguments);
   }
 
@@ -44,4 +44,4 @@ class Svg {
   std::string text_;
 };
 
-}  // namespace tools
+}  // namespace bench

@@ -1,0 +1,380 @@
+#include <fcntl.h>
+#include <sys/sem.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "cmmap/param_block.h"
+#include "daemon/settings.h"
+#include "ipc/cicomm.h"
+#include "lens/position.h"
+#include "lens/video_source.h"
+#include "relay/daemon_datagram.h"
+#include "serial/serial_port.h"
+#include "tools/commands.h"
+#include "tools/daemon_ports.h"
+#include "tools/device_mode.h"
+#include "tools/failure.h"
+#include "tools/files.h"
+#include "tools/format.h"
+#include "tools/frame_texts.h"
+#include "tools/json.h"
+#include "tools/output.h"
+#include "tools/param_fields.h"
+#include "tools/processes.h"
+#include "tools/unique_fd.h"
+#include "util/conf_file.h"
+
+namespace tools {
+
+namespace {
+
+constexpr char kDaemonName[] = "rs232d";
+
+// A fault keeps the daemon from its start or holds it up; a warning costs a part of what it does.
+enum class Grade { kOk, kWarning, kFault };
+
+const char* GradeName(Grade grade) {
+  constexpr const char* kNames[] = {"ok", "warning", "fault"};
+  return kNames[static_cast<size_t>(grade)];
+}
+
+struct Check {
+  const char* name;
+  Grade grade;
+  std::string finding;
+  std::string remedy;  // "" where nothing is to be done
+};
+
+// Looks at everything that the daemon needs, in the order in which a start needs it.
+class Inspection {
+ public:
+  Inspection() {
+    FindUdpPort();
+    FindDaemon();
+    CheckBlock();
+    CheckLocks();
+    CheckDevice();
+    if (udp_port != 0) CheckPort("own port", "udp", udp_port, Grade::kFault);
+    CheckPort("command port", "udp", RS232_COMMAND_PORT, Grade::kFault);
+    CheckPtzPort();
+    CheckSettings();
+  }
+
+  std::optional<Process> daemon;
+  bool is_serving = false;
+  std::vector<uint8_t> block;  // one of defaults where there is none
+  std::string model;           // "" where there is no block
+  std::string device;          // "" where none is named
+  bool is_device_open = false;
+  int udp_port = 0;  // 0 where none is given
+  int ptz_port = 0;  // 0 where there is no PTZ server
+  std::vector<std::string> clients;
+  std::vector<Check> checks;
+
+ private:
+  void Add(const char* name, Grade grade, const std::string& finding,
+           const std::string& remedy = "") {
+    checks.push_back({.name = name, .grade = grade, .finding = finding, .remedy = remedy});
+  }
+
+  // The one that has both ports, or the command port and the name; else one of that name.
+  void FindDaemon() {
+    const PortHolder holder = HolderOfPort("udp", RS232_COMMAND_PORT);
+    const PortHolder own = udp_port == 0 ? PortHolder() : HolderOfPort("udp", udp_port);
+    const auto named = ProcessesNamed(kDaemonName);
+    const bool has_name = std::ranges::count(named, holder.pid, &Process::pid) != 0;
+    const bool has_both = own.is_taken && own.pid == holder.pid;
+    is_serving = holder.is_taken && (has_name || has_both);
+    if (is_serving && holder.pid != 0) {
+      daemon = FindProcess(holder.pid);
+    } else if (!named.empty()) {
+      daemon = named.front();
+    }
+  }
+
+  bool IsDaemon(pid_t pid) const { return daemon.has_value() && daemon->pid == pid; }
+
+  void CheckBlock() {
+    const std::string path = PARAM_BLOCK_PATH;
+    try {
+      block = ReadFile(path);
+      if (block.size() >= PARAM_BLOCK_SIZE) {
+        model = ModelIn(block);
+        Add("parameter block", Grade::kOk, path + ", model " + model);
+        CheckPortCount();
+        return;
+      }
+      Add("parameter block", Grade::kFault,
+          path + " has " + std::to_string(block.size()) + " bytes, not " +
+              std::to_string(PARAM_BLOCK_SIZE),
+          "remove it and make a new one: rs232ctl params create model=NAME");
+    } catch (const Failure& failure) {
+      Add("parameter block", Grade::kFault, failure.what(), "rs232ctl params create model=NAME");
+    }
+    block = NewParamBlock();
+  }
+
+  void CheckPortCount() {
+    constexpr int32_t kNeeded = 2;
+    const int32_t count = NumberIn(block, FindParamField("serial-count"));
+    const bool is_enough = count >= kNeeded;
+    Add("serial ports", is_enough ? Grade::kOk : Grade::kFault,
+        std::to_string(count) + " in the parameter block, " + std::to_string(kNeeded) +
+            " are needed",
+        is_enough ? "" : "rs232ctl params set serial-count=2");
+  }
+
+  void CheckLocks() {
+    const UniqueFd file(open(PARAM_BLOCK_PATH, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    struct flock lock = {};
+    lock.l_type = F_WRLCK;
+    lock.l_len = 1;
+    const bool is_locked = fcntl(file.Get(), F_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
+    const int semaphore = semget(PARAM_BLOCK_KEY, 1, 0);
+    const int last = semaphore < 0 ? 0 : semctl(semaphore, 0, GETPID);
+    // One that nobody has ever had belongs to a maker that died: the daemon frees it.
+    const bool is_held = last > 0 && semctl(semaphore, 0, GETVAL) == 0;
+    if (!is_locked && !is_held) {
+      Add("block's locks", Grade::kOk, "free");
+      return;
+    }
+    const pid_t pid = is_locked ? lock.l_pid : last;
+    Add("block's locks", Grade::kFault,
+        std::string(is_locked ? "file lock" : "semaphore") + " held by " + ProcessText(pid) +
+            "; a start waits for it",
+        FindProcess(pid).has_value() ? "end that process"
+                                     : "ipcrm -S " + std::to_string(PARAM_BLOCK_KEY));
+  }
+
+  void CheckDevice() {
+    const std::string path = SERIAL_CAPABILITIES_PATH;
+    const std::string line = std::string(SERIAL_DEVICE_KEY) + "=/dev/...";
+    char value[CUTIL_CONF_VALUE_SIZE] = "";
+    if (access(path.c_str(), R_OK) != 0) {
+      Add("serial device", Grade::kFault, "there is no " + path, "write it, with the line " + line);
+      return;
+    }
+    if (CUTIL_GetConfValue(path.c_str(), SERIAL_DEVICE_KEY, value, sizeof(value)) != 0 ||
+        *value == '\0') {
+      Add("serial device", Grade::kFault, path + " names none", "add the line " + line);
+      return;
+    }
+    device = value;
+    struct stat status;
+    if (stat(value, &status) != 0) {
+      Add("serial device", Grade::kFault, "there is no " + device,
+          "plug it in or load its driver, or correct " + path);
+    } else if (!S_ISCHR(status.st_mode)) {
+      Add("serial device", Grade::kFault, device + " is no device", "correct " + path);
+    } else {
+      CheckDeviceUsers();
+    }
+  }
+
+  void CheckDeviceUsers() {
+    std::error_code error;
+    // That of a virtual device, whose other end may have this one open as well.
+    const bool is_pty = std::filesystem::canonical(device, error).string().starts_with("/dev/pts/");
+    Grade grade = Grade::kOk;
+    std::string finding = device;
+    for (const Process& process : ProcessesWithFile(device)) {
+      is_device_open = is_device_open || IsDaemon(process.pid);
+      if (IsDaemon(process.pid) || is_pty) continue;
+      grade = Grade::kWarning;
+      finding += ", open in " + ProcessText(process.pid) + " too";
+    }
+    Add("serial device", grade, finding,
+        grade == Grade::kOk ? "" : "end that process: each takes bytes from the other");
+  }
+
+  void FindUdpPort() {
+    try {
+      udp_port = DaemonUdpPort();
+    } catch (const Failure& failure) {
+      Add("own port", Grade::kWarning, std::string(failure.what()) + ": the system chooses one",
+          std::string("write ") + UDP_PORT_KEY + "=PORT to " + UDP_PORT_TABLE_PATH);
+    }
+  }
+
+  void CheckPort(const char* name, const char* protocol, int port, Grade if_taken) {
+    const PortHolder holder = HolderOfPort(protocol, port);
+    const std::string text = std::string(protocol) + " " + std::to_string(port);
+    if (!holder.is_taken) {
+      Add(name, Grade::kOk, text + ", free");
+    } else if (holder.pid == 0) {
+      Add(name, is_serving ? Grade::kOk : if_taken, text + ", taken by a process of another user",
+          is_serving ? "" : "look as root who it is");
+    } else if (IsDaemon(holder.pid)) {
+      Add(name, Grade::kOk, text);
+    } else {
+      Add(name, if_taken, text + ", taken by " + ProcessText(holder.pid),
+          "end that process, then start the daemon again");
+    }
+  }
+
+  void CheckPtzPort() {
+    if (model.empty()) return;
+    if (NumberIn(block, FindParamField("ptz-enable")) != 1) {
+      Add("PTZ port", Grade::kOk, "off");
+      return;
+    }
+    const int32_t port = NumberIn(block, FindParamField("ptz-port"));
+    if (port < 1 || port > INT16_MAX) {
+      Add("PTZ port", Grade::kWarning,
+          std::to_string(port) + " is not from 1 to 32767: no PTZ server",
+          "rs232ctl params set ptz-port=4001");
+      return;
+    }
+    ptz_port = port;
+    CheckPort("PTZ port", "tcp", port, Grade::kWarning);
+    if (is_serving) clients = ClientsOfPort(port);
+  }
+
+  void CheckSettings() {
+    if (access(CUTIL_TEMP_CONF_PATH, F_OK) == 0) {
+      Add("settings", Grade::kWarning,
+          std::string(CUTIL_TEMP_CONF_PATH) + " is left over: no settings can be written",
+          std::string("rm ") + CUTIL_TEMP_CONF_PATH);
+    }
+    if (ModeOfModel(model) != MODE_LENS) return;
+    for (const char* path : {MFZ_CONF_PATH, VIDEO_SOURCE_PATH}) {
+      if (access(path, R_OK) == 0) continue;
+      Add("lens settings", Grade::kWarning, std::string("there is no ") + path,
+          std::string("make it: touch ") + path);
+    }
+  }
+};
+
+// --- Output ------------------------------------------------------------------------------------
+
+// "9600 8N1".
+std::string LineText(const SerialLine& line) {
+  constexpr std::array<char, 3> kParities = {'N', 'E', 'O'};
+  return std::to_string(line.baud_rate) + " " + std::to_string(line.data_bits) +
+         kParities[static_cast<size_t>(line.parity)] + std::to_string(line.stop_bits);
+}
+
+// "2 d 03:04:05".
+std::string UptimeText(long seconds) {
+  constexpr long kMinute = 60;
+  constexpr long kHour = 60 * kMinute;
+  constexpr long kDay = 24 * kHour;
+  const std::string days = seconds < kDay ? "" : std::to_string(seconds / kDay) + " d ";
+  return days + Format("%02ld:%02ld:%02ld", seconds % kDay / kHour, seconds % kHour / kMinute,
+                       seconds % kMinute);
+}
+
+std::string DeviceState(const Inspection& device) {
+  if (!device.daemon.has_value()) return "closed";
+  // Who may not look at the daemon's descriptors cannot tell.
+  const std::string descriptors = "/proc/" + std::to_string(device.daemon->pid) + "/fd";
+  if (access(descriptors.c_str(), R_OK) != 0) return "state known to root only";
+  return device.is_device_open ? "open" : "lost or not yet open";
+}
+
+void PrintState(const Inspection& device) {
+  const auto row = [](const char* name, const std::string& text) {
+    Print(stdout, "%-8s %s\n", name, text.c_str());
+  };
+  if (device.daemon.has_value()) {
+    row("daemon", ProcessText(device.daemon->pid) + ", up " +
+                      UptimeText(SecondsSinceStart(device.daemon->pid)) +
+                      (device.is_serving ? "" : ", does not serve yet"));
+  }
+  if (!device.model.empty()) {
+    row("device", device.model + ", mode " + ModeName(ModeOfModel(device.model)));
+  }
+  if (!device.device.empty()) {
+    row("line",
+        device.device + ", " + LineText(LineSettingsIn(device.block)) + ", " + DeviceState(device));
+  }
+  if (!device.is_serving) return;
+  std::string clients = std::to_string(device.clients.size());
+  for (const std::string& client : device.clients)
+    clients += (&client == device.clients.data() ? ": " : ", ") + client;
+  row("clients", clients);
+}
+
+void PrintChecks(const Inspection& device) {
+  for (const auto& [name, grade, finding, remedy] : device.checks) {
+    Print(stdout, "%-8s %-16s %s\n", GradeName(grade), name, finding.c_str());
+    if (!remedy.empty()) Print(stdout, "%-8s %-16s -> %s\n", "", "", remedy.c_str());
+  }
+}
+
+void PrintJsonStatus(const Inspection& device) {
+  json_object* clients = json_object_new_array();
+  for (const std::string& client : device.clients)
+    json_object_array_add(clients, NewJsonText(client));
+  json_object* checks = json_object_new_array();
+  for (const auto& [name, grade, finding, remedy] : device.checks) {
+    json_object_array_add(checks, NewJsonObject({{"name", NewJsonText(name)},
+                                                 {"verdict", NewJsonText(GradeName(grade))},
+                                                 {"finding", NewJsonText(finding)},
+                                                 {"remedy", NewJsonText(remedy)}}));
+  }
+  const auto number_or_null = [](bool is_there, int64_t number) {
+    return is_there ? json_object_new_int64(number) : nullptr;
+  };
+  const bool runs = device.daemon.has_value();
+  const pid_t pid = runs ? device.daemon->pid : 0;
+  PrintJson(OwnJson(NewJsonObject(
+      {{"running", json_object_new_boolean(runs)},
+       {"serving", json_object_new_boolean(device.is_serving)},
+       {"pid", number_or_null(runs, pid)},
+       {"uptime", number_or_null(runs, runs ? SecondsSinceStart(pid) : 0)},
+       {"model", NewJsonText(device.model)},
+       {"mode", device.model.empty() ? nullptr : NewJsonText(ModeName(ModeOfModel(device.model)))},
+       {"device", NewJsonText(device.device)},
+       {"line", NewJsonText(LineText(LineSettingsIn(device.block)))},
+       {"device_state", NewJsonText(DeviceState(device))},
+       {"udp_port", number_or_null(device.udp_port != 0, device.udp_port)},
+       {"ptz_port", number_or_null(device.ptz_port != 0, device.ptz_port)},
+       {"clients", clients},
+       {"checks", checks}})));
+}
+
+void RunStatus(bool is_json) {
+  const Inspection device;
+  if (is_json) {
+    PrintJsonStatus(device);
+  } else {
+    PrintState(device);
+    PrintChecks(device);
+  }
+  if (device.is_serving) return;
+  fflush(stdout);  // before the line on standard error
+  const auto faults = std::ranges::count(device.checks, Grade::kFault, &Check::grade);
+  throw Failure(EXIT_STATUS_NO_DAEMON,
+                std::string(kDaemonName) + " does not " +
+                    (device.daemon.has_value() ? "serve yet" : "run") + "; " +
+                    (faults == 0 ? "nothing keeps it from its start"
+                                 : Count(static_cast<size_t>(faults), "fault") + " found"));
+}
+
+}  // namespace
+
+void AddStatusCommand(CLI::App* app) {
+  CLI::App* status =
+      app->add_subcommand("status", "Tell how the daemon is, or why it does not run");
+  const auto is_json = std::make_shared<bool>();
+  status->add_flag("--json", *is_json, "print a JSON object");
+  status->footer(
+      "Each condition of a start is printed with a verdict and what helps. Where the daemon does "
+      "not serve the status is 3. Root sees more than others do.\n"
+      "Example: rs232ctl status --json");
+  status->final_callback([is_json] { RunStatus(*is_json); });
+}
+
+}  // namespace tools
