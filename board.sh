@@ -1,13 +1,13 @@
 #!/bin/sh
-# Boots a board in an emulator (Debian's kernel for ARM, BusyBox, the armhf package) and tries what
-# a pseudo-terminal cannot show: a real serial driver, USB adapters, reboots, power cuts.
+# Boots a board in an emulator (Debian's ARM kernel, BusyBox, the armhf package) and tests what a
+# pseudo-terminal cannot: a real serial driver, USB adapters, reboots, power cuts.
 #   ./board.sh [--quick | --long] [TEST...]
 #   ./board.sh --shell [MODEL]
-# TEST: settings, drain, break, idle, stop, unbound, usb, update, cuts; all without one. One line
-# for each; status 1 when one failed.
-# --quick: settings, stop and 3 power cuts, in about a minute; --long: 100 power cuts instead of 20
-# --shell: a console on the board, with the far end of MODEL on its line; MODEL: QB-620 (default, a
-# PTZ head), QB-210, QB-310 (camera modules), QB-420 (a lens), ...; `poweroff` ends it
+# TEST: settings, drain, break, idle, stop, unbound, usb, update, cuts; default: all. Prints one line
+# for each test. Exit status 1 if a test failed.
+# --quick runs settings, stop and 3 power cuts in about a minute; --long makes 100 power cuts, not 20.
+# --shell opens a console on the board, with the far end of MODEL on its line: QB-620 (default, a PTZ
+# head), QB-210, QB-310 (camera modules), QB-420 (a lens), ... Exit with `poweroff`.
 set -eu
 cd "$(dirname "$0")"
 
@@ -40,33 +40,33 @@ case "${1:-}" in
     ;;
 esac
 
-# --- What the board is made of --------------------------------------------------------------------
+# --- The parts of the board --------------------------------------------------------------------
 
 out=$PWD/build-board
 
-# Downloads a package of the board and unpacks it in $out/packages; nothing is installed.
-take_package() {
+# Downloads a package for the board and unpacks it in $out/packages without installing it.
+fetch_package() {
   place=$out/packages/$1
   [ ! -d "$place" ] || return 0
   rm -rf "$out/download"
   mkdir -p "$out/download" "$out/packages"
   (cd "$out/download" && apt-get -o APT::Sandbox::User=root download -qq "$1:armhf" 2>/dev/null) ||
-    fail "cannot download $1:armhf; the kernel of a board comes from Debian (bookworm or later)"
+    fail "cannot download $1:armhf (needs the package sources of Debian 12 or later)"
   dpkg-deb -x "$out"/download/*.deb "$out/download/files"
   mv "$out/download/files" "$place"
   rm -rf "$out/download"
 }
 
-take_packages() {
+fetch_packages() {
   kernel=$(apt-cache depends linux-image-armmp:armhf 2>/dev/null |
     sed -n 's/^ *Depends: \(linux-image-[^:]*\).*/\1/p' | head -n 1)
-  # What is at hand will do where the lists of packages are gone.
+  # Without package lists, use the packages of an earlier run.
   [ -n "$kernel" ] || kernel=$(cd "$out/packages" 2>/dev/null && echo linux-image-*)
   case "$kernel" in
-    '' | *'*'*) fail "there is no package linux-image-armmp:armhf to be had (Debian has it)" ;;
+    '' | *'*'*) fail "package linux-image-armmp:armhf not found (needs the package sources of Debian)" ;;
   esac
   for package in "$kernel" busybox-static libc6 libgcc-s1 libstdc++6 libjson-c5; do
-    take_package "$package"
+    fetch_package "$package"
   done
 }
 
@@ -80,7 +80,7 @@ build() {
 
 ./packaging/build-deps.sh
 ./packaging/build-deps.sh --cross armhf qemu-system-arm cpio e2fsprogs python3
-take_packages
+fetch_packages
 build
 board/make_root.sh "$out" build-armhf/rs232d_*_armhf.deb
 exec python3 -B board/board_tests.py "$out" build/tests/far_end "$@"

@@ -1,6 +1,6 @@
 """An emulated board, its console, and the host's end of its serial line.
 
-Everything that is started here ends with this process (setpriv --pdeathsig), however that ends.
+All child processes die with this process (setpriv --pdeathsig).
 """
 import json
 import os
@@ -19,7 +19,7 @@ USB_LINE = "/dev/ttyUSB0"
 
 
 class Failed(Exception):
-    """What was expected did not come about."""
+    """An expectation of a test was not met."""
 
 
 def expect(condition, text):
@@ -28,27 +28,27 @@ def expect(condition, text):
 
 
 def await_true(what, condition, limit_s=40):
-    """Waits until condition() is true; returns what it returned."""
+    """Waits until condition() is true and returns its result."""
     end = time.time() + limit_s
     while True:
         value = condition()
         if value:
             return value
-        expect(time.time() < end, f"not within {limit_s} s: {what}")
+        expect(time.time() < end, f"timeout after {limit_s} s: {what}")
         time.sleep(0.02)
 
 
 class Line:
-    """The host's end of a line: takes what comes, at most `baud` / 10 bytes a second if that is
-    set, and knows when each byte came. What is not taken holds the board's transmitter up."""
+    """The host's end of a line. Reads and timestamps all bytes, at most `baud` / 10 bytes a second
+    if `baud` is not 0. Unread bytes block the board's transmitter."""
 
     def __init__(self, far, baud):
         self.far = far
         self.byte_s = 10 / baud if baud else 0
         self.arrivals = []  # (time, bytes)
-        threading.Thread(target=self._take, daemon=True).start()
+        threading.Thread(target=self._read, daemon=True).start()
 
-    def _take(self):
+    def _read(self):
         due = 0.0
         while True:
             chunk = self.far.recv(1 if self.byte_s else 4096)
@@ -74,8 +74,8 @@ class Line:
 
 
 class FarEnd:
-    """A head, module or lens on a pty: the bench's own (tests/service/far_end.cpp), in a mount
-    namespace where it may write its files. Its words are kept, or `shown` on standard output."""
+    """A head, module or lens on a pty (tests/service/far_end.cpp), in a mount namespace for its
+    files. Its output is kept, or printed on standard output if `shown`."""
 
     WORLD = """
         for place in /etc /var /run /mnt; do mount -t tmpfs tmpfs $place; done
@@ -86,15 +86,15 @@ class FarEnd:
         exec setpriv --pdeathsig KILL "$@" """
 
     def __init__(self, program, model, shown=False):
-        self.words = tempfile.NamedTemporaryFile()
+        self.output = tempfile.NamedTemporaryFile()
         namespaces = "-mn" if os.geteuid() == 0 else "-rmn"
         self.process = subprocess.Popen(
             ["unshare", namespaces, "sh", "-ec", self.WORLD, "sh", program, model, "4001"],
-            stdin=subprocess.PIPE, stdout=None if shown else self.words)
+            stdin=subprocess.PIPE, stdout=None if shown else self.output)
         root = f"/proc/{self.process.pid}/root"
         link = f"{root}/dev/ttyS1"
         await_true("the far end's pty", lambda: os.path.islink(link) or self.process.poll())
-        expect(self.process.poll() is None, f"no far end for {model}")
+        expect(self.process.poll() is None, f"cannot start the far end of {model}")
         self.pty = root + os.readlink(link)
 
     def __enter__(self):
@@ -104,26 +104,26 @@ class FarEnd:
         self.process.kill()
         self.process.wait()
 
-    def said(self, words):
-        with open(self.words.name, errors="replace") as file:
-            return words in file.read()
+    def has_printed(self, text):
+        with open(self.output.name, errors="replace") as file:
+            return text in file.read()
 
-    def await_words(self, words, limit_s=40):
-        await_true(f"far end: {words}", lambda: self.said(words), limit_s)
+    def await_output(self, text, limit_s=40):
+        await_true(f"far end: {text}", lambda: self.has_printed(text), limit_s)
 
 
 class Board:
-    """One board, from power on to power off (`with`). `out` holds what it boots from."""
+    """A board that runs inside a `with` block. It boots from the files in `out`."""
 
     def __init__(self, out, model="QB-620", usb=False, disk=None, baud=0, reboots=False):
         self.uart_log = tempfile.NamedTemporaryFile()
         self.console, console = socket.socketpair()
         self.qmp, qmp = socket.socketpair()
         far, near = socket.socketpair()
-        # Held up at once when nobody takes what is there.
+        # The smallest buffer, so that unread bytes block the board at once.
         near.setsockopt(socket.SOL_SOCKET, socket.SO_SNDBUF, 1)
         self.ends = {"con": console, "qmp": qmp, "line0": near}
-        self.text = ""  # what came from the console and was not looked at
+        self.text = ""  # console output not yet matched
         self.commands = 0
         arguments = self.machine(out, model, usb, disk, reboots)
         for name, end in self.ends.items():
@@ -142,11 +142,11 @@ class Board:
         self.line = Line(far, baud)
         self.qmp_file = self.qmp.makefile("r")
         self.qmp_file.readline()
-        self.ask("qmp_capabilities")
+        self.control("qmp_capabilities")
 
     @staticmethod
     def machine(out, model, usb, disk, reboots):
-        """What every board has, the tests' and the one with a console for a user."""
+        """Arguments that the boards of the tests and of --shell have in common."""
         line = USB_LINE if usb else LINE
         arguments = ["setpriv", "--pdeathsig", "KILL", "qemu-system-arm",
                      "-M", "virt,highmem=off", "-cpu", "cortex-a7", "-m", "96",
@@ -156,7 +156,7 @@ class Board:
         if not reboots:
             arguments += ["-no-reboot"]
         if disk:
-            # The file has what the board's kernel handed to the disk, and no more.
+            # The file contains exactly what the board's kernel has written to the disk.
             arguments += ["-drive", f"if=none,id=disk,format=raw,file={disk}",
                           "-device", "virtio-blk-device,drive=disk"]
         return arguments
@@ -177,7 +177,7 @@ class Board:
         self.cut()
 
     def cut(self):
-        """Power off, without a warning: what is in the memory of the board is lost."""
+        """Cuts the power: everything in the board's memory is lost."""
         self.process.kill()
         self.process.wait()
         for end in (self.console, self.qmp, self.line.far):
@@ -186,7 +186,7 @@ class Board:
     # --- Console ----------------------------------------------------------------------------------
 
     def read_console(self, pattern, limit_s, what):
-        """Returns the match of `pattern`, and drops what came up to its end."""
+        """Waits for `pattern` and returns the match; drops the output up to its end."""
         end = time.time() + limit_s
         while True:
             match = re.search(pattern, self.text)
@@ -196,7 +196,7 @@ class Board:
             left = end - time.time()
             ready = left > 0 and select.select([self.console], [], [], left)[0]
             chunk = self.console.recv(65536) if ready else b""
-            expect(chunk, f"{what}: the console ends with {self.text[-300:]!r}")
+            expect(chunk, f"{what}: timeout; last console output: {self.text[-300:]!r}")
             self.text += chunk.decode(errors="replace")
 
     def await_up(self):
@@ -207,7 +207,7 @@ class Board:
         self.await_serving()
 
     def run(self, command, limit_s=COMMAND_S, status=0):
-        """Runs a command; returns what it printed. Any status is fine where `status` is None."""
+        """Runs a command and returns its output. Accepts any exit status if `status` is None."""
         self.commands += 1
         mark = f"@@{self.commands}"
         self.console.sendall(f"{{ {command}\n}} 2>&1; echo {mark} $?.\n".encode())
@@ -217,7 +217,7 @@ class Board:
         return match[1].replace("\r", "").strip()
 
     def await_run(self, command, limit_s=40):
-        """Until a command succeeds, on the board."""
+        """Repeats a command on the board until it succeeds."""
         polls = limit_s * 20
         self.run(f"n=0; until {command}; do n=$((n + 1)); [ $n -lt {polls} ] || break;"
                  f" usleep 50000; done; [ $n -lt {polls} ]", limit_s * 4 + COMMAND_S)
@@ -226,7 +226,7 @@ class Board:
         self.await_run("grep -q ':2721 ' /proc/net/udp")  # the command channel
 
     def start(self, arguments=""):
-        """Starts the daemon with what it prints in /tmp/log."""
+        """Starts the daemon with its output in /tmp/log."""
         self.run("/etc/init.d/S60rs232d stop")
         self.run(f"rs232d {arguments} >/tmp/log 2>&1 </dev/null &")
         self.await_serving()
@@ -235,41 +235,41 @@ class Board:
         self.run("/etc/init.d/S60rs232d restart")
         self.await_serving()
 
-    def count(self, words):
-        return int(self.run(f"grep -c '{words}' /tmp/log", status=None))
+    def count(self, text):
+        return int(self.run(f"grep -c '{text}' /tmp/log", status=None))
 
     # --- The machine ------------------------------------------------------------------------------
 
-    def ask(self, command, **arguments):
+    def control(self, command, **arguments):
         self.qmp.sendall(json.dumps({"execute": command, "arguments": arguments}).encode())
         return self.await_qmp(lambda reply: "return" in reply or "error" in reply)
 
     def await_qmp(self, is_wanted):
         while True:
             line = self.qmp_file.readline()
-            expect(line, "the emulator has ended")
+            expect(line, "the emulator exited")
             reply = json.loads(line)
             if is_wanted(reply):
                 expect("error" not in reply, f"emulator: {reply}")
                 return reply
 
     def attach(self, far_end):
-        """Puts a far end behind the line, in place of what is there."""
-        self.ask("chardev-change", id="line0",
+        """Connects the line to a far end instead of the socket."""
+        self.control("chardev-change", id="line0",
                  backend={"type": "serial", "data": {"device": far_end.pty}})
 
     def unplug(self):
-        self.ask("device_del", id="adapter")
+        self.control("device_del", id="adapter")
         self.await_qmp(lambda reply: reply.get("data", {}).get("device") == "adapter")
 
     def plug(self):
         driver, *pairs = self.adapter().split(",")
-        self.ask("device_add", driver=driver, **dict(
+        self.control("device_add", driver=driver, **dict(
             (name, True if value == "on" else value)
             for name, value in (pair.split("=") for pair in pairs)))
 
     def uart(self):
-        """[(time, baud, parity, data bits, stop bits)]: every setting that the UART has had."""
+        """Returns all settings of the UART so far: [(time, baud, parity, data bits, stop bits)]."""
         row = (r"@(\d+\.\d+):serial_update_parameters "
                r"baudrate=(\d+) parity='(.)' data=(\d) stop=(\d)")
         with open(self.uart_log.name) as file:

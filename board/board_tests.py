@@ -1,4 +1,4 @@
-"""What is tried on the board; board.sh says how it is called."""
+"""The tests on the emulated board. board.sh describes the arguments."""
 import os
 import re
 import shutil
@@ -9,7 +9,7 @@ import time
 
 from board import COMMAND_S, LINE, Board, Failed, FarEnd, await_true, expect
 
-# What the emulator and the socket hold of what the board has sent.
+# Bytes sent by the board that the emulator and the socket may still hold.
 ON_THE_WAY = 8
 STOP_S = 2.0
 RESIDENT_KIB = 2048
@@ -28,7 +28,7 @@ def set_line(board, baud=9600, parity="none", data=8, stop=1):
 
 
 def test_settings(board):
-    """The UART runs as the parameter block says; after the stop as it was found."""
+    """The UART has the settings of the parameter block, and the original ones after a stop."""
     board.run("/etc/init.d/S60rs232d stop")
     for baud, parity, data, stop in ROWS:
         set_line(board, baud, parity, data, stop)
@@ -37,16 +37,16 @@ def test_settings(board):
         board.await_serving()
         wanted = (baud, parity[0].upper(), data, stop)
         has = board.uart()[-1][1:]
-        expect(has == wanted, f"the UART has {has} in place of {wanted}")
+        expect(has == wanted, f"the UART has {has} instead of {wanted}")
         board.run("/etc/init.d/S60rs232d stop")
         has = board.uart()[-1][1:]
-        expect(has == FOUND, f"the UART was left with {has}, not as found: {FOUND}")
+        expect(has == FOUND, f"after the stop the UART has {has} instead of {FOUND}")
     board.run(f"stty -F {LINE} 9600 cs8 -parenb -cstopb")
-    return f"{len(ROWS)} settings in the UART's registers, and restored"
+    return f"{len(ROWS)} settings applied to the UART, and restored"
 
 
 def test_drain(board):
-    """A write is over when the line has sent its last byte."""
+    """A write returns when the line has sent its last byte."""
     set_line(board, 1200)
     board.start("1")
     board.line.clear()
@@ -55,25 +55,25 @@ def test_drain(board):
     end = time.time()
     await_true("240 bytes", lambda: len(board.line.received()) >= 240)
     late = end - board.line.arrivals[-1][0]
-    expect(-0.1 < late < 1, f"the write was over {late:.2f} s after the last byte")
-    return f"the write of 2 s was over {late:.2f} s after the last byte"
+    expect(-0.1 < late < 1, f"the write returned {late:.2f} s after the last byte")
+    return f"a write of 2 s returned {late:.2f} s after the last byte"
 
 
 def test_break(board):
-    """A break is a byte 0 for the clients, and the line goes on."""
+    """The clients receive a break as a zero byte; the line still works."""
     set_line(board)
     board.start()
     board.run("rm -f /tmp/client; sleep 600 | nc 127.0.0.1 4001 >/tmp/client & sleep 1")
-    board.ask("chardev-send-break", id="line0")
+    board.control("chardev-send-break", id="line0")
     board.line.send(b"after")
     board.await_run("grep -q after /tmp/client")
     got = board.run("od -An -tx1 /tmp/client; killall nc sleep")
-    expect(got.split() == "00 61 66 74 65 72".split(), f"the client has {got}")
-    return "a byte 0, and what came after it"
+    expect(got.split() == "00 61 66 74 65 72".split(), f"the client received {got}")
+    return "the client received a zero byte, and the bytes after the break"
 
 
 def test_idle(board):
-    """Nothing to do, nothing done; resident memory on ARM."""
+    """An idle daemon does not wake up; its resident memory on ARM."""
     board.restart()
     time.sleep(2)
     look = "cd /proc/$(pidof rs232d); grep -h ^voluntary task/*/status; grep VmRSS status"
@@ -86,7 +86,7 @@ def test_idle(board):
 
 
 def test_stop(board):
-    """A stop on a busy line is short, and nothing leaves at another speed."""
+    """A stop on a busy line is short, and sends nothing at another speed."""
     set_line(board, 1200)
     board.restart()
     board.line.clear()
@@ -102,13 +102,13 @@ def test_stop(board):
     sent = len(board.line.received())
     wrong = sum(at > changed[0] for at, _ in board.line.arrivals)
     expect(seconds <= STOP_S, f"the stop took {seconds:.1f} s")
-    expect(wrong <= ON_THE_WAY, f"{wrong} bytes left at another speed")
+    expect(wrong <= ON_THE_WAY, f"{wrong} bytes were sent at another speed")
     expect(0 < sent < len(BUSY), f"{sent} bytes were sent")
     return f"{seconds:.2f} s with {len(BUSY)} bytes queued at 1200 baud; {sent} were sent"
 
 
 def test_unbound(board):
-    """The line is not said to be back while its driver is away."""
+    """The line is not reported as back while its driver is unbound."""
     set_line(board)
     board.start()
     device = board.run(f"basename $(readlink /sys/class/tty/{os.path.basename(LINE)}/device)")
@@ -116,18 +116,18 @@ def test_unbound(board):
     board.run(f"echo {device} >{driver}/unbind")
     board.await_run("grep -q 'serial line lost' /tmp/log")
     time.sleep(5)
-    told = (board.count("serial line lost"), board.count("serial line is back"))
-    expect(told == (1, 0), f"lost was said {told[0]} times, back {told[1]} times")
+    reports = (board.count("serial line lost"), board.count("serial line is back"))
+    expect(reports == (1, 0), f"reported lost {reports[0]} times, back {reports[1]} times")
     board.run(f"echo {device} >{driver}/bind")
     board.await_run("grep -q 'serial line is back' /tmp/log")
     board.line.clear()
     board.run("rs232ctl write --text bound-again")
     board.line.await_bytes(b"bound-again")
-    return "lost said once, back once the driver was there"
+    return "reported lost once, and back when the driver was bound"
 
 
 def test_usb(out):
-    """A USB adapter goes away and comes back, idle and under load."""
+    """A USB adapter is unplugged and plugged in, idle and under load."""
     with Board(out, usb=True) as board:
         set_line(board, 115200)
         board.start()
@@ -139,20 +139,20 @@ def test_usb(out):
             board.unplug()
             board.await_run("[ $(grep -c 'serial line lost' /tmp/log) = %d ]" % (1 + load))
             time.sleep(3)
-            expect(board.count("serial line is back") == load, "back was said without an adapter")
+            expect(board.count("serial line is back") == load, "reported back without an adapter")
             board.plug()
             board.await_run("[ $(grep -c 'serial line is back' /tmp/log) = %d ]" % (1 + load))
             if load:
                 board.run("kill $(cat /tmp/load)")
             board.run("rs232ctl write --text plugged-%d" % load)
             board.line.await_bytes(b"plugged-%d" % load)
-    return "served within a second or two of being plugged in, idle and under load"
+    return "lost and back, idle and under load"
 
 
 # --- Reboots --------------------------------------------------------------------------------------
 
 def test_update(out, program):
-    """New firmware for a camera module, the reboot after it, and the service after that."""
+    """A firmware update of a camera module, the reboot, and the service after it."""
     with (FarEnd(program, "QB-310") as micom,
           Board(out, model="QB-310", reboots=True) as board):
         board.attach(micom)
@@ -160,18 +160,18 @@ def test_update(out, program):
         board.await_run("[ -s /var/nvt/camera.info ]")
         board.run("head -c 3064 /dev/urandom >/tmp/image")
         board.run("rs232ctl firmware-update --yes /tmp/image")
-        micom.await_words("loader: all bytes are there, the checksum is right", 120)
+        micom.await_output("loader: all bytes are there, the checksum is right", 120)
         board.read_console("@@RESET", COMMAND_S, "micom_reset")
         with FarEnd(program, "QB-310") as reset:
             board.attach(reset)
             board.await_up()
             board.await_run("[ -s /var/nvt/camera.info ]")
             board.run("rs232ctl ptz zoom-tele")
-            reset.await_words("zoom")
-    return "3000 bytes at 115200 baud, rebooted, served"
+            reset.await_output("zoom")
+    return "3000 bytes at 115200 baud, reboot, service"
 
 
-# How long after a save the power goes, in seconds; None: while it is saved without a pause.
+# Seconds from a save to the power cut; None: cut during continuous saves.
 CUTS = [0.5, 1, None, 2, 3, None, 4, 5, None, 8]
 STORED = r"zoom_position=(\d+)\nfocus_position=(\d+)"
 BAUDS = [1200, 2400, 4800, 19200]
@@ -182,7 +182,7 @@ def stored(board):
 
 
 def save(board, verb):
-    """Has the lens moved, and its positions saved; returns what is stored then."""
+    """Moves the lens, waits until its positions are saved, and returns them."""
     before = stored(board)
     board.run(f"rs232ctl ptz {verb} --for 200ms")
     board.await_run(f"[ \"$(cat /etc/mfz.conf)\" != \"{before}\" ]", 5)
@@ -190,7 +190,7 @@ def save(board, verb):
 
 
 def test_cuts(out, program, count):
-    """Power cuts after and during saves: settings whole and kept, no writer held up."""
+    """After a power cut the settings are complete and kept, and no writer is blocked."""
     figures = dict.fromkeys(["broken", "old", "blocked", "params lost"], 0)
     with tempfile.NamedTemporaryFile() as disk, FarEnd(program, "QB-420") as lens:
         shutil.copy(f"{out}/disk.ext4", disk.name)
@@ -203,13 +203,13 @@ def test_cuts(out, program, count):
                 if number < count:
                     baud = BAUDS[number % len(BAUDS)]
                     kept = save_before_cut(board, baud, CUTS[number % len(CUTS)])
-    told = ", ".join(f"{n} {what}" for what, n in figures.items())
-    expect(not any(figures.values()), f"{count} power cuts: {told}")
-    return f"{count} power cuts: {told}"
+    result = f"{count} power cuts: " + ", ".join(f"{n} {what}" for what, n in figures.items())
+    expect(not any(figures.values()), result)
+    return result
 
 
 def save_before_cut(board, baud, wait):
-    """Saves what is there to lose; returns the positions that must be kept, None where any may."""
+    """Saves positions and a parameter; returns the positions that the cut must keep, or None."""
     if wait is None:
         board.run(f"rs232ctl params set baud={baud}")
         board.run("(while :; do for verb in near far; do rs232ctl ptz focus-$verb --for 50ms;"
@@ -238,7 +238,7 @@ def look_after_cut(board, kept, baud, figures):
 
 ON_BOARD = {"settings": test_settings, "drain": test_drain, "break": test_break,
             "idle": test_idle, "stop": test_stop, "unbound": test_unbound}
-# Where the far end takes no more than the line of a slow speed would carry.
+# Speed at which the far end reads, where it must not be faster than the line.
 SLOW = {test_drain: 1200, test_stop: 1200}
 
 
@@ -273,7 +273,7 @@ def run_tests(out, program, arguments):
 
 def run_shell(out, program, model):
     with FarEnd(program, model, shown=True) as far_end:
-        print(f"board.sh: a {model}; `poweroff` ends it, `rs232ctl --help` tells what there is")
+        print(f"board.sh: {model}. Exit with `poweroff`; `rs232ctl --help` lists the commands.")
         machine = Board.machine(out, model, usb=False, disk=None, reboots=False)
         subprocess.run([*machine, "-chardev", "stdio,id=con,signal=off", "-serial", "chardev:con",
                         "-chardev", f"serial,id=line0,path={far_end.pty}",

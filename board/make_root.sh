@@ -1,7 +1,8 @@
 #!/bin/sh
-# Makes what a board boots from: kernel, root image, and the ext4 image of /etc and /var.
+# Creates the files that the board boots from: kernel, root image, and an ext4 image of /etc and /var.
 #   make_root.sh DIRECTORY DEB
-# DIRECTORY/packages holds the unpacked packages; vmlinuz, root.cpio and disk.ext4 are made beside.
+# Reads the unpacked packages in DIRECTORY/packages; writes vmlinuz, root.cpio and disk.ext4 to
+# DIRECTORY.
 set -eu
 
 sources=$(cd "$(dirname "$0")" && pwd)
@@ -10,7 +11,7 @@ deb=$2
 root=$out/root
 kernel=$(echo "$out"/packages/linux-image-*)
 
-# In the order in which they are loaded.
+# In load order.
 modules="virtio_mmio virtio_blk crc16 crc32c_generic mbcache jbd2 ext4
   usb-common usbcore xhci-hcd xhci-pci usbserial ftdi_sio"
 libraries="ld-linux-armhf.so.3 libc.so.6 libm.so.6 libgcc_s.so.1 libstdc++.so.6 libjson-c.so.5"
@@ -29,7 +30,7 @@ for library in $libraries; do
   cp -L "$(find "$out/packages" -name "$library" | head -n 1)" "$root/lib/$library"
 done
 for module in $modules; do
-  # Some are part of some kernels.
+  # Some kernels have it built in.
   found=$(find "$kernel" -name "$module.ko")
   [ -z "$found" ] || cp "$found" "$root/lib/modules/"
 done
