@@ -3,11 +3,11 @@
 # pseudo-terminal cannot: a real serial driver, USB adapters, reboots, power cuts.
 #   ./board.sh [--quick | --long] [TEST...]
 #   ./board.sh --shell [MODEL]
-# TEST: settings, drain, break, idle, stop, unbound, usb, update, cuts; default: all. Prints one line
-# for each test. Exit status 1 if a test failed.
-# --quick runs settings, stop and 3 power cuts in about a minute; --long makes 100 power cuts, not 20.
-# --shell opens a console on the board, with the far end of MODEL on its line: QB-620 (default, a PTZ
-# head), QB-210, QB-310 (camera modules), QB-420 (a lens), ... Exit with `poweroff`.
+# TEST: settings, drain, break, idle, stop, unbound, usb, update, cuts; default: all. Prints a line
+# for each test; exits with status 1 if one failed.
+# --quick: settings, stop and 3 power cuts, in about a minute. --long: 100 power cuts instead of 20.
+# --shell: a console on the board, with the far end of MODEL on its line. MODEL: QB-620 (default, a
+# PTZ head), QB-210, QB-310 (camera modules), QB-420 (a lens), ... Exit with `poweroff`.
 set -eu
 cd "$(dirname "$0")"
 
@@ -63,7 +63,7 @@ fetch_packages() {
   # Without package lists, use the packages of an earlier run.
   [ -n "$kernel" ] || kernel=$(cd "$out/packages" 2>/dev/null && echo linux-image-*)
   case "$kernel" in
-    '' | *'*'*) fail "package linux-image-armmp:armhf not found (needs the package sources of Debian)" ;;
+    '' | *'*'*) fail "package linux-image-armmp:armhf not found (needs Debian's package sources)" ;;
   esac
   for package in "$kernel" busybox-static libc6 libgcc-s1 libstdc++6 libjson-c5; do
     fetch_package "$package"

@@ -160,7 +160,7 @@ def test_update(out, program):
         board.await_run("[ -s /var/nvt/camera.info ]")
         board.run("head -c 3064 /dev/urandom >/tmp/image")
         board.run("rs232ctl firmware-update --yes /tmp/image")
-        micom.await_output("loader: all bytes are there, the checksum is right", 120)
+        micom.await_output("loader: all bytes received, checksum correct", 120)
         board.read_console("@@RESET", COMMAND_S, "micom_reset")
         with FarEnd(program, "QB-310") as reset:
             board.attach(reset)

@@ -1,5 +1,5 @@
 #!/bin/sh
-# Creates the files that the board boots from: kernel, root image, and an ext4 image of /etc and /var.
+# Creates the boot files of the board: kernel, root image, and an ext4 image of /etc and /var.
 #   make_root.sh DIRECTORY DEB
 # Reads the unpacked packages in DIRECTORY/packages; writes vmlinuz, root.cpio and disk.ext4 to
 # DIRECTORY.
