@@ -1,8 +1,7 @@
-# shellcheck shell=sh
-# Functions for a private root directory, sourced by the scripts that test packages: an overlay over
-# this system that keeps its changes in memory, with a new /proc, /dev, /run and /tmp.
+# Functions for the package tests, to be sourced: a private root directory. It is an overlay over
+# this system whose changes stay in memory, with a new /proc, /dev, /run and /tmp.
 
-# Retries a command until it succeeds, for about 20 seconds. Returns 1 on a timeout.
+# Waits at most 20 seconds until a command succeeds. Returns 1 on timeout.
 await() {
   tries=200
   until "$@"; do
@@ -12,8 +11,8 @@ await() {
   done
 }
 
-# Creates the root with copies of FILE... in its /test, and changes to it. The process must have its
-# own mount, pid, net, ipc and uts namespaces.
+# Makes the root with FILE... in its /test, and changes to it. The caller must be in mount, PID,
+# network, IPC and UTS namespaces of its own.
 make_root() {
   mount --make-rprivate /
   mount -t tmpfs -o mode=755 tmpfs /mnt
@@ -35,7 +34,7 @@ make_root() {
   busybox ip link set lo up
 }
 
-# Makes the current directory, where make_root ended, the root.
+# Makes the directory that make_root changed to the root.
 enter_root() {
   pivot_root . mnt
   umount -l /mnt

@@ -1,10 +1,10 @@
 #!/bin/sh
 # Installs the packages of a build tree in a private root, starts and stops the daemon there on a
-# pseudo-terminal, removes and purges the packages, and checks that nothing is left behind. Then
-# starts and stops the daemon of the archive for BusyBox boards, also under an init that respawns it.
+# pseudo-terminal, removes and purges the packages, and checks that nothing is left. Then tests the
+# archive for BusyBox boards in the same way, also under an init that respawns the daemon.
 #   test_deb.sh [BUILD-DIRECTORY]     as root; needs busybox
-# The private root is an overlay over this system in its own namespaces: the script changes nothing
-# outside it, and nothing in it outlives the script.
+# The private root is an overlay over this system in new namespaces: no change is visible outside or
+# outlives the script.
 set -eu
 
 sources=$(dirname "$0")
@@ -17,7 +17,7 @@ fail() {
 }
 
 expect() {
-  await "$@" || fail "in vain: $*"
+  await "$@" || fail "timeout: $*"
 }
 
 # --- Outside ------------------------------------------------------------------------------------
@@ -31,7 +31,7 @@ enter_namespaces() {
 
 run_in_root() {
   make_root "$0" "$sources/private_root.sh" "$1"/*.deb "$1"/*.tar.gz
-  # No /run/systemd/system: this root has no systemd.
+  # No systemd runs in this root, so /run/systemd/system does not exist.
   enter_root
   cd /test
   exec sh "./${0##*/}" --inside
@@ -42,7 +42,7 @@ run_in_root() {
 PTZ_PORT=4001
 UDP_PORT=10020
 
-# A 32-bit field of the parameter block: OFFSET VALUE.
+# Writes a 32-bit field of the parameter block: OFFSET VALUE.
 put_word() {
   # shellcheck disable=SC2059  # the format is the bytes
   printf "$(printf '\\%03o\\%03o\\%03o\\%03o' $(($2 & 255)) $(($2 >> 8 & 255)) \
@@ -50,7 +50,7 @@ put_word() {
     dd of=/var/nvt/param.dat bs=1 seek="$1" conv=notrunc status=none
 }
 
-# Creates the device's files and a pseudo-terminal, and records its output in /run/line.out.
+# Makes the device's files, and a pseudo-terminal whose output is logged in /run/line.out.
 make_device() {
   script -qfc 'tty >/run/line; exec sleep 600' /run/line.out </dev/null >/dev/null &
   expect test -s /run/line
@@ -72,8 +72,9 @@ is_serving() { is_bound udp $UDP_PORT && is_bound udp 10017 && is_bound tcp $PTZ
 has_ended() { ! is_bound udp $UDP_PORT && ! is_bound udp 10017; }
 has_reached_line() { grep -q "$1" /run/line.out; }
 
-# exercise WORDS SCRIPT...: starts the daemon by the init script SCRIPT, sends WORDS to the line
-# through it, and stops it by the script and by rs232ctl.
+# Starts the daemon with an init script, sends bytes to the line, and stops it with the script and
+# with rs232ctl: TEXT SCRIPT..., where TEXT is sent to the line and SCRIPT... is the call of the
+# script.
 exercise() {
   words=$1
   shift
@@ -83,7 +84,7 @@ exercise() {
   expect has_reached_line "$words"
   "$@" stop
   has_ended || fail "still serving after stop"
-  [ ! -e /var/run/rs232d.pid ] || fail "the pid file is left"
+  [ ! -e /var/run/rs232d.pid ] || fail "the pid file was not removed"
   "$@" start
   expect is_serving
   rs232ctl stop
@@ -93,7 +94,7 @@ exercise() {
 
 # --- Inside -------------------------------------------------------------------------------------
 
-# Lists every path that a package or the daemon may write, without the package manager's records.
+# Lists every path where a package or the daemon writes, without the package manager's own records.
 list_files() {
   find /etc /usr /var \( -path /var/lib/dpkg -o -path /var/log -o -path /var/cache \) \
     -prune -o -print | sort
@@ -134,17 +135,17 @@ test_packages() {
   exercise "by the package" sh /usr/share/doc/rs232d/examples/S60rs232d
   vdev run QB-620 --demo --once >vdev.log 2>&1 || { cat vdev.log; fail "vdev"; }
 
-  # Reinstall, as an upgrade does.
+  # Reinstall, as in an upgrade.
   dpkg -i ./*.deb >dpkg.log 2>&1 || { cat dpkg.log; fail "dpkg -i over itself"; }
   dpkg --remove rs232d-sim rs232d >dpkg.log 2>&1 || { cat dpkg.log; fail "dpkg --remove"; }
-  [ ! -e /usr/sbin/rs232d ] || fail "the daemon is left"
+  [ ! -e /usr/sbin/rs232d ] || fail "the daemon was not removed"
   dpkg --purge rs232d-sim rs232d >dpkg.log 2>&1 || { cat dpkg.log; fail "dpkg --purge"; }
   ! is_installed rs232d || fail "still installed"
   list_files >after
   diff before after >left || { cat left; fail "left behind"; }
 }
 
-# The script removes a leftover temporary file of settings at the first start after boot only.
+# The first start after a boot removes a temporary settings file; later starts keep it.
 test_leftover() {
   echo "another boot" >/var/run/rs232d.boot
   for is_left in false true; do
@@ -167,9 +168,10 @@ test_archive() {
 }
 
 daemon_pid() { busybox pidof rs232d; }
-# is_respawned PID: exactly one daemon runs, it is not PID, and it is ready.
+# True if exactly one daemon runs and serves, with a pid other than PID.
 is_respawned() { is_serving && [ "$(daemon_pid | wc -w)" = 1 ] && [ "$(daemon_pid)" != "$1" ]; }
-# script_says ARGUMENT TEXT: runs the init script under the init below and expects TEXT.
+# Runs the init script with WORD in the process tree of the init below, and expects TEXT in its
+# output.
 script_says() {
   nsenter -t "$init" -m -p env PATH=/test/applets sh /etc/init.d/S60rs232d "$1" >script.log
   grep -q "$2" script.log || { cat script.log; fail "S60rs232d $1"; }
@@ -186,7 +188,7 @@ test_respawn() {
   expect is_respawned "$ended"
   ended=$(daemon_pid)
   script_says start "left to init"
-  is_respawned none || fail "a second daemon beside the one of init"
+  is_respawned none || fail "a second daemon runs next to that of init"
   script_says stop "init starts it again"
   expect is_respawned "$ended"
   kill -KILL "$world"

@@ -1,9 +1,9 @@
 #!/bin/bash
-# Boots systemd in a private root, installs the packages of a build tree there, tests every mode of
-# the daemon as a service, and checks the confinement by its unit.
+# Boots systemd in a private root, installs the packages of a build tree there, and tests every mode
+# of the daemon under the restrictions of its unit, and these restrictions themselves.
 #   test_unit.sh [BUILD-DIRECTORY]     as root; needs systemd, busybox, and tests/far_end built
-# The private root is an overlay over this system in its own namespaces and control group: the script
-# changes nothing outside it, and nothing in it outlives the script.
+# The private root is an overlay over this system in new namespaces and a new control group: no
+# change is visible outside or outlives the script.
 set -Eeuo pipefail
 
 sources=$(dirname "$0")
@@ -18,15 +18,15 @@ fail() {
   exit 1
 }
 
-# check WHAT COMMAND...: retries the command until it succeeds, up to the timeout of await.
+# Checks that a command succeeds soon: WHAT COMMAND...
 check() {
-  await "${@:2}" || fail "not so: $1 (${*:2})"
+  await "${@:2}" || fail "failed: $1 (${*:2})"
   printf 'ok: %2d s %s\n' $SECONDS "$1"
 }
 
-# now WHAT COMMAND...: the command must succeed at once.
+# Checks that a command succeeds at once: WHAT COMMAND...
 now() {
-  "${@:2}" || fail "not so: $1 (${*:2})"
+  "${@:2}" || fail "failed: $1 (${*:2})"
   printf 'ok: %2d s %s\n' $SECONDS "$1"
 }
 
@@ -42,8 +42,8 @@ leave_world() {
     wait "$world" || true
   fi 2>/dev/null
   [ -n "$group" ] || return 0
-  # The group is not empty until every process in the world has ended.
-  await remove_group || echo "test_unit: $group is left" >&2
+  # The group is empty only when every process in the world has exited.
+  await remove_group || echo "test_unit: cannot remove $group" >&2
 }
 
 remove_group() {
@@ -51,7 +51,7 @@ remove_group() {
   [ ! -d "$group" ]
 }
 
-# Sets `init` to the process id of the world's systemd, as seen from outside.
+# Finds the pid of the world's systemd as seen from outside.
 find_init() {
   init=$(tr -d ' ' <"/proc/$world/task/$world/children")
   [ -n "$init" ]
@@ -72,7 +72,7 @@ run_in_world() {
   local groups
   groups=$(findmnt -n -o TARGET -t cgroup2 | head -n 1)
   [ -n "$groups" ] || fail "needs the unified hierarchy of control groups"
-  mkdir "$groups/rs232d-test-$$" || fail "no control group can be made"
+  mkdir "$groups/rs232d-test-$$" || fail "cannot make a control group"
   group=$groups/rs232d-test-$$
   (
     echo "$BASHPID" >"$group/cgroup.procs"
@@ -80,12 +80,12 @@ run_in_world() {
       bash "$0" --root "$build" </dev/null
   ) &
   world=$!
-  await find_init || fail "no namespaces can be made"
-  await is_booted || fail "systemd does not come up"
+  await find_init || fail "cannot make namespaces"
+  await is_booted || fail "systemd does not boot"
   in_world bash /test/test_unit.sh --inside
 }
 
-# Creates only the targets that the unit refers to, without other services.
+# Makes only the targets that the unit refers to, without the services of this system.
 make_targets() {
   local name
   mount -t tmpfs -o mode=755 tmpfs usr/lib/systemd/system
@@ -93,7 +93,7 @@ make_targets() {
   for name in sysinit basic local-fs multi-user network; do
     printf '[Unit]\nDefaultDependencies=no\n' >usr/lib/systemd/system/$name.target
   done
-  # A reboot up to the point where the services are down.
+  # A reboot up to the point where all services are stopped.
   printf '[Unit]\nDefaultDependencies=no\n' >usr/lib/systemd/system/shutdown.target
   printf '[Unit]\nDefaultDependencies=no\nRequires=shutdown.target down.service\n' \
     >usr/lib/systemd/system/reboot.target
@@ -105,7 +105,7 @@ boot_in_root() {
   make_root "$0" "$sources/private_root.sh" "$1"/*.deb "$1/tests/far_end"
   mount -t sysfs sysfs sys
   mount -t cgroup2 cgroup2 sys/fs/cgroup
-  # A device that the daemon may open, although it has no hardware, and one that it may not.
+  # A device that the daemon may open, although it has no driver, and one that it may not.
   mknod dev/ttyS40 c 4 104
   mknod dev/kmsg c 1 11
   rm -rf etc/systemd/system usr/sbin/policy-rc.d var/nvt
@@ -133,14 +133,14 @@ daemon_pid() { systemctl show -P MainPID rs232d; }
 status_is() { grep -q "^$1:[[:space:]]*$2\$" "/proc/$(daemon_pid)/status"; }
 shows() { systemctl show -P StatusText rs232d | grep -qx -- "$1"; }
 is_up() { state_is ActiveState active && is_serving; }
-# More restarts than the default limit of systemd permits.
+# More restarts than the default start limit allows.
 is_tried_again() { [ "$(systemctl show -P NRestarts rs232d)" -ge 8 ]; }
 has_reported() { ! state_is WatchdogTimestampMonotonic "$1"; }
 file_is() { [ "$(stat -c "$1" "$2" 2>/dev/null)" = "$3" ]; }
 holds() { grep -q -- "$2" "$1" 2>/dev/null; }
 has_ended() { ! kill -0 "$1" 2>/dev/null; }
 
-# start_device MODEL: creates a device and starts its daemon.
+# Makes a device of MODEL and starts the daemon.
 start_device() {
   : >/run/rs232d.log
   rm -f /run/to_line /var/nvt/camera.info
@@ -153,13 +153,13 @@ start_device() {
   now "$1: serves when its start has returned" is_serving
 }
 
-# stop_device MODEL LIMIT: stops the daemon within LIMIT seconds and removes the device.
+# Stops the daemon within LIMIT seconds and removes the device.
 stop_device() {
   local begin=$SECONDS
   systemctl stop rs232d
   check "$1: stopped, status 0, in less than $2 s" stopped_well
   [ $((SECONDS - begin)) -lt "$2" ] || fail "$1: the stop took $((SECONDS - begin)) s"
-  check "$1: no failure was printed" no_failures
+  check "$1: no error was printed" no_failures
   drop_device
 }
 
@@ -172,14 +172,13 @@ drop_device() {
 stopped_well() {
   state_is ActiveState inactive && state_is Result success && state_is ExecMainStatus 0
 }
-# The refused probe of the PTZ port at start-up is not a failure.
+# The messages of the start about a port without a server do not count.
 no_failures() { ! said "reason(\|can't\|fail in"; }
 
-# --- The confinement ----------------------------------------------------------------------------
+# --- Restrictions of the unit -------------------------------------------------------------------
 
-# Replaces /bin/micom_reset, which the daemon's shell runs, by a probe. It attempts each operation
-# that the unit allows or forbids, writes NAME yes|no to /var/nvt/probe, and its own process
-# attributes to /var/nvt/probe.self.
+# Replaces /bin/micom_reset, which the daemon's shell runs: tries what the unit allows or forbids,
+# writes NAME yes|no for each to /var/nvt/probe, and its own state to /var/nvt/probe.self.
 make_probe() {
   cat >/bin/micom_reset <<'PROBE'
 #!/bin/bash
@@ -227,7 +226,7 @@ PROBE
   chmod +x /bin/micom_reset
 }
 
-# The operations of the probe, and whether the unit allows them.
+# The actions of the probe, and whether the unit allows them.
 allowed() {
   cat <<'ALLOWED'
 write:/etc yes
@@ -262,14 +261,14 @@ setuid:user no
 ALLOWED
 }
 
-# Outside the unit every operation must succeed; otherwise the probe would prove nothing.
+# Outside the unit every action must succeed, or the probe would prove nothing.
 check_probe() {
   echo handed >/tmp/handed
   echo $$ >/run/other
   /bin/micom_reset
   umount /mnt
   rmdir /sys/fs/cgroup/probe
-  ! grep " no\$" /var/nvt/probe || fail "the probe cannot do this even outside the unit"
+  ! grep " no\$" /var/nvt/probe || fail "the probe fails even outside the unit"
   rm /var/nvt/probe*
 }
 
@@ -304,7 +303,7 @@ test_relay() {
   check "relay: line to client" [ "$words" = from-line ]
   check "relay: line to UDP port 1860" saw "data: .*line"
   exec 3>&-
-  check "relay: and without a client" shows "QB-620, relay; /dev/ttyS1 open; PTZ clients: 0"
+  check "relay: status line without a client" shows "QB-620, relay; /dev/ttyS1 open; PTZ clients: 0"
   rs232ctl write --text by-udp
   check "relay: datagram to line" saw "raw: by-udp"
   rs232ctl ptz pan-left
@@ -314,9 +313,9 @@ test_relay() {
   local killed
   killed=$(daemon_pid)
   kill -KILL "$killed"
-  check "relay: killed, it is started again" is_restarted "$killed"
+  check "relay: restarted after SIGKILL" is_restarted "$killed"
   rs232ctl write --text once-more
-  check "relay: and serves" saw "raw: once-more"
+  check "relay: serves after the restart" saw "raw: once-more"
   stop_device QB-620 5
 }
 
@@ -324,40 +323,40 @@ is_restarted() {
   [ "$(daemon_pid)" != "$1" ] && [ "$(daemon_pid)" != 0 ] && is_serving
 }
 
-# Ends of the daemon, and causes that prevent its start.
+# Tests the restarts after an exit of the daemon and after failed starts.
 test_restarts() {
   start_device QB-620
   local ended
   ended=$(daemon_pid)
   setpriv --reuid=65534 --clear-groups rs232ctl stop >/run/said
-  check "restart: after a stop datagram from anybody" is_restarted "$ended"
-  now "restart: rs232ctl tells of it" holds /run/said "systemctl stop rs232d"
+  check "restart: after a stop datagram from any user" is_restarted "$ended"
+  now "restart: rs232ctl recommends systemctl stop" holds /run/said "systemctl stop rs232d"
 
   systemctl stop rs232d
   rs232d >/run/by_hand 2>&1 </dev/null &
   ended=$!
-  check "restart: one that was started by hand has the ports" is_serving
-  ! systemctl start rs232d 2>/dev/null || fail "started beside another daemon"
-  check "restart: tried again while they are taken" is_tried_again
+  check "restart: a daemon started by hand has the ports" is_serving
+  ! systemctl start rs232d 2>/dev/null || fail "started next to another daemon"
+  check "restart: retried while the ports are in use" is_tried_again
   rs232ctl stop >/run/said
   wait "$ended"
-  check "restart: and serves when they are free" is_up
+  check "restart: serves when the ports are free" is_up
 
   systemctl stop rs232d
   mv /dev/ttyS1 /dev/away
   ! systemctl start rs232d 2>/dev/null || fail "started without a line"
-  check "restart: tried again while there is no line" is_tried_again
+  check "restart: retried while there is no line" is_tried_again
   now "restart: not active meanwhile" state_is ActiveState activating
   mv /dev/away /dev/ttyS1
-  check "restart: and serves when there is one" is_up
+  check "restart: serves when there is a line" is_up
 
   set_watchdog 3
   systemctl restart rs232d
-  check "watchdog: it reports" has_reported "$(systemctl show -P WatchdogTimestampMonotonic rs232d)"
+  check "watchdog: reports" has_reported "$(systemctl show -P WatchdogTimestampMonotonic rs232d)"
   ended=$(daemon_pid)
   kill -STOP "$ended"
-  check "watchdog: frozen, it is started again" is_restarted "$ended"
-  now "watchdog: and was not before" state_is NRestarts 1
+  check "watchdog: restarts a frozen daemon" is_restarted "$ended"
+  now "watchdog: exactly one restart" state_is NRestarts 1
   set_watchdog 60
   stop_device QB-620 5
 }
@@ -399,15 +398,15 @@ test_hd() {
   head -c 2064 /dev/urandom >/run/image
   rs232ctl firmware-update --yes /run/image >/dev/null 2>&1 &
   local update=$!
-  check "HD: firmware read from /tmp and written" saw "loader: all bytes are there"
+  check "HD: firmware read from /tmp and written" saw "loader: all bytes received"
   check "HD: notice to the system manager" saw "manager: 53 59 53 50"
   check "HD: /bin/micom_reset is run" test -s /var/nvt/probe
   check_confinement
   check "HD: another user's process is killed" has_ended $killed
-  check "HD: another user's process is ended" has_ended $ended
-  check "HD: syslog tells it" logged "kill\[/run/killed\]"
-  check "HD: /sbin/reboot reaches systemd, the services are down" test -e /run/down
-  check "HD: and the daemon with them" state_is ActiveState inactive
+  check "HD: another user's process is terminated" has_ended $ended
+  check "HD: syslog reports it" logged "kill\[/run/killed\]"
+  check "HD: /sbin/reboot reaches systemd, which stops the services" test -e /run/down
+  check "HD: which stops the daemon, too" state_is ActiveState inactive
   kill $other
   wait $update $killed $ended $other || true
   drop_device
@@ -423,17 +422,17 @@ test_lens() {
   inode=$(stat -c %i /etc/mfz.conf)
   rs232ctl ptz focus-near --for 300ms
   check "lens: positions are saved" said "saved"
-  check "lens: by a rename" is_replaced /etc/mfz.conf "$inode"
+  check "lens: positions are replaced with a rename" is_replaced /etc/mfz.conf "$inode"
   check "lens: readable for all" file_is %a:%U /etc/mfz.conf 644:root
   check "lens: no temporary file is left" test ! -e /etc/temp.conf
   rs232ctl ptz af-start
-  check "lens: asks the camera daemon" saw "camera: focus measure"
+  check "lens: queries the camera daemon" saw "camera: focus measure"
   stop_device QB-420 30
 }
 
 is_replaced() { [ "$(stat -c %i "$1")" != "$2" ]; }
 
-# systemd removes a leftover temporary file of settings at boot only.
+# A temporary file of settings is removed at boot, and at no other time.
 test_leftover() {
   : >/etc/temp.conf
   systemd-tmpfiles --create --remove rs232d.conf
@@ -451,7 +450,7 @@ test_inside() {
   make_probe
   mkdir -p /var/nvt
   mkdir -p /etc/systemd/system/rs232d.service.d
-  # Write messages to a file, since no journal runs here, and shorten the pause before a restart.
+  # Write messages to a file, because no journal runs here, and shorten the pause before a restart.
   printf '[Service]\nStandardOutput=append:/run/rs232d.log\nStandardError=inherit\n
     RestartSec=100ms\n' >/etc/systemd/system/rs232d.service.d/test.conf
   dpkg -i /test/*.deb >/run/dpkg.log 2>&1 || { cat /run/dpkg.log; fail "dpkg -i"; }
@@ -464,7 +463,7 @@ test_inside() {
   test_sd
   test_lens
   test_hd
-  systemd-analyze verify --man=no rs232d.service || fail "the unit is not right"
+  systemd-analyze verify --man=no rs232d.service || fail "systemd-analyze rejects the unit"
   systemd-analyze security --no-pager --offline=true rs232d.service | grep Overall
   echo "test_unit: passed in $SECONDS s"
 }

@@ -1,9 +1,9 @@
 // rs232d [TRACE]: the serial-port daemon.
 // rs232d --help | --version
 //
-// TRACE, a number other than 0, prints a trace of the serial traffic on standard output. The
-// daemon stays in the foreground and ends at SIGTERM or a stop datagram with status 0; so does
-// a start that finds nothing to serve. Status 1: its UDP port could not be had.
+// A TRACE other than 0 prints a trace of the serial traffic on standard output. The daemon stays in
+// the foreground. SIGTERM and a stop datagram end it with status 0. It exits at once with status 0
+// if there is nothing to serve, and with status 1 if its UDP port is not available.
 #include <fcntl.h>
 #include <sys/eventfd.h>
 #include <sys/syscall.h>
@@ -29,14 +29,14 @@ namespace {
 constexpr char kHelp[] =
     "Usage: rs232d [TRACE]\n"
     "Serves the device's second serial port. Stays in the foreground.\n"
-    "  TRACE      a number other than 0: print what goes over the line\n"
+    "  TRACE      trace level; a number other than 0 prints the traffic of the line\n"
     "  --help     print this help\n"
     "  --version  print the version\n"
-    "What it needs stands in rs232d(8); 'rs232ctl status' says what is missing.\n";
+    "rs232d(8) lists the requirements; 'rs232ctl status' shows which are not met.\n";
 constexpr char kVersion[] = "rs232d " RS232_VERSION "\n";
 
-// The text that the only argument asks for; null where it is the trace level.
-const char* TextAskedFor(const char* argument) {
+// Returns the text to print for the only argument, or null if it is the trace level.
+const char* TextFor(const char* argument) {
   if (strcmp(argument, "--help") == 0) return kHelp;
   return strcmp(argument, "--version") == 0 ? kVersion : nullptr;
 }
@@ -50,8 +50,8 @@ void OnTerminate(int /*signal*/) {
 
 void OnIgnored(int /*signal*/) {}
 
-// Without standard streams the first files opened would take their numbers, and messages would
-// end in the parameter block or on the line.
+// If a standard stream is closed, the next file opened gets its number, and messages would be
+// written to the parameter block or to the line.
 void EnsureStandardStreams() {
   int fd = 0;
   while (fd >= 0 && fd <= STDERR_FILENO)
@@ -59,8 +59,7 @@ void EnsureStandardStreams() {
   if (fd > STDERR_FILENO) close(fd);
 }
 
-// Closes what whoever started the daemon left open: inherited descriptors would use up the numbers
-// that are left for clients.
+// Closes inherited descriptors, which would count towards the limit and leave none for clients.
 void CloseInherited() {
   constexpr unsigned kFirst = STDERR_FILENO + 1;
   if (syscall(SYS_close_range, kFirst, UINT_MAX, 0) == 0) return;
@@ -71,9 +70,9 @@ void CloseInherited() {
     close(fd);
 }
 
-// No signal stays blocked. Neither a reader of the trace that goes away, nor a terminal that hangs
-// up, nor a limit on the size of files ends the daemon. Handlers rather than SIG_IGN: the device
-// programs that it runs start with the default actions.
+// Unblocks all signals. The daemon survives a closed output pipe, a terminal that hangs up and a
+// limit on file sizes. It installs handlers instead of SIG_IGN, because the programs that it runs
+// would inherit SIG_IGN.
 void SetSignals() {
   for (const int ignored : {SIGPIPE, SIGHUP, SIGXFSZ})
     signal(ignored, OnIgnored);
@@ -83,24 +82,24 @@ void SetSignals() {
   sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
-// A reader of the output that stops reading does not hold up the daemon.
+// Makes the output non-blocking, so that a reader that stops reading cannot block the daemon.
 void UnblockOutput() {
   if (FILE* output = CUTIL_OpenOutput(STDOUT_FILENO)) stdout = output;
   if (FILE* output = CUTIL_OpenOutput(STDERR_FILENO)) stderr = output;
 }
 
-// Makes the process independent of whoever started it.
-void BecomeOwnMaster() {
+// Makes the process independent of the environment in which it was started.
+void DetachFromStarter() {
   EnsureStandardStreams();
   CloseInherited();
   SetSignals();
   UnblockOutput();
-  // No file system is kept from being unmounted.
+  // A working directory elsewhere would keep its file system from being unmounted.
   [[maybe_unused]] const int ignored = chdir("/");
   CUTIL_NotifyInit();
 }
 
-// Reads the settings, runs the mode and gives everything back. Returns the process's exit status.
+// Reads the settings, runs the mode and releases all resources. Returns the process's exit status.
 int Run() {
   if (ReadSettings(&g_rs232_settings) != 0) return EXIT_SUCCESS;
 
@@ -123,15 +122,15 @@ int Run() {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (const char* text = argc == 2 ? TextAskedFor(argv[1]) : nullptr) {
+  if (const char* text = argc == 2 ? TextFor(argv[1]) : nullptr) {
     fputs(text, stdout);
     return EXIT_SUCCESS;
   }
-  BecomeOwnMaster();
+  DetachFromStarter();
   g_rs232_context = {};
   if (argc == 2) g_rs232_context.trace_level = atoi(argv[1]);
   const int status = Run();
-  // What waits for its reader gets a last chance.
+  // Try once more to write pending output.
   fclose(stdout);
   fclose(stderr);
   return status;
