@@ -237,6 +237,11 @@ void DrawLens(const Terminal& terminal, const Area& gauges, const Area& view, co
 
 }  // namespace
 
+void DrawProgress(const Terminal& terminal, int row, const char* label, int percent) {
+  DrawGauge(terminal, row, {row, 1, 1, getmaxx(stdscr) - 2},
+            Reading(label, "%.0f %%", percent, 0, kPercent));
+}
+
 void DrawInstruments(const Terminal& terminal, const Area& gauges, const Area& view,
                      const FarEnd& far_end, const CameraDaemon* camera) {
   terminal.Frame(gauges, far_end.Name());

@@ -13,4 +13,7 @@ namespace sim {
 void DrawInstruments(const Terminal& terminal, const Area& gauges, const Area& view,
                      const FarEnd& far_end, const CameraDaemon* camera);
 
+// Draws a gauge from 0 to 100 percent over the width of the screen.
+void DrawProgress(const Terminal& terminal, int row, const char* label, int percent);
+
 }  // namespace sim

@@ -65,6 +65,9 @@ void LiveScreen::Take(DeviceEvent event) {
     if (frames_.size() > kFramesKept) frames_.pop_front();
     return;
   }
+  if (event.kind == EventKind::kDaemon) {
+    sscanf(event.text.c_str(), "* write %3d%%", &update_percent_);
+  }
   if (event.text.empty()) return;
   log_.push_back({.who = event.who, .text = std::move(event.text)});
   if (log_.size() > kLogKept) log_.pop_front();
@@ -234,11 +237,16 @@ void LiveScreen::DrawLog(const Area& pane) const {
   for (size_t i = end - std::min(end, static_cast<size_t>(area.rows)); i < end; ++i, ++row) {
     const Style& style = log_[i].who == "daemon" ? kDim : kHead;
     terminal_->Write(row, area.col, log_[i].who, style, kWhoCols);
-    terminal_->Write(row, area.col + kWhoCols, log_[i].text, kPlain, area.cols - kWhoCols);
+    terminal_->Write(row, area.col + kWhoCols, log_[i].text,
+                     IsPortProbe(log_[i].text) ? kDim : kPlain, area.cols - kWhoCols);
   }
 }
 
 void LiveScreen::DrawMessage(int row) const {
+  if (!prompt_.has_value() && update_percent_ >= 0) {
+    DrawProgress(*terminal_, row, "firmware", update_percent_);
+    return;
+  }
   terminal_->Write(row, 1, prompt_.has_value() ? ": " + *prompt_ + "█" : keys_.State(), kValue);
 }
 

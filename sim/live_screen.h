@@ -66,6 +66,7 @@ class LiveScreen : public EventSink {
   size_t scrolled_back_ = 0;           // lines of the log that are hidden below
   int log_rows_ = 0;                   // lines of the log that are shown
   std::optional<std::string> prompt_;  // command being typed
+  int update_percent_ = -1;            // of the firmware update; -1: none
   const char* overlay_title_ = "";
   std::vector<HelpLine> overlay_;  // help text, shown until a key is pressed
 };

@@ -4,6 +4,8 @@
 
 #include <utility>
 
+#include "sim/terminal.h"
+
 namespace sim {
 namespace {
 
@@ -36,7 +38,8 @@ void PlainPrinter::Take(DeviceEvent event) {
       event.text.replace(kLineShown, std::string::npos, "...");
     }
   }
-  Print(event.who, event.text);
+  const bool is_dim = is_terminal_ && AllowsColors() && IsPortProbe(event.text);
+  Print(event.who, is_dim ? "\x1B[2m" + event.text + "\x1B[0m" : event.text);
 }
 
 void PlainPrinter::Observe(const FarEnd& far_end) {

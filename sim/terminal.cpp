@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <clocale>
+#include <cstdlib>
 #include <cstring>
 #include <cwchar>
 #include <locale>
@@ -29,13 +30,19 @@ wchar_t AsciiFor(wchar_t character) {
   return at == std::wstring_view::npos ? L'?' : kAscii[at];
 }
 
+std::string_view Variable(const char* name) {
+  const char* value = getenv(name);
+  return value == nullptr ? "" : value;
+}
+
 // Number of the color pair; pair 0 is reserved.
 short PairOf(short color) {
   return static_cast<short>(color + 2);
 }
 
 void SetStyle(WINDOW* window, const Style& style) {
-  wattr_set(window, style.attributes, has_colors() ? PairOf(style.color) : short{0}, nullptr);
+  wattr_set(window, style.attributes,
+            has_colors() && AllowsColors() ? PairOf(style.color) : short{0}, nullptr);
 }
 
 }  // namespace
@@ -55,7 +62,7 @@ Terminal::Terminal(bool utf8) : utf8_(utf8) {
   nodelay(stdscr, TRUE);
   set_escdelay(kEscapeDelayMs);
   curs_set(0);
-  if (!has_colors()) return;
+  if (!has_colors() || !AllowsColors()) return;
   start_color();
   use_default_colors();
   for (short color = -1; color <= COLOR_WHITE; ++color)
@@ -107,6 +114,15 @@ std::wstring Terminal::Characters(std::string_view text) const {
     characters += wcwidth(shown) == 1 ? shown : L'?';
   }
   return characters;
+}
+
+bool IsCapableTerminal() {
+  const std::string_view kind = Variable("TERM");
+  return !kind.empty() && kind != "dumb";
+}
+
+bool AllowsColors() {
+  return IsCapableTerminal() && Variable("NO_COLOR").empty();
 }
 
 int Length(std::string_view text) {

@@ -62,6 +62,12 @@ class Terminal {
   bool utf8_;
 };
 
+// True if TERM names a terminal that understands escape sequences.
+bool IsCapableTerminal();
+
+// True on such a terminal, unless NO_COLOR is set.
+bool AllowsColors();
+
 // The number of characters of a UTF-8 text.
 int Length(std::string_view text);
 

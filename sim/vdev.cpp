@@ -22,6 +22,7 @@
 #include "sim/vdev_session.h"
 #include "sim/world.h"
 #include "sim/world_door.h"
+#include "tools/device_mode.h"
 #include "tools/failure.h"
 #include "tools/param_fields.h"
 #include "tools/usage.h"
@@ -33,8 +34,7 @@ using sim::SessionOptions;
 
 constexpr char kModels[] =
     "Models: QB-210, QB-220 (SD module), QB-310 to QB-350 (HD module), QB-410 to QB-480 "
-    "(motorized\n"
-    "lens); any other name, e.g. QB-610 or QB-620, is a PTZ head.";
+    "(motorized lens); any other name, e.g. QB-610 or QB-620, is a PTZ head.";
 
 // The daemon next to this program, or else that of the same installation.
 std::string DefaultDaemon() {
@@ -47,9 +47,7 @@ std::string DefaultDaemon() {
 
 // True if a live screen can be drawn.
 bool IsOnTerminal() {
-  const char* kind = getenv("TERM");
-  return isatty(STDIN_FILENO) != 0 && isatty(STDOUT_FILENO) != 0 && kind != nullptr &&
-         *kind != '\0' && strcmp(kind, "dumb") != 0;
+  return isatty(STDIN_FILENO) != 0 && isatty(STDOUT_FILENO) != 0 && sim::IsCapableTerminal();
 }
 
 // Runs a session in a world and reports exceptions.
@@ -64,13 +62,18 @@ int RunGuarded(const std::function<int()>& session) {
   });
 }
 
-std::string TakeBaudRate(std::string& text) {
-  try {
-    text = std::to_string(tools::ParseParamChange("baud=" + text).number);
-    return "";
-  } catch (const tools::Failure& failure) {
-    return failure.what();
-  }
+// Accepts what `rs232ctl params` accepts for this parameter.
+CLI::Validator ValueOf(const std::string& parameter) {
+  const auto take = [parameter](std::string& text) -> std::string {
+    try {
+      const tools::ParamChange change = tools::ParseParamChange(parameter + "=" + text);
+      if (change.model.empty()) text = std::to_string(change.number);
+      return "";
+    } catch (const tools::Failure& failure) {
+      return failure.what();
+    }
+  };
+  return {take, ""};
 }
 
 // The daemon cannot use a port of another interface.
@@ -87,19 +90,14 @@ void AddDeviceOptions(CLI::App* app, SessionOptions* options) {
                   "device model, which selects the simulated device")
       ->required()
       ->type_name("")
-      ->check([](const std::string& model) {
-        return model.size() <= tools::PARAM_MODEL_MAX
-                   ? std::string()
-                   : "a model name has at most " + std::to_string(tools::PARAM_MODEL_MAX) +
-                         " characters";
-      });
+      ->transform(ValueOf(tools::PARAM_MODEL));
   app->add_option("--baud", options->device.baud_rate, "bits per second of the serial line")
       ->type_name("RATE")
-      ->transform(CLI::Validator(TakeBaudRate, ""))
+      ->transform(ValueOf("baud"))
       ->capture_default_str();
   app->add_option("--ptz-port", options->device.ptz_port, "TCP port of the PTZ server")
       ->type_name("PORT")
-      ->transform(tools::NumberFrom(1, INT16_MAX))
+      ->transform(ValueOf("ptz-port"))
       ->capture_default_str();
   app->add_option("--udp-port", options->device.udp_port, "UDP port of the daemon")
       ->type_name("PORT")
@@ -134,6 +132,10 @@ Arguments Split(int argc, char** argv) {
 }
 
 int Run(const SessionOptions& options, const std::optional<GuestCommand>& command) {
+  if (!tools::IsKnownModel(options.device.model)) {
+    fprintf(stderr, "vdev: warning: unknown model %s; the daemon treats it as a PTZ head\n",
+            options.device.model.c_str());
+  }
   if (command.has_value()) {
     return RunGuarded([&] { return RunCommandSession(options, *command); });
   }
@@ -154,6 +156,7 @@ int main(int argc, char** argv) {
   std::optional<pid_t> pid;
 
   CLI::App app{"Run rs232d on a virtual device, isolated in namespaces of its own.", "vdev"};
+  tools::WrapHelp(&app);
   app.require_subcommand(1);
   app.set_version_flag("--version", "vdev " RS232_VERSION, "Print the version");
   app.footer("Every command has a --help option.\nExample: vdev run QB-620 --demo");
@@ -167,8 +170,7 @@ int main(int argc, char** argv) {
       ->needs("--demo");
   run->footer(std::string(kModels) +
               "\nOn a terminal, vdev shows a live screen. With -- COMMAND [ARGS...], it runs a "
-              "command in the\n"
-              "device's world instead and returns its exit status.\n"
+              "command in the device's world instead and returns its exit status.\n"
               "Examples: vdev run QB-620 --demo\n"
               "          vdev run QB-620 -- rs232ctl stop");
   CLI::App* shell =

@@ -226,7 +226,7 @@ std::vector<HelpLine> CommandHelp() {
     std::string help = row.help;
     const tools::PtzVerb* verb = VerbOf(row.word);
     if (verb != nullptr && !tools::Answers("", *verb)) {
-      help += "; works in " + tools::AnsweringDevicesText(*verb);
+      help += "; supported by " + tools::AnsweringDevicesText(*verb);
     }
     lines.push_back({std::string(row.word) + " " + row.arguments, help});
   }

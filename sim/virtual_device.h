@@ -121,6 +121,11 @@ class VirtualDevice {
   bool is_rebooting_ = false;
 };
 
+// True for the line that a healthy start prints: the daemon probes its PTZ port, which must refuse.
+inline bool IsPortProbe(const std::string& line) {
+  return line.find("[ZSK_ConnectTCPSocket/connect]") != std::string::npos;
+}
+
 inline Bytes BytesOf(const std::string& text) {
   return Bytes(text.begin(), text.end());
 }

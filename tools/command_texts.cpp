@@ -10,7 +10,7 @@ namespace {
 
 std::string CameraQueryText(std::span<const uint8_t> payload) {
   if (payload.size() < CAMERA_QUERY_DEVIATION_AT + sizeof(uint32_t)) {
-    return "camera query, whose record is cut off";
+    return "camera query, incomplete";
   }
   const uint32_t kind = LoadLe32(&payload[CAMERA_QUERY_KIND_AT]);
   const auto first = static_cast<int32_t>(LoadLe32(&payload[CAMERA_QUERY_LEVEL_AT]));
@@ -26,7 +26,7 @@ std::string CameraQueryText(std::span<const uint8_t> payload) {
       return first == 0 ? "camera query: focus measure"
                         : "camera query: focus measure " + std::to_string(first & 0xFFFF);
     default:
-      return "camera query of kind " + std::to_string(kind) + ", which is not known";
+      return "camera query of unknown kind " + std::to_string(kind);
   }
 }
 
@@ -44,14 +44,14 @@ std::string CameraControlText(const CameraControl& control) {
 std::string CommandText(int32_t command, std::span<const uint8_t> payload) {
   switch (command) {
     case CICOMM_PCMD_PTZ:
-      if (payload.size() < CAMERA_CONTROL_SIZE) return "camera control, whose record is cut off";
+      if (payload.size() < CAMERA_CONTROL_SIZE) return "camera control, incomplete";
       return CameraControlText(CameraControlDecode(payload.data()));
     case CICOMM_PCMD_MICOM_FIRMWARE_UPDATE:
       return "update the micom's firmware";
     case CAMERA_QUERY:
       return CameraQueryText(payload);
     default:
-      return "command " + std::to_string(command) + ", which is not known, with " +
+      return "unknown command " + std::to_string(command) + " with " +
              Count(payload.size(), "byte");
   }
 }

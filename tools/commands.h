@@ -1,5 +1,5 @@
-// The commands of the tool. Each adds itself, with its options and help, to the command line;
-// what it does runs when the line has been read, and fails by throwing Failure.
+// The commands of the tool. Each function adds a command with its options and help to the command
+// line. The command runs after the line has been parsed, and throws Failure on failure.
 #pragma once
 
 namespace CLI {
@@ -8,34 +8,34 @@ class App;
 
 namespace tools {
 
-// Fits a lens's tracking table to recorded focus searches; shows the built-in tables.
+// Fits a lens's tracking table to recorded focus searches; prints or plots the built-in tables.
 void AddLensCommand(CLI::App* app);
 
-// Records focus searches: a command of `lens`.
+// Records focus searches; a subcommand of `lens`.
 void AddLensRecordCommand(CLI::App* lens);
 
-// Explains bytes that are pasted or piped.
+// Explains bytes from the command line or standard input.
 void AddFramesCommand(CLI::App* app);
 
-// Shows the serial data datagrams.
+// Prints the serial data datagrams.
 void AddMonitorCommand(CLI::App* app);
 
-// Camera control: one verb of ptz_verbs.h, or any code.
+// Sends camera-control commands: a verb of ptz_verbs.h, or any code.
 void AddPtzCommand(CLI::App* app);
 
-// Bytes for the serial line.
+// Writes bytes to the serial line.
 void AddWriteCommand(CLI::App* app);
 
-// The camera information file.
+// Prints the camera information file.
 void AddInfoCommand(CLI::App* app);
 
-// The parameter block file.
+// Shows, creates and changes the parameter block file.
 void AddParamsCommand(CLI::App* app);
 
-// New firmware for the microcontroller of an HD camera module.
+// Updates the firmware of the microcontroller of an HD camera module.
 void AddFirmwareUpdateCommand(CLI::App* app);
 
-// Tells how the daemon is, or why it does not run.
+// Prints the state of the daemon, or why it does not run.
 void AddStatusCommand(CLI::App* app);
 
 // Sends a stop datagram to the daemon's UDP port.

@@ -24,9 +24,10 @@ DaemonOutput::DaemonOutput() {
   std::error_code error;
   if (std::filesystem::is_regular_file(path, error)) file_.open(path);
   if (!file_.is_open()) {
-    throw Failure(EXIT_STATUS_FAILED,
-                  "what rs232d prints cannot be followed: it goes neither to the journal nor to a "
-                  "file that may be read here; look where its standard output goes");
+    throw Failure(
+        EXIT_STATUS_FAILED,
+        "cannot follow the output of rs232d: it is written neither to the journal nor to a "
+        "readable file");
   }
   file_.seekg(0, std::ios::end);
 }
@@ -41,7 +42,7 @@ std::vector<std::string> DaemonOutput::NewLines() {
 
 void DaemonOutput::Read() {
   if (file_.is_open()) {
-    file_.clear();  // it may have grown since its end was met
+    file_.clear();  // the file may have grown
     text_.append(std::istreambuf_iterator<char>(file_), {});
     return;
   }

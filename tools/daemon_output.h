@@ -1,5 +1,5 @@
-// What the daemon prints from now on, where it can be had: from systemd's journal, or from the file
-// that its standard output goes to.
+// Follows the output of the running daemon: in systemd's journal, or in the file to which its
+// standard output is redirected.
 #pragma once
 
 #include <ctime>
@@ -11,19 +11,19 @@ namespace tools {
 
 class DaemonOutput {
  public:
-  // Throws Failure, with what would help, where it goes elsewhere.
+  // Throws Failure with a hint if the output is written elsewhere.
   DaemonOutput();
 
-  // The lines that have come since the last call.
+  // Returns the lines printed since the last call.
   std::vector<std::string> NewLines();
 
  private:
   void Read();
 
-  time_t since_ = 0;    // of the journal
-  std::ifstream file_;  // not open: the journal is read
+  time_t since_ = 0;    // start of the journal entries to read
+  std::ifstream file_;  // not open if the journal is read
   std::string text_;
-  size_t taken_ = 0;  // of the text
+  size_t taken_ = 0;  // bytes of the text already returned
 };
 
 }  // namespace tools

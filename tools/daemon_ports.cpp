@@ -24,7 +24,7 @@ namespace tools {
 namespace {
 
 constexpr int kPortMax = 65535;
-// The port field of a sender that has no channel port of its own.
+// Value of the port field if the sender has no channel port of its own.
 constexpr uint32_t kNoPort = 0xFFFFFFFF;
 
 class LocalSocket {
@@ -38,7 +38,7 @@ class LocalSocket {
       Fail(errno);
   }
 
-  // On loopback the refusal of a port that nobody has is there when send returns.
+  // On loopback, send reports at once that no process has bound the port.
   void Send(std::span<const uint8_t> datagram) const {
     if (send(fd_.Get(), datagram.data(), datagram.size(), 0) < 0) Fail(errno);
     int error = 0;
@@ -51,7 +51,8 @@ class LocalSocket {
   [[noreturn]] void Fail(int error) const {
     const std::string port = "UDP port " + std::to_string(port_) + " of 127.0.0.1";
     if (error == ECONNREFUSED) {
-      throw Failure(EXIT_STATUS_NO_DAEMON, "nobody listens at " + port + "; does rs232d run?");
+      throw Failure(EXIT_STATUS_NO_DAEMON,
+                    "no process listens on " + port + "; is rs232d running?");
     }
     throw Failure(EXIT_STATUS_FAILED, "cannot send to " + port + ": " + strerror(error));
   }
@@ -74,7 +75,7 @@ int DaemonUdpPort() {
   }
   if (port < 1 || port > kPortMax) {
     throw Failure(EXIT_STATUS_FAILED,
-                  std::string(UDP_PORT_TABLE_PATH) + " gives no port as " + UDP_PORT_KEY);
+                  std::string(UDP_PORT_TABLE_PATH) + " has no valid " + UDP_PORT_KEY);
   }
   return port;
 }

@@ -1,4 +1,4 @@
-// What kind of device this is, as its parameter block says.
+// The kind of this device, from its parameter block.
 #pragma once
 
 #include <cstdint>
@@ -6,7 +6,7 @@
 
 namespace tools {
 
-// The modes of the daemon; a set of them is their sum.
+// The modes of the daemon, as bits of a set.
 enum DeviceMode : uint8_t {
   MODE_RELAY = 1 << 0,  // a PTZ head
   MODE_SD = 1 << 1,
@@ -18,14 +18,15 @@ constexpr uint8_t MODES_ALL = MODE_RELAY | MODE_SD | MODE_HD | MODE_LENS;
 // "relay", "SD", "HD", "lens".
 const char* ModeName(DeviceMode mode);
 
-// The mode that the daemon runs for a model.
+// Returns the mode that the daemon runs for a model.
 DeviceMode ModeOfModel(const std::string& model);
 
-// Whether a model is one that is known here, which any name of a PTZ head need not be.
+// Returns true if the model has a mode or a table of its own. Any other name is valid, too: it
+// selects a common PTZ head.
 bool IsKnownModel(const std::string& model);
 
-// The model of this device; "" when the parameter block cannot be read. Takes no lock: a command
-// that stops a motion must not wait for one.
+// Returns the model of this device, or "" if the parameter block cannot be read. Takes no lock: a
+// command that stops a motion must not wait for one.
 std::string DeviceModel();
 
 }  // namespace tools

@@ -1,4 +1,4 @@
-// How a command of the tool fails, and the exit statuses that a script can tell apart.
+// Failure of a command, and the exit statuses of the tool.
 #pragma once
 
 #include <stdexcept>
@@ -8,14 +8,14 @@ namespace tools {
 
 enum ExitStatus : int {
   EXIT_STATUS_DONE = 0,
-  EXIT_STATUS_FAILED = 1,     // it was tried and did not work: a file, a socket, a check
-  EXIT_STATUS_USAGE = 2,      // the command line is wrong; nothing was tried
-  EXIT_STATUS_NO_DAEMON = 3,  // nobody listens at the daemon's port
-  EXIT_STATUS_DECLINED = 4,   // the user said no, or could not be asked
-  EXIT_STATUS_SIGNAL = 128,   // plus N: signal N cut a timed motion short, which was stopped
+  EXIT_STATUS_FAILED = 1,     // a file, a socket or a check failed
+  EXIT_STATUS_USAGE = 2,      // the command line is wrong; nothing was done
+  EXIT_STATUS_NO_DAEMON = 3,  // no process has bound the daemon's port
+  EXIT_STATUS_DECLINED = 4,   // the user declined, or there is no terminal to ask
+  EXIT_STATUS_SIGNAL = 128,   // plus N: signal N ended a timed motion
 };
 
-// Ends a command with one line, "rs232ctl: TEXT", on standard error.
+// Ends a command with the line "rs232ctl: TEXT" on standard error.
 struct Failure : std::runtime_error {
   Failure(ExitStatus exit_status, const std::string& text)
       : std::runtime_error(text), status(exit_status) {}

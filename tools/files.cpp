@@ -48,7 +48,7 @@ bool WriteAll(int fd, std::span<const uint8_t> bytes) {
   return true;
 }
 
-// Fills the new file `path`, which goes again when that fails.
+// Writes the new file `path`; removes it on failure.
 void Fill(int fd, const std::string& path, std::span<const uint8_t> bytes,
           const std::string& shown_path) {
   const UniqueFd file(fd);
@@ -58,7 +58,7 @@ void Fill(int fd, const std::string& path, std::span<const uint8_t> bytes,
   Fail("write", shown_path, error);
 }
 
-// A new name outlives a loss of power only once its directory is on the medium.
+// A new name survives a loss of power only after its directory was synchronized.
 bool SyncDirectoryOf(const std::string& path) {
   const std::string directory = std::filesystem::absolute(path).parent_path();
   const UniqueFd file(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -68,12 +68,12 @@ bool SyncDirectoryOf(const std::string& path) {
 }  // namespace
 
 std::vector<uint8_t> ReadFile(const std::string& path) {
-  // A pipe that nobody writes must not hold the tool.
+  // O_NONBLOCK: a pipe without a writer must not block the tool.
   const UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   if (file.Get() < 0) Fail("open", path, errno);
   struct stat status;
   if (fstat(file.Get(), &status) != 0) Fail("open", path, errno);
-  if (!S_ISREG(status.st_mode)) throw Failure(EXIT_STATUS_FAILED, path + " is no regular file");
+  if (!S_ISREG(status.st_mode)) throw Failure(EXIT_STATUS_FAILED, path + " is not a regular file");
   return ReadAll(file.Get(), path);
 }
 

@@ -1,5 +1,5 @@
-// Files read and written whole. Each function throws Failure (EXIT_STATUS_FAILED) with the path
-// and the reason.
+// Reads and writes whole files. Each function throws Failure (EXIT_STATUS_FAILED) with the path and
+// the reason.
 #pragma once
 
 #include <cstdint>
@@ -9,21 +9,20 @@
 
 namespace tools {
 
-// Everything that a regular file holds. Anything else of that name is refused.
+// Returns the contents of a regular file; rejects any other kind of file.
 std::vector<uint8_t> ReadFile(const std::string& path);
 
-// Everything up to the end of a file of any kind; "-" is standard input.
+// Reads a file of any kind up to its end; "-" is standard input.
 std::vector<uint8_t> ReadStream(const std::string& path);
 
-// Writes over what is there.
+// Overwrites the file, or creates it.
 void WriteText(const std::string& path, const std::string& text);
 
-// Puts a file of these bytes at `path`, over one that may be there: a reader sees the old file
-// or the new one, never a part.
+// Creates or replaces a file by a rename: a reader sees either the old file or the new one,
+// complete.
 void PlaceFile(const std::string& path, std::span<const uint8_t> bytes);
 
-// Makes a new file, which outlives a loss of power once this returns; one that is there already is
-// left alone, and a failure.
+// Creates a file that survives a loss of power once this returns. Fails if the file exists.
 void CreateFile(const std::string& path, std::span<const uint8_t> bytes);
 
 }  // namespace tools

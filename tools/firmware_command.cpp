@@ -32,23 +32,24 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-// The daemon takes any image that it can load and that is no shorter than its header.
+// The daemon accepts any image that it can load and that is not shorter than its header.
 Bytes ReadImage(const std::string& path) {
-  const auto refuse = [&path](size_t size, const std::string& limit) {
-    throw Failure(EXIT_STATUS_FAILED, path + " is no firmware image: it has " +
+  const auto refuse = [&path](uintmax_t size, const std::string& limit) {
+    throw Failure(EXIT_STATUS_FAILED, path + " is not a firmware image: it has " +
                                           std::to_string(size) + " bytes, " + limit);
   };
   std::error_code error;
-  const size_t size = std::filesystem::file_size(path, error);
-  if (!error && size > CUTIL_LOAD_MAX) refuse(size, "at most " + std::to_string(CUTIL_LOAD_MAX));
+  const uintmax_t size = std::filesystem::file_size(path, error);
+  if (!error && size > CUTIL_LOAD_MAX)
+    refuse(size, "the maximum is " + std::to_string(CUTIL_LOAD_MAX));
   Bytes image = ReadFile(path);
   const size_t header = MICOM_IMAGE_HEADER_SIZE;
-  if (image.size() <= header) refuse(image.size(), "its header " + std::to_string(header));
+  if (image.size() <= header) refuse(image.size(), "the header alone " + std::to_string(header));
   return image;
 }
 
-// Why this may be the wrong file, or "". The daemon and the module take whatever comes, and a
-// header that is not examined says nothing; but other kinds of files can be told.
+// Returns why the file may be the wrong one, or "". Neither the daemon nor the module checks the
+// image, and the contents of the header are unknown, but other kinds of files can be recognised.
 std::string DoubtOf(const Bytes& image) {
   constexpr std::pair<std::string_view, const char*> kOtherFiles[] = {
       {"\177ELF", "a program"},   {"\037\213", "a gzip file"}, {"PK\003\004", "a zip archive"},
@@ -58,19 +59,19 @@ std::string DoubtOf(const Bytes& image) {
   const std::string_view text(reinterpret_cast<const char*>(image.data()), image.size());
   const std::string_view payload = text.substr(MICOM_IMAGE_HEADER_SIZE);
   for (const auto& [mark, kind] : kOtherFiles) {
-    if (text.starts_with(mark)) return std::string("it begins like ") + kind;
+    if (text.starts_with(mark)) return std::string("it looks like ") + kind;
   }
   if (std::ranges::all_of(image, [](int c) { return isprint(c) != 0 || isspace(c) != 0; })) {
     return "it is plain text";
   }
   if (payload.find_first_not_of(payload.front()) == std::string_view::npos) {
-    return "its firmware is one byte over and over";
+    return "all bytes of its firmware are equal";
   }
   if (payload.size() >= kUsualMin) return "";
   return "it has only " + std::to_string(payload.size()) + " bytes of firmware";
 }
 
-// What the order does to this device.
+// Returns what the update does to this device.
 std::string Consequence(size_t payload) {
   const std::string model = DeviceModel();
   const std::string bytes = std::to_string(payload) + " bytes of firmware";
@@ -80,19 +81,20 @@ std::string Consequence(size_t payload) {
       return "write " + bytes + " into the camera module of this " + model +
              " and reboot the device";
     case MODE_LENS:
-      return "lay out " + bytes + " and reboot this " + model;
+      return "reboot this " + model + " with " + bytes + " in " + MICOM_FIRMWARE_PATH;
     default:
-      throw Failure(EXIT_STATUS_FAILED, "this device, " + model + ", takes no firmware");
+      throw Failure(EXIT_STATUS_FAILED,
+                    "this device, " + model + ", does not support firmware updates");
   }
 }
 
-// `option` says yes in advance.
+// Asks the user to confirm. `option` is the option that confirms in advance.
 void Ask(const std::string& statement, const char* option) {
   if (isatty(STDIN_FILENO) == 0) {
     throw Failure(EXIT_STATUS_DECLINED,
                   statement + ": stdin is not a terminal; use " + option + " to confirm");
   }
-  Print(stderr, "%s. Go on? [y/N] ", statement.c_str());
+  Print(stderr, "%s. Continue? [y/N] ", statement.c_str());
   char answer[16] = "";
   const bool is_answered = fgets(answer, sizeof(answer), stdin) != nullptr;
   const std::string text = answer;
@@ -100,10 +102,10 @@ void Ask(const std::string& statement, const char* option) {
   throw Failure(EXIT_STATUS_DECLINED, "declined; nothing was done");
 }
 
-// Tells of the update until it has ended, as the daemon's lines do.
+// Prints the progress of the update from the daemon's output until it ends.
 void Follow(DaemonOutput* output, size_t bytes) {
   using Clock = std::chrono::steady_clock;
-  // All sends of one packet in vain take less.
+  // Longer than all failed sends of one packet.
   constexpr std::chrono::seconds kSilenceMax{(MICOM_ROUNDS + 1) * MICOM_TRIES_PER_ROUND *
                                              MICOM_ANSWER_TIMEOUT_S};
   constexpr int kStep = 5;  // percent
@@ -117,7 +119,7 @@ void Follow(DaemonOutput* output, size_t bytes) {
         throw Failure(EXIT_STATUS_FAILED, "the update failed: " + line);
       }
       if (line == "end") {
-        Print(stdout, "the module has its firmware; the device reboots\n");
+        Print(stdout, "the module has accepted the firmware; the device reboots\n");
         return;
       }
       int percent = 0;
@@ -131,7 +133,7 @@ void Follow(DaemonOutput* output, size_t bytes) {
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
   }
-  throw Failure(EXIT_STATUS_FAILED, "nothing is heard of the update; look at what rs232d prints");
+  throw Failure(EXIT_STATUS_FAILED, "timeout: no progress in the output of rs232d");
 }
 
 struct Request {
@@ -160,10 +162,10 @@ void RunUpdate(const Request& request) {
   try {
     SendCommand(CICOMM_PCMD_MICOM_FIRMWARE_UPDATE);
   } catch (const Failure&) {
-    unlink(MICOM_FIRMWARE_PATH);  // for a later order of somebody else it would be a surprise
+    unlink(MICOM_FIRMWARE_PATH);  // a later command must not install it
     throw;
   }
-  Print(stdout, "ordered to %s\n", consequence.c_str());
+  Print(stdout, "sent the command to %s\n", consequence.c_str());
   if (!blind.empty()) Print(stderr, "rs232ctl: warning: %s\n", blind.c_str());
   if (output.has_value() && ModeOfModel(DeviceModel()) == MODE_HD) {
     Follow(&*output, image.size() - MICOM_IMAGE_HEADER_SIZE);
@@ -173,18 +175,20 @@ void RunUpdate(const Request& request) {
 }  // namespace
 
 void AddFirmwareUpdateCommand(CLI::App* app) {
-  CLI::App* update = app->add_subcommand("firmware-update",
-                                         "Give the camera module new firmware, reboot the device");
+  CLI::App* update =
+      app->add_subcommand("firmware-update", "Update the firmware of the camera module and reboot");
   const auto request = std::make_shared<Request>();
-  update->add_option("IMAGE", request->path, "the image: a header of 64 bytes, then the firmware")
+  update
+      ->add_option("IMAGE", request->path,
+                   "the image file: a header of 64 bytes, then the firmware")
       ->type_name("")
       ->required();
-  update->add_flag("--yes", request->is_sure, "do not ask");
-  update->add_flag("--follow", request->is_followed, "tell of the update until it has ended");
-  update->add_flag("--force", request->is_forced, "take a file that does not look like an image");
+  update->add_flag("--yes", request->is_sure, "do not ask for confirmation");
+  update->add_flag("--follow", request->is_followed, "print the progress until the update ends");
+  update->add_flag("--force", request->is_forced, "accept a file that does not look like an image");
   update->footer(
-      "The daemon serves nothing else while it writes, then reboots the device, also after a "
-      "failure. A device with a motorized lens only reboots.\n"
+      "During the update the daemon serves nothing else. It then reboots the device, even if the "
+      "update has failed. A device with a motorized lens only reboots.\n"
       "Example: rs232ctl firmware-update micom-2.1.img");
   update->final_callback([request] { RunUpdate(*request); });
 }

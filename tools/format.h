@@ -1,4 +1,4 @@
-// Text as printf makes it.
+// printf into a std::string.
 #pragma once
 
 #include <cstdarg>

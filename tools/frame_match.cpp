@@ -23,7 +23,8 @@ Match More(bool is_evident) {
   return {.kind = Match::kMore, .is_evident = is_evident};
 }
 
-// A frame of `size` bytes by its two checksums; a bad one only where the rest of it is convincing.
+// Matches a frame of `size` bytes by its checksum. Reports a bad one only if the rest of the frame
+// is convincing.
 Match Judge(size_t size, unsigned found, unsigned expected, bool is_convincing) {
   if (found == expected) return {.kind = Match::kGood, .size = size};
   if (!is_convincing) return kNoMatch;
@@ -34,7 +35,7 @@ unsigned SumOf(std::span<const uint8_t> bytes) {
   return std::accumulate(bytes.begin(), bytes.end(), 0U) & 0xFF;
 }
 
-// Whether the bytes that are there and named hold 0.
+// Returns true if the given bytes, as far as present, are 0.
 template <size_t kCount>
 bool AreZero(std::span<const uint8_t> bytes, const std::array<size_t, kCount>& places) {
   return std::ranges::all_of(places,
@@ -51,7 +52,7 @@ Match MatchPelco(const Look& look, bool is_own_receiver) {
   return Judge(PELCO_FRAME_SIZE, look.rest[PELCO_CHECKSUM_AT], SumOf(covered), is_convincing);
 }
 
-// Whether the receiver, as far as it has come, is the one of this line.
+// Returns true if the receiver, as far as present, is that of this line.
 bool HasOwnReceiver(const Look& look) {
   return look.rest.size() <= PELCO_ADDRESS_AT || look.rest[PELCO_ADDRESS_AT] == PELCO_ADDRESS;
 }
@@ -64,8 +65,8 @@ Match MatchOtherPelco(const Look& look) {
   return HasOwnReceiver(look) ? kNoMatch : MatchPelco(look, false);
 }
 
-// The query FF 01 00 00 96 69 00, or a reply FF 01 00 00 00 MODEL SUM. A reply without a model is
-// a stop frame when it may have gone to the module.
+// The query FF 01 00 00 96 69 00, or a reply FF 01 00 00 00 MODEL SUM. A reply without a model is a
+// stop frame if it may have been sent to the module.
 Match MatchSd(const Look& look) {
   constexpr std::array<uint8_t, 2> kQuery = {0x96, 0x69};
   const Match match = MatchOwnPelco(look);
@@ -81,7 +82,8 @@ Match MatchSd(const Look& look) {
   return is_query || is_reply ? match : kNoMatch;
 }
 
-// FF 01 ALARMS SUM. Four bytes that may go on as a frame are one when that has its checksum.
+// FF 01 ALARMS SUM. Four bytes that could be the start of a longer frame are an answer if their
+// checksum is right.
 Match MatchHeadAnswer(const Look& look) {
   constexpr size_t kSize = 4;
   constexpr size_t kCovered = 2;
@@ -140,7 +142,7 @@ Match MatchLens(const Look& look) {
 
 // --- Firmware ----------------------------------------------------------------------------------
 
-// A packet whose end mark stands at `end_at`.
+// Matches a packet whose end mark is at `end_at`.
 Match MatchPacketTo(const Look& look, size_t end_at) {
   const auto rest = look.rest;
   const size_t covered = end_at + 1;
@@ -152,8 +154,8 @@ Match MatchPacketTo(const Look& look, size_t end_at) {
                true);
 }
 
-// A tail, a header or a data packet: the good one, else while bytes come one that may become
-// good, else a bad one.
+// Matches a tail, a header or a data packet: the good one; else, while more bytes may follow, one
+// that may become good; else a bad one.
 Match MatchPacket(const Look& look) {
   const auto rest = look.rest;
   if (look.direction == Direction::kFromDevice || rest[0] != MICOM_START) return kNoMatch;
@@ -203,7 +205,7 @@ std::vector<LineProtocol> LineProtocols(Protocol protocol) {
   std::vector<LineProtocol> chosen;
   std::ranges::copy_if(kProtocols, std::back_inserter(chosen), [protocol](const LineProtocol& row) {
     return protocol == Protocol::kAuto || row.protocol == protocol ||
-           // An SD module is driven by Pelco-D.
+           // SD modules are driven with Pelco-D.
            (protocol == Protocol::kSd && row.match == MatchOwnPelco);
   });
   return chosen;

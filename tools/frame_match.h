@@ -1,4 +1,4 @@
-// Where a frame of each protocol begins and ends. Free of I/O and of state.
+// Finds where a frame of each protocol begins and ends. Does no I/O and keeps no state.
 #pragma once
 
 #include <cstddef>
@@ -11,24 +11,24 @@
 
 namespace tools {
 
-// Bytes to be looked at for a frame that begins with the first.
+// Bytes that may begin with a frame.
 struct Look {
   std::span<const uint8_t> rest;  // at least one byte
   Direction direction;
-  bool is_final;    // no more bytes are coming
-  bool is_lenient;  // the user chose the protocol: less must fit for a damaged frame
+  bool is_final;    // no more bytes follow
+  bool is_lenient;  // the user chose the protocol: accept less evidence of a damaged frame
 };
 
 struct Match {
   enum Kind : uint8_t {
     kNo,    // no frame begins here
-    kMore,  // one may; the bytes end first
+    kMore,  // a frame may begin here, but the bytes end first
     kGood,
     kBadChecksum,
   };
   Kind kind = kNo;
   size_t size = 0;          // of the frame, kGood and kBadChecksum
-  bool is_evident = false;  // kMore: enough has come to call it the start of a frame
+  bool is_evident = false;  // kMore: there are enough bytes to call it an incomplete frame
   unsigned found = 0;       // checksums, kBadChecksum
   unsigned expected = 0;
 };
@@ -40,7 +40,7 @@ struct LineProtocol {
   int checksum_digits;  // hexadecimal
 };
 
-// The protocols to try, the preferred first: all, or those of one.
+// Returns the protocols to try, the preferred one first: all of them, or those of one choice.
 std::vector<LineProtocol> LineProtocols(Protocol protocol);
 
 }  // namespace tools

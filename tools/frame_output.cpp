@@ -9,7 +9,7 @@ namespace tools {
 
 namespace {
 
-// Bytes of a frame that are shown: the longest but for firmware packets and noise.
+// Number of bytes shown: enough for every frame except firmware packets and noise.
 constexpr size_t kBytesShown = 10;
 constexpr char kGoesOn[] = " ...";
 constexpr int kHexWidth = 3 * kBytesShown - 1 + sizeof(kGoesOn) - 1;

@@ -1,4 +1,4 @@
-// Bytes and explained frames as they are printed.
+// Prints bytes and explained frames.
 #pragma once
 
 #include <cstdint>
@@ -10,16 +10,17 @@
 
 namespace tools {
 
-// The bytes as characters, a point for each that cannot be printed.
+// Returns the bytes as characters, with a dot for each one that is not printable.
 std::string PlainText(std::span<const uint8_t> bytes);
 
-// Adds "bytes" and "text", the bytes in both forms, to a JSON object.
+// Adds the members "bytes" and "text" (the bytes in both forms) to a JSON object.
 void AddBytes(std::span<const uint8_t> bytes, json_object* object);
 
 // Adds the members of a frame to a JSON object.
 void AddFrame(const ExplainedFrame& frame, json_object* object);
 
-// A frame in columns: its bytes (the first of a long one), its protocol, its words.
+// Returns a frame in columns: its bytes (only the first ones of a long frame), protocol and
+// description.
 std::string FrameText(const ExplainedFrame& frame);
 
 }  // namespace tools

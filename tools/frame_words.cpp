@@ -45,7 +45,7 @@ std::vector<uint8_t> Copy(Bytes bytes) {
 }
 
 std::string NoiseWords(Bytes bytes) {
-  const std::string words = Count(bytes.size(), "byte") + " of no frame";
+  const std::string words = Count(bytes.size(), "byte") + " outside any frame";
   const bool is_text =
       std::ranges::all_of(bytes, [](uint8_t byte) { return byte >= ' ' && byte <= '~'; });
   return is_text ? words + ": \"" + std::string(bytes.begin(), bytes.end()) + "\"" : words;
@@ -138,8 +138,8 @@ std::vector<ExplainedFrame> FrameDecoder::Scan(bool is_final) {
   return frames;
 }
 
-// The frame that `rest` begins with and its protocol. kMore with is_final is the start of one: all
-// that there is of it.
+// Returns the frame at the start of `rest` and its protocol. kMore with is_final: `rest` is an
+// incomplete frame.
 Match FrameDecoder::Choose(Bytes rest, bool is_final, const LineProtocol** row) const {
   const Look look = {rest, direction_, is_final, is_lenient_};
   Match damaged;
@@ -159,14 +159,14 @@ Match FrameDecoder::Choose(Bytes rest, bool is_final, const LineProtocol** row) 
     damaged = match;
     *row = &candidate;
   }
-  // What ends a packet is proof enough that it is one.
+  // The end mark is sufficient evidence of a packet.
   const bool is_packet =
       damaged.kind == Match::kBadChecksum && (*row)->protocol == Protocol::kFirmware;
   return damaged.kind == Match::kNo || is_packet ? damaged : LookWithin(damaged, rest, is_final);
 }
 
-// A good frame that begins within a damaged one cuts it off. While there may be one, no more is
-// known.
+// A good frame inside a damaged one cuts the damaged one off. While more bytes may complete such a
+// frame, the result is uncertain.
 Match FrameDecoder::LookWithin(const Match& damaged, Bytes rest, bool is_final) const {
   for (size_t at = 1; at < damaged.size; ++at) {
     const Look look = {rest.subspan(at), direction_, is_final, is_lenient_};
@@ -180,8 +180,8 @@ Match FrameDecoder::LookWithin(const Match& damaged, Bytes rest, bool is_final) 
   return damaged;
 }
 
-// Whether a byte is the answer to a firmware packet. One that is due and no other frame's first
-// byte is one whatever it says.
+// Returns true if a byte is the answer to a firmware packet. If an answer is due, any byte that
+// cannot begin another frame is one.
 bool FrameDecoder::TakesAnswer(uint8_t byte, bool is_other_frame) {
   const bool is_accepted = byte == MICOM_ACCEPTED;
   const bool is_answer =
@@ -200,9 +200,8 @@ ExplainedFrame FrameDecoder::Explain(const Match& match, const LineProtocol& row
   frame.words = row.text(bytes, direction_);
   if (match.kind == Match::kBadChecksum) {
     frame.verdict = Verdict::kBadChecksum;
-    frame.words = "checksum wrong (" + HexNumber(match.found, row.checksum_digits) +
-                  ", should be " + HexNumber(match.expected, row.checksum_digits) +
-                  "): " + frame.words;
+    frame.words = "wrong checksum (" + HexNumber(match.found, row.checksum_digits) + ", expected " +
+                  HexNumber(match.expected, row.checksum_digits) + "): " + frame.words;
   }
   answer_due_ = row.protocol == Protocol::kFirmware && bytes[0] == MICOM_START &&
                 direction_ == Direction::kUnknown;
@@ -224,7 +223,7 @@ size_t SerialCount(Bytes datagram) {
   return LoadLe32(&datagram[offsetof(SerialDataDatagram, count)]);
 }
 
-// What is wrong with the header of a serial data datagram, or "".
+// Returns the fault in the header of a serial data datagram, or "".
 std::string SerialHeaderProblem(Bytes datagram) {
   if (!BeginsWith(datagram, kSerialDataMagic)) {
     return "it does not begin with " + std::string(kSerialDataMagic);
@@ -234,7 +233,7 @@ std::string SerialHeaderProblem(Bytes datagram) {
   }
   const uint32_t kind = LoadLe32(&datagram[offsetof(SerialDataDatagram, kind)]);
   if (kind != SERIAL_DATA_KIND) {
-    return "its last word is " + std::to_string(kind) + ", not " + std::to_string(SERIAL_DATA_KIND);
+    return "its kind is " + std::to_string(kind) + ", not " + std::to_string(SERIAL_DATA_KIND);
   }
   const size_t count = SerialCount(datagram);
   if (count < 1 || count > SERIAL_DATA_MAX) {
@@ -248,7 +247,7 @@ std::string CountProblem(size_t announced, size_t there) {
          (there == 1 ? " is there" : " are there");
 }
 
-// Explains one datagram at the start of what is left, and what it carries.
+// Explains one datagram at the start of the remaining bytes, and its contents.
 class DatagramReader {
  public:
   DatagramReader(Bytes bytes, Protocol protocol, bool guess)
@@ -266,7 +265,7 @@ class DatagramReader {
  private:
   Bytes Rest() const { return all_.subspan(at_); }
 
-  // Returns false where no datagram begins.
+  // Returns false if there is no datagram.
   bool ReadDatagram() {
     const Bytes rest = Rest();
     if (protocol_ == Protocol::kSerialData || (guess_ && BeginsWith(rest, kSerialDataMagic))) {
@@ -304,7 +303,7 @@ class DatagramReader {
     const std::string problem = SerialHeaderProblem(Rest());
     if (!problem.empty()) {
       Take(Rest().size(), Protocol::kSerialData, Verdict::kMalformed,
-           "no serial data datagram: " + problem);
+           "invalid serial data datagram: " + problem);
       return;
     }
     const size_t count = SerialCount(Rest());
@@ -321,8 +320,8 @@ class DatagramReader {
     const Bytes rest = Rest();
     if (!BeginsWith(rest, kCommandMagic) || rest.size() < CICOMM_HEADER_SIZE) {
       Take(rest.size(), Protocol::kCommand, Verdict::kMalformed,
-           "no command: a header of " + Count(CICOMM_HEADER_SIZE, "byte") + " that begins with " +
-               std::string(kCommandMagic) + " is missing");
+           "invalid command: it does not begin with a header of " +
+               Count(CICOMM_HEADER_SIZE, "byte") + " and " + std::string(kCommandMagic));
       return;
     }
     CicommHeader header;
@@ -350,7 +349,8 @@ class DatagramReader {
   void ReadDaemon() {
     const Bytes rest = Rest();
     if (rest.size() < RS232_UDP_CODE_SIZE) {
-      Take(rest.size(), Protocol::kDaemon, Verdict::kMalformed, "half a code: it is ignored");
+      Take(rest.size(), Protocol::kDaemon, Verdict::kMalformed,
+           "incomplete code; the daemon ignores it");
       return;
     }
     const uint16_t code = LoadLe16(rest.data());
@@ -360,10 +360,10 @@ class DatagramReader {
            "write " + Count(carried, "byte") + " to the line");
       TakeStream(carried, Protocol::kAuto, Direction::kToDevice);
     } else if (code == RS232_UDP_STOP) {
-      Take(rest.size(), Protocol::kDaemon, Verdict::kGood, "end the daemon");
+      Take(rest.size(), Protocol::kDaemon, Verdict::kGood, "stop the daemon");
     } else {
       Take(rest.size(), Protocol::kDaemon, Verdict::kMalformed,
-           "code " + HexNumber(code, 4) + ", which is not known: it is ignored");
+           "unknown code " + HexNumber(code, 4) + "; the daemon ignores it");
     }
   }
 

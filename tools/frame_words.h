@@ -1,7 +1,7 @@
-// Explains the bytes of the line, and of the datagrams around it, in words.
+// Explains the bytes of the line, and of related datagrams, in words.
 //
-// FrameDecoder cuts one stream into frames; ExplainBytes takes bytes that are all there, which
-// may be datagrams. Free of I/O. A decoder belongs to one thread.
+// FrameDecoder splits one stream into frames. ExplainBytes takes complete input, which may contain
+// datagrams. Does no I/O. A decoder belongs to one thread.
 #pragma once
 
 #include <cstddef>
@@ -18,29 +18,29 @@ struct LineProtocol;
 struct Match;
 
 enum class Protocol : uint8_t {
-  kAuto,  // whichever fits; never that of an explained frame
+  kAuto,  // any that matches; never the protocol of an explained frame
   // On the line.
-  kPelco,     // heads, both ways
-  kSd,        // SD module: the query for its model, its reply
-  kHd,        // micom of an HD module, both ways
+  kPelco,     // heads, both directions
+  kSd,        // SD module: the query for its model, and the reply
+  kHd,        // micom of an HD module, both directions
   kFirmware,  // its firmware update: packets, answers
-  kLens,      // registers of the lens micom, both ways
+  kLens,      // registers of the lens micom, both directions
   // Datagrams.
-  kSerialData,  // to SERIAL_DATA_PORT: bytes that came from the line
+  kSerialData,  // to SERIAL_DATA_PORT: bytes from the line
   kDaemon,      // to the daemon's UDP port
   kCommand,     // command channel
   kNone,        // noise
 };
 
-// Which way bytes went on the line. Some frames mean one thing one way and another the other.
+// Direction of bytes on the line. Some frames have a different meaning in each direction.
 enum class Direction : uint8_t { kUnknown, kToDevice, kFromDevice };
 
 enum class Verdict : uint8_t {
   kGood,
   kBadChecksum,
   kMalformed,  // a datagram whose length or fixed fields are wrong
-  kCutOff,     // the start of a frame whose rest did not come
-  kNoise,      // bytes of no frame
+  kCutOff,     // an incomplete frame
+  kNoise,      // bytes outside any frame
 };
 
 struct ExplainedFrame {
@@ -48,41 +48,42 @@ struct ExplainedFrame {
   std::vector<uint8_t> bytes;
   Protocol protocol;  // kNone for noise
   Verdict verdict;
-  std::string words;  // what it says, and what is wrong with it; printable ASCII in one line
+  std::string words;  // its meaning and its faults; one line of printable ASCII
 };
 
-// The name of a protocol on a command line, e.g. "pelco-d", and back.
+// Converts between a protocol and its name on the command line, e.g. "pelco-d".
 const char* ProtocolName(Protocol protocol);
 std::optional<Protocol> ProtocolByName(std::string_view name);
-// The names that a user may choose from: those of the line, or the datagrams' as well.
+// Returns the names that the user may choose: those of the line's protocols, optionally also those
+// of the datagrams.
 std::vector<std::string> ProtocolNames(bool with_datagrams);
 
 // "good", "bad-checksum", "malformed", "cut-off", "noise".
 const char* VerdictName(Verdict verdict);
 
-// Cuts a stream into frames of the line's protocols.
+// Splits a stream into frames of the line's protocols.
 //
-// What frames there are does not depend on the pieces in which bytes come. Where bytes could be
-// frames of several protocols a valid checksum wins, then this order: SD module, Pelco-D for
-// receiver 1, HD micom, lens, firmware, Pelco-D for another receiver. A damaged frame is one only
-// where no good one begins within it.
+// The result does not depend on how the bytes are divided among the calls. If bytes match several
+// protocols, a valid checksum wins, then this order: SD module, Pelco-D for receiver 1, HD micom,
+// lens, firmware, Pelco-D for another receiver. A damaged frame is reported only if no good frame
+// begins inside it.
 class FrameDecoder {
  public:
-  // `offset` is that of the first byte to come. A protocol of datagrams counts as kAuto.
+  // `offset` is the offset of the next byte. A datagram protocol counts as kAuto.
   explicit FrameDecoder(Protocol protocol = Protocol::kAuto,
                         Direction direction = Direction::kUnknown, size_t offset = 0);
   ~FrameDecoder();
   FrameDecoder(const FrameDecoder&) = delete;
   FrameDecoder& operator=(const FrameDecoder&) = delete;
 
-  // Takes bytes; returns what is certain now, in order. The start of a frame is kept for the next
-  // call, noise is not: a run of it ends with the call.
+  // Adds bytes and returns the frames that are certain now, in order. Keeps an incomplete frame for
+  // the next call, but not noise: a run of noise ends with the call.
   std::vector<ExplainedFrame> Feed(std::span<const uint8_t> bytes);
 
-  // Nothing more is coming, or not soon: explains what is kept.
+  // Explains the bytes kept so far: no more are expected, or not soon.
   std::vector<ExplainedFrame> Flush();
 
-  // A firmware packet went the other way: the next byte is its answer.
+  // Reports that a firmware packet was sent the other way, so the next byte is its answer.
   void ExpectFirmwareAnswer() { answer_due_ = true; }
 
  private:
@@ -95,23 +96,22 @@ class FrameDecoder {
   ExplainedFrame Explain(const Match& match, const LineProtocol& row, Bytes bytes);
 
   std::vector<LineProtocol> protocols_;  // to try, the preferred first
-  bool is_firmware_;                     // that protocol was chosen
-  bool is_lenient_;                      // one was
+  bool is_firmware_;                     // the user chose kFirmware
+  bool is_lenient_;                      // the user chose a protocol
   Direction direction_;
   size_t offset_;                 // of the first kept byte
   std::vector<uint8_t> pending_;  // kept bytes
   bool answer_due_ = false;
 };
 
-// Explains bytes of which no more are coming. Bytes that begin with a datagram, or with kAuto
-// look like one, are explained as such, with the frames that it carries behind it; the rest is a
-// stream.
+// Explains complete input. If it begins with a datagram (with kAuto: with bytes that look like
+// one), explains the datagram and the frames in it; treats the rest as a stream.
 std::vector<ExplainedFrame> ExplainBytes(std::span<const uint8_t> bytes,
                                          Protocol protocol = Protocol::kAuto,
                                          Direction direction = Direction::kUnknown);
 
-// The bytes that a serial data datagram carries, within `datagram`; nothing when it is none, and
-// then why in `problem`.
+// Returns the bytes carried by a serial data datagram, as a part of `datagram`. Returns an empty
+// span and sets `problem` if it is not a valid one.
 std::optional<std::span<const uint8_t>> SerialDataOf(std::span<const uint8_t> datagram,
                                                      std::string* problem);
 

@@ -26,9 +26,9 @@ struct Request {
   std::vector<std::string> words;
 };
 
-// Explains lines as they come. Lines of the trace are explained at once, each way as a stream of
-// its own; among them any other output of the daemon is passed over. Other bytes make one stream,
-// or datagrams, of which the whole must be there.
+// Explains lines as they arrive. Trace lines are explained at once, each direction as its own
+// stream; other output of the daemon between them is ignored. Bytes that are not from a trace form
+// one stream, or datagrams, and are explained at the end.
 class FrameReader {
  public:
   FrameReader(Protocol protocol, bool is_json)
@@ -52,7 +52,7 @@ class FrameReader {
     }
   }
 
-  // Throws Failure with `wrong` when there was something that cannot be read.
+  // Throws Failure with status `wrong` if a line was unreadable.
   void Finish(ExitStatus wrong) {
     if (has_trace_) {
       PrintFrames(sent_.Flush(), Direction::kToDevice);
@@ -61,7 +61,7 @@ class FrameReader {
       return;
     }
     if (!problem_.empty()) throw Failure(wrong, problem_);
-    if (bytes_.empty()) throw Failure(wrong, "there are no bytes to explain");
+    if (bytes_.empty()) throw Failure(wrong, "no bytes to explain");
     PrintFrames(ExplainBytes(bytes_, protocol_), Direction::kUnknown);
   }
 
@@ -102,13 +102,14 @@ class FrameReader {
   bool is_in_dump_ = false;  // the last line was a row of a dump
   bool has_trace_ = false;
   std::string time_;  // of the last trace line
-  // Of the first line that is neither bytes nor trace, and of the first damaged line of the trace.
+  // Problems of the first line that is neither bytes nor trace, and of the first damaged trace
+  // line.
   std::string problem_;
   std::string trace_problem_;
   std::vector<uint8_t> bytes_;
 };
 
-// Hands every line of a text to the reader.
+// Passes every line of a text to the reader.
 void TakeLines(std::string_view text, FrameReader* reader) {
   while (!text.empty()) {
     const size_t end = std::min(text.find('\n'), text.size());
@@ -117,7 +118,8 @@ void TakeLines(std::string_view text, FrameReader* reader) {
   }
 }
 
-// Arguments that are no trace lines themselves are one line: the shell may have cut it at blanks.
+// Joins arguments that are not trace lines to one line, because the shell may have split it at
+// blanks.
 void TakeArguments(const std::vector<std::string>& words, FrameReader* reader) {
   std::string joined;
   for (const std::string& word : words) {
@@ -160,28 +162,26 @@ void RunFrames(const Request& request) {
 }  // namespace
 
 void AddFramesCommand(CLI::App* app) {
-  CLI::App* frames = app->add_subcommand("frames", "Explain bytes of the line, or a datagram");
+  CLI::App* frames = app->add_subcommand("frames", "Explain bytes of the line or a datagram");
   const auto request = std::make_shared<Request>();
   frames
       ->add_option("BYTES", request->words,
-                   "bytes in hexadecimal, or lines of the daemon's trace; standard input when "
-                   "there are none")
+                   "bytes in hexadecimal, or lines of the daemon's trace; default: standard input")
       ->type_name("");
   frames
-      ->add_option(
-          "--protocol", request->protocol,
-          "what the bytes are, where they could be several things: " + Joined(ProtocolNames(true)))
+      ->add_option("--protocol", request->protocol,
+                   "protocol of the bytes, if several match: " + Joined(ProtocolNames(true)))
       ->type_name("NAME")
       ->check(OneOf(ProtocolNames(true)))
       ->capture_default_str();
-  frames->add_flag("--json", request->is_json, "one JSON object a frame");
+  frames->add_flag("--json", request->is_json, "print one JSON object per frame");
   frames->footer(
-      "Each line tells where a frame begins, its bytes, its protocol and what it says.\n"
+      "Prints a line for each frame: offset, bytes, protocol and meaning.\n"
       "Examples:\n"
       "  rs232ctl frames FF 01 00 12 13 09 2F\n"
       "  rs232ctl frames '0xA5,0x40,0x0C,0x00,0x78,0x69'\n"
       "  rs232ctl frames '11/22 21:50:33.357466   SEND    7: FF 01 00 12 13 09 2F '\n"
-      "  rs232d 1 | rs232ctl frames        # all that goes over the line, explained");
+      "  rs232d 1 | rs232ctl frames        # explain all traffic of the line");
   frames->final_callback([request] { RunFrames(*request); });
 }
 

@@ -34,18 +34,18 @@ constexpr std::array<DataRow, 6> kHdLens = {{
     {HD_LENS_STOP, "stop"},
     {HD_LENS_TELE, "zoom tele"},
     {HD_LENS_WIDE, "zoom wide"},
-    {HD_LENS_FOCUS_SEARCH, "search the sharpest focus"},
+    {HD_LENS_FOCUS_SEARCH, "focus search"},
     {HD_LENS_FOCUS_MINUS, "focus minus"},
     {HD_LENS_FOCUS_PLUS, "focus plus"},
 }};
 
 std::string DataWords(std::span<const DataRow> rows, uint8_t data) {
   const auto row = std::ranges::find(rows, data, &DataRow::data);
-  return row != rows.end() ? row->words : HexNumber(data) + ", which is not known";
+  return row != rows.end() ? row->words : "unknown, " + HexNumber(data);
 }
 
 std::string HdValueWords(uint8_t command, uint8_t value) {
-  if (value == HD_NO_VALUE) return "not known";
+  if (value == HD_NO_VALUE) return "unknown";
   if (command == HD_VERSION) return std::to_string(value >> 4) + "." + std::to_string(value & 0x0F);
   if (command == HD_SENSOR) return HexNumber(value) + " (" + HdModelText(value) + ")";
   return std::to_string(value);
@@ -88,7 +88,7 @@ std::string FirmwarePacketText(std::span<const uint8_t> frame, Direction /*direc
     const unsigned crc = LoadLe16(&frame[MICOM_TAIL_PAYLOAD_CRC_AT]);
     return "tail packet: the firmware's checksum is " + HexNumber(crc, 4);
   }
-  // A header that announces 2 bytes reads like 2 zero bytes of data: no firmware is so short.
+  // A header for 2 bytes looks like a data packet with 2 zero bytes; no firmware is that short.
   const size_t count = LoadLe16(&frame[MICOM_DATA_COUNT_AT]);
   if (frame.size() == count + MICOM_DATA_OVERHEAD) {
     return "data packet: " + Count(count, "byte") + " of firmware";
@@ -98,7 +98,7 @@ std::string FirmwarePacketText(std::span<const uint8_t> frame, Direction /*direc
 }
 
 std::string FirmwareReadyText(std::span<const uint8_t> /*frame*/, Direction /*direction*/) {
-  return "the micom is ready for the firmware";
+  return "micom ready for the firmware";
 }
 
 std::string FirmwareAnswerText(uint8_t answer) {

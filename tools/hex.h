@@ -1,4 +1,4 @@
-// Bytes as people read them.
+// Bytes in hexadecimal.
 #pragma once
 
 #include <cstdint>

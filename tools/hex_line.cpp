@@ -30,7 +30,7 @@ std::string_view Trimmed(std::string_view text) {
   return text.substr(0, text.find_last_not_of(kBlanks) + 1);
 }
 
-// What goes before the bytes of a trace line: time stamp, tag, length and a colon. Returns false
+// Reads what precedes the bytes of a trace line: time stamp, tag, length and a colon. Returns false
 // for any other line.
 bool TakeTraceHead(std::string_view* text, HexLine* line, int* length) {
   const std::string_view whole = *text;
@@ -45,7 +45,7 @@ bool TakeTraceHead(std::string_view* text, HexLine* line, int* length) {
     line->is_trace = true;
     line->direction = row->direction;
     std::string_view time = whole.substr(0, static_cast<size_t>(token.data() - whole.data()));
-    // Other output may stand before it on the line.
+    // Other output may precede it on the line.
     constexpr size_t kMonthDigits = 2;
     const size_t slash = time.rfind('/');
     if (slash != std::string_view::npos && slash >= kMonthDigits) {
@@ -56,7 +56,7 @@ bool TakeTraceHead(std::string_view* text, HexLine* line, int* length) {
   }
 }
 
-// A row of a dump less its offset and its text.
+// Returns the bytes of a dump row, without its offset and text.
 std::string_view DumpBytes(std::string_view text) {
   const size_t bar = text.find('|');
   if (bar == std::string_view::npos) return text;
@@ -73,15 +73,14 @@ HexLine ReadHexLine(std::string_view text) {
   int length = 0;
   if (!TakeTraceHead(&rest, &line, &length)) {
     line.is_dump = text.find('|') != std::string_view::npos;
-    line.problem = Trimmed(text) == "*"
-                       ? "the dump has left rows out, for which '*' stands; hexdump -v prints all"
-                       : ReadHexBytes(DumpBytes(text), &line.bytes);
+    line.problem = Trimmed(text) == "*" ? "the dump omits rows ('*'); use hexdump -v to print all"
+                                        : ReadHexBytes(DumpBytes(text), &line.bytes);
     return line;
   }
   line.problem = ReadHexBytes(rest, &line.bytes);
-  // A read that failed has a negative length and no bytes.
+  // A failed read has a negative length and no bytes.
   if (line.problem.empty() && std::max(length, 0) != static_cast<int>(line.bytes.size())) {
-    line.problem = "the trace line says " + std::to_string(length) + " bytes and has " +
+    line.problem = "the trace line announces " + std::to_string(length) + " bytes and has " +
                    std::to_string(line.bytes.size());
   }
   return line;

@@ -43,11 +43,11 @@ std::vector<Fact> ParseFacts(const std::vector<uint8_t>& text) {
 
 void RunInfo(bool is_json) {
   if (access(kInfoPath, F_OK) != 0) {
-    throw Failure(EXIT_STATUS_FAILED, std::string("there is no ") + kInfoPath +
-                                          ": no module or lens has told about itself");
+    throw Failure(EXIT_STATUS_FAILED,
+                  std::string(kInfoPath) + " does not exist: no module or lens has reported yet");
   }
   const std::vector<Fact> facts = ParseFacts(ReadFile(kInfoPath));
-  if (facts.empty()) throw Failure(EXIT_STATUS_FAILED, std::string(kInfoPath) + " says nothing");
+  if (facts.empty()) throw Failure(EXIT_STATUS_FAILED, std::string(kInfoPath) + " is empty");
   const Json object = OwnJson(json_object_new_object());
   for (const Fact& fact : facts) {
     json_object_object_add(object.get(), fact.key.c_str(), NewJsonText(fact.value));
@@ -59,11 +59,11 @@ void RunInfo(bool is_json) {
 }  // namespace
 
 void AddInfoCommand(CLI::App* app) {
-  CLI::App* info = app->add_subcommand("info", "Print what the camera module told about itself");
+  CLI::App* info = app->add_subcommand("info", "Print the camera module's information file");
   const auto is_json = std::make_shared<bool>();
   info->add_flag("--json", *is_json, "print a JSON object");
   info->footer(
-      "SD and HD modules tell version, model and resolution; a motorized lens its version.\n"
+      "SD and HD modules report version, model and resolution; a motorized lens its version.\n"
       "Example: rs232ctl info --json");
   info->final_callback([is_json] { RunInfo(*is_json); });
 }

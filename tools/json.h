@@ -1,4 +1,4 @@
-// JSON for programs that read the tool's output.
+// JSON output for other programs.
 #pragma once
 
 #include <json-c/json.h>
@@ -11,7 +11,7 @@
 
 namespace tools {
 
-// Owns a value; one that is added to an array or an object passes on to it by release().
+// Owns a value. release() passes it on when it is added to an array or an object.
 using Json = std::unique_ptr<json_object, int (*)(json_object*)>;
 
 inline Json OwnJson(json_object* value) {
@@ -23,7 +23,7 @@ struct JsonMember {
   json_object* value;
 };
 
-// An object, which owns its members' values.
+// Returns an object that owns its members' values.
 inline json_object* NewJsonObject(std::initializer_list<JsonMember> members) {
   json_object* object = json_object_new_object();
   for (const JsonMember& member : members)
@@ -31,19 +31,19 @@ inline json_object* NewJsonObject(std::initializer_list<JsonMember> members) {
   return object;
 }
 
-// A text as a value.
+// Returns a text as a value.
 inline json_object* NewJsonText(const std::string& text) {
   return json_object_new_string_len(text.data(), static_cast<int>(text.size()));
 }
 
-// A value over several lines, as people read it, the last with its line feed.
+// Returns a value as indented text with a line feed at its end.
 inline std::string JsonText(const Json& value) {
   constexpr int kStyle =
       JSON_C_TO_STRING_PRETTY | JSON_C_TO_STRING_SPACED | JSON_C_TO_STRING_NOSLASHESCAPE;
   return EscapedJson(json_object_to_json_string_ext(value.get(), kStyle)) + "\n";
 }
 
-// Prints a value on standard output: over several lines, or in one.
+// Prints a value on standard output, indented or on one line.
 inline void PrintJson(const Json& value) {
   PrintText(JsonText(value));
 }

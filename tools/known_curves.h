@@ -1,4 +1,4 @@
-// The tracking curves that the daemon has, and how far a table is from them. Numbers only, no I/O.
+// The tracking curves built into the daemon, and their distance from a table. Does no I/O.
 #pragma once
 
 #include <array>
@@ -9,10 +9,10 @@
 
 namespace tools {
 
-// The focus of a curve at `zoom`: straight between entries, flat beyond both ends.
+// Returns the focus of a curve at `zoom`: linear between entries, constant beyond both ends.
 double FocusAt(std::span<const ZfEntry> table, double zoom);
 
-// The curves that the daemon has.
+// The curves built into the daemon.
 struct KnownCurve {
   const char* name;
   std::span<const ZfEntry> table;
@@ -20,16 +20,16 @@ struct KnownCurve {
 inline constexpr std::array<KnownCurve, 3> kKnownCurves = {
     {{"KESTREL", ZFTABLE_KESTREL}, {"HERON", ZFTABLE_HERON}, {"OSPREY", ZFTABLE_OSPREY}}};
 
-// How far a table is from a known curve, over those of its entries that lie on the curve.
+// Distance of a table from a known curve, over the entries of the table that lie on the curve.
 struct CurveDeviation {
   KnownCurve curve;
   int entries;
   double mean;       // of |deviation|
-  double largest;    // the deviation of largest size: the table's focus less the curve's
-  int largest_zoom;  // where
+  double largest;    // the largest deviation: focus of the table minus that of the curve
+  int largest_zoom;  // its zoom
 };
 
-// One for each known curve, the nearest (least mean) first.
+// Returns one distance for each known curve, the smallest mean first.
 std::vector<CurveDeviation> CompareWithKnown(std::span<const ZfEntry> table);
 
 }  // namespace tools

@@ -47,33 +47,33 @@ void Fit(const FitArguments& arguments) {
     Print(stderr, "rs232ctl: warning: %s\n", warnings.substr(at, end - at).c_str());
 }
 
-// The table is pasted into a source.
+// The table is pasted into a source file.
 std::string CheckName(const std::string& text) {
   const bool is_name = !text.empty() && std::ranges::all_of(text, [](unsigned char c) {
     return isalnum(c) != 0 || c == '_';
   });
-  return is_name ? "" : "'" + text + "' is no name of letters, digits and underscores";
+  return is_name ? "" : "'" + text + "' is not a name of letters, digits and underscores";
 }
 
 void AddFitCommand(CLI::App* lens) {
   auto arguments = std::make_shared<FitArguments>();
-  CLI::App* fit = lens->add_subcommand("fit", "Fit a tracking table to the trace points of a log");
+  CLI::App* fit = lens->add_subcommand("fit", "Fit a tracking table to recorded trace points");
   constexpr int kSpacingMin = 10;
   constexpr int kSpacingMax = 500;
-  fit->add_option("TRACE.log", arguments->log, "what the daemon printed; - is standard input")
+  fit->add_option("TRACE.log", arguments->log, "log of the daemon's output; - reads standard input")
       ->type_name("")
       ->required();
-  fit->add_option("--out", arguments->out, "write the table here instead of printing it")
+  fit->add_option("--out", arguments->out, "write the table to this file instead of printing it")
       ->type_name("FILE");
-  fit->add_option("--name", arguments->name, "the table becomes ZFTABLE_NAME")
+  fit->add_option("--name", arguments->name, "name of the table: ZFTABLE_NAME")
       ->type_name("NAME")
       ->check(CLI::Validator(CheckName, ""))
       ->capture_default_str();
-  fit->add_option("--svg", arguments->svg, "write a picture of the fit here")->type_name("FILE");
+  fit->add_option("--svg", arguments->svg, "plot the fit to this file")->type_name("FILE");
   fit->add_flag("--json", arguments->json, "print the report as JSON");
   fit->add_option("--entries", arguments->options.entries,
-                  "entries of the table (default: those of the shortest built-in one that holds "
-                  "all points), 2 to " +
+                  "entries of the table, default: as many as the shortest built-in table that "
+                  "covers all points; 2 to " +
                       std::to_string(kFitEntriesMax))
       ->type_name("N")
       ->transform(NumberFrom(2, kFitEntriesMax));
@@ -84,7 +84,7 @@ void AddFitCommand(CLI::App* lens) {
       ->transform(NumberFrom(kSpacingMin, kSpacingMax))
       ->capture_default_str();
   fit->add_option("--max-gap", arguments->options.max_gap,
-                  "entries in a row that may be without a point")
+                  "largest number of adjacent entries without a point")
       ->type_name("N")
       ->transform(NumberFrom(0, kFitEntriesMax))
       ->capture_default_str();
@@ -95,7 +95,7 @@ void AddFitCommand(CLI::App* lens) {
 void AddPlotCommand(CLI::App* lens) {
   auto svg = std::make_shared<std::string>();
   CLI::App* plot = lens->add_subcommand("plot", "Show the built-in tracking tables");
-  plot->add_option("--svg", *svg, "write a picture here instead of printing numbers")
+  plot->add_option("--svg", *svg, "plot to this file instead of printing numbers")
       ->type_name("FILE");
   plot->footer("Example: rs232ctl lens plot --svg curves.svg");
   plot->final_callback([svg] {
@@ -110,7 +110,7 @@ void AddPlotCommand(CLI::App* lens) {
 }  // namespace
 
 void AddLensCommand(CLI::App* app) {
-  CLI::App* lens = app->add_subcommand("lens", "Calibrate a motorized lens from recorded traces");
+  CLI::App* lens = app->add_subcommand("lens", "Calibrate a motorized lens");
   lens->require_subcommand(1);
   lens->footer(
       "Examples:\n"

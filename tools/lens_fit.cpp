@@ -15,7 +15,7 @@
 namespace tools {
 namespace {
 
-// Half-widths of the daemon's searches: after a zoom stop, and when asked for.
+// Half-widths of the daemon's searches: after a zoom stop, and on command.
 constexpr std::array<int, 2> kSearchRanges = {100, 200};
 constexpr size_t kPointsMin = 6;
 
@@ -29,9 +29,9 @@ int ChooseEntries(std::span<const TracePoint> points, int spacing) {
     if (known_end >= last && (end == 0 || known_end < end)) end = known_end;
   }
   if (end == 0) {
-    throw Failure(EXIT_STATUS_FAILED, "zoom " + std::to_string(last) +
-                                          " is beyond every known curve; say how many --entries "
-                                          "the table has");
+    throw Failure(EXIT_STATUS_FAILED,
+                  "zoom " + std::to_string(last) +
+                      " is beyond every known curve; set the number of --entries");
   }
   return (end + spacing - 1) / spacing + 1;
 }
@@ -60,7 +60,7 @@ std::vector<Observation> Gather(std::span<const JudgedPoint> points, int spacing
   return all;
 }
 
-// How many kept points lie nearest to each entry.
+// Returns the number of kept points nearest to each entry.
 std::vector<int> CountNearest(std::span<const JudgedPoint> points, int spacing, size_t entries) {
   std::vector<int> counts(entries);
   for (const JudgedPoint& judged : points) {
@@ -76,7 +76,7 @@ std::string EntryRange(size_t first, size_t count, int spacing) {
   return "zoom " + from + " to " + std::to_string(static_cast<int>(first + count - 1) * spacing);
 }
 
-// `missing` is what there is none of.
+// `missing` names what is missing.
 void RequireCoverage(const std::vector<int>& counts, const FitOptions& options,
                      const char* missing) {
   for (size_t first = 0; first < counts.size();) {
@@ -102,8 +102,8 @@ void RequirePoints(std::span<const JudgedPoint> points) {
       points.begin(), points.end(), [](const JudgedPoint& p) { return p.fate == Fate::kKept; }));
   if (usable >= kPointsMin) return;
   throw Failure(EXIT_STATUS_FAILED, "too few points: " + std::to_string(usable) + " of " +
-                                        std::to_string(points.size()) + " can be used, " +
-                                        std::to_string(kPointsMin) + " are the least");
+                                        std::to_string(points.size()) + " are usable, at least " +
+                                        std::to_string(kPointsMin) + " are needed");
 }
 
 double CurveAt(const std::vector<double>& curve, int spacing, int zoom) {
@@ -118,8 +118,8 @@ double ResidualOf(const TracePoint& point, const RobustCurve& curve, int spacing
   return point.focus - CurveAt(curve.values, spacing, point.zoom);
 }
 
-// Takes back the points at an end of their search that lie on the curve of the others. Returns
-// whether there are any.
+// Includes points at an end of their search that lie on the curve of the others. Returns true if
+// there are any.
 bool TakeBack(const RobustCurve& curve, LensFit* fit) {
   bool any = false;
   for (JudgedPoint& judged : fit->points) {
@@ -172,7 +172,7 @@ LensFit FitLens(std::span<const TracePoint> points, const FitOptions& options) {
       judged.fate = Fate::kOutlier;
   }
   const std::vector<int> counts = CountNearest(fit.points, spacing, entries);
-  RequireCoverage(counts, options, "none that agree");
+  RequireCoverage(counts, options, "no consistent points");
   fit.residuals = Summarize(fit.points);
   for (size_t i = 0; i < entries; ++i) {
     const auto focus = static_cast<int32_t>(std::lround(std::max(curve.values[i], 0.0)));

@@ -1,28 +1,28 @@
-// Fits a lens's tracking curve to the points that focus searches print. Numbers only, no I/O.
+// Fits a lens's tracking curve to the points that focus searches print. Does no I/O.
 //
-// Zoom, focus and residuals are motor steps throughout.
+// Zoom, focus and residuals are motor steps.
 //
-// What is fitted. The daemon follows a curve of straight pieces between entries at a constant
-// zoom spacing, so the fit is such a curve: its unknowns are the focus at each entry, and a point
-// between two entries counts for both by its distance to them. No other curve is fitted first and
-// read off at the entries: that would flatten the bends of a table that is used with its corners.
+// Model. The daemon interpolates linearly between entries at a constant zoom spacing, so the fit is
+// such a curve: its unknowns are the focus values at the entries. A point between two entries
+// affects both, the nearer one more. Fitting a smooth curve first and sampling it
+// would flatten the bends.
 //
-// What points are like. A search looks at every tenth step, counted from where it starts: even a
-// perfect one is up to 5 steps off, and starting again from the same place gives the same answer.
-// With a noisy image it is a stop or two off. And some are plainly wrong: something moved in the
-// picture, the image had no detail, the camera daemon did not answer. These lie anywhere, and one
-// in ten of them would bend a least-squares curve by tens of steps.
+// Errors of the points. A search measures at every tenth step from its start, so even a perfect one
+// is up to 5 steps off, and repeating it from the same start gives the same result. With image
+// noise it may be one or two stops off. Some points are wrong altogether: something moved in the
+// image, the image had no detail, or the camera daemon did not answer. These are anywhere, and one
+// of them in ten points would bend a least-squares curve by tens of steps.
 //
-// How. Points whose best position was an end of their search's interval are left out first: in
-// most of them the peak lay beyond it, and where the table in use is far off they come in numbers,
-// all to the same side. (Those that prove to lie on the curve of the others are taken back.) The
-// rest is fitted so that wrong points have no say: robust_curve.h says how.
+// Method. Points whose best position was at an end of the search interval are left out at first:
+// for most of them the peak was outside the interval, and if the table in use is far off they are
+// many, all on the same side. Those that turn out to lie on the curve are included again. The
+// others are fitted with a method that ignores wrong points (see robust_curve.h).
 //
-// A curve is no substitute for points: more than `max_gap` entries in a row without one are
-// refused, and so is a table's end that lies off the points.
+// A curve cannot replace points: the fit is rejected if more than `max_gap` adjacent entries, or an
+// end of the table, have no points.
 //
-// Points that are equal in zoom and focus count together as the root of their number: a search
-// repeated from where it ended looks at the same stops and says the same again.
+// Points with equal zoom and focus together count as the square root of their number, because a
+// search repeated from its end position measures at the same stops and gives the same result.
 #pragma once
 
 #include <span>
@@ -35,33 +35,33 @@ namespace tools {
 
 struct FitOptions {
   int spacing = TRACKING_SPACING;  // zoom steps between two entries
-  int entries = 0;                 // 0: as many as the shortest known curve that holds all points
-  int max_gap = 2;                 // entries in a row that may be without a point
+  int entries = 0;                 // 0: as many as the shortest known curve that covers all points
+  int max_gap = 2;                 // largest number of adjacent entries without a point
 };
 
 enum class Fate {
   kKept,
-  kOutlier,    // further off the curve than the cutoff
-  kSearchEnd,  // best at an end of its search's interval
-  kOffTable,   // its zoom is not on the table
+  kOutlier,    // farther from the curve than the cutoff
+  kSearchEnd,  // best position at an end of the search interval
+  kOffTable,   // zoom outside the table
 };
 
 struct JudgedPoint {
   TracePoint point;
   Fate fate;
-  double residual;  // focus less the curve's; off the table: less that of the nearer end
+  double residual;  // focus minus the curve's; outside the table: minus that of the nearer end
 };
 
 struct FittedEntry {
   ZfEntry place;       // the focus rounded to whole steps, at least 0
-  int points;          // kept ones that lie nearer to this entry than to another
+  int points;          // kept points nearest to this entry
   double uncertainty;  // standard error, steps
 };
 
-// Of the kept points.
+// Statistics of the kept points.
 struct Residuals {
   double median;
-  double spread;  // 1.4826 times the median of |residual|: the standard deviation, were they normal
+  double spread;  // 1.4826 times the median of |residual|: see robust_curve.h
   double rms;
   double largest;  // of |residual|
 };
@@ -75,14 +75,14 @@ struct LensFit {
 
   std::vector<ZfEntry> Table() const;
   int Count(Fate fate) const;
-  // Entries that the curve has from their neighbours only.
+  // Returns the entries without points, which are determined by their neighbours.
   std::vector<int> Bridged() const;
 };
 
-// The most entries that a table may be asked to have.
+// The largest number of entries of a table.
 constexpr int kFitEntriesMax = 512;
 
-// Throws Failure, with what is missing, when there are too few points for a table.
+// Throws Failure with the reason if there are too few points for a table.
 LensFit FitLens(std::span<const TracePoint> points, const FitOptions& options);
 
 }  // namespace tools

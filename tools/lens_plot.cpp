@@ -11,7 +11,7 @@
 namespace tools {
 namespace {
 
-// What gnuplot is told for every picture.
+// The common part of all gnuplot scripts.
 constexpr char kStyle[] =
     "set grid linecolor rgb '#e4e4e4'\n"
     "set border 3\n"
@@ -24,7 +24,7 @@ constexpr char kStyle[] =
     "set linetype 4 linecolor rgb '#7a7a7a' linewidth 1.5 dashtype 2\n";
 constexpr char kZoomLabel[] = "set xlabel 'zoom, steps from its zero end'\n";
 
-// A piece of a script.
+// Quotes a text for a gnuplot script.
 std::string Quoted(const std::string& text) {
   std::string quoted;
   for (const char c : text)
@@ -32,7 +32,8 @@ std::string Quoted(const std::string& text) {
   return "'" + quoted + "'";
 }
 
-// Named data for plots: columns of what `row` makes of each element, "" for none.
+// Returns a gnuplot data block with one line for each element; `row` returns "" for an element to
+// skip.
 template <typename Elements, typename Row>
 std::string Data(const std::string& name, const Elements& elements, Row row) {
   std::string text = "$" + name + " << END\n";
@@ -43,7 +44,7 @@ std::string Data(const std::string& name, const Elements& elements, Row row) {
 
 void Draw(const std::string& path, int height, const std::string& script) {
   fflush(stdout);
-  signal(SIGPIPE, SIG_IGN);  // a gnuplot that is not there reads nothing
+  signal(SIGPIPE, SIG_IGN);  // in case gnuplot is not installed
   FILE* gnuplot = popen("exec gnuplot 2>/dev/null", "we");
   bool is_drawn = gnuplot != nullptr;
   if (is_drawn) {
@@ -54,7 +55,7 @@ void Draw(const std::string& path, int height, const std::string& script) {
     is_drawn = pclose(gnuplot) == 0;
   }
   if (!is_drawn)
-    throw Failure(EXIT_STATUS_FAILED, "cannot draw " + path + "; is gnuplot installed?");
+    throw Failure(EXIT_STATUS_FAILED, "cannot plot " + path + "; is gnuplot installed?");
 }
 
 struct FateRow {
@@ -70,7 +71,7 @@ constexpr FateRow kFates[] = {
     {Fate::kSearchEnd, "ends", "at an end of the search", "pointtype 12 linecolor rgb '#c4301b'"},
 };
 
-// Of each fate that there is: zoom, focus, and the residual within `reach`.
+// Returns a data block for each fate: zoom, focus, and the residual limited to `reach`.
 std::string PointData(const LensFit& fit, double reach) {
   std::string text;
   for (const FateRow& row : kFates) {

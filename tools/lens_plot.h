@@ -1,5 +1,5 @@
-// Pictures of lens curves, drawn by gnuplot as SVG. Both axes are motor steps. Each function throws
-// Failure when there is no gnuplot or it cannot write the picture.
+// Plots lens curves as SVG with gnuplot. Both axes are motor steps. Each function throws Failure if
+// gnuplot is not installed or cannot write the file.
 #pragma once
 
 #include <string>
@@ -8,11 +8,11 @@
 
 namespace tools {
 
-// A fit over its points, with the nearest known curve; below it the residuals, and how far the
-// known curve lies from the fit.
+// Plots a fit with its points and the nearest known curve. A second diagram shows the residuals and
+// the distance of the known curve from the fit.
 void DrawFit(const LensFit& fit, const std::string& path);
 
-// The known curves.
+// Plots the known curves.
 void DrawKnownCurves(const std::string& path);
 
 }  // namespace tools

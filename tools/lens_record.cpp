@@ -25,13 +25,13 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// The longest that a reset with its search takes is some 20 s.
+// Longer than a reset with its search, which takes about 20 s.
 constexpr std::chrono::seconds kSearchMax{60};
 constexpr std::chrono::milliseconds kLookEvery{200};
 
-// The speed at which a drive's step is one of the table's, TRACKING_SPACING zoom steps.
+// The speed at which a drive step equals TRACKING_SPACING zoom steps, the spacing of the table.
 constexpr int8_t kZoomSpeed = 80;
-// The slowest: a step of 2 focus steps.
+// The slowest speed: a drive step of 2 focus steps.
 constexpr int8_t kFocusSpeed = 1;
 
 struct Request {
@@ -45,9 +45,9 @@ constexpr CameraControl Control(uint16_t code, int8_t first = 0, int8_t third = 
       .target = CAMERA_CONTROL_TARGET, .code = code, .first = first, .second = 0, .third = third};
 }
 
-// Leads the lens from its zero ends along the zoom. At each place it searches several times, each
-// search from 2 focus steps further on than the one before: a search looks at every tenth step, and
-// one that starts where the last has ended says the same again.
+// Drives the lens along the zoom, from its zero ends. Searches several times at each place, and
+// starts each search 2 focus steps farther on than the one before: a search measures at every tenth
+// step, so starting again from the same place would give the same result.
 class Recorder {
  public:
   explicit Recorder(const Request& request) : request_(request), file_(request.path) {
@@ -83,13 +83,14 @@ class Recorder {
     }
   }
 
-  // A start and its stop: the daemon serves a command a pass, and a pass is one step of its drive.
+  // Sends a start and a stop: the daemon serves one command per pass, and each pass makes one drive
+  // step.
   static void Pulse(const CameraControl& start) {
     SendControl(start);
     SendControl(Control(start.code));
   }
 
-  // Waits for the end of a search and keeps its point. Returns the zoom.
+  // Waits for the end of a search and records its point. Returns the zoom.
   int AwaitPoint() {
     const Clock::time_point end = Clock::now() + kSearchMax;
     while (Clock::now() < end) {
@@ -106,8 +107,8 @@ class Recorder {
       if (signal.has_value()) FailBySignal(*signal);
     }
     throw Failure(EXIT_STATUS_FAILED,
-                  "no focus search has come to its end for 60 s; does the "
-                  "camera daemon run?");
+                  "timeout: no focus search has ended for 60 s; is the "
+                  "camera daemon running?");
   }
 
   void Report(int zoom) const {
@@ -141,20 +142,22 @@ void Record(const Request& request) {
 void AddLensRecordCommand(CLI::App* lens) {
   const auto request = std::make_shared<Request>();
   CLI::App* record =
-      lens->add_subcommand("record", "Search the focus all along the zoom, and keep the points");
-  record->add_option("TRACE.log", request->path, "where the points go")->type_name("")->required();
-  record->add_option("--searches", request->searches, "searches at each place of the zoom")
+      lens->add_subcommand("record", "Record focus searches along the whole zoom range");
+  record->add_option("TRACE.log", request->path, "output file for the points")
+      ->type_name("")
+      ->required();
+  record->add_option("--searches", request->searches, "searches at each zoom position")
       ->type_name("N")
       ->transform(NumberFrom(1, 20))
       ->capture_default_str();
-  record->add_option("--to", request->zoom_end, "the last zoom position, in motor steps")
+  record->add_option("--to", request->zoom_end, "last zoom position, in motor steps")
       ->type_name("ZOOM")
       ->transform(NumberFrom(0, INT16_MAX))
       ->capture_default_str();
   record->footer(
-      "Drives both motors to their zero ends first ('F'), then goes on by 50 zoom steps at a time. "
-      "The picture has to be flat, detailed, well lit and still. Ctrl-C stops the lens and keeps "
-      "what has been recorded. What the daemon prints must be in the journal or in a file.\n"
+      "First drives both motors to their zero ends (the 'F' button), then searches every 50 zoom "
+      "steps. Aim the camera at a flat, detailed, well-lit and still scene. Ctrl-C stops the lens; "
+      "the recorded points are kept. The daemon must print to the journal or to a file.\n"
       "Example: rs232ctl lens record trace.log");
   record->final_callback([request] { Record(*request); });
 }

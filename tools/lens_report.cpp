@@ -11,14 +11,14 @@ namespace tools {
 namespace {
 
 constexpr size_t kPairsOfALine = 6;
-// An entry known worse than this is worth a search or two more: half a search's step.
+// An entry with a larger uncertainty deserves another search: half the step of a search.
 constexpr double kUncertaintyMax = 5;
-// Share of the points beyond which so many dropped ones say that something is wrong.
+// A larger share of dropped points suggests a fault.
 constexpr double kDroppedShareMax = 0.25;
 
 const char* Reason(Fate fate) {
-  constexpr const char* kReasons[] = {"kept", "outlier", "at the end of its search",
-                                      "off the table"};
+  constexpr const char* kReasons[] = {"kept", "outlier", "at an end of its search",
+                                      "outside the table"};
   return kReasons[static_cast<size_t>(fate)];
 }
 
@@ -35,7 +35,7 @@ int CountDropped(const LensFit& fit) {
 
 constexpr auto NewCount = json_object_new_int64;
 
-// Steps, or a measure of them, to the hundredth.
+// A value in steps, rounded to two decimals.
 json_object* NewMeasure(double steps) {
   return json_object_new_double_s(steps, Format("%.2f", steps).c_str());
 }
@@ -54,18 +54,18 @@ std::string EntriesText(const LensFit& fit) {
   std::string text = "entries, steps\n    zoom  focus  uncertainty  points\n";
   for (const auto& [place, points, uncertainty] : fit.entries) {
     text += Format("  %6d %6d %12.1f %7d%s\n", place.zoom, place.focus, uncertainty, points,
-                   points == 0 ? "  from its neighbours" : "");
+                   points == 0 ? "  interpolated" : "");
   }
   return text + "\n";
 }
 
 std::string ComparisonText(const LensFit& fit) {
-  std::string text = "off the known curves, steps\n           entries   mean  largest\n";
+  std::string text = "distance from the known curves, steps\n           entries   mean  largest\n";
   const auto deviations = CompareWithKnown(fit.Table());
   for (const CurveDeviation& deviation : deviations) {
     text += Format("  %-8s %7d %6.1f %+8.0f at zoom %d%s\n", deviation.curve.name,
                    deviation.entries, deviation.mean, deviation.largest, deviation.largest_zoom,
-                   &deviation == deviations.data() ? ", the nearest" : "");
+                   &deviation == deviations.data() ? ", nearest" : "");
   }
   return text;
 }
@@ -157,18 +157,18 @@ std::string FitWarnings(const TraceLog& log, const LensFit& fit) {
     text += "malformed trace points in lines " + Join(log.malformed) + "\n";
   }
   if (!fit.Bridged().empty()) {
-    text += "no point at zoom " + Join(fit.Bridged()) + "; taken from the neighbours\n";
+    text += "no point at zoom " + Join(fit.Bridged()) + "; interpolated\n";
   }
   std::vector<int> uncertain;
   for (const auto& [place, points, uncertainty] : fit.entries) {
     if (points > 0 && uncertainty > kUncertaintyMax) uncertain.push_back(place.zoom);
   }
   if (!uncertain.empty()) {
-    text += Format("less sure than %.0f steps at zoom ", kUncertaintyMax) + Join(uncertain) +
-            "; search there again\n";
+    text += Format("uncertainty above %.0f steps at zoom ", kUncertaintyMax) + Join(uncertain) +
+            "; repeat the searches there\n";
   }
   if (CountDropped(fit) > kDroppedShareMax * static_cast<double>(fit.points.size())) {
-    text += Format("%d of %zu points dropped; do not trust the table before knowing why\n",
+    text += Format("%d of %zu points dropped; find the cause before you use the table\n",
                    CountDropped(fit), fit.points.size());
   }
   return text;

@@ -1,4 +1,4 @@
-// What a fit of a lens's curve came to, as text: the table for a lens profile, a report, JSON.
+// The result of a fit as text: the table for a lens profile, a report, JSON.
 #pragma once
 
 #include <string>
@@ -7,19 +7,20 @@
 
 namespace tools {
 
-// The table as it stands in src/lens/tracking_tables.h, under the name ZFTABLE_`name`.
+// Returns the table in the form of src/lens/tracking_tables.h, with the name ZFTABLE_`name`.
 std::string TableText(const std::string& name, std::span<const ZfEntry> table);
 
-// What was read, what was dropped, the residuals, the entries, and the known curves beside them.
+// Returns the numbers of points read and dropped, the residuals, the entries, and their distance
+// from the known curves.
 std::string FitReport(const TraceLog& log, const LensFit& fit);
 
-// The same as one JSON object.
+// Returns the report as one JSON object.
 std::string FitJson(const TraceLog& log, const LensFit& fit);
 
-// What the reader of a table should know before using it, a line each; empty when all is well.
+// Returns warnings for the user of the table, one per line; empty if there are none.
 std::string FitWarnings(const TraceLog& log, const LensFit& fit);
 
-// The known curves as columns of numbers.
+// Returns the known curves as columns of numbers.
 std::string KnownCurvesText();
 
 }  // namespace tools

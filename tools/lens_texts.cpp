@@ -18,23 +18,23 @@ std::string IrisWords(uint16_t value) {
   return StepsWords(value) + (steps > 0 ? " (opens)" : steps < 0 ? " (closes)" : "");
 }
 
-// The value 1 runs the way of the daemon's positive command, toward the zero end.
+// The value 1 moves in the direction of the daemon's positive command, toward zero.
 std::string JogWords(uint16_t value) {
   switch (value) {
     case I2M_JOG_NEGATIVE:
-      return "run toward its maximum";
+      return "move toward the maximum";
     case I2M_JOG_POSITIVE:
-      return "run toward 0";
+      return "move toward 0";
     case I2M_JOG_STOP:
       return "stop";
     default:
-      return "jog value " + HexNumber(value, 4) + ", which is not known";
+      return "unknown jog value " + HexNumber(value, 4);
   }
 }
 
 std::string RateWords(uint16_t value) {
   const MotorSpeed* speed = FindRow(MOTOR_SPEEDS, value, &MotorSpeed::code);
-  if (speed == nullptr) return "code " + HexNumber(value, 4) + ", which is not known";
+  if (speed == nullptr) return "unknown code " + HexNumber(value, 4);
   return std::to_string(speed->pps) + " steps a second";
 }
 
@@ -43,7 +43,7 @@ std::string NumberWords(uint16_t value) {
 }
 
 std::string FocusRequestWords(uint16_t value) {
-  if (value > 1) return "value " + HexNumber(value, 4) + ", which is not known";
+  if (value > 1) return "unknown value " + HexNumber(value, 4);
   return value == 1 ? "start sending them" : "stop sending them";
 }
 
@@ -73,9 +73,9 @@ std::string RawWords(uint16_t value) {
 
 struct RegisterRow {
   uint8_t address;
-  const char* written;  // what a write is about
+  const char* written;  // object of a write
   std::string (*write_words)(uint16_t value);
-  const char* read;  // what a read asks for
+  const char* read;  // object of a read
   std::string (*reply_words)(uint16_t value);
 };
 
@@ -110,7 +110,7 @@ std::string LensText(std::span<const uint8_t> frame, Direction direction) {
       direction == Direction::kFromDevice || (direction == Direction::kUnknown && value != 0);
   if (is_write && address == I2M_ADDR_MFZ_MODEL && value == 0 &&
       direction != Direction::kToDevice) {
-    return "the micom asks for sensor and lens model";
+    return "query for sensor and lens model";
   }
   const RegisterRow* row = FindRow(kRegisters, address, &RegisterRow::address);
   if (row == nullptr) return UnknownRegisterText(address, value, is_write, is_reply);

@@ -15,7 +15,8 @@ bool IsBlank(char c) {
   return c == ' ' || c == '\t';
 }
 
-// What follows the word TRACE in a line; nothing where the word is not there, or part of another.
+// Returns the text after the word TRACE in a line, or nothing if the line does not contain this
+// word.
 std::string_view AfterWord(std::string_view line) {
   const size_t at = line.rfind(kWord);
   if (at == std::string_view::npos) return {};

@@ -1,7 +1,7 @@
-// The points that focus searches print, taken out of a log. Free of I/O.
+// Extracts the points that focus searches print from a log. Does no I/O.
 //
-// A finished search prints one line, "TRACE", its zoom, the focus that was sharpest, and by how
-// much that differs from where it started, all in motor steps.
+// A completed search prints one line: "TRACE", its zoom, the sharpest focus, and the distance of
+// that focus from the start of the search, all in motor steps.
 #pragma once
 
 #include <string_view>
@@ -9,7 +9,7 @@
 
 namespace tools {
 
-// One search. `line` counts from 1; `diff` is focus less where the search started.
+// One search. `line` counts from 1; `diff` is the focus minus the start focus.
 struct TracePoint {
   int line;
   int zoom;
@@ -23,8 +23,8 @@ struct TraceLog {
   int lines = 0;
 };
 
-// Takes the points out of what the daemon printed. Whatever stands before the word TRACE in a
-// line (a log's time stamp) is skipped, tabs may have become blanks, all other lines are ignored.
+// Extracts the points from the daemon's output. Text before the word TRACE (a time stamp) is
+// skipped, blanks may replace tabs, and all other lines are ignored.
 TraceLog ReadTrace(std::string_view text);
 
 }  // namespace tools

@@ -46,20 +46,20 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using Bytes = std::span<const uint8_t>;
 
-// A line that is quiet for this long has no more bytes of a frame that has begun.
+// After this much silence on the line, an incomplete frame is considered cut off.
 constexpr std::chrono::milliseconds kQuietAfter{1000};
 
 struct Request {
   std::string protocol = ProtocolName(Protocol::kAuto);
   bool is_raw = false;
   bool is_json = false;
-  long count = 0;        // datagrams; 0: no limit
-  std::string duration;  // checked; "": no limit
+  long count = 0;        // number of datagrams; 0: no limit
+  std::string duration;  // validated; "": no limit
 };
 
 // --- Output ------------------------------------------------------------------------------------
 
-// The form of the daemon's trace.
+// Formats a time like the daemon's trace.
 std::string TraceTime(const timeval& time) {
   tm local;
   localtime_r(&time.tv_sec, &local);
@@ -67,7 +67,7 @@ std::string TraceTime(const timeval& time) {
                 local.tm_min, local.tm_sec, static_cast<int>(time.tv_usec));
 }
 
-// Rows of 16 bytes, numbered from `offset` on.
+// Prints rows of 16 bytes, numbered from `offset`.
 void PrintDump(Bytes bytes, size_t offset) {
   constexpr size_t kRow = 16;
   constexpr int kRowWidth = 3 * kRow - 1;
@@ -80,7 +80,7 @@ void PrintDump(Bytes bytes, size_t offset) {
   }
 }
 
-// Shows datagrams, and the frames that they make one after the other.
+// Prints datagrams, and the frames that their bytes form.
 class MonitorView {
  public:
   explicit MonitorView(const Request& request)
@@ -101,7 +101,7 @@ class MonitorView {
     if (!is_raw_) ShowFrames(decoder_.Feed(*bytes));
   }
 
-  // The line is quiet, or the end has come.
+  // Call this when the line is silent or the input ends.
   void EndFrame() {
     gettimeofday(&time_, nullptr);
     if (!is_raw_) ShowFrames(decoder_.Flush());
@@ -128,7 +128,8 @@ class MonitorView {
       PrintJsonLine(object);
       return;
     }
-    Print(stdout, "%s  no serial data datagram: %s\n", TraceTime(time_).c_str(), problem.c_str());
+    Print(stdout, "%s  invalid serial data datagram: %s\n", TraceTime(time_).c_str(),
+          problem.c_str());
     PrintDump(datagram, 0);
   }
 
@@ -144,7 +145,7 @@ class MonitorView {
     }
   }
 
-  // An object that says what it is and when that came, in seconds since 1970.
+  // Returns an object with its type and its time of arrival, in seconds since 1970.
   Json NewObject(const char* type) const {
     const std::string digits =
         Format("%lld.%06d", static_cast<long long>(time_.tv_sec), static_cast<int>(time_.tv_usec));
@@ -172,12 +173,12 @@ int BindDataPort() {
   if (fd >= 0 && bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0) return fd;
   const int error = errno;
   if (fd >= 0) close(fd);
-  throw Failure(EXIT_STATUS_FAILED, error == EADDRINUSE
-                                        ? port + " is taken: another process gets the serial data"
-                                        : "cannot listen at " + port + ": " + strerror(error));
+  throw Failure(EXIT_STATUS_FAILED,
+                error == EADDRINUSE ? port + " is in use: another process receives the serial data"
+                                    : "cannot listen on " + port + ": " + strerror(error));
 }
 
-// A descriptor that is readable once a signal to end has come.
+// Returns a descriptor that becomes readable when a signal asks the tool to end.
 int CatchSignals() {
   sigset_t signals;
   sigemptyset(&signals);
@@ -185,11 +186,13 @@ int CatchSignals() {
   sigaddset(&signals, SIGTERM);
   sigprocmask(SIG_BLOCK, &signals, nullptr);
   const int fd = signalfd(-1, &signals, SFD_CLOEXEC);
-  if (fd < 0) throw Failure(EXIT_STATUS_FAILED, std::string("no signalfd: ") + strerror(errno));
+  if (fd < 0)
+    throw Failure(EXIT_STATUS_FAILED, std::string("cannot create a signalfd: ") + strerror(errno));
   return fd;
 }
 
-// Milliseconds from now to the earlier of two moments, for poll: rounded up, -1 for never.
+// Returns the milliseconds from now to the earlier of two times, for poll: rounded up, -1 for
+// never.
 int PollTime(std::optional<Clock::time_point> one, std::optional<Clock::time_point> other) {
   if (!one.has_value() || (other.has_value() && *other < *one)) one = other;
   if (!one.has_value()) return -1;
@@ -198,13 +201,13 @@ int PollTime(std::optional<Clock::time_point> one, std::optional<Clock::time_poi
   return static_cast<int>(std::clamp<int64_t>(left.count(), 0, kMost));
 }
 
-// Returns at the count, the time or the signal that ends it.
+// Returns when the count, the time limit or a signal ends it.
 void Watch(const Request& request, MonitorView* view) {
   const UniqueFd end_signal(CatchSignals());
   const UniqueFd data(BindDataPort());
   const bool has_daemon = HolderOfPort("udp", RS232_COMMAND_PORT).is_taken;
-  Print(stderr, "rs232ctl: listening at UDP port %d of 127.0.0.1%s\n", SERIAL_DATA_PORT,
-        has_daemon ? "" : "; rs232d does not run");
+  Print(stderr, "rs232ctl: listening on UDP port %d of 127.0.0.1%s\n", SERIAL_DATA_PORT,
+        has_daemon ? "" : "; rs232d is not running");
   std::optional<Clock::time_point> end;
   if (!request.duration.empty()) end = Clock::now() + *ParseDuration(request.duration);
   std::optional<Clock::time_point> quiet;
@@ -229,7 +232,7 @@ void Watch(const Request& request, MonitorView* view) {
   }
 }
 
-// Who watches a lens would wait in vain.
+// On a lens device no datagrams ever arrive.
 void WarnOfSilence() {
   const std::string model = DeviceModel();
   if (ModeOfModel(model) != MODE_LENS) return;
@@ -250,28 +253,28 @@ void RunMonitor(const Request& request) {
 }  // namespace
 
 void AddMonitorCommand(CLI::App* app) {
-  CLI::App* monitor = app->add_subcommand("monitor", "Show what comes from the serial line");
+  CLI::App* monitor = app->add_subcommand("monitor", "Print the bytes from the serial line");
   const auto request = std::make_shared<Request>();
   monitor
       ->add_option("--protocol", request->protocol,
-                   "what speaks on the line: " + Joined(ProtocolNames(false)))
+                   "protocol of the line: " + Joined(ProtocolNames(false)))
       ->type_name("NAME")
       ->check(OneOf(ProtocolNames(false)))
       ->capture_default_str();
-  monitor->add_flag("--raw", request->is_raw, "bytes only, no words");
-  monitor->add_flag("--json", request->is_json, "one JSON object a line");
-  monitor->add_option("--count", request->count, "end after so many datagrams")
+  monitor->add_flag("--raw", request->is_raw, "print bytes only");
+  monitor->add_flag("--json", request->is_json, "print one JSON object per line");
+  monitor->add_option("--count", request->count, "exit after this many datagrams")
       ->transform(NumberFrom(1, INT_MAX))
       ->type_name("N");
-  monitor->add_option("--for", request->duration, "end after this time: 500ms, 5s, 2m, 1h")
+  monitor->add_option("--for", request->duration, "exit after this time, e.g. 500ms, 5s, 2m, 1h")
       ->type_name("TIME")
       ->check(CheckDuration);
   monitor->footer(
-      "Listens at UDP port 1860 of 127.0.0.1, where the daemon sends every read from the line; "
-      "one process at a time can. A datagram is dumped with its time, 16 bytes a row, with the "
-      "frames that it completes below. Ctrl-C ends it.\n"
-      "A motorized lens (QB-410 to QB-480) has no datagrams: there 'rs232d 1 | rs232ctl frames' "
-      "shows the line, both ways.\n"
+      "Listens on UDP port 1860 of 127.0.0.1, to which the daemon sends all bytes from the line. "
+      "Only one process can listen. Prints each datagram with its time, 16 bytes per row, followed "
+      "by the frames that it completes. Exit with Ctrl-C.\n"
+      "With a motorized lens (QB-410 to QB-480) the daemon sends no datagrams: use 'rs232d 1 | "
+      "rs232ctl frames', which also shows the sent bytes.\n"
       "Examples:\n"
       "  rs232ctl monitor\n"
       "  rs232ctl monitor --json --for 10s");

@@ -5,7 +5,7 @@
 namespace tools {
 
 size_t EditDistance(std::string_view from, std::string_view to) {
-  // rows[i][j]: distance of the first i letters of `from` to the first j of `to`.
+  // rows[i][j]: distance of the first i letters of `from` from the first j letters of `to`.
   std::vector<std::vector<size_t>> rows(from.size() + 1, std::vector<size_t>(to.size() + 1));
   for (size_t i = 0; i <= from.size(); ++i) {
     for (size_t j = 0; j <= to.size(); ++j) {
@@ -30,7 +30,7 @@ std::optional<std::string> NearestName(std::string_view typed,
   std::optional<std::string> nearest;
   for (const std::string& name : names) {
     const size_t distance = EditDistance(typed, name);
-    // A name of which no letter was typed is a guess.
+    // Suggest only names that share a letter with what was typed.
     if (distance >= best || distance >= std::max(name.size(), typed.size())) continue;
     best = distance;
     nearest = name;

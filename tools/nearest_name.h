@@ -1,4 +1,4 @@
-// "Did you mean ...": the name that a mistyped one is closest to.
+// Suggests the name that a mistyped one may mean.
 #pragma once
 
 #include <cstddef>
@@ -9,15 +9,16 @@
 
 namespace tools {
 
-// Letters to put in, leave out, replace or swap with their neighbour to get from one to the other.
+// Returns the number of letters to insert, delete, replace or swap with a neighbour to turn one
+// name into the other.
 size_t EditDistance(std::string_view from, std::string_view to);
 
-// The first of the closest `names`; nothing when none is close enough to be meant.
+// Returns the first of the closest `names`, or nothing if none is close enough.
 std::optional<std::string> NearestName(std::string_view typed,
                                        const std::vector<std::string>& names);
 
-// ", did you mean NAME?" with the nearest name, or with those of which the first word was typed
-// ("zoom" of "zoom-tele"); "" when none is close enough.
+// Returns ", did you mean NAME?" with the nearest name, or with the names whose first word was
+// typed ("zoom" of "zoom-tele"); "" if none is close enough.
 std::string DidYouMean(std::string_view typed, const std::vector<std::string>& names);
 
 }  // namespace tools

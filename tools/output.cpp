@@ -21,7 +21,7 @@ struct Range {
   char32_t last;
 };
 
-// None is past 16 bits.
+// All are below 0x10000.
 constexpr std::array<Range, 6> kControls = {{
     {0x00, 0x1F},      // C0
     {kDelete, 0x9F},   // and C1
@@ -47,8 +47,8 @@ bool IsUnicode(char32_t code) {
   return code <= kLast && (code < kSurrogates.first || code > kSurrogates.last);
 }
 
-// The first character of a text that is not empty. Without the locale, which the C library may
-// lack, everything but ASCII counts as no UTF-8.
+// Returns the first character of a non-empty text. Without a UTF-8 locale, every byte above ASCII
+// counts as not UTF-8.
 Character FirstCharacter(std::string_view text) {
   static const locale_t kUtf8 = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
   const locale_t before = uselocale(kUtf8);
@@ -61,7 +61,7 @@ Character FirstCharacter(std::string_view text) {
   return {text.substr(0, std::max<size_t>(size, 1)), static_cast<char32_t>(code)};
 }
 
-// The text with each character as `form` of it.
+// Converts each character of the text with `form`.
 template <typename Form>
 std::string Rewritten(std::string_view text, Form form) {
   std::string result;
@@ -85,7 +85,7 @@ std::string Shown(const Character& character) {
   return is_text ? std::string(character.bytes) : ByteEscapes(character.bytes);
 }
 
-// The line feeds of a JSON text are its layout.
+// Line feeds in JSON text are layout, not contents.
 std::string ShownInJson(const Character& character) {
   if (!character.code.has_value()) return '\\' + ByteEscapes(character.bytes);
   if (*character.code < kDelete || !IsControl(*character.code)) return std::string(character.bytes);

@@ -30,16 +30,16 @@ constexpr int32_t kPortsMax = 255;
 constexpr int32_t kBaudDefault = SERIAL_DEFAULT_SPEED.baud_rate;
 
 constexpr auto kFields = std::to_array<ParamField>({
-    {PARAM_MODEL, PARAM_MODEL_NAME, 0, "device model; chooses the daemon's mode", 0, 0},
-    {"serial-count", PARAM_SERIAL_COUNT, 2, "serial ports of the device; the daemon needs 2", 0,
+    {PARAM_MODEL, PARAM_MODEL_NAME, 0, "device model; selects the daemon's mode", 0, 0},
+    {"serial-count", PARAM_SERIAL_COUNT, 2, "number of serial ports; the daemon needs 2", 0,
      kPortsMax},
-    {"baud", PARAM_SERIAL2_BAUD, kBaudDefault, "bits per second of the second serial port", 0, 0,
-     kBauds},
-    {"parity", PARAM_SERIAL2_PARITY, 0, "its parity", 0, 0, {}, kParities},
+    {"baud", PARAM_SERIAL2_BAUD, kBaudDefault, "speed of the second serial port, bits per second",
+     0, 0, kBauds},
+    {"parity", PARAM_SERIAL2_PARITY, 0, "parity of that port", 0, 0, {}, kParities},
     {"data-bits", PARAM_SERIAL2_DATA_BITS, kDataBitsDefault, "its data bits", 5, 8},
     {"stop-bits", PARAM_SERIAL2_STOP_BITS, 1, "its stop bits", 1, 2},
     {"ptz-enable", PARAM_PTZ_ENABLE, 0, "PTZ TCP server", 0, 0, {}, kSwitch},
-    {"ptz-port", PARAM_PTZ_PORT, kPtzPortDefault, "its TCP port", 1, kPortMax},
+    {"ptz-port", PARAM_PTZ_PORT, kPtzPortDefault, "TCP port of the PTZ server", 1, kPortMax},
 });
 
 const ParamField& FieldAt(ParamBlockOffset offset) {
@@ -66,7 +66,7 @@ std::optional<int32_t> ParseValue(const ParamField& field, const std::string& te
   throw Failure(EXIT_STATUS_USAGE, text);
 }
 
-// What the daemon makes of a value.
+// Return the value that the daemon uses for a given one.
 int32_t Taken(std::span<const uint8_t> block, ParamBlockOffset offset) {
   const ParamField& field = FieldAt(offset);
   const int32_t value = NumberIn(block, field);
@@ -87,7 +87,7 @@ const ParamField& FindParamField(const std::string& name) {
   for (const ParamField& field : kFields) {
     if (name == field.name) return field;
   }
-  Refuse("there is no parameter " + name + DidYouMean(name, FieldNames()));
+  Refuse("unknown parameter " + name + DidYouMean(name, FieldNames()));
 }
 
 std::string ModelIn(std::span<const uint8_t> block) {
@@ -136,7 +136,7 @@ ParamChange ParseParamChange(const std::string& text) {
   const std::string value = text.substr(equals + 1);
   if (IsModel(field)) {
     if (value.empty()) Refuse("a model name cannot be empty");
-    if (value.size() > PARAM_MODEL_MAX) Refuse("a model name has " + AllowedText(field));
+    if (value.size() > PARAM_MODEL_MAX) Refuse("a model name must have " + AllowedText(field));
     return {.field = &field, .model = value, .number = 0};
   }
   const auto number = ParseValue(field, value);

@@ -1,4 +1,4 @@
-// The fields of the parameter block that have names here, and what they may hold.
+// The named fields of the parameter block, and their valid values.
 #pragma once
 
 #include <cstdint>
@@ -12,20 +12,19 @@
 
 namespace tools {
 
-// A word for a value.
+// A named value.
 struct ParamWord {
   const char* word;
   int32_t value;
 };
 
-// A field is the model name, or a number.
+// A field: the model name, or a number.
 struct ParamField {
   const char* name;
   ParamBlockOffset offset;
-  int32_t initial;  // in a block that is made new
+  int32_t initial;  // in a new block
   const char* help;
-  // What it may hold: a number from low to high, or where they are given one of the values or one
-  // of the words.
+  // Valid values: from low to high, or, if given, one of the values or one of the words.
   int32_t low;
   int32_t high;
   std::span<const int32_t> values = {};
@@ -39,43 +38,43 @@ constexpr char PARAM_MODEL_INITIAL[] = "QB-100";
 std::span<const ParamField> ParamFields();
 bool IsModel(const ParamField& field);
 
-// The field of that name. Throws Failure (EXIT_STATUS_USAGE) with the nearest name.
+// Returns the field with this name. Throws Failure (EXIT_STATUS_USAGE) with the nearest name.
 const ParamField& FindParamField(const std::string& name);
 
-// What a field of a block holds.
+// Return the value of a field in a block.
 std::string ModelIn(std::span<const uint8_t> block);
 int32_t NumberIn(std::span<const uint8_t> block, const ParamField& field);
 
-// Whether a field may hold this value. Of a line setting the daemon takes the default in place of
-// any other.
+// Returns true if the value is valid for the field. The daemon replaces an invalid line setting by
+// its default.
 bool IsKnown(const ParamField& field, int32_t value);
 
-// A value as text: its word where it has one.
+// Returns a value as text: its word if it has one.
 std::string ParamText(const ParamField& field, int32_t value);
 
 // "1200, 2400, ...", "none, even, odd", "1 to 32767".
 std::string AllowedText(const ParamField& field);
 
-// One new value, checked.
+// One validated change.
 struct ParamChange {
   const ParamField* field;
   std::string model;  // of the model field
   int32_t number;     // of any other
 };
 
-// Reads "NAME=VALUE". Throws Failure (EXIT_STATUS_USAGE) when it is none.
+// Parses "NAME=VALUE". Throws Failure (EXIT_STATUS_USAGE) if it is invalid.
 ParamChange ParseParamChange(const std::string& text);
 
-// Stores a change in a block of PARAM_BLOCK_SIZE bytes. No other byte changes.
+// Applies a change to a block of PARAM_BLOCK_SIZE bytes. No other byte changes.
 void StoreParam(const ParamChange& change, uint8_t* block);
 
-// A block with every field at its initial value and zeros elsewhere.
+// Returns a block with every field at its initial value and zeros elsewhere.
 std::vector<uint8_t> NewParamBlock();
 
-// The serial line as the daemon sets it.
+// Returns the settings of the serial line that the daemon uses for this block.
 SerialLine LineSettingsIn(std::span<const uint8_t> block);
 
-// From this device's block; the defaults where that cannot be read.
+// Does the same for this device's block; returns the defaults if it cannot be read.
 SerialLine ReadLineSettings();
 
 }  // namespace tools

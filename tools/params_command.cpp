@@ -35,12 +35,12 @@ using Bytes = std::vector<uint8_t>;
 
 void RequireWhole(const std::string& path, int64_t size) {
   if (size >= PARAM_BLOCK_SIZE) return;
-  throw Failure(EXIT_STATUS_FAILED, path + " is no parameter block: it has " +
+  throw Failure(EXIT_STATUS_FAILED, path + " is not a parameter block: it has " +
                                         std::to_string(size) + " bytes, not " +
                                         std::to_string(PARAM_BLOCK_SIZE));
 }
 
-// A block mapped as every process of the device maps it, with their locks.
+// A block, mapped and locked like every process of the device does it.
 class MappedBlock {
  public:
   explicit MappedBlock(const std::string& path) : path_(path) {
@@ -48,11 +48,12 @@ class MappedBlock {
     if (access(path.c_str(), R_OK | W_OK) != 0 || stat(path.c_str(), &status) != 0) {
       throw Failure(EXIT_STATUS_FAILED, "cannot open " + path + ": " + strerror(errno));
     }
-    if (!S_ISREG(status.st_mode)) throw Failure(EXIT_STATUS_FAILED, path + " is no regular file");
+    if (!S_ISREG(status.st_mode))
+      throw Failure(EXIT_STATUS_FAILED, path + " is not a regular file");
     RequireWhole(path, status.st_size);
     const int result =
         CMMAP_Init(&map_, path.c_str(), PARAM_BLOCK_KEY, CMMAP_OPEN, PARAM_BLOCK_SIZE);
-    // Without its semaphore another process would not be kept out.
+    // Without the semaphore, other processes would not be excluded.
     if (result == 0 && map_.sem >= 0) return;
     map_.Deinit(&map_);
     throw Failure(EXIT_STATUS_FAILED, "cannot map and lock " + path);
@@ -64,22 +65,21 @@ class MappedBlock {
   Bytes Copy() {
     Bytes block(PARAM_BLOCK_SIZE);
     if (map_.Read(&map_, block.data(), PARAM_BLOCK_SIZE) == 0) return block;
-    throw Failure(EXIT_STATUS_FAILED, path_ + " was cut while it was read");
+    throw Failure(EXIT_STATUS_FAILED, path_ + " was truncated during the access");
   }
 
-  // Stores all changes in one turn and waits until the medium has them: what is reported as stored
-  // outlives a loss of power. The bytes of other fields are not touched: their owners may have
-  // changed them since anybody looked.
+  // Stores all changes under one lock and synchronizes them, so that they survive a loss of power.
+  // Other fields are not written: their owners may have changed them in the meantime.
   void Store(const std::vector<ParamChange>& changes) {
     map_.Lock(&map_);
-    // Who had the locks last may have cut the file.
+    // The previous holder of the locks may have truncated the file.
     struct stat status = {};
     const bool is_whole = fstat(map_.fd, &status) == 0 && status.st_size >= PARAM_BLOCK_SIZE;
     for (const ParamChange& change : changes)
       if (is_whole) StoreParam(change, static_cast<uint8_t*>(map_.map));
     map_.Unlock(&map_);
     RequireWhole(path_, status.st_size);
-    // Others need not wait for the medium: it comes after their locks.
+    // Synchronize after releasing the locks, so that other processes need not wait.
     if (msync(map_.map, PARAM_BLOCK_SIZE, MS_SYNC) == 0) return;
     throw Failure(EXIT_STATUS_FAILED, "cannot write " + path_ + ": " + strerror(errno));
   }
@@ -89,7 +89,7 @@ class MappedBlock {
   CMMAP map_;
 };
 
-// Under the locks, which need the right to write; without it as the file is.
+// Reads under the locks, which require write permission; without it, reads the file directly.
 Bytes ReadBlock(const std::string& path) {
   if (access(path.c_str(), W_OK) == 0) return MappedBlock(path).Copy();
   Bytes block = ReadFile(path);
@@ -113,7 +113,7 @@ void Show(const std::string& path, bool is_json) {
     json_object_object_add(object.get(), field.name, json_object_new_int(value));
     if (is_json) continue;
     Print(stdout, "%-13s %s%s\n", field.name, ParamText(field, value).c_str(),
-          IsKnown(field, value) ? "" : "  (not known)");
+          IsKnown(field, value) ? "" : "  (invalid)");
   }
   if (is_json) PrintJson(object);
 }
@@ -123,7 +123,7 @@ std::vector<ParamChange> ParseChanges(const std::vector<std::string>& texts) {
   std::transform(texts.begin(), texts.end(), std::back_inserter(changes), ParseParamChange);
   for (const ParamChange& change : changes) {
     if (!IsModel(*change.field) || IsKnownModel(change.model)) continue;
-    Print(stderr, "rs232ctl: warning: unknown model %s; the daemon takes it for a PTZ head\n",
+    Print(stderr, "rs232ctl: warning: unknown model %s; the daemon treats it as a PTZ head\n",
           change.model.c_str());
   }
   return changes;
@@ -140,7 +140,7 @@ void Set(const std::string& path, const std::vector<std::string>& texts) {
   const std::vector<ParamChange> changes = ParseChanges(texts);
   MappedBlock(path).Store(changes);
   if (path != PARAM_BLOCK_PATH) return;
-  Print(stdout, "a running daemon has the old values until it is restarted: %s\n",
+  Print(stdout, "a running daemon uses the old values until it is restarted: %s\n",
         IsService() ? "systemctl restart rs232d" : "/etc/init.d/S60rs232d restart");
 }
 
@@ -161,7 +161,7 @@ std::string FieldsHelp() {
 
 CLI::App* AddCommand(CLI::App* params, const char* name, const char* help, Request* request) {
   CLI::App* app = params->add_subcommand(name, help);
-  app->add_option("--file", request->path, "the block's file")
+  app->add_option("--file", request->path, "path of the parameter block")
       ->type_name("FILE")
       ->capture_default_str();
   return app;
@@ -174,30 +174,30 @@ void AddChanges(CLI::App* app, Request* request, bool is_required) {
 }  // namespace
 
 void AddParamsCommand(CLI::App* app) {
-  CLI::App* params = app->add_subcommand("params", "Show, make or change the parameter block");
+  CLI::App* params = app->add_subcommand("params", "Show, create or change the parameter block");
   params->require_subcommand(1);
   params->footer(FieldsHelp() +
-                 "The daemon reads the block once, when it starts.\n"
+                 "The daemon reads the block only when it starts.\n"
                  "Example: rs232ctl params set baud=19200 parity=even");
   const auto request = std::make_shared<Request>();
 
-  CLI::App* show = AddCommand(params, "show", "Print the known parameters", request.get());
+  CLI::App* show = AddCommand(params, "show", "Print the parameters", request.get());
   show->add_flag("--json", request->is_json,
-                 "print a JSON object, all values but the model as numbers");
+                 "print a JSON object; all values except the model are numbers");
   show->footer("Example: rs232ctl params show --json");
   show->final_callback([request] { Show(request->path, request->is_json); });
 
-  CLI::App* create = AddCommand(params, "create", "Make a new block file", request.get());
+  CLI::App* create = AddCommand(params, "create", "Create a parameter block", request.get());
   AddChanges(create, request.get(), false);
   create->footer(FieldsHelp() +
-                 "A file that is there already is left alone.\n"
+                 "Does not change an existing file.\n"
                  "Example: rs232ctl params create --file param.dat model=QB-620 ptz-enable=on");
   create->final_callback([request] { Create(request->path, request->texts); });
 
-  CLI::App* set = AddCommand(params, "set", "Change parameters, all at once", request.get());
+  CLI::App* set = AddCommand(params, "set", "Change parameters", request.get());
   AddChanges(set, request.get(), true);
   set->footer(FieldsHelp() +
-              "Takes the block's locks as every process of the device does, and waits for them.\n"
+              "Waits for the locks of the block, which all processes of the device use.\n"
               "Example: rs232ctl params set model=QB-310 baud=19200");
   set->final_callback([request] { Set(request->path, request->texts); });
 }

@@ -19,7 +19,7 @@ struct UnitRow {
   double ms;
 };
 
-// "ms" before "s", which it ends in.
+// "ms" before "s", its last letter.
 constexpr std::array<UnitRow, 4> kUnits = {{{"ms", 1}, {"s", 1e3}, {"m", 60e3}, {"h", 3600e3}}};
 
 bool TakePrefix(std::string_view* text, std::string_view prefix) {
@@ -45,7 +45,7 @@ std::optional<int> ParseDigits(std::string_view text, int base) {
   return value;
 }
 
-// Appends the bytes of one token. Returns what is wrong with it, or "".
+// Appends the bytes of one token. Returns an error message, or "".
 std::string AppendToken(std::string_view token, std::vector<uint8_t>* bytes) {
   constexpr size_t kDigitsOfByte = 2;
   std::string quoted = "'";
@@ -56,7 +56,8 @@ std::string AppendToken(std::string_view token, std::vector<uint8_t>* bytes) {
     return quoted + " is not hexadecimal";
   }
   const bool is_short = has_mark && token.size() == 1;
-  if (!is_short && token.size() % kDigitsOfByte != 0) return quoted + " ends in half a byte";
+  if (!is_short && token.size() % kDigitsOfByte != 0)
+    return quoted + " has an odd number of digits";
   for (size_t at = 0; at < token.size(); at += kDigitsOfByte) {
     const auto byte = ParseDigits(token.substr(at, kDigitsOfByte), kHexadecimal);
     bytes->push_back(static_cast<uint8_t>(byte.value_or(0)));
@@ -94,14 +95,14 @@ std::optional<std::chrono::milliseconds> ParseDuration(std::string_view text) {
       std::from_chars(text.data(), text.data() + text.size(), value, std::chars_format::fixed);
   if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
   const double count = std::round(value * unit->ms);
-  // In this sense, so that what is no number is refused as well.
+  // Negated, so that NaN is rejected, too.
   if (!(count >= 1 && count <= static_cast<double>(kLongest.count()))) return std::nullopt;
   return milliseconds(static_cast<int64_t>(count));
 }
 
 std::string CheckDuration(const std::string& text) {
   if (ParseDuration(text).has_value()) return "";
-  return text + " is no duration such as 500ms, 2s or 5m, at most 24h";
+  return text + " is not a duration such as 500ms, 2s or 5m, at most 24h";
 }
 
 std::string_view TakeToken(std::string_view* text, std::string_view ends) {

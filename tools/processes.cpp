@@ -17,7 +17,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr int kHexadecimal = 16;
-// States of a socket in /proc/net.
+// Socket states in /proc/net.
 constexpr int kConnected = 0x01;
 constexpr int kUdpBound = 0x07;
 constexpr int kTcpListens = 0x0A;
@@ -35,7 +35,7 @@ std::vector<Process> ProcessesThat(Test test) {
   return found;
 }
 
-// `target` is what the link of a descriptor says. A process may end meanwhile.
+// `target` is the link text of a descriptor. The process may end in the meantime.
 bool HasOpen(const Process& process, const std::string& target) {
   std::error_code error;
   fs::directory_iterator entry("/proc/" + std::to_string(process.pid) + "/fd", error);
@@ -58,7 +58,7 @@ std::vector<SocketRow> SocketsOf(const std::string& protocol) {
   for (const char* version : {"", "6"}) {
     std::ifstream table("/proc/net/" + protocol + version);
     std::string line;
-    std::getline(table, line);  // the heading
+    std::getline(table, line);  // header line
     while (std::getline(table, line)) {
       std::istringstream words(line);
       std::string skipped;
@@ -77,7 +77,7 @@ std::vector<SocketRow> SocketsOf(const std::string& protocol) {
   return rows;
 }
 
-// "0100007F:C350" as "127.0.0.1:50000".
+// Converts "0100007F:C350" to "127.0.0.1:50000".
 std::string PeerText(const std::string& peer) {
   const size_t colon = peer.find(':');
   in_addr address = {};
@@ -92,7 +92,7 @@ std::string PeerText(const std::string& peer) {
 
 std::string ProcessText(pid_t pid) {
   const auto process = FindProcess(pid);
-  return (process.has_value() ? process->name : "a process that is gone") + " (" +
+  return (process.has_value() ? process->name : "a process that has ended") + " (" +
          std::to_string(pid) + ")";
 }
 
@@ -130,8 +130,8 @@ long SecondsSinceStart(pid_t pid) {
 }
 
 bool IsService() {
-  // A link that systemd keeps for as long as the service is wanted, also between an end of the
-  // daemon and its next start; every user may see it.
+  // systemd keeps this link while the service is enabled or active, also between an exit of the
+  // daemon and its next start. Every user may read it.
   std::error_code error;
   return fs::is_symlink("/run/systemd/units/invocation:rs232d.service", error);
 }

@@ -1,5 +1,5 @@
-// Who has what on this device, as /proc tells it. What another user's processes have is hidden from
-// all but root.
+// Processes of this device and what they have open, from /proc. Only root can see this for the
+// processes of other users.
 #pragma once
 
 #include <sys/types.h>
@@ -15,31 +15,31 @@ struct Process {
   std::string name;
 };
 
-// "rs232d (4711)", or that it is gone.
+// Returns "rs232d (4711)", or a text that the process has ended.
 std::string ProcessText(pid_t pid);
 
-// Nothing where there is none of that number.
+// Returns nothing if no process has this pid.
 std::optional<Process> FindProcess(pid_t pid);
 std::vector<Process> ProcessesNamed(const std::string& name);
 
-// The processes that have this file open; of a link, what it leads to.
+// Returns the processes that have this file open. Follows a link.
 std::vector<Process> ProcessesWithFile(const std::string& path);
 
-// Seconds since a process began.
+// Returns the seconds since a process started.
 long SecondsSinceStart(pid_t pid);
 
-// Whether systemd starts the daemon, also again after its end.
+// Returns true if systemd starts the daemon and restarts it.
 bool IsService();
 
 struct PortHolder {
   bool is_taken = false;
-  pid_t pid = 0;  // 0 where the process is hidden
+  pid_t pid = 0;  // 0 if the process is hidden
 };
 
-// Who has bound a UDP port, or listens at a TCP port.
+// Finds the process that has bound a UDP port, or listens on a TCP port.
 PortHolder HolderOfPort(const char* protocol, int port);
 
-// The addresses of those who are connected to a TCP port, by IPv4.
+// Returns the IPv4 addresses of the peers connected to a TCP port.
 std::vector<std::string> ClientsOfPort(int port);
 
 }  // namespace tools

@@ -30,7 +30,7 @@ void WriteFrame(const PelcoFrame& frame) {
   SendToDaemon(RS232_UDP_WRITE, frame);
 }
 
-// Sends all of it even when a part fails, then throws the first failure.
+// Sends all records even if one fails, then throws the first failure.
 void StopMotion(const PtzVerb& verb, const std::string& model) {
   std::exception_ptr failure;
   const auto attempt = [&failure](const auto& send) {
@@ -46,8 +46,9 @@ void StopMotion(const PtzVerb& verb, const std::string& model) {
   if (failure) std::rethrow_exception(failure);
 }
 
-// Starts a motion whose stop will follow. A stop frame goes to another port than codes do, and the
-// daemon may serve that port first; so the motion takes the same way.
+// Starts a motion that will be stopped later. If only a stop frame stops this head, that frame goes
+// to another port than codes, and the daemon might serve that port first; so the motion is sent as
+// a frame, too.
 void StartMotion(const CameraControl& control, const std::string& model) {
   if (!IsStoppedByFrame(model)) {
     SendControl(control);
@@ -58,7 +59,7 @@ void StartMotion(const CameraControl& control, const std::string& model) {
     WriteFrame(sequence.steps[static_cast<size_t>(i)].frame);
 }
 
-// The texts of a command line, checked; "" where one was not given.
+// The validated texts of a command line; "" if not given.
 struct Request {
   std::string speed;
   std::string duration;
@@ -76,11 +77,11 @@ VerbValues ValuesOf(const Request& request) {
   return values;
 }
 
-// A device whose model is not known gets every code.
+// If the model is unknown, every code is sent.
 void RequireAnswer(const std::string& model, const PtzVerb& verb) {
   if (model.empty() || Answers(model, verb)) return;
-  throw Failure(EXIT_STATUS_FAILED, "this device, " + model + ", does not answer " + verb.name +
-                                        "; these do: " + AnsweringDevicesText(verb));
+  throw Failure(EXIT_STATUS_FAILED, "this device, " + model + ", does not support " + verb.name +
+                                        "; supported by: " + AnsweringDevicesText(verb));
 }
 
 void RunVerb(const PtzVerb& verb, const Request& request) {
@@ -103,7 +104,7 @@ void RunVerb(const PtzVerb& verb, const Request& request) {
 // --- The list ----------------------------------------------------------------------------------
 
 void PrintTable() {
-  Print(stdout, "%-16s %-18s %-6s %-5s %s\n", "VERB", "ARGUMENTS", "CODE", "--for", "WORKS IN");
+  Print(stdout, "%-16s %-18s %-6s %-5s %s\n", "VERB", "ARGUMENTS", "CODE", "--for", "SUPPORTED BY");
   for (const PtzVerb& verb : PtzVerbs()) {
     const bool is_any = verb.arguments == VerbArguments::kCode;
     const std::string code = is_any ? "any" : Format("0x%04X", verb.code);
@@ -137,7 +138,7 @@ void PrintJsonTable() {
 std::string CheckCode(const std::string& text) {
   return ParseHexNumber(text, CONTROL_CODE_MAX).has_value()
              ? ""
-             : text + " is no hexadecimal code from 0 to FFFF";
+             : text + " is not a hexadecimal code from 0 to FFFF";
 }
 
 void AddNumber(CLI::App* app, const char* name, std::string* text, int low, int high,
@@ -152,7 +153,7 @@ void AddArguments(CLI::App* app, const PtzVerb& verb, Request* request) {
   auto& [first, second, third] = request->numbers;
   switch (verb.arguments) {
     case VerbArguments::kSpeed:
-      app->add_option("--speed", request->speed, "1 to 127; 64 when not given")
+      app->add_option("--speed", request->speed, "1 to 127, default 64")
           ->type_name("N")
           ->check(NumberFrom(SPEED_MIN, SPEED_MAX));
       break;
@@ -177,8 +178,7 @@ void AddArguments(CLI::App* app, const PtzVerb& verb, Request* request) {
       break;
   }
   if (verb.stop_code != NO_STOP_CODE) {
-    app->add_option("--for", request->duration,
-                    "stop after this long, e.g. 500ms or 2s, or when interrupted")
+    app->add_option("--for", request->duration, "stop after this time, e.g. 500ms or 2s")
         ->type_name("TIME")
         ->check(CheckDuration);
   }
@@ -189,7 +189,8 @@ std::string Example(const PtzVerb& verb) {
   return std::string("Example: rs232ctl ptz ") + verb.name + tail;
 }
 
-// The subcommand that a verb of two words belongs to. Its description tells the second words.
+// Returns the subcommand for the first word of a verb of two words. Its description lists the
+// second words.
 CLI::App* FindOrAddParent(CLI::App* ptz, const PtzVerb& verb, const std::string& word,
                           const std::string& second_word) {
   for (CLI::App* app : ptz->get_subcommands([](const CLI::App*) { return true; })) {
@@ -197,7 +198,7 @@ CLI::App* FindOrAddParent(CLI::App* ptz, const PtzVerb& verb, const std::string&
     app->description(app->get_description() + ", " + second_word);
     return app;
   }
-  CLI::App* parent = ptz->add_subcommand(word, "its commands: " + second_word);
+  CLI::App* parent = ptz->add_subcommand(word, "commands: " + second_word);
   return parent->group(verb.group)->require_subcommand(1)->footer(Example(verb));
 }
 
@@ -209,7 +210,7 @@ void AddVerb(CLI::App* ptz, const PtzVerb& verb, CLI::Option* list) {
     word.erase(0, blank + 1);
     parent = FindOrAddParent(ptz, verb, first_word, word);
   }
-  const std::string modes = "; works in " + AnsweringDevicesText(verb);
+  const std::string modes = "; supported by " + AnsweringDevicesText(verb);
   CLI::App* app = parent->add_subcommand(word, verb.help + modes)->footer(Example(verb));
   if (parent == ptz) app->group(verb.group);
   app->excludes(list);
@@ -221,7 +222,7 @@ void AddVerb(CLI::App* ptz, const PtzVerb& verb, CLI::Option* list) {
 }  // namespace
 
 void AddPtzCommand(CLI::App* app) {
-  CLI::App* ptz = app->add_subcommand("ptz", "Drive the head, module or lens by camera control");
+  CLI::App* ptz = app->add_subcommand("ptz", "Send camera-control commands");
   ptz->require_subcommand(0, 1);
   const auto list = std::make_shared<bool>();
   const auto json = std::make_shared<bool>();
@@ -230,9 +231,9 @@ void AddPtzCommand(CLI::App* app) {
   for (const PtzVerb& verb : PtzVerbs())
     AddVerb(ptz, verb, list_option);
   ptz->footer(
-      "Which verbs work depends on the device's model; a verb that this device does not answer is "
-      "refused. With --for a motion is stopped also when the tool is interrupted: the status is "
-      "then 128 and the number of the signal.\n"
+      "The device's model determines which verbs it supports; the tool rejects the others. With "
+      "--for, a signal that interrupts the tool also stops the motion; the exit status is then 128 "
+      "plus the number of the signal.\n"
       "Examples:\n"
       "  rs232ctl ptz zoom-tele --for 500ms\n"
       "  rs232ctl ptz pan-left --speed 40 --for 2s\n"
@@ -240,7 +241,8 @@ void AddPtzCommand(CLI::App* app) {
       "  rs232ctl ptz --list --json");
   ptz->final_callback([ptz, list, json] {
     if (!ptz->get_subcommands().empty()) return;
-    if (!*list) throw Failure(EXIT_STATUS_USAGE, "ptz needs a verb; rs232ctl ptz --list has all");
+    if (!*list)
+      throw Failure(EXIT_STATUS_USAGE, "ptz needs a verb; rs232ctl ptz --list prints all");
     *json ? PrintJsonTable() : PrintTable();
   });
 }

@@ -30,11 +30,11 @@ constexpr int8_t kMicomMode = 0;
 constexpr int kByteMax = 255;
 constexpr int kSettingMax = HD_NO_VALUE - 1;  // the last value is "no value"
 
-// What moves until it is stopped has the code that stops it.
+// Codes that stop a motion.
 constexpr uint16_t kJoystick = CAMERA_CODE_JOYSTICK;
 constexpr uint16_t kZoom = CAMERA_CODE_ZOOM;
 
-// A motion by the speed that is given: the parameters are its signs.
+// A motion with a speed: the parameters are its signs.
 constexpr PtzVerb Motion(const char* name, const char* group, uint8_t modes, uint16_t code,
                          std::array<int8_t, PARAMETER_COUNT> signs, const char* example,
                          const char* help) {
@@ -47,7 +47,7 @@ constexpr PtzVerb Fixed(const char* name, const char* group, uint8_t modes, uint
   return {name, group, modes, code, {first, 0, 0}, kNone, NO_STOP_CODE, "", help};
 }
 
-// A key: QB-610 goes on until it is stopped.
+// A key. On QB-610 it acts until it is stopped.
 constexpr PtzVerb Key(const char* name, uint16_t code, const char* help) {
   return {name, kMenu, kKeyed, code, {}, kNone, kZoom, "--for 500ms", help};
 }
@@ -70,59 +70,60 @@ constexpr auto kVerbs = std::to_array<PtzVerb>({
     Motion("tilt-down", kMotion, kHeads, kJoystick, {0, -1, 0}, "--for 500ms",
            "tilt down until stopped"),
     {"move", kMotion, kHeads, kJoystick, {}, kMove, kJoystick, "-40 20 0 --for 1s",
-     "move as a joystick does until stopped: left or right, down or up, wide or tele; all 0 "
-     "stops; only QB-620 pans and tilts"},
+     "move like a joystick until stopped: pan, tilt and zoom; 0 0 0 stops; only QB-620 pans and "
+     "tilts"},
     Motion("zoom-tele", kMotion, kZoomers, kZoom, {0, 0, 1}, "--for 2s",
-           "zoom in until stopped; lens devices alone heed the speed"),
+           "zoom in until stopped; only lens devices use the speed"),
     Motion("zoom-wide", kMotion, kZoomers, kZoom, {0, 0, -1}, "--for 2s",
-           "zoom out until stopped; lens devices alone heed the speed"),
+           "zoom out until stopped; only lens devices use the speed"),
     Number("zoom-speed", kMotion, CAMERA_CODE_ZOOM_SPEED, "93",
-           "speed of the zoom motor in steps of 31, slowest 31, fastest 124", kHeads,
+           "set the speed of the zoom motor: slowest 31, fastest 124, in steps of 31", kHeads,
            PARAMETER_MIN, AXIS_MAX),
     Fixed("stop", kMotion, MODES_ALL, kZoom, "stop all motion"),
 
     Motion("focus-near", kFocus, kFocusers, CAMERA_CODE_FOCUS, {1, 0, 0}, "--for 300ms",
-           "focus near until stopped; lens devices alone heed the speed"),
+           "focus near until stopped; only lens devices use the speed"),
     Motion("focus-far", kFocus, kFocusers, CAMERA_CODE_FOCUS, {-1, 0, 0}, "--for 300ms",
-           "focus far until stopped; lens devices alone heed the speed"),
+           "focus far until stopped; only lens devices use the speed"),
     Number("focus-speed", kFocus, CAMERA_CODE_FOCUS_SPEED, "31",
-           "speed of the focus motor in steps of 31, slowest 31, fastest 124", kHeads,
+           "set the speed of the focus motor: slowest 31, fastest 124, in steps of 31", kHeads,
            PARAMETER_MIN, AXIS_MAX),
-    Fixed("iris-open", kFocus, MODE_LENS, CAMERA_CODE_IRIS, "open the iris by a step", 1),
-    Fixed("iris-close", kFocus, MODE_LENS, CAMERA_CODE_IRIS, "close the iris by a step", -1),
+    Fixed("iris-open", kFocus, MODE_LENS, CAMERA_CODE_IRIS, "open the iris by one step", 1),
+    Fixed("iris-close", kFocus, MODE_LENS, CAMERA_CODE_IRIS, "close the iris by one step", -1),
     Fixed("iris-step open", kFocus, MODE_LENS, CAMERA_CODE_IRIS_STEP,
-          "as iris-open, by the code for single steps", 1),
+          "like iris-open, with the code for single steps", 1),
     Fixed("iris-step close", kFocus, MODE_LENS, CAMERA_CODE_IRIS_STEP,
-          "as iris-close, by the code for single steps", -1),
+          "like iris-close, with the code for single steps", -1),
     Number("auto-iris", kFocus, CAMERA_CODE_AUTO_IRIS, "1", "set the auto iris of the head to N"),
     Fixed("af-start", kFocus, kFocusers, CAMERA_CODE_FOCUS_SEARCH,
           "search for the sharpest focus once"),
     Fixed("assist", kFocus, MODE_LENS, CAMERA_CODE_ASSIST,
-          "the 'F' button: find the lens's place and its focus anew"),
+          "like the 'F' button: reset the motors, then search for the sharpest focus"),
     Fixed("af-mode daemon", kFocus, MODE_LENS, CAMERA_CODE_AF_MODE,
           "the daemon drives zoom and focus", LENS_AF_MODE_DAEMON),
     Fixed("af-mode micom", kFocus, MODE_LENS, CAMERA_CODE_AF_MODE,
           "the lens's microcontroller drives zoom and focus", kMicomMode),
 
-    Fixed("menu", kMenu, kKeyed, CAMERA_CODE_MENU, "open the menu, or enter what is chosen"),
-    Fixed("menu-enter", kMenu, kKeyed, CAMERA_CODE_MENU_ENTER, "enter what is chosen in the menu"),
-    Key("up", CAMERA_CODE_UP, "key up, a short tilt; QB-610 goes on until stopped"),
-    Key("down", CAMERA_CODE_DOWN, "key down, a short tilt; QB-610 goes on until stopped"),
-    Key("left", CAMERA_CODE_LEFT, "key left, a short pan; QB-610 goes on until stopped"),
-    Key("right", CAMERA_CODE_RIGHT, "key right, a short pan; QB-610 goes on until stopped"),
+    Fixed("menu", kMenu, kKeyed, CAMERA_CODE_MENU, "open the menu, or select the current entry"),
+    Fixed("menu-enter", kMenu, kKeyed, CAMERA_CODE_MENU_ENTER,
+          "select the current entry of the menu"),
+    Key("up", CAMERA_CODE_UP, "key up, or a short tilt; QB-610 moves until stopped"),
+    Key("down", CAMERA_CODE_DOWN, "key down, or a short tilt; QB-610 moves until stopped"),
+    Key("left", CAMERA_CODE_LEFT, "key left, or a short pan; QB-610 moves until stopped"),
+    Key("right", CAMERA_CODE_RIGHT, "key right, or a short pan; QB-610 moves until stopped"),
 
     Number("preset set", kPresets, CAMERA_CODE_SET_PRESET, "5",
-           "keep where the head looks as preset N"),
-    Number("preset go", kPresets, CAMERA_CODE_GO_TO_PRESET, "5", "turn the head to preset N"),
-    Number("preset clear", kPresets, CAMERA_CODE_CLEAR_PRESET, "5", "forget preset N"),
+           "store the position as preset N"),
+    Number("preset go", kPresets, CAMERA_CODE_GO_TO_PRESET, "5", "go to preset N"),
+    Number("preset clear", kPresets, CAMERA_CODE_CLEAR_PRESET, "5", "clear preset N"),
     Fixed("preset-33", kPresets, kHeads, CAMERA_CODE_GO_TO_PRESET_33,
-          "go to preset 33 by a code of its own"),
+          "go to preset 33 with a code of its own"),
     Fixed("preset-34", kPresets, kHeads, CAMERA_CODE_GO_TO_PRESET_34,
-          "go to preset 34 by a code of its own"),
+          "go to preset 34 with a code of its own"),
     Fixed("preset-96", kPresets, kHeads, CAMERA_CODE_GO_TO_PRESET_96,
-          "go to preset 96 by a code of its own"),
+          "go to preset 96 with a code of its own"),
     Fixed("preset-99", kPresets, kHeads, CAMERA_CODE_GO_TO_PRESET_99,
-          "go to preset 99 by a code of its own"),
+          "go to preset 99 with a code of its own"),
     Number("pattern set", kPresets, CAMERA_CODE_SET_PATTERN, "1", "start to record pattern N"),
     Number("pattern run", kPresets, CAMERA_CODE_RUN_PATTERN, "1", "run pattern N"),
 
@@ -132,10 +133,10 @@ constexpr auto kVerbs = std::to_array<PtzVerb>({
     Number("aux set", kDevice, CAMERA_CODE_SET_AUXILIARY, "2", "switch auxiliary output N on"),
     Number("aux clear", kDevice, CAMERA_CODE_CLEAR_AUXILIARY, "2", "switch auxiliary output N off"),
     Number("module-setting", kDevice, CAMERA_CODE_MODULE_SETTING, "5",
-           "hand the value N to the module", MODE_HD, 0, kSettingMax),
+           "send setting N to the module", MODE_HD, 0, kSettingMax),
     Fixed("remote-reset", kDevice, kHeads, CAMERA_CODE_REMOTE_RESET, "reset the head"),
     {"code", kDevice, MODES_ALL, 0, {}, kCode, NO_STOP_CODE, "2001 -1 0 0",
-     "any control code, in hexadecimal, with up to three parameters"},
+     "send any control code (hexadecimal) with up to three parameters"},
 });
 // clang-format on
 
@@ -143,7 +144,7 @@ constexpr CameraControl Control(uint16_t code) {
   return {.target = CAMERA_CONTROL_TARGET, .code = code, .first = 0, .second = 0, .third = 0};
 }
 
-// A verb that could do no more than stop the head is not answered.
+// Returns true if the code does more on this head than stop it.
 bool TableAnswers(std::span<const PtzRow> table, const PtzVerb& verb) {
   const bool has_numbers = verb.arguments == kNumber || verb.arguments == kMove;
   VerbValues values;
@@ -153,7 +154,7 @@ bool TableAnswers(std::span<const PtzRow> table, const PtzVerb& verb) {
                      [](const PtzStep& step) { return step.frame != PelcoBuild({}); });
 }
 
-// What a relayed model without a table of its own may be called.
+// A model name without a table of its own.
 constexpr char kCommonHead[] = "";
 
 constexpr std::array kOtherModes = {MODE_SD, MODE_HD, MODE_LENS};
@@ -254,7 +255,7 @@ std::string VerbText(const CameraControl& control) {
 }
 
 std::vector<CameraControl> StopControls(const PtzVerb& verb) {
-  // A lens keeps a request for each of its two motors.
+  // A lens keeps one request for each of its two motors.
   if (&verb == &PtzStopVerb()) return {Control(CAMERA_CODE_ZOOM), Control(CAMERA_CODE_FOCUS)};
   if (verb.stop_code == NO_STOP_CODE) return {};
   return {Control(verb.stop_code)};

@@ -1,7 +1,7 @@
 // The verbs of `rs232ctl ptz`: a table from words to camera-control records.
 //
-// Free of I/O. What a device makes of a record stands in the tables of its mode: those of the relay
-// mode tell which verbs a head answers.
+// Does no I/O. The tables of the daemon's modes define the effect of a record; the tables of the
+// relay mode determine which verbs a head answers.
 #pragma once
 
 #include <array>
@@ -15,10 +15,10 @@
 
 namespace tools {
 
-// What follows a verb on the command line, and where it goes.
+// The arguments of a verb on the command line, and their destination.
 enum class VerbArguments : uint8_t {
   kNone,
-  kSpeed,   // --speed, SPEED_MIN to SPEED_MAX: times the row's parameters
+  kSpeed,   // --speed, SPEED_MIN to SPEED_MAX: multiplied by the row's parameters
   kNumber,  // N, from the row's low to its high: the first parameter
   kMove,    // PAN TILT ZOOM, PARAMETER_MIN to AXIS_MAX: the three parameters
   kCode,    // HEX P1 P2 P3: the code, and up to three parameters
@@ -34,13 +34,13 @@ constexpr int AXIS_MAX = 127;
 constexpr int CONTROL_CODE_MAX = 0xFFFF;
 constexpr size_t PARAMETER_COUNT = 3;
 
-// A stop code of this means that nothing is left moving.
+// Stop code of a verb that moves nothing.
 constexpr uint16_t NO_STOP_CODE = 0;
 
 struct PtzVerb {
   const char* name;   // one word, or two
-  const char* group;  // the heading it stands under
-  // DeviceModes that answer it. MODE_RELAY: every head, even one whose table does not tell so.
+  const char* group;  // its heading in the list
+  // DeviceModes that answer it. MODE_RELAY: every head, whatever its table contains.
   uint8_t modes;
   uint16_t code;
   std::array<int8_t, PARAMETER_COUNT> parameters;  // fixed, or with kSpeed the signs
@@ -52,40 +52,41 @@ struct PtzVerb {
   int high = 0;
 };
 
-// The values that a command line gave.
+// The values given on the command line.
 struct VerbValues {
   int speed = SPEED_DEFAULT;
   int code = 0;
-  std::vector<int> numbers;  // N, or PAN TILT ZOOM, or P1 to P3 as far as given
+  std::vector<int> numbers;  // N, PAN TILT ZOOM, or the given ones of P1 to P3
 };
 
 std::span<const PtzVerb> PtzVerbs();
 
-// The verb `stop`. It ends all motion, and takes more than one record to do so.
+// The verb `stop`, which ends all motion with several records.
 const PtzVerb& PtzStopVerb();
 
-// Whether a device of this model answers the verb.
+// Returns true if a device of this model answers the verb.
 bool Answers(const std::string& model, const PtzVerb& verb);
 
-// Whether no code stops the head of this model, but only the stop frame itself.
+// Returns true if no code stops the head of this model, but only a stop frame written to the line.
 bool IsStoppedByFrame(const std::string& model);
 
-// Who answers the verb: "relay" for the models without a table of their own, "QB-610", "QB-620",
-// "SD", "HD", "lens".
+// Returns the kinds of device that answer the verb: "relay" for the models without a table of their
+// own, "QB-610", "QB-620", "SD", "HD", "lens".
 std::vector<std::string> AnsweringDevices(const PtzVerb& verb);
 
-// The same in words, e.g. "relay (QB-620)" or "relay (not QB-610), HD".
+// Returns them as text, e.g. "relay (QB-620)" or "relay (not QB-610), HD".
 std::string AnsweringDevicesText(const PtzVerb& verb);
 
-// "N", "PAN TILT ZOOM", ...; "" for none.
+// Returns "N", "PAN TILT ZOOM", ...; "" for no arguments.
 const char* ArgumentsText(VerbArguments arguments);
 
-// A record as it would be typed: "preset go 5", "code 2003 7 0 0" where no verb fits.
+// Returns a record as the user would type it: "preset go 5", or "code 2003 7 0 0" if no verb
+// matches.
 std::string VerbText(const CameraControl& control);
 
 CameraControl VerbControl(const PtzVerb& verb, const VerbValues& values);
 
-// The records that end what a verb has started; none for one that moves nothing.
+// Returns the records that end the motion of a verb; empty if it moves nothing.
 std::vector<CameraControl> StopControls(const PtzVerb& verb);
 
 }  // namespace tools

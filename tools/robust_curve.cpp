@@ -12,16 +12,16 @@
 namespace tools {
 namespace {
 
-// Steps from one stop of a search to the next.
+// Distance of two stops of a search, steps.
 constexpr double kSearchStep = 10;
-// Standard deviation of a position that is only known to a search's step.
+// Standard deviation of a position with the resolution of a search.
 const double kLeastSpread = kSearchStep / std::sqrt(12.0);
 
 constexpr double kSpreadOfMedian = 1.4826;  // of |residual|, normal distribution
 constexpr double kCutoff = 4.685;           // in spreads; the usual one for bisquare weights
-// What the stiffness of stage 1 is reckoned with, steps: two stops of a search. With less, two
-// neighbouring entries have their way whose points are mostly wrong; with more, a lens with one
-// or two points at each entry loses good ones at its bends.
+// Base of the stiffness in stage 1, steps: two stops of a search. With less, two neighbouring
+// entries with mostly wrong points follow these; with more, a lens with one or two points at each
+// entry loses good points at its bends.
 constexpr double kFirstResidual = 20;
 constexpr double kLeastResidual = 0.5;  // below, all residuals pull alike in stage 1
 constexpr int kRoundsMax = 200;
@@ -29,15 +29,15 @@ constexpr double kSettled = 0.01;  // steps that no entry moves by any more
 
 // --- The equations -----------------------------------------------------------------------------
 
-// A symmetric matrix with two diagonals to either side of the main one.
+// A symmetric matrix with two diagonals on either side of the main one.
 class BandMatrix {
  public:
   explicit BandMatrix(size_t size) : rows_(size) {}
 
-  // Adds to the element at `row` and `column`, and its mirror image; row - column is 0 to 2.
+  // Adds to the element at `row` and `column` and to its mirror image; row - column is 0 to 2.
   void Add(size_t row, size_t column, double value) { rows_[row][row - column] += value; }
 
-  // Turns the matrix, positive definite, into the factors that Solve uses: L D L'.
+  // Replaces the positive definite matrix by its factors L D L', which Solve uses.
   void Factorize() {
     constexpr double kLeastPivot = 1e-9;  // an entry that nothing holds stays near 0
     for (size_t i = 0; i < rows_.size(); ++i) {
@@ -77,7 +77,7 @@ double ValueAt(const std::vector<double>& curve, const Observation& o) {
   return (1 - o.share) * curve[o.lower] + o.share * curve[o.lower + 1];
 }
 
-// The normal equations of weighted least squares with the stiffness added.
+// Returns the normal equations of weighted least squares with the stiffness added.
 BandMatrix Normal(std::span<const Observation> all, const std::vector<double>& weights,
                   double stiffness, size_t entries) {
   BandMatrix matrix(entries);
@@ -111,13 +111,13 @@ std::vector<double> SolveCurve(std::span<const Observation> all, const std::vect
   return matrix.Solve(std::move(right));
 }
 
-// Second differences of the known curves: their root mean square, and the largest.
+// Second differences of the known curves: their root mean square and their maximum.
 struct Bends {
   double usual;
   double sharpest;
 };
 
-// For entries `spacing` apart: a bend grows with the square of the spacing.
+// Scales them to entries `spacing` apart: a bend grows with the square of the spacing.
 Bends KnownBends(int spacing) {
   double squares = 0;
   double sharpest = 0;
@@ -150,7 +150,7 @@ class CurveFit {
   const std::vector<double>& Curve() const { return curve_; }
   double Cutoff() const { return kCutoff * spread_; }
 
-  // Standard errors of the entries.
+  // Returns the standard errors of the entries.
   std::vector<double> Uncertainties() const {
     BandMatrix matrix = Normal(all_, weights_, Stiffness(), entries_);
     matrix.Factorize();
@@ -184,7 +184,8 @@ class CurveFit {
     }
   }
 
-  // Least squares with the spread as the points' error and the sharpest bend as the curve's.
+  // Least squares, with the spread as the error of the points and the sharpest bend as that of the
+  // curve.
   double Stiffness() const { return std::pow(spread_ / bends_.sharpest, 2); }
 
   void MeasureSpread() { spread_ = std::max(SpreadOf(ResidualsNow()), kLeastSpread); }
@@ -204,7 +205,7 @@ class CurveFit {
     }
   }
 
-  // One round. Returns by how much the entry that moved furthest has moved.
+  // Runs one iteration. Returns the largest change of an entry.
   template <typename Weigh>
   double Refit(double stiffness, Weigh weigh) {
     const std::vector<Weighted> residuals = ResidualsNow();
@@ -228,7 +229,7 @@ class CurveFit {
 
 }  // namespace
 
-// The value below and above which lies half of the weight.
+// Returns the weighted median.
 double Median(std::vector<Weighted> values) {
   std::sort(values.begin(), values.end(),
             [](const Weighted& a, const Weighted& b) { return a.value < b.value; });

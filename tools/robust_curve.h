@@ -1,20 +1,19 @@
-// A curve of straight pieces through points of which some are wrong. Numbers only, no I/O.
+// Fits a piecewise linear curve to points of which some are wrong. Does no I/O.
 //
-// It is fitted by reweighted least squares, in two stages that differ only in a point's weight:
-//   1. Least absolute deviations: weight 1/|residual|. However far off a point is, it pulls no
-//      harder than one that is near, so wrong points cannot carry the curve away. The stiffness
-//      keeps two wrong points of three at one entry from having their way there.
-//   2. From there, bisquare weights: (1 - (residual/cutoff)^2)^2, and none at all beyond the
-//      cutoff of 4.685 times the spread of the residuals. The spread is 1.4826 times the median
-//      of |residual|, so that wrong points have no say in it either, and never less than the
-//      search's own 10/sqrt(12) steps. Points without weight are the outliers that are reported.
-// Starting stage 2 from all points alike would not do: the first curve would be one that the
-// wrong points had bent, and good points might be thrown out for it.
+// Reweighted least squares in two stages, which differ only in the weights of the points:
+//   1. Least absolute deviations: weight 1/|residual|. A distant point has no more influence than a
+//      near one, so wrong points cannot pull the curve away. The stiffness prevents two wrong
+//      points of three at one entry from determining it.
+//   2. From there, bisquare weights: (1 - (residual/cutoff)^2)^2, and 0 beyond the cutoff of 4.685
+//      times the spread of the residuals. The spread is 1.4826 times the median of |residual|,
+//      which wrong points do not affect, and at least the resolution of a search, 10/sqrt(12)
+//      steps. Points with weight 0 are reported as outliers.
+// Stage 2 alone would not do: if it started with equal weights, wrong points would bend the first
+// curve, and good points might be rejected because of it.
 //
-// Both stages hold the curve by its stiffness: a penalty on the squared second difference of
-// neighbouring entries, in units of how much the known curves bend. It has next to no say where
-// an entry has points, and carries the curve over an entry that has none, with the slope that it
-// has on both sides.
+// Both stages add a stiffness: a penalty on the squared second difference of neighbouring entries,
+// relative to the bends of the known curves. It hardly matters at an entry with points, and it
+// interpolates an entry without points with the slope on both sides.
 #pragma once
 
 #include <cstddef>
@@ -27,28 +26,28 @@ struct Weighted {
   double weight;
 };
 
-// The value below and above which lies half of the weight.
+// Returns the weighted median.
 double Median(std::vector<Weighted> values);
 
-// Their spread around 0: 1.4826 times the median of their sizes, which is the standard deviation,
-// were they normal.
+// Returns the spread around 0: 1.4826 times the median of the absolute values. This equals the
+// standard deviation of a normal distribution.
 double SpreadOf(std::vector<Weighted> residuals);
 
-// Equal points, as one.
+// Equal points, combined into one.
 struct Observation {
-  size_t lower;  // the entry at or below it
+  size_t lower;  // index of the entry at or below it
   double share;  // 0 at that entry, 1 at the next
   double focus;
-  double weight;  // root of how many they are
+  double weight;  // square root of their number
 };
 
 struct RobustCurve {
   std::vector<double> values;         // at each entry
-  std::vector<double> uncertainties;  // standard errors of these
-  double cutoff;                      // |residual| from which a point has no say
+  std::vector<double> uncertainties;  // their standard errors
+  double cutoff;                      // |residual| above which a point has weight 0
 };
 
-// Fits a curve of `entries` (at least 2) that are `spacing` zoom steps apart to at least one
+// Fits a curve of `entries` (at least 2) values, `spacing` zoom steps apart, to at least one
 // observation.
 RobustCurve FitRobustCurve(std::vector<Observation> all, size_t entries, int spacing);
 

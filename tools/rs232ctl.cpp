@@ -1,4 +1,4 @@
-// rs232ctl: drives, watches and tunes rs232d from a shell, through the daemon's own ports.
+// rs232ctl: controls, monitors and tunes rs232d through its ports.
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
@@ -11,9 +11,9 @@
 namespace {
 
 constexpr char kFooter[] =
-    "Every command has a --help of its own.\n"
-    "Status: 0 done, 1 failed, 2 wrong command line, 3 nobody listens, 4 declined,\n"
-    "128 and N when signal N cut a timed motion short.\n"
+    "'rs232ctl COMMAND --help' describes a command.\n"
+    "Exit status: 0 success, 1 failure, 2 wrong command line, 3 daemon not running,\n"
+    "4 declined, 128 + N if signal N ended a timed motion.\n"
     "Examples:\n"
     "  rs232ctl status\n"
     "  rs232ctl ptz zoom-tele --for 500ms\n"
@@ -33,7 +33,7 @@ void AddCommands(CLI::App* app) {
   tools::AddStopCommand(app);
 }
 
-// Carries the command line out, or prints the help or version that it asks for.
+// Runs the command line, or prints the requested help or version.
 void Parse(CLI::App* app, int argc, char** argv) {
   try {
     app->parse(argc, argv);
@@ -42,7 +42,7 @@ void Parse(CLI::App* app, int argc, char** argv) {
   }
 }
 
-// What was printed may wait in a buffer still, for a disk that is full.
+// Buffered output may fail only now, for example on a full disk.
 void FinishOutput() {
   if (fflush(stdout) != 0 || ferror(stdout) != 0) {
     throw tools::Failure(tools::EXIT_STATUS_FAILED, "cannot write the output");
@@ -50,7 +50,7 @@ void FinishOutput() {
 }
 
 int Run(int argc, char** argv) {
-  CLI::App app{"Drives, watches and tunes the serial-port daemon rs232d.", "rs232ctl"};
+  CLI::App app{"Controls, monitors and tunes the serial-port daemon rs232d.", "rs232ctl"};
   tools::WrapHelp(&app);
   app.require_subcommand(1);
   app.set_version_flag("--version", "rs232ctl " RS232_VERSION, "Print the version");

@@ -41,7 +41,8 @@ namespace {
 
 constexpr char kDaemonName[] = "rs232d";
 
-// A fault keeps the daemon from its start or holds it up; a warning costs a part of what it does.
+// A fault prevents or delays the start of the daemon; a warning affects only a part of its
+// functions.
 enum class Grade { kOk, kWarning, kFault };
 
 const char* GradeName(Grade grade) {
@@ -53,10 +54,10 @@ struct Check {
   const char* name;
   Grade grade;
   std::string finding;
-  std::string remedy;  // "" where nothing is to be done
+  std::string remedy;  // "" if there is nothing to do
 };
 
-// Looks at everything that the daemon needs, in the order in which a start needs it.
+// Checks all conditions of a start, in the order in which a start needs them.
 class Inspection {
  public:
   Inspection() {
@@ -73,12 +74,12 @@ class Inspection {
 
   std::optional<Process> daemon;
   bool is_serving = false;
-  std::vector<uint8_t> block;  // one of defaults where there is none
-  std::string model;           // "" where there is no block
-  std::string device;          // "" where none is named
+  std::vector<uint8_t> block;  // defaults if there is none
+  std::string model;           // "" if there is no block
+  std::string device;          // "" if none is configured
   bool is_device_open = false;
-  int udp_port = 0;  // 0 where none is given
-  int ptz_port = 0;  // 0 where there is no PTZ server
+  int udp_port = 0;  // 0 if none is configured
+  int ptz_port = 0;  // 0 if there is no PTZ server
   std::vector<std::string> clients;
   std::vector<Check> checks;
 
@@ -88,7 +89,8 @@ class Inspection {
     checks.push_back({.name = name, .grade = grade, .finding = finding, .remedy = remedy});
   }
 
-  // The one that has both ports, or the command port and the name; else one of that name.
+  // Finds the process with both ports, or with the command port and the name; else one with the
+  // name.
   void FindDaemon() {
     const PortHolder holder = HolderOfPort("udp", RS232_COMMAND_PORT);
     const PortHolder own = udp_port == 0 ? PortHolder() : HolderOfPort("udp", udp_port);
@@ -118,7 +120,7 @@ class Inspection {
       Add("parameter block", Grade::kFault,
           path + " has " + std::to_string(block.size()) + " bytes, not " +
               std::to_string(PARAM_BLOCK_SIZE),
-          "remove it and make a new one: rs232ctl params create model=NAME");
+          "remove it, then: rs232ctl params create model=NAME");
     } catch (const Failure& failure) {
       Add("parameter block", Grade::kFault, failure.what(), "rs232ctl params create model=NAME");
     }
@@ -130,8 +132,7 @@ class Inspection {
     const int32_t count = NumberIn(block, FindParamField("serial-count"));
     const bool is_enough = count >= kNeeded;
     Add("serial ports", is_enough ? Grade::kOk : Grade::kFault,
-        std::to_string(count) + " in the parameter block, " + std::to_string(kNeeded) +
-            " are needed",
+        std::to_string(count) + " in the parameter block, " + std::to_string(kNeeded) + " needed",
         is_enough ? "" : "rs232ctl params set serial-count=2");
   }
 
@@ -143,7 +144,7 @@ class Inspection {
     const bool is_locked = fcntl(file.Get(), F_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
     const int semaphore = semget(PARAM_BLOCK_KEY, 1, 0);
     const int last = semaphore < 0 ? 0 : semctl(semaphore, 0, GETPID);
-    // One that nobody has ever had belongs to a maker that died: the daemon frees it.
+    // A semaphore that no process ever held was left by a creator that died; the daemon frees it.
     const bool is_held = last > 0 && semctl(semaphore, 0, GETVAL) == 0;
     if (!is_locked && !is_held) {
       Add("block's locks", Grade::kOk, "free");
@@ -162,21 +163,23 @@ class Inspection {
     const std::string line = std::string(SERIAL_DEVICE_KEY) + "=/dev/...";
     char value[CUTIL_CONF_VALUE_SIZE] = "";
     if (access(path.c_str(), R_OK) != 0) {
-      Add("serial device", Grade::kFault, "there is no " + path, "write it, with the line " + line);
+      Add("serial device", Grade::kFault, path + " does not exist",
+          "create it with the line " + line);
       return;
     }
     if (CUTIL_GetConfValue(path.c_str(), SERIAL_DEVICE_KEY, value, sizeof(value)) != 0 ||
         *value == '\0') {
-      Add("serial device", Grade::kFault, path + " names none", "add the line " + line);
+      Add("serial device", Grade::kFault, path + " has no " + SERIAL_DEVICE_KEY,
+          "add the line " + line);
       return;
     }
     device = value;
     struct stat status;
     if (stat(value, &status) != 0) {
-      Add("serial device", Grade::kFault, "there is no " + device,
-          "plug it in or load its driver, or correct " + path);
+      Add("serial device", Grade::kFault, device + " does not exist",
+          "connect it, load its driver, or correct " + path);
     } else if (!S_ISCHR(status.st_mode)) {
-      Add("serial device", Grade::kFault, device + " is no device", "correct " + path);
+      Add("serial device", Grade::kFault, device + " is not a device", "correct " + path);
     } else {
       CheckDeviceUsers();
     }
@@ -184,7 +187,7 @@ class Inspection {
 
   void CheckDeviceUsers() {
     std::error_code error;
-    // That of a virtual device, whose other end may have this one open as well.
+    // On a virtual device, the far end may have the pty open, too.
     const bool is_pty = std::filesystem::canonical(device, error).string().starts_with("/dev/pts/");
     Grade grade = Grade::kOk;
     std::string finding = device;
@@ -192,17 +195,17 @@ class Inspection {
       is_device_open = is_device_open || IsDaemon(process.pid);
       if (IsDaemon(process.pid) || is_pty) continue;
       grade = Grade::kWarning;
-      finding += ", open in " + ProcessText(process.pid) + " too";
+      finding += ", also open in " + ProcessText(process.pid);
     }
     Add("serial device", grade, finding,
-        grade == Grade::kOk ? "" : "end that process: each takes bytes from the other");
+        grade == Grade::kOk ? "" : "end that process: both read from the same line");
   }
 
   void FindUdpPort() {
     try {
       udp_port = DaemonUdpPort();
     } catch (const Failure& failure) {
-      Add("own port", Grade::kWarning, std::string(failure.what()) + ": the system chooses one",
+      Add("own port", Grade::kWarning, std::string(failure.what()) + ": the kernel chooses a port",
           std::string("write ") + UDP_PORT_KEY + "=PORT to " + UDP_PORT_TABLE_PATH);
     }
   }
@@ -213,13 +216,13 @@ class Inspection {
     if (!holder.is_taken) {
       Add(name, Grade::kOk, text + ", free");
     } else if (holder.pid == 0) {
-      Add(name, is_serving ? Grade::kOk : if_taken, text + ", taken by a process of another user",
-          is_serving ? "" : "look as root who it is");
+      Add(name, is_serving ? Grade::kOk : if_taken, text + ", in use by a process of another user",
+          is_serving ? "" : "run this command as root");
     } else if (IsDaemon(holder.pid)) {
       Add(name, Grade::kOk, text);
     } else {
-      Add(name, if_taken, text + ", taken by " + ProcessText(holder.pid),
-          "end that process, then start the daemon again");
+      Add(name, if_taken, text + ", in use by " + ProcessText(holder.pid),
+          "end that process, then restart the daemon");
     }
   }
 
@@ -244,14 +247,14 @@ class Inspection {
   void CheckSettings() {
     if (access(CUTIL_TEMP_CONF_PATH, F_OK) == 0) {
       Add("settings", Grade::kWarning,
-          std::string(CUTIL_TEMP_CONF_PATH) + " is left over: no settings can be written",
+          std::string(CUTIL_TEMP_CONF_PATH) + " exists: no settings can be saved",
           std::string("rm ") + CUTIL_TEMP_CONF_PATH);
     }
     if (ModeOfModel(model) != MODE_LENS) return;
     for (const char* path : {MFZ_CONF_PATH, VIDEO_SOURCE_PATH}) {
       if (access(path, R_OK) == 0) continue;
-      Add("lens settings", Grade::kWarning, std::string("there is no ") + path,
-          std::string("make it: touch ") + path);
+      Add("lens settings", Grade::kWarning, std::string(path) + " does not exist",
+          std::string("create it: touch ") + path);
     }
   }
 };
@@ -277,9 +280,9 @@ std::string UptimeText(long seconds) {
 
 std::string DeviceState(const Inspection& device) {
   if (!device.daemon.has_value()) return "closed";
-  // Who may not look at the daemon's descriptors cannot tell.
+  // Without access to the descriptors of the daemon, the state is unknown.
   const std::string descriptors = "/proc/" + std::to_string(device.daemon->pid) + "/fd";
-  if (access(descriptors.c_str(), R_OK) != 0) return "state known to root only";
+  if (access(descriptors.c_str(), R_OK) != 0) return "state visible only to root";
   return device.is_device_open ? "open" : "lost or not yet open";
 }
 
@@ -290,7 +293,7 @@ void PrintState(const Inspection& device) {
   if (device.daemon.has_value()) {
     row("daemon", ProcessText(device.daemon->pid) + ", up " +
                       UptimeText(SecondsSinceStart(device.daemon->pid)) +
-                      (device.is_serving ? "" : ", does not serve yet"));
+                      (device.is_serving ? "" : ", not ready"));
   }
   if (!device.model.empty()) {
     row("device", device.model + ", mode " + ModeName(ModeOfModel(device.model)));
@@ -357,9 +360,9 @@ void RunStatus(bool is_json) {
   fflush(stdout);  // before the line on standard error
   const auto faults = std::ranges::count(device.checks, Grade::kFault, &Check::grade);
   throw Failure(EXIT_STATUS_NO_DAEMON,
-                std::string(kDaemonName) + " does not " +
-                    (device.daemon.has_value() ? "serve yet" : "run") + "; " +
-                    (faults == 0 ? "nothing keeps it from its start"
+                std::string(kDaemonName) + " is not " +
+                    (device.daemon.has_value() ? "ready" : "running") + "; " +
+                    (faults == 0 ? "no fault found"
                                  : Count(static_cast<size_t>(faults), "fault") + " found"));
 }
 
@@ -367,12 +370,12 @@ void RunStatus(bool is_json) {
 
 void AddStatusCommand(CLI::App* app) {
   CLI::App* status =
-      app->add_subcommand("status", "Tell how the daemon is, or why it does not run");
+      app->add_subcommand("status", "Print the state of the daemon, or why it does not run");
   const auto is_json = std::make_shared<bool>();
   status->add_flag("--json", *is_json, "print a JSON object");
   status->footer(
-      "Each condition of a start is printed with a verdict and what helps. Where the daemon does "
-      "not serve the status is 3. Root sees more than others do.\n"
+      "Checks every condition of a start and prints a remedy for each fault. The exit status is 3 "
+      "if the daemon is not ready. Some details are visible only to root.\n"
       "Example: rs232ctl status --json");
   status->final_callback([is_json] { RunStatus(*is_json); });
 }

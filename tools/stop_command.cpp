@@ -14,17 +14,17 @@ void RunStop() {
   const bool is_service = IsService();
   SendToDaemon(RS232_UDP_STOP);
   if (is_service) {
-    Print(stdout, "systemd starts rs232d again; 'systemctl stop rs232d' keeps it stopped\n");
+    Print(stdout, "systemd will restart rs232d; use 'systemctl stop rs232d' to keep it stopped\n");
   }
 }
 
 }  // namespace
 
 void AddStopCommand(CLI::App* app) {
-  CLI::App* stop = app->add_subcommand("stop", "End the daemon");
+  CLI::App* stop = app->add_subcommand("stop", "Stop the daemon");
   stop->footer(
-      "The daemon ends at its next pass and gives the line its earlier settings back.\n"
-      "As a service of systemd it is then started again.\n"
+      "The daemon restores the original settings of the line and exits. systemd restarts it if it "
+      "runs as a service.\n"
       "Example: rs232ctl stop");
   stop->final_callback(RunStop);
 }

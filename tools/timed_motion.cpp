@@ -16,7 +16,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// The signals that by themselves neither end nor suspend a program.
+// Signals whose default action neither terminates nor suspends a program.
 constexpr std::array kHarmless = {SIGCHLD, SIGCONT, SIGURG, SIGWINCH};
 
 bool IsHarmless(int signal) {

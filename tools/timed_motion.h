@@ -1,4 +1,4 @@
-// A motion that lasts for a given time and is stopped whatever happens meanwhile.
+// Runs a motion for a given time and stops it in any case.
 #pragma once
 
 #include <chrono>
@@ -8,19 +8,19 @@
 
 namespace tools {
 
-// Holds back all signals that would end or suspend the tool, but for a fault of its own. Signals
-// that the caller ignores (nohup) stay ignored.
+// Blocks all signals that would terminate or suspend the tool, except those of its own faults.
+// Signals that the caller ignores (nohup) stay ignored.
 sigset_t HoldSignalsBack();
 
-// The signal that came before `end`; nothing when none did.
+// Returns the signal that arrived before `end`, or nothing.
 std::optional<int> AwaitSignal(const sigset_t& signals, std::chrono::steady_clock::time_point end);
 
 [[noreturn]] void FailBySignal(int signal);
 
-// Calls `start`, waits for `duration`, calls `stop`. A signal that would end or suspend the tool
-// ends the wait instead, `stop` is called, and the motion throws Failure with EXIT_STATUS_SIGNAL
-// plus the signal's number. Signals are held back from now on: nothing may last long afterwards.
-// When `start` throws, nothing moves, and `stop` is not called.
+// Calls `start`, waits for `duration`, calls `stop`. A signal that would terminate or suspend the
+// tool ends the wait; then `stop` is called and Failure is thrown, with EXIT_STATUS_SIGNAL plus the
+// signal's number. The signals remain blocked afterwards, so nothing may take long from then on. If
+// `start` throws, nothing moves, and `stop` is not called.
 void RunTimed(std::chrono::milliseconds duration, const std::function<void()>& start,
               const std::function<void()>& stop);
 

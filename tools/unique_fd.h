@@ -1,4 +1,4 @@
-// Owner of a descriptor: closes it when it goes out of scope.
+// Owner of a descriptor; closes it at the end of its scope.
 #pragma once
 
 #include <unistd.h>

@@ -16,7 +16,7 @@ namespace {
 
 using Names = std::vector<std::string>;
 
-// The command that was typed up to the first word that is not understood, or to the end.
+// Returns the innermost command that was recognised.
 const CLI::App* Innermost(const CLI::App* app) {
   while (app->remaining().empty() && !app->get_subcommands().empty())
     app = app->get_subcommands().front();
@@ -39,7 +39,7 @@ Names OptionNames(const CLI::App& app) {
   return names;
 }
 
-// "" for the tool itself, else "ptz preset: ".
+// Returns "" for the tool itself, else for example "ptz preset: ".
 std::string Place(const CLI::App& app) {
   if (app.get_parent() == nullptr) return "";
   std::string path = app.get_name() + ": ";
@@ -48,7 +48,7 @@ std::string Place(const CLI::App& app) {
   return path;
 }
 
-// The parser's "--for: 1 required TIME missing" as "--for: TIME is missing".
+// Turns the parser's "--for: 1 required TIME missing" into "--for: TIME is missing".
 std::string Reworded(std::string text) {
   constexpr std::string_view kBefore = ": 1 required ";
   constexpr std::string_view kAfter = " missing";
@@ -58,8 +58,8 @@ std::string Reworded(std::string text) {
   return text.replace(at, kBefore.size(), ": ");
 }
 
-// Lines of at most 80 columns, broken at blanks: the rest of a row of options or commands goes
-// below its description, any other where the line began.
+// Wraps lines at 80 columns. The rest of a row of options or commands is aligned with its
+// description, that of any other line with the start of the line.
 class WrappingFormatter : public CLI::Formatter {
  public:
   std::string make_help(const CLI::App* app, std::string name,
@@ -105,21 +105,22 @@ std::string DescribeParseError(const CLI::App& app, const std::exception& error)
   const CLI::App& inner = *Innermost(&app);
   const Names commands = CommandNames(inner);
   const Names left = inner.remaining();
-  // An option that is not known leaves its value behind as well, in either order.
+  // An unknown option leaves its value as an extra argument, before or after it.
   const auto option = std::ranges::find_if(
       left, [](const std::string& word) { return word.starts_with('-') && word != "-"; });
   if (option != left.end()) {
     const std::string name = option->substr(0, option->find('='));
     return Place(inner) + "unknown option " + name + DidYouMean(name, OptionNames(inner));
   }
-  if (!left.empty() && commands.empty()) return Place(inner) + "'" + left.front() + "' is too much";
+  if (!left.empty() && commands.empty())
+    return Place(inner) + "unexpected argument '" + left.front() + "'";
   if (!left.empty()) {
     const std::string advice = DidYouMean(left.front(), commands);
     return Place(inner) + "unknown command '" + left.front() + '\'' +
            (advice.empty() ? "; --help lists them" : advice);
   }
   if (!commands.empty() && inner.get_require_subcommand_min() > 0) {
-    return Place(inner) + "a command is missing: " + Joined(commands);
+    return Place(inner) + "missing command: " + Joined(commands);
   }
   return Place(inner) + Reworded(error.what());
 }
@@ -128,7 +129,7 @@ CLI::Validator NumberFrom(int low, int high) {
   const auto take = [low, high](std::string& text) -> std::string {
     const auto number = ParseNumber(text, low, high);
     if (!number.has_value()) {
-      return text + " is no number from " + std::to_string(low) + " to " + std::to_string(high);
+      return text + " is not a number from " + std::to_string(low) + " to " + std::to_string(high);
     }
     text = std::to_string(*number);
     return "";
@@ -139,7 +140,7 @@ CLI::Validator NumberFrom(int low, int high) {
 CLI::Validator OneOf(const std::vector<std::string>& names) {
   const auto check = [names](const std::string& text) -> std::string {
     if (std::ranges::find(names, text) != names.end()) return "";
-    return text + " is none of " + Joined(names);
+    return text + " is not one of " + Joined(names);
   };
   return {check, ""};
 }

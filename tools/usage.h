@@ -1,4 +1,4 @@
-// What is wrong with a command line, in one line.
+// Messages for errors on the command line, and the form of the help texts.
 #pragma once
 
 #include <CLI/CLI.hpp>
@@ -8,22 +8,21 @@
 
 namespace tools {
 
-// Words a failed parse of `app`: an unknown command or option comes with the nearest that there
-// is.
+// Returns a message for a failed parse of `app`. For an unknown command or option it suggests the
+// nearest one.
 std::string DescribeParseError(const CLI::App& app, const std::exception& error);
 
 // "a, b, c".
 std::string Joined(const std::vector<std::string>& names);
 
-// Help of this command, and of those that are added to it later, fits a terminal of 80 columns.
+// Limits the help of this command, and of subcommands added later, to 80 columns.
 void WrapHelp(CLI::App* app);
 
-// Takes a whole number from `low` to `high`, as ParseNumber does. As a transformation, which an
-// option that is no text needs, it hands the number on in digits that mean it to the parser too:
-// that takes "010" for 8.
+// Accepts a whole number from `low` to `high`, like ParseNumber. It is a transformation, because
+// the parser would read "010" as 8: it passes the number on in decimal digits.
 CLI::Validator NumberFrom(int low, int high);
 
-// Takes one of these words.
+// Accepts one of these words.
 CLI::Validator OneOf(const std::vector<std::string>& names);
 
 }  // namespace tools

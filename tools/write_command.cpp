@@ -22,13 +22,13 @@ namespace {
 using Bytes = std::vector<uint8_t>;
 using Clock = std::chrono::steady_clock;
 
-// Bytes of one datagram. The daemon hands each to the line in one write, and what a driver has no
-// room for is lost: their buffers hold a page or more.
+// Bytes per datagram. The daemon writes each datagram to the line with one call, and loses what the
+// driver has no room for; drivers buffer at least a page.
 constexpr size_t kPiece = 2048;
 static_assert(kPiece + RS232_UDP_CODE_SIZE <= RS232_UDP_MAX);
 
-// What may be on its way to the line at once: enough for a third of a second at the highest speed.
-// A pty in place of a line takes whatever comes, holds 8 KiB and loses the rest.
+// Bytes that may be on their way to the line: a third of a second at the highest speed. A pty
+// instead of a line accepts any amount, holds 8 KiB and loses the rest.
 constexpr size_t kAhead = 2 * kPiece;
 
 // --- Pace --------------------------------------------------------------------------------------
@@ -40,12 +40,12 @@ double BytesPerSecond() {
   return line.baud_rate / bits;
 }
 
-// Holds back as much as the line has not carried yet.
+// Limits the bytes that the line has not sent yet.
 class Pace {
  public:
   explicit Pace(double bytes_per_second) : bytes_per_second_(bytes_per_second) {}
 
-  // Waits until `count` further bytes may go.
+  // Waits until `count` more bytes may be sent.
   void Await(size_t count) {
     sent_ += count;
     if (sent_ <= kAhead) return;
@@ -95,7 +95,7 @@ std::string InputOf(const Request& request) {
 
 void RunWrite(const Request& request) {
   if (request.is_hex == request.is_text) {
-    throw Failure(EXIT_STATUS_USAGE, "write needs either --hex or --text");
+    throw Failure(EXIT_STATUS_USAGE, "write needs --hex or --text");
   }
   const ExitStatus wrong = IsPiped(request) ? EXIT_STATUS_FAILED : EXIT_STATUS_USAGE;
   const std::string input = InputOf(request);
@@ -105,7 +105,7 @@ void RunWrite(const Request& request) {
   } else if (const std::string problem = ReadHexBytes(input, &bytes); !problem.empty()) {
     throw Failure(wrong, problem);
   }
-  if (bytes.empty()) throw Failure(wrong, "there are no bytes to write");
+  if (bytes.empty()) throw Failure(wrong, "no bytes to write");
   WriteBytes(bytes);
 }
 
@@ -116,13 +116,14 @@ void AddWriteCommand(CLI::App* app) {
   const auto request = std::make_shared<Request>();
   write->add_flag("--hex", request->is_hex,
                   "DATA is bytes in hexadecimal: FF 01, ff01 or 0xFF,0x01");
-  write->add_flag("--text", request->is_text, "DATA goes as it is, words joined by one blank");
-  write->add_option("DATA", request->words, "what to write; - reads standard input")
+  write->add_flag("--text", request->is_text,
+                  "DATA is text; several arguments are joined with blanks");
+  write->add_option("DATA", request->words, "data to write; - reads standard input")
       ->type_name("")
       ->required();
   write->footer(
-      "Input that is too long for one datagram goes in several, in order, and no faster than the "
-      "line carries it. No line end is added.\n"
+      "Splits long input into several datagrams, in order, and sends them no faster than the line. "
+      "Adds no line end.\n"
       "Examples:\n"
       "  rs232ctl write --hex FF 01 00 08 00 1D 26\n"
       "  rs232ctl write --text 'hello head'\n"

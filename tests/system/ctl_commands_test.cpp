@@ -19,21 +19,22 @@ using sim::milliseconds;
 using CtlCommand = DeviceTest;
 
 TEST_F(CtlCommand, WrongLinesGetOneLineAndAStatus) {
-  const std::string nobody = "nobody listens at UDP port 10017 of 127.0.0.1; does rs232d run?";
+  const std::string nobody =
+      "no process listens on UDP port 10017 of 127.0.0.1; is rs232d running?";
   const std::tuple<const char*, int, std::string> rows[] = {
       {"ptz pan-lfet", 2, "ptz: unknown command 'pan-lfet', did you mean pan-left?"},
       {"lens plot > /dev/full", 1, "cannot write the output"},
       {"params set --file /etc/udp_port_table.conf baud=9600", 1,
-       "/etc/udp_port_table.conf is no parameter block: it has 24 bytes, not 23972"},
+       "/etc/udp_port_table.conf is not a parameter block: it has 24 bytes, not 23972"},
       {"params create", 1, "cannot create /var/nvt/param.dat: File exists"},
       {"firmware-update /tmp/header", 1,
-       "/tmp/header is no firmware image: it has 64 bytes, its header 64"},
+       "/tmp/header is not a firmware image: it has 64 bytes, the header alone 64"},
       {"ptz pan-left", 1,
-       "this device, QB-100, does not answer pan-left; these do: relay (QB-620)"},
-      {"info", 1, "there is no /var/nvt/camera.info: no module or lens has told about itself"},
+       "this device, QB-100, does not support pan-left; supported by: relay (QB-620)"},
+      {"info", 1, "/var/nvt/camera.info does not exist: no module or lens has reported yet"},
       {"ptz zoom-tele --for 60s", 3, nobody},
       {"frames '\x1B[2J\n'", 2, R"('\x1B' is not hexadecimal)"},
-      {"stop", 3, "nobody listens at UDP port 10020 of 127.0.0.1; does rs232d run?"},
+      {"stop", 3, "no process listens on UDP port 10020 of 127.0.0.1; is rs232d running?"},
   };
   Install();
   std::filesystem::remove(CAMERA_INFO_PATH);
@@ -43,7 +44,7 @@ TEST_F(CtlCommand, WrongLinesGetOneLineAndAStatus) {
   sim::WriteTextFile(CAMERA_INFO_PATH, "VERSION=\x1B]0;owned\x07");
   EXPECT_EQ(RunCtl("info").output, "version     \\x1B]0;owned\\x07\n");
   sim::WriteTextFile("/etc/udp_port_table.conf", "");
-  ExpectCtl("stop", 1, "/etc/udp_port_table.conf gives no port as RS232_DAEMON_PORT");
+  ExpectCtl("stop", 1, "/etc/udp_port_table.conf has no valid RS232_DAEMON_PORT");
 }
 
 TEST_F(CtlCommand, StatusTellsHowTheDaemonIsAndWhatItLacks) {
@@ -64,9 +65,9 @@ TEST_F(CtlCommand, StatusTellsHowTheDaemonIsAndWhatItLacks) {
   const std::string by_this = tools::ProcessText(getpid());
   const std::tuple<std::function<void()>, std::string, const char*> rows[] = {
       {[] { sim::WriteTextFile("/etc/temp.conf", ""); },
-       "warning  settings         /etc/temp.conf is left over", "nothing keeps it from its start"},
+       "warning  settings         /etc/temp.conf exists", "no fault found"},
       {[&] { other.emplace(RS232_COMMAND_PORT); },
-       "fault    command port     udp 10017, taken by " + by_this, "1 fault found"},
+       "fault    command port     udp 10017, in use by " + by_this, "1 fault found"},
       {[&] {
          CMMAP_Init(&map, PARAM_BLOCK_PATH, PARAM_BLOCK_KEY, CMMAP_OPEN, PARAM_BLOCK_SIZE);
          map.Lock(&map);
@@ -78,7 +79,7 @@ TEST_F(CtlCommand, StatusTellsHowTheDaemonIsAndWhatItLacks) {
        },
        "fault    serial ports     1 in the parameter block", "3 faults found"},
       {[&] { std::filesystem::remove(config.serial_path); },
-       "fault    serial device    there is no /dev/ttyS1", "4 faults found"},
+       "fault    serial device    /dev/ttyS1 does not exist", "4 faults found"},
       {[] { std::filesystem::remove(PARAM_BLOCK_PATH); },
        "fault    block's locks    semaphore held by " + by_this, "4 faults found"},
   };
@@ -87,7 +88,7 @@ TEST_F(CtlCommand, StatusTellsHowTheDaemonIsAndWhatItLacks) {
     const CtlResult result = RunCtl("status");
     EXPECT_EQ(result.status, 3);
     EXPECT_NE(result.output.find(finding), std::string::npos) << finding << "\n" << result.output;
-    EXPECT_EQ(result.errors, std::string("rs232ctl: rs232d does not run; ") + faults + "\n");
+    EXPECT_EQ(result.errors, std::string("rs232ctl: rs232d is not running; ") + faults + "\n");
   }
   EXPECT_NE(RunCtl("status --json").output.find("\"running\": false"), std::string::npos);
   map.Unlock(&map);
@@ -146,7 +147,7 @@ TEST_F(CtlParams, AreShownAndSetAllOrNone) {
 
   std::filesystem::remove(PARAM_BLOCK_PATH);
   ExpectCtl("params create --file /tmp/block model=QB-61O", 0,
-            "warning: unknown model QB-61O; the daemon takes it for a PTZ head");
+            "warning: unknown model QB-61O; the daemon treats it as a PTZ head");
   ExpectCtl("params create model=QB-610 ptz-enable=on", 0);
   EXPECT_EQ(std::filesystem::file_size(PARAM_BLOCK_PATH), PARAM_BLOCK_SIZE);
   Launch();
@@ -182,7 +183,7 @@ TEST_F(CtlLens, InfoTraceAndFit) {
   EXPECT_EQ(RunCtl("info --json").output, "{\n  \"version\": \"1.5-s\"\n}\n");
   ExpectCtl("monitor --for 1ms", 0,
             "warning: this device, QB-420, sends no serial data; 'rs232d 1 | rs232ctl frames' "
-            "shows its line\nrs232ctl: listening at UDP port 1860 of 127.0.0.1");
+            "shows its line\nrs232ctl: listening on UDP port 1860 of 127.0.0.1");
   sim::WriteTextFile("/etc/trace", daemon->Output());
   const std::string words = RunCtl("frames < /etc/trace").output;
   EXPECT_NE(words.find(" reply: version 1.5-s\n"), std::string::npos) << words;
@@ -222,7 +223,7 @@ TEST_F(CtlFirmware, AsksAtATerminalAndNowhereElse) {
   std::filesystem::rename(kImagePath, "/tmp/new_firmware");
   config.model = "QB-210";
   Install();
-  ExpectCtl(line_arguments + " --yes", 1, "this device, QB-210, takes no firmware");
+  ExpectCtl(line_arguments + " --yes", 1, "this device, QB-210, does not support firmware updates");
   StartMicom({});
   const std::string deed =
       "This will write 3000 bytes of firmware into the camera module of this QB-310 and reboot the "
@@ -236,13 +237,13 @@ TEST_F(CtlFirmware, AsksAtATerminalAndNowhereElse) {
   terminal.Send(Bytes{'n', '\n'});
   const CtlResult refused = RunCtl(at_terminal);
   EXPECT_EQ(refused.status, 4);
-  EXPECT_EQ(refused.errors, deed + ". Go on? [y/N] rs232ctl: declined; nothing was done\n");
+  EXPECT_EQ(refused.errors, deed + ". Continue? [y/N] rs232ctl: declined; nothing was done\n");
   EXPECT_FALSE(std::filesystem::exists(kImagePath));
   terminal.Send(Bytes{'y', '\n'});
   const CtlResult followed = RunCtl("firmware-update --follow" + at_terminal.substr(15));
   EXPECT_EQ(followed.status, 0) << followed.errors;
-  EXPECT_TRUE(
-      followed.output.ends_with(" s left\nthe module has its firmware; the device reboots\n"))
+  EXPECT_TRUE(followed.output.ends_with(
+      " s left\nthe module has accepted the firmware; the device reboots\n"))
       << followed.output;
   ASSERT_TRUE(manager.Receive(milliseconds(20'000)).has_value());
   ExpectStored(kSize);

@@ -42,14 +42,14 @@ TEST_F(CtlMonitor, DumpsAndExplainsTheBytesOfARelay) {
   ExpectShown("^" + kTime +
               "  6 bytes\n"
               R"(  00000000  22 68 69 22 FF 01 {30}  \|"hi"\.\.\|)"
-              "\n  00000000  22 68 69 22 .* 4 bytes of no frame: \"\"hi\"\"\n$");
+              "\n  00000000  22 68 69 22 .* 4 bytes outside any frame: \"\"hi\"\"\n$");
   line.Send(Bytes{0x00, 0x04, 0x1D, 0x00, 0x22});
   ExpectShown("\n" + kTime +
               "  5 bytes\n  00000006  00 04 .*\n"
               "  00000004  FF 01 00 04 1D 00 22 +pelco-d +pan left at speed 29\n");
   // Something else at the port is no end.
   sender.SendTo(SERIAL_DATA_PORT, Bytes{'h', 'o'});
-  ExpectShown("\n" + kTime + "  no serial data datagram: it does not begin with PTPRP232\n");
+  ExpectShown("\n" + kTime + "  invalid serial data datagram: it does not begin with PTPRP232\n");
   // What a quiet line has left unfinished is said.
   line.Send(Bytes{0xA5, 0x40, 0x0C});
   ExpectShown("\n  0000000b  A5 40 0C +lens +cut off after 3 bytes\n$");
@@ -74,14 +74,14 @@ TEST_F(CtlMonitor, EndsByItself) {
   Monitor({"--for", "700ms"});
   EXPECT_EQ(monitor->WaitEnd(), 0);
   EXPECT_GE(sim::Clock::now() - start, milliseconds(700));
-  EXPECT_EQ(monitor->Errors(), "rs232ctl: listening at UDP port 1860 of 127.0.0.1\n");
+  EXPECT_EQ(monitor->Errors(), "rs232ctl: listening on UDP port 1860 of 127.0.0.1\n");
 
   const sim::UdpPeer other(SERIAL_DATA_PORT);
   Monitor();
   EXPECT_EQ(monitor->WaitEnd(), 1);
   EXPECT_EQ(
       monitor->Errors(),
-      "rs232ctl: UDP port 1860 of 127.0.0.1 is taken: another process gets the serial data\n");
+      "rs232ctl: UDP port 1860 of 127.0.0.1 is in use: another process receives the serial data\n");
 }
 
 // What a daemon with its trace on has printed, explained; and what is given as bytes.
@@ -102,8 +102,8 @@ TEST_F(CtlMonitor, FramesExplainTheTrace) {
        R"(\{"offset":0,"bytes":"FF 01 [^"]* 01".*"verdict":"good","words":"stop"\}\n)", ""},
       // A damaged line costs no other.
       {"'daemon | S.03/03 09:05:07.  1234 SEND 2: 41\nx SEND 1: 42'", 2,
-       "x SEND  42 +- +1 byte of no frame: \"B\"\n",
-       "rs232ctl: 03/03 09:05:07.  1234: the trace line says 2 bytes and has 1\n"},
+       "x SEND  42 +- +1 byte outside any frame: \"B\"\n",
+       "rs232ctl: 03/03 09:05:07.  1234: the trace line announces 2 bytes and has 1\n"},
   };
   for (const auto& [arguments, status, output, errors] : rows) {
     const CtlResult result = RunCtl("frames " + arguments);

@@ -136,7 +136,9 @@ TEST_F(RealTimeLensReboot, FirmwareCommandRebootsTheDevice) {
   const double ordered = Uptime();
   sim::WriteTextFile("/etc/new_firmware", std::string(164, 'x'));
   const CtlResult order = RunCtl("firmware-update --yes --force /etc/new_firmware");
-  EXPECT_EQ(order.output, "ordered to lay out 100 bytes of firmware and reboot this QB-420\n");
+  EXPECT_EQ(
+      order.output,
+      "sent the command to reboot this QB-420 with 100 bytes of firmware in /tmp/micom_firmware\n");
   EXPECT_EQ(sim::Hex(manager.Receive().value_or(sim::Bytes())), kNotice);
   ExpectRunsAfter(ordered);
   EXPECT_EQ(sim::ReadTextFile(kInherited), inherited);

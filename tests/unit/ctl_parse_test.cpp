@@ -33,7 +33,7 @@ TEST(CtlParse, Durations) {
 TEST(CtlParse, HexBytes) {
   const std::tuple<const char*, const char*, const char*> rows[] = {
       {"{0xFF, 0x1}", "FF 01", ""},          {"\\xFF\\x01", "FF 01", ""},
-      {" \n41\t42\r\n", "41 42", ""},        {"4 1", "", "'4' ends in half a byte"},
+      {" \n41\t42\r\n", "41 42", ""},        {"4 1", "", "'4' has an odd number of digits"},
       {"0x", "", "'0x' is not hexadecimal"},
   };
   for (const auto& [text, expected, problem] : rows) {
@@ -101,10 +101,10 @@ TEST(CtlParse, ParameterChangesStoreTheirBytesAndNoOthers) {
 TEST(CtlParse, ParameterChangesThatAreNone) {
   const std::pair<std::string, const char*> rows[] = {
       {"baud", "baud is not of the form NAME=VALUE"},
-      {"buad=9600", "there is no parameter buad, did you mean baud?"},
+      {"buad=9600", "unknown parameter buad, did you mean baud?"},
       {"model=", "a model name cannot be empty"},
       {"data-bits=4", "data-bits cannot be '4'; allowed: 5 to 8"},
-      {"model=" + std::string(128, 'Q'), "a model name has 1 to 127 characters"},
+      {"model=" + std::string(128, 'Q'), "a model name must have 1 to 127 characters"},
   };
   for (const auto& [text, says] : rows) {
     std::string said;

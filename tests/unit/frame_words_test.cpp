@@ -75,7 +75,7 @@ TEST(FrameWords, ExplainsStreamsSplitAnywhere) {
       {Hex("FF 21 02 00 00 00 23 00 00 45"), "0+10 hd-micom good: module setting: 35\n"},
       {Hex("DC 12") + Of(MicomHeaderPacket(44)) + Hex("33") + Of(MicomDataPacket(kPayload)) +
            Hex("15") + Of(MicomTailPacket(kPayload)),
-       "0+2 firmware good: the micom is ready for the firmware\n"
+       "0+2 firmware good: micom ready for the firmware\n"
        "2+8 firmware good: header packet: 44 bytes of firmware follow\n"
        "10+1 firmware good: packet accepted\n"
        "11+50 firmware good: data packet: 44 bytes of firmware\n"
@@ -85,7 +85,7 @@ TEST(FrameWords, ExplainsStreamsSplitAnywhere) {
        "0+2 none noise: noise\n2+7 pelco-d good: " + kLeftWords + "\n9+3 none noise: noise\n" +
            "12+7 pelco-d good: " + kLeftWords + "\n19+1 none noise: noise\n"},
       {Hex("FF 01 00 04 1D 00 23 " + kLeft),
-       "0+7 pelco-d bad-checksum: checksum wrong (0x23, should be 0x22): " + kLeftWords +
+       "0+7 pelco-d bad-checksum: wrong checksum (0x23, expected 0x22): " + kLeftWords +
            "\n7+7 pelco-d good: " + kLeftWords + "\n"},
       {Hex("FF 01 00 " + kLeft + "A5 40 0C " + kLeft),
        "0+3 pelco-d cut-off: cut off after 3 bytes\n3+7 pelco-d good: " + kLeftWords +
@@ -106,7 +106,7 @@ TEST(FrameWords, ExplainsDatagramsAndTheirPayload) {
        "0+16 serial-data good: 7 bytes from the line\n16+7 sd-module good: reply: model 18\n"
        "23+16 serial-data good: 7 bytes from the line\n39+7 sd-module good: reply: model 18\n"},
       {cut_command,
-       "0+40 command cut-off: camera control, whose record is cut off; it announces 17 bytes, 8 "
+       "0+40 command cut-off: camera control, incomplete; it announces 17 bytes, 8 "
        "are there\n"},
       {sim::CameraControlPacket(sim::Control(0x1021, -1)) +
            sim::CameraControlPacket(sim::Control(0x1012, 0, -64)),
