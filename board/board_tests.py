@@ -144,6 +144,8 @@ def test_usb(out):
             board.await_run("[ $(grep -c 'serial line is back' /tmp/log) = %d ]" % (1 + load))
             if load:
                 board.run("kill $(cat /tmp/load)")
+                # A full socket would drop the next datagram.
+                board.await_run("grep -q ':2724 .* 00000000:00000000 ' /proc/net/udp", 60)
             board.run("rs232ctl write --text plugged-%d" % load)
             board.line.await_bytes(b"plugged-%d" % load)
     return "lost and back, idle and under load"
