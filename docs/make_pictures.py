@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """Captures vdev's live screen and writes it to docs/pictures as SVG.
 
-Needs tmux and a build in build/. Presses a few keys, then captures the screen with its colours. Usage: docs/make_pictures.py [BUILD_DIRECTORY]
+Needs tmux and a build in build/. Presses a few keys, then captures the screen with
+its colours. Usage: docs/make_pictures.py [BUILD_DIRECTORY]
 """
 import os
 import re
