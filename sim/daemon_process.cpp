@@ -207,18 +207,4 @@ Memory MemoryOf(pid_t pid) {
   return memory;
 }
 
-bool IsPortBound(const std::string& table, int port) {
-  constexpr int kTcpListen = 0x0A;
-  std::ifstream file("/proc/net/" + table);
-  std::string line;
-  std::getline(file, line);
-  while (std::getline(file, line)) {
-    unsigned local = 0;
-    unsigned state = 0;
-    if (sscanf(line.c_str(), " %*d: %*8x:%4x %*8x:%*4x %2x", &local, &state) != 2) continue;
-    if (static_cast<int>(local) == port && (table != "tcp" || state == kTcpListen)) return true;
-  }
-  return false;
-}
-
 }  // namespace sim

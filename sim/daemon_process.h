@@ -9,6 +9,7 @@
 
 #include "sim/device.h"
 #include "sim/wait.h"
+#include "tools/processes.h"
 
 namespace sim {
 
@@ -73,9 +74,7 @@ class DaemonProcess {
   std::optional<int> status_;
 };
 
-// True if a socket of this world is bound to the local port. `table` is a file of /proc/net: "udp",
-// or "tcp" for listeners.
-bool IsPortBound(const std::string& table, int port);
+using tools::IsPortBound;
 
 // Number of occurrences of `part` in `text`.
 inline size_t CountOf(const std::string& part, const std::string& text) {

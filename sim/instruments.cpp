@@ -43,15 +43,12 @@ struct Gauge {
   std::optional<double> mark = std::nullopt;  // target share
 };
 
-Gauge Reading(const char* label, const char* format, double value, double low, double high) {
+Gauge Reading(const char* label, const char* format, double value, double low, double high,
+              std::optional<double> mark = std::nullopt) {
   return {.label = label,
           .figure = tools::Format(format, value),
-          .share = (value - low) / (high - low)};
-}
-
-Gauge Marked(Gauge gauge, double mark) {
-  gauge.mark = mark;
-  return gauge;
+          .share = (value - low) / (high - low),
+          .mark = mark};
 }
 
 // Draws the label, the figure, and a bar with a knob and an optional mark at the target.
@@ -164,9 +161,9 @@ Gauge ZoomOf(const ModuleLens& lens) {
 
 void DrawHdModule(const Terminal& terminal, const Area& gauges, const Area& view,
                   const HdMicom& micom) {
-  const Gauge focus = Reading("focus", "%.0f %%", micom.Lens().FocusAt(), 0, kPercent);
-  DrawGauges(terminal, gauges.Inner(),
-             {ZoomOf(micom.Lens()), Marked(focus, kModuleSharpFocus / kPercent)},
+  const Gauge focus = Reading("focus", "%.0f %%", micom.Lens().FocusAt(), 0, kPercent,
+                              kModuleSharpFocus / kPercent);
+  DrawGauges(terminal, gauges.Inner(), {ZoomOf(micom.Lens()), focus},
              {micom.Loader() != nullptr ? micom.Describe() : micom.Menu().Describe()});
   DrawMenu(terminal, view, micom.Menu());
 }
@@ -218,8 +215,6 @@ void DrawLens(const Terminal& terminal, const Area& gauges, const Area& view, co
   const double in_focus = InFocus(pose.zoom);
   const double sharpness = LensOptics::Sharpness(camera.scene, pose) - camera.scene.floor;
   const Exposure exposure = LensOptics::Expose(camera.scene, pose, camera.ExposureSetting());
-  const Gauge focus = Reading("focus", "%.0f", pose.focus, 0, build.focus_travel);
-  const Gauge off_curve = Reading("off curve", "%+.0f", pose.focus - in_focus, -kFarOff, kFarOff);
   const Gauge level = {
       .label = "exposure",
       .figure = std::to_string(exposure.level),
@@ -227,7 +222,8 @@ void DrawLens(const Terminal& terminal, const Area& gauges, const Area& view, co
   DrawGauges(
       terminal, gauges.Inner(),
       {Reading("zoom", "%.0f", pose.zoom, 0, build.zoom_travel),
-       Marked(focus, in_focus / build.focus_travel), Marked(off_curve, 0.5),
+       Reading("focus", "%.0f", pose.focus, 0, build.focus_travel, in_focus / build.focus_travel),
+       Reading("off curve", "%+.0f", pose.focus - in_focus, -kFarOff, kFarOff, 0.5),
        Reading("sharpness", "%.0f %%", kPercent * sharpness / camera.scene.height, 0, kPercent),
        Reading("iris", "%.0f", pose.iris, 0, build.iris_travel), level},
       {BrightnessOf(exposure)});

@@ -8,20 +8,16 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <stdexcept>
 
-#include "ipc/cicomm.h"
 #include "relay/daemon_datagram.h"
-#include "util/bytes.h"
 
 namespace sim {
 namespace {
 
 constexpr size_t kDatagramMax = 65536;
-constexpr int kNoPort = -1;
 
 sockaddr_in Loopback(int port) {
   sockaddr_in address = {};
@@ -33,13 +29,6 @@ sockaddr_in Loopback(int port) {
 
 [[noreturn]] void Fail(const std::string& what) {
   throw std::runtime_error(what + ": " + strerror(errno));
-}
-
-Bytes Joined(std::span<const uint8_t> head, std::span<const uint8_t> rest) {
-  Bytes bytes(head.size() + rest.size());
-  std::copy(head.begin(), head.end(), bytes.begin());
-  std::copy(rest.begin(), rest.end(), bytes.begin() + static_cast<std::ptrdiff_t>(head.size()));
-  return bytes;
 }
 
 }  // namespace
@@ -132,30 +121,6 @@ std::optional<Bytes> DecodeSerialData(std::span<const uint8_t> datagram) {
                      data.count.Get() == datagram.size() - SERIAL_DATA_HEADER_SIZE;
   if (!known) return std::nullopt;
   return Bytes(data.bytes, data.bytes + data.count.Get());
-}
-
-Bytes DaemonDatagram(uint16_t code, std::span<const uint8_t> bytes) {
-  uint8_t head[RS232_UDP_CODE_SIZE];
-  StoreLe16(head, code);
-  return Joined(head, bytes);
-}
-
-Bytes CommandPacket(int32_t command, std::span<const uint8_t> payload) {
-  CicommHeader header = {};
-  header.magic.Set(CICOMM_MAGIC);
-  header.version.Set(CICOMM_VERSION);
-  header.command.Set(static_cast<uint32_t>(command));
-  header.port.Set(static_cast<uint32_t>(kNoPort));
-  header.size.Set(static_cast<uint32_t>(payload.size()));
-  uint8_t head[sizeof(header)];
-  memcpy(head, &header, sizeof(header));
-  return Joined(head, payload);
-}
-
-Bytes CameraControlPacket(const CameraControl& control) {
-  Bytes payload(CAMERA_CONTROL_SIZE);
-  CameraControlEncode(control, payload.data());
-  return CommandPacket(CICOMM_PCMD_PTZ, payload);
 }
 
 SyslogRecorder::SyslogRecorder() : fd_(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {

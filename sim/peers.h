@@ -12,6 +12,7 @@
 #include "ipc/camera_control.h"
 #include "sim/pty_line.h"
 #include "sim/wait.h"
+#include "tools/daemon_ports.h"
 #include "tools/unique_fd.h"
 
 namespace sim {
@@ -53,11 +54,9 @@ class UdpPeer {
 // The payload of a serial data datagram; nullopt for any other datagram.
 std::optional<Bytes> DecodeSerialData(std::span<const uint8_t> datagram);
 
-// A datagram for the daemon's UDP port: the code, then the bytes.
-Bytes DaemonDatagram(uint16_t code, std::span<const uint8_t> bytes = {});
-
-// A command-channel packet of a sender without a port of its own.
-Bytes CommandPacket(int32_t command, std::span<const uint8_t> payload);
+using tools::CameraControlPacket;
+using tools::CommandPacket;
+using tools::DaemonDatagram;
 
 // The record of a camera-control command for this daemon. Only the low 8 bits of each parameter
 // count.
@@ -68,9 +67,6 @@ constexpr CameraControl Control(uint16_t code, int first = 0, int second = 0, in
           .second = static_cast<int8_t>(second),
           .third = static_cast<int8_t>(third)};
 }
-
-// The packet of a camera-control command.
-Bytes CameraControlPacket(const CameraControl& control);
 
 // Receives the syslog messages of the world in place of the system log. Read it regularly: senders
 // block after about ten unread messages.

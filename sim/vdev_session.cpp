@@ -34,10 +34,7 @@ constexpr milliseconds kLook{50};
 class SessionSignals {
  public:
   SessionSignals() {
-    sigset_t signals;
-    sigemptyset(&signals);
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGCHLD})
-      sigaddset(&signals, signal);
+    const sigset_t signals = HandledSignals();
     sigprocmask(SIG_BLOCK, &signals, &before_);
     fd_.Reset(signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
   }

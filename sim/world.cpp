@@ -19,6 +19,7 @@
 #include <fstream>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tools/unique_fd.h"
@@ -50,10 +51,6 @@ void WriteFile(const std::string& path, const std::string& text) {
 
 void MakeDirectory(const std::string& path, mode_t mode = 0755) {
   Check(mkdir(path.c_str(), mode) == 0 || errno == EEXIST, "cannot make " + path);
-}
-
-void MakeLink(const char* target, const std::string& path) {
-  Check(symlink(target, path.c_str()) == 0, "cannot link " + path);
 }
 
 void Mount(const std::string& source, const std::string& target, const char* type,
@@ -116,11 +113,13 @@ void MakeDev() {
   MakeDirectory("/dev/pts");
   Mount("devpts", "/dev/pts", "devpts", MS_NOSUID | MS_NOEXEC,
         "newinstance,ptmxmode=0666,mode=0620");
-  MakeLink("pts/ptmx", "/dev/ptmx");
-  MakeLink("/proc/self/fd", "/dev/fd");
-  MakeLink("fd/0", "/dev/stdin");
-  MakeLink("fd/1", "/dev/stdout");
-  MakeLink("fd/2", "/dev/stderr");
+  constexpr std::pair<const char*, const char*> kLinks[] = {{"pts/ptmx", "/dev/ptmx"},
+                                                            {"/proc/self/fd", "/dev/fd"},
+                                                            {"fd/0", "/dev/stdin"},
+                                                            {"fd/1", "/dev/stdout"},
+                                                            {"fd/2", "/dev/stderr"}};
+  for (const auto& [target, path] : kLinks)
+    Check(symlink(target, path) == 0, std::string("cannot link ") + path);
   MakeDirectory(kWorldDirectory);
 }
 
@@ -178,14 +177,6 @@ bool IsSent(const siginfo_t& info) {
   return info.si_code == SI_USER || info.si_code == SI_QUEUE || info.si_code == SI_TKILL;
 }
 
-sigset_t HandledSignals() {
-  sigset_t set;
-  sigemptyset(&set);
-  for (const int signal : {SIGCHLD, SIGINT, SIGTERM, SIGHUP})
-    sigaddset(&set, signal);
-  return set;
-}
-
 int StatusOf(int wait_status) {
   return WIFEXITED(wait_status) ? WEXITSTATUS(wait_status) : kSignalBase + WTERMSIG(wait_status);
 }
@@ -241,31 +232,39 @@ int RunGuarded(const std::function<int()>& step) {
   }
 }
 
-}  // namespace
-
-int RunInWorld(const std::function<int()>& body) {
+// Runs `step` in a guarded child while the handled signals are blocked.
+int RunWithBlockedSignals(const std::function<int(const sigset_t&)>& step) {
   const sigset_t signals = HandledSignals();
   sigset_t caller_signals;
   sigprocmask(SIG_BLOCK, &signals, &caller_signals);
-  // A child enters the new namespaces, so the caller keeps its own.
-  const int status = RunGuarded([&] {
-    const bool user_namespace = EnterNamespaces();
-    return RunGuarded([&] { return RunFirstProcess(body, user_namespace, caller_signals); });
-  });
+  const int status = RunGuarded([&] { return step(caller_signals); });
   sigprocmask(SIG_SETMASK, &caller_signals, nullptr);
   return status;
 }
 
+}  // namespace
+
+sigset_t HandledSignals() {
+  sigset_t set;
+  sigemptyset(&set);
+  for (const int signal : {SIGCHLD, SIGINT, SIGTERM, SIGHUP})
+    sigaddset(&set, signal);
+  return set;
+}
+
+int RunInWorld(const std::function<int()>& body) {
+  // A child enters the new namespaces, so the caller keeps its own.
+  return RunWithBlockedSignals([&](const sigset_t& caller_signals) {
+    const bool user_namespace = EnterNamespaces();
+    return RunGuarded([&] { return RunFirstProcess(body, user_namespace, caller_signals); });
+  });
+}
+
 int RunInChild(const std::function<int()>& body) {
-  const sigset_t signals = HandledSignals();
-  sigset_t caller_signals;
-  sigprocmask(SIG_BLOCK, &signals, &caller_signals);
-  const int status = RunGuarded([&] {
+  return RunWithBlockedSignals([&](const sigset_t& caller_signals) {
     sigprocmask(SIG_SETMASK, &caller_signals, nullptr);
     return body();
   });
-  sigprocmask(SIG_SETMASK, &caller_signals, nullptr);
-  return status;
 }
 
 }  // namespace sim

@@ -6,6 +6,7 @@
 // When its first process exits, the kernel kills all others and drops every mount.
 #pragma once
 
+#include <csignal>
 #include <functional>
 
 namespace sim {
@@ -21,6 +22,9 @@ constexpr int kNoWorldStatus = 3;
 
 // Added to the number of the fatal signal to form an exit status.
 constexpr int kSignalBase = 128;
+
+// The signals that worlds and sessions handle: SIGCHLD, SIGINT, SIGTERM and SIGHUP.
+sigset_t HandledSignals();
 
 // Makes a world, runs `body` in it and returns its exit status (kSignalBase + N if signal N killed
 // it). The calling process must have one thread and no children, because this function reaps every

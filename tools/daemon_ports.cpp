@@ -5,16 +5,16 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <algorithm>
+#include <array>
 #include <cerrno>
-#include <charconv>
+#include <cstdlib>
 #include <cstring>
-#include <vector>
 
 #include "daemon/settings.h"
 #include "ipc/cicomm.h"
 #include "relay/daemon_datagram.h"
 #include "tools/failure.h"
+#include "tools/format.h"
 #include "tools/unique_fd.h"
 #include "util/bytes.h"
 #include "util/conf_file.h"
@@ -23,87 +23,90 @@ namespace tools {
 
 namespace {
 
-constexpr int kPortMax = 65535;
-// Value of the port field if the sender has no channel port of its own.
+// The port of a sender without a command channel of its own.
 constexpr uint32_t kNoPort = 0xFFFFFFFF;
 
-class LocalSocket {
- public:
-  explicit LocalSocket(int port) : port_(port), fd_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_in peer = {};
-    peer.sin_family = AF_INET;
-    peer.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    peer.sin_port = htons(static_cast<uint16_t>(port));
-    if (fd_.Get() < 0 || connect(fd_.Get(), reinterpret_cast<sockaddr*>(&peer), sizeof(peer)) < 0)
-      Fail(errno);
-  }
+std::vector<uint8_t> Joined(std::span<const uint8_t> head, std::span<const uint8_t> rest) {
+  std::vector<uint8_t> bytes(head.begin(), head.end());
+  bytes.insert(bytes.end(), rest.begin(), rest.end());
+  return bytes;
+}
 
-  // On loopback, send reports at once that no process has bound the port.
-  void Send(std::span<const uint8_t> datagram) const {
-    if (send(fd_.Get(), datagram.data(), datagram.size(), 0) < 0) Fail(errno);
-    int error = 0;
-    socklen_t length = sizeof(error);
-    getsockopt(fd_.Get(), SOL_SOCKET, SO_ERROR, &error, &length);
-    if (error != 0) Fail(error);
+void Send(int port, std::span<const uint8_t> datagram) {
+  sockaddr_in peer = {};
+  peer.sin_family = AF_INET;
+  peer.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  peer.sin_port = htons(static_cast<uint16_t>(port));
+  const UniqueFd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  int error = 0;
+  socklen_t length = sizeof(error);
+  if (!fd.IsOpen() || connect(fd.Get(), reinterpret_cast<sockaddr*>(&peer), sizeof(peer)) < 0 ||
+      send(fd.Get(), datagram.data(), datagram.size(), 0) < 0) {
+    error = errno;
+  } else {
+    // On loopback, an unbound port has refused the datagram by now.
+    getsockopt(fd.Get(), SOL_SOCKET, SO_ERROR, &error, &length);
   }
-
- private:
-  [[noreturn]] void Fail(int error) const {
-    const std::string port = "UDP port " + std::to_string(port_) + " of 127.0.0.1";
-    if (error == ECONNREFUSED) {
-      throw Failure(EXIT_STATUS_NO_DAEMON,
-                    "no process listens on " + port + "; is rs232d running?");
-    }
-    throw Failure(EXIT_STATUS_FAILED, "cannot send to " + port + ": " + strerror(error));
+  if (error == ECONNREFUSED) {
+    throw Failure(
+        EXIT_STATUS_NO_DAEMON,
+        Format("no process listens on UDP port %d of 127.0.0.1; is rs232d running?", port));
   }
-
-  int port_;
-  UniqueFd fd_;
-};
+  if (error != 0) {
+    throw Failure(EXIT_STATUS_FAILED,
+                  Format("cannot send to UDP port %d of 127.0.0.1: %s", port, strerror(error)));
+  }
+}
 
 }  // namespace
 
-int DaemonUdpPort() {
-  if (access(UDP_PORT_TABLE_PATH, R_OK) != 0) {
-    throw Failure(EXIT_STATUS_FAILED,
-                  std::string("cannot open ") + UDP_PORT_TABLE_PATH + ": " + strerror(errno));
-  }
-  char value[CUTIL_CONF_VALUE_SIZE];
-  int port = 0;
-  if (CUTIL_GetConfValue(UDP_PORT_TABLE_PATH, UDP_PORT_KEY, value, sizeof(value)) == 0) {
-    std::from_chars(value, value + strlen(value), port);
-  }
-  if (port < 1 || port > kPortMax) {
-    throw Failure(EXIT_STATUS_FAILED,
-                  std::string(UDP_PORT_TABLE_PATH) + " has no valid " + UDP_PORT_KEY);
-  }
-  return port;
+std::vector<uint8_t> DaemonDatagram(uint16_t code, std::span<const uint8_t> bytes) {
+  std::array<uint8_t, RS232_UDP_CODE_SIZE> head;
+  StoreLe16(head.data(), code);
+  return Joined(head, bytes);
 }
 
-void SendToDaemon(uint16_t code, std::span<const uint8_t> bytes) {
-  std::vector<uint8_t> datagram(RS232_UDP_CODE_SIZE + bytes.size());
-  StoreLe16(datagram.data(), code);
-  std::copy(bytes.begin(), bytes.end(), datagram.begin() + RS232_UDP_CODE_SIZE);
-  LocalSocket(DaemonUdpPort()).Send(datagram);
-}
-
-void SendCommand(int command, std::span<const uint8_t> payload) {
+std::vector<uint8_t> CommandPacket(int32_t command, std::span<const uint8_t> payload) {
   CicommHeader header = {};
   header.magic.Set(CICOMM_MAGIC);
   header.version.Set(CICOMM_VERSION);
   header.command.Set(static_cast<uint32_t>(command));
   header.port.Set(kNoPort);
   header.size.Set(static_cast<uint32_t>(payload.size()));
-  std::vector<uint8_t> packet(CICOMM_HEADER_SIZE + payload.size());
-  memcpy(packet.data(), &header, sizeof(header));
-  std::copy(payload.begin(), payload.end(), packet.begin() + CICOMM_HEADER_SIZE);
-  LocalSocket(RS232_COMMAND_PORT).Send(packet);
+  std::array<uint8_t, sizeof(header)> head;
+  memcpy(head.data(), &header, sizeof(header));
+  return Joined(head, payload);
+}
+
+std::vector<uint8_t> CameraControlPacket(const CameraControl& control) {
+  std::array<uint8_t, CAMERA_CONTROL_SIZE> record;
+  CameraControlEncode(control, record.data());
+  return CommandPacket(CICOMM_PCMD_PTZ, record);
+}
+
+int DaemonUdpPort() {
+  if (access(UDP_PORT_TABLE_PATH, R_OK) != 0) {
+    throw Failure(EXIT_STATUS_FAILED,
+                  Format("cannot open %s: %s", UDP_PORT_TABLE_PATH, strerror(errno)));
+  }
+  std::array<char, CUTIL_CONF_VALUE_SIZE> value = {};
+  CUTIL_GetConfValue(UDP_PORT_TABLE_PATH, UDP_PORT_KEY, value.data(), value.size());
+  const long port = strtol(value.data(), nullptr, 10);
+  if (port >= 1 && port <= UINT16_MAX) return static_cast<int>(port);
+  throw Failure(EXIT_STATUS_FAILED,
+                Format("%s has no valid %s", UDP_PORT_TABLE_PATH, UDP_PORT_KEY));
+}
+
+void SendToDaemon(uint16_t code, std::span<const uint8_t> bytes) {
+  Send(DaemonUdpPort(), DaemonDatagram(code, bytes));
+}
+
+void SendCommand(int32_t command) {
+  Send(RS232_COMMAND_PORT, CommandPacket(command, {}));
 }
 
 void SendControl(const CameraControl& control) {
-  uint8_t record[CAMERA_CONTROL_SIZE];
-  CameraControlEncode(control, record);
-  SendCommand(CICOMM_PCMD_PTZ, record);
+  Send(RS232_COMMAND_PORT, CameraControlPacket(control));
 }
 
 }  // namespace tools

@@ -6,12 +6,12 @@
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
+#include <iostream>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
-#include <string_view>
 #include <thread>
-#include <utility>
 #include <vector>
 
 #include "ipc/cicomm.h"
@@ -23,6 +23,7 @@
 #include "tools/device_mode.h"
 #include "tools/failure.h"
 #include "tools/files.h"
+#include "tools/format.h"
 #include "tools/output.h"
 #include "util/load_file.h"
 
@@ -32,60 +33,46 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-// The daemon accepts any image that it can load and that is not shorter than its header.
+// Returns an image that the daemon accepts: one that it can load, with bytes after the header.
 Bytes ReadImage(const std::string& path) {
-  const auto refuse = [&path](uintmax_t size, const std::string& limit) {
-    throw Failure(EXIT_STATUS_FAILED, path + " is not a firmware image: it has " +
-                                          std::to_string(size) + " bytes, " + limit);
-  };
   std::error_code error;
   const uintmax_t size = std::filesystem::file_size(path, error);
-  if (!error && size > CUTIL_LOAD_MAX)
-    refuse(size, "the maximum is " + std::to_string(CUTIL_LOAD_MAX));
-  Bytes image = ReadFile(path);
-  const size_t header = MICOM_IMAGE_HEADER_SIZE;
-  if (image.size() <= header) refuse(image.size(), "the header alone " + std::to_string(header));
-  return image;
+  Bytes image = error || size <= CUTIL_LOAD_MAX ? ReadFile(path) : Bytes();
+  if (image.size() > MICOM_IMAGE_HEADER_SIZE) return image;
+  throw Failure(EXIT_STATUS_FAILED,
+                Format("%s is not a firmware image: it has %ju bytes, not %d to %ld", path.c_str(),
+                       size, MICOM_IMAGE_HEADER_SIZE + 1, CUTIL_LOAD_MAX));
 }
 
 // Returns why the file may be the wrong one, or "". Neither the daemon nor the module checks the
-// image, and the contents of the header are unknown, but other kinds of files can be recognised.
+// image, and the contents of the header are unknown.
 std::string DoubtOf(const Bytes& image) {
-  constexpr std::pair<std::string_view, const char*> kOtherFiles[] = {
-      {"\177ELF", "a program"},   {"\037\213", "a gzip file"}, {"PK\003\004", "a zip archive"},
-      {"\3757zXZ", "an xz file"}, {"BZh", "a bzip2 file"},     {"!<arch>", "a package"},
-  };
   constexpr size_t kUsualMin = 1024;  // vectors and start-up code alone take more
-  const std::string_view text(reinterpret_cast<const char*>(image.data()), image.size());
-  const std::string_view payload = text.substr(MICOM_IMAGE_HEADER_SIZE);
-  for (const auto& [mark, kind] : kOtherFiles) {
-    if (text.starts_with(mark)) return std::string("it looks like ") + kind;
-  }
-  if (std::ranges::all_of(image, [](int c) { return isprint(c) != 0 || isspace(c) != 0; })) {
+  const std::span payload = std::span(image).subspan(MICOM_IMAGE_HEADER_SIZE);
+  if (std::ranges::all_of(image, [](int c) { return isprint(c) != 0 || isspace(c) != 0; }))
     return "it is plain text";
-  }
-  if (payload.find_first_not_of(payload.front()) == std::string_view::npos) {
+  if (std::ranges::count(payload, payload.front()) == std::ssize(payload))
     return "all bytes of its firmware are equal";
-  }
-  if (payload.size() >= kUsualMin) return "";
-  return "it has only " + std::to_string(payload.size()) + " bytes of firmware";
+  if (payload.size() < kUsualMin)
+    return Format("it has only %zu bytes of firmware", payload.size());
+  return "";
 }
 
 // Returns what the update does to this device.
 std::string Consequence(size_t payload) {
   const std::string model = DeviceModel();
-  const std::string bytes = std::to_string(payload) + " bytes of firmware";
-  if (model.empty()) return "write " + bytes + " into the camera module and reboot the device";
-  switch (ModeOfModel(model)) {
-    case MODE_HD:
-      return "write " + bytes + " into the camera module of this " + model +
-             " and reboot the device";
-    case MODE_LENS:
-      return "reboot this " + model + " with " + bytes + " in " + MICOM_FIRMWARE_PATH;
-    default:
-      throw Failure(EXIT_STATUS_FAILED,
-                    "this device, " + model + ", does not support firmware updates");
+  const DeviceMode mode = model.empty() ? MODE_HD : ModeOfModel(model);
+  if (mode == MODE_LENS) {
+    return Format("reboot this %s with %zu bytes of firmware in %s", model.c_str(), payload,
+                  MICOM_FIRMWARE_PATH);
   }
+  if (mode == MODE_HD) {
+    const std::string of_this = model.empty() ? "" : " of this " + model;
+    return Format("write %zu bytes of firmware into the camera module%s and reboot the device",
+                  payload, of_this.c_str());
+  }
+  throw Failure(EXIT_STATUS_FAILED,
+                "this device, " + model + ", does not support firmware updates");
 }
 
 // Asks the user to confirm. `option` is the option that confirms in advance.
@@ -95,10 +82,9 @@ void Ask(const std::string& statement, const char* option) {
                   statement + ": stdin is not a terminal; use " + option + " to confirm");
   }
   Print(stderr, "%s. Continue? [y/N] ", statement.c_str());
-  char answer[16] = "";
-  const bool is_answered = fgets(answer, sizeof(answer), stdin) != nullptr;
-  const std::string text = answer;
-  if (is_answered && (text == "y\n" || text == "Y\n" || text == "yes\n")) return;
+  std::string answer;
+  std::getline(std::cin, answer);
+  if (answer == "y" || answer == "Y" || answer == "yes") return;
   throw Failure(EXIT_STATUS_DECLINED, "declined; nothing was done");
 }
 

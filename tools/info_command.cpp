@@ -1,12 +1,12 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <memory>
 #include <sstream>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "tools/commands.h"
@@ -22,37 +22,25 @@ namespace {
 // Written by the daemon, KEY=VALUE a line.
 constexpr char kInfoPath[] = "/var/nvt/camera.info";
 
-struct Fact {
-  std::string key;  // in lower case
-  std::string value;
-};
-
-std::vector<Fact> ParseFacts(const std::vector<uint8_t>& text) {
-  std::vector<Fact> facts;
-  std::istringstream lines(std::string(text.begin(), text.end()));
-  for (std::string line; std::getline(lines, line);) {
-    const size_t equals = line.find('=');
-    if (equals == std::string::npos) continue;
-    Fact fact = {.key = line.substr(0, equals), .value = line.substr(equals + 1)};
-    for (char& c : fact.key)
-      c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
-    facts.push_back(std::move(fact));
-  }
-  return facts;
-}
-
 void RunInfo(bool is_json) {
   if (access(kInfoPath, F_OK) != 0) {
     throw Failure(EXIT_STATUS_FAILED,
                   std::string(kInfoPath) + " does not exist: no module or lens has reported yet");
   }
-  const std::vector<Fact> facts = ParseFacts(ReadFile(kInfoPath));
-  if (facts.empty()) throw Failure(EXIT_STATUS_FAILED, std::string(kInfoPath) + " is empty");
+  const std::vector<uint8_t> bytes = ReadFile(kInfoPath);
   const Json object = OwnJson(json_object_new_object());
-  for (const Fact& fact : facts) {
-    json_object_object_add(object.get(), fact.key.c_str(), NewJsonText(fact.value));
-    if (!is_json) Print(stdout, "%-11s %s\n", fact.key.c_str(), fact.value.c_str());
+  std::istringstream lines(std::string(bytes.begin(), bytes.end()));
+  for (std::string line; std::getline(lines, line);) {
+    const size_t equals = line.find('=');
+    if (equals == std::string::npos) continue;
+    std::string key = line.substr(0, equals);
+    std::ranges::transform(key, key.begin(), [](unsigned char c) { return tolower(c); });
+    const std::string value = line.substr(equals + 1);
+    json_object_object_add(object.get(), key.c_str(), NewJsonText(value));
+    if (!is_json) Print(stdout, "%-11s %s\n", key.c_str(), value.c_str());
   }
+  if (json_object_object_length(object.get()) == 0)
+    throw Failure(EXIT_STATUS_FAILED, std::string(kInfoPath) + " is empty");
   if (is_json) PrintJson(object);
 }
 

@@ -36,6 +36,15 @@ inline json_object* NewJsonText(const std::string& text) {
   return json_object_new_string_len(text.data(), static_cast<int>(text.size()));
 }
 
+// Returns an array with the value of each item.
+template <typename Items, typename Value>
+json_object* NewJsonArray(const Items& items, Value value) {
+  json_object* array = json_object_new_array();
+  for (const auto& item : items)
+    json_object_array_add(array, value(item));
+  return array;
+}
+
 // Returns a value as indented text with a line feed at its end.
 inline std::string JsonText(const Json& value) {
   constexpr int kStyle =

@@ -1,7 +1,6 @@
-// Suggests the name that a mistyped one may mean.
+// "Did you mean ...": suggests the name that was probably meant.
 #pragma once
 
-#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -9,16 +8,12 @@
 
 namespace tools {
 
-// Returns the number of letters to insert, delete, replace or swap with a neighbour to turn one
-// name into the other.
-size_t EditDistance(std::string_view from, std::string_view to);
-
-// Returns the first of the closest `names`, or nothing if none is close enough.
+// The first of the closest `names`; nullopt if none is close.
 std::optional<std::string> NearestName(std::string_view typed,
                                        const std::vector<std::string>& names);
 
-// Returns ", did you mean NAME?" with the nearest name, or with the names whose first word was
-// typed ("zoom" of "zoom-tele"); "" if none is close enough.
+// ", did you mean NAME?" with the names that begin with the typed word and a hyphen ("zoom" of
+// "zoom-tele"), else the nearest name; "" if none is close.
 std::string DidYouMean(std::string_view typed, const std::vector<std::string>& names);
 
 }  // namespace tools

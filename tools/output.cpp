@@ -2,10 +2,9 @@
 
 #include <algorithm>
 #include <array>
-#include <clocale>
 #include <cstdarg>
 #include <cstdint>
-#include <cwchar>
+#include <locale>
 #include <optional>
 
 #include "tools/format.h"
@@ -38,27 +37,24 @@ bool IsControl(char32_t code) {
 
 struct Character {
   std::string_view bytes;
-  std::optional<char32_t> code;  // nothing for a byte that is not UTF-8
+  std::optional<char32_t> code;  // nullopt: a byte that is not UTF-8
 };
 
-bool IsUnicode(char32_t code) {
-  constexpr Range kSurrogates = {0xD800, 0xDFFF};
-  constexpr char32_t kLast = 0x10FFFF;
-  return code <= kLast && (code < kSurrogates.first || code > kSurrogates.last);
-}
-
-// Returns the first character of a non-empty text. Without a UTF-8 locale, every byte above ASCII
-// counts as not UTF-8.
+// Returns the first character of a non-empty text.
 Character FirstCharacter(std::string_view text) {
-  static const locale_t kUtf8 = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
-  const locale_t before = uselocale(kUtf8);
-  wchar_t code = 0;
-  mbstate_t state = {};
-  const size_t size = mbrtowc(&code, text.data(), text.size(), &state);
-  uselocale(before);
-  const bool is_character = size <= text.size() && IsUnicode(static_cast<char32_t>(code));
-  if (!is_character) return {text.substr(0, 1), std::nullopt};
-  return {text.substr(0, std::max<size_t>(size, 1)), static_cast<char32_t>(code)};
+  static const auto& utf8 =
+      std::use_facet<std::codecvt<char32_t, char8_t, std::mbstate_t>>(std::locale::classic());
+  const auto* begin = reinterpret_cast<const char8_t*>(text.data());
+  const char8_t* next = begin;
+  char32_t code = 0;
+  char32_t* end = &code;
+  std::mbstate_t state = {};
+  utf8.in(state, begin, begin + text.size(), next, &code, &code + 1, end);
+  // The facet accepts surrogates.
+  constexpr Range kSurrogates = {0xD800, 0xDFFF};
+  const bool is_valid = end != &code && (code < kSurrogates.first || code > kSurrogates.last);
+  if (!is_valid) return {text.substr(0, 1), std::nullopt};
+  return {text.substr(0, static_cast<size_t>(next - begin)), code};
 }
 
 // Converts each character of the text with `form`.

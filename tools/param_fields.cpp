@@ -6,6 +6,7 @@
 
 #include "tools/failure.h"
 #include "tools/files.h"
+#include "tools/format.h"
 #include "tools/nearest_name.h"
 #include "tools/parse.h"
 #include "util/bytes.h"
@@ -15,8 +16,10 @@ namespace tools {
 namespace {
 
 constexpr auto kBauds = [] {
-  std::array<int32_t, SERIAL_SPEEDS.size()> rates{};
-  std::ranges::transform(SERIAL_SPEEDS, rates.begin(), &SerialSpeed::baud_rate);
+  std::array<ParamWord, SERIAL_SPEEDS.size()> rates{};
+  std::ranges::transform(SERIAL_SPEEDS, rates.begin(), [](const SerialSpeed& speed) {
+    return ParamWord{nullptr, speed.baud_rate};
+  });
   return rates;
 }();
 constexpr auto kParities = std::to_array<ParamWord>({{"none", 0}, {"even", 1}, {"odd", 2}});
@@ -35,29 +38,20 @@ constexpr auto kFields = std::to_array<ParamField>({
      kPortsMax},
     {"baud", PARAM_SERIAL2_BAUD, kBaudDefault, "speed of the second serial port, bits per second",
      0, 0, kBauds},
-    {"parity", PARAM_SERIAL2_PARITY, 0, "parity of that port", 0, 0, {}, kParities},
+    {"parity", PARAM_SERIAL2_PARITY, 0, "parity of that port", 0, 0, kParities},
     {"data-bits", PARAM_SERIAL2_DATA_BITS, kDataBitsDefault, "its data bits", 5, 8},
     {"stop-bits", PARAM_SERIAL2_STOP_BITS, 1, "its stop bits", 1, 2},
-    {"ptz-enable", PARAM_PTZ_ENABLE, 0, "PTZ TCP server", 0, 0, {}, kSwitch},
+    {"ptz-enable", PARAM_PTZ_ENABLE, 0, "PTZ TCP server", 0, 0, kSwitch},
     {"ptz-port", PARAM_PTZ_PORT, kPtzPortDefault, "TCP port of the PTZ server", 1, kPortMax},
 });
 
-const ParamField& FieldAt(ParamBlockOffset offset) {
-  return *std::find_if(kFields.begin(), kFields.end(),
-                       [offset](const ParamField& field) { return field.offset == offset; });
-}
-
-std::vector<std::string> FieldNames() {
-  std::vector<std::string> names(kFields.size());
-  std::transform(kFields.begin(), kFields.end(), names.begin(),
-                 [](const ParamField& field) { return field.name; });
-  return names;
+std::string WordText(const ParamWord& word) {
+  return word.word != nullptr ? word.word : std::to_string(word.value);
 }
 
 std::optional<int32_t> ParseValue(const ParamField& field, const std::string& text) {
-  for (const ParamWord& word : field.words) {
-    if (text == word.word) return word.value;
-  }
+  const auto word = std::ranges::find(field.words, text, WordText);
+  if (word != field.words.end()) return word->value;
   const auto number = ParseNumber(text, INT32_MIN, INT32_MAX);
   return number.has_value() && IsKnown(field, *number) ? number : std::nullopt;
 }
@@ -66,9 +60,9 @@ std::optional<int32_t> ParseValue(const ParamField& field, const std::string& te
   throw Failure(EXIT_STATUS_USAGE, text);
 }
 
-// Return the value that the daemon uses for a given one.
-int32_t Taken(std::span<const uint8_t> block, ParamBlockOffset offset) {
-  const ParamField& field = FieldAt(offset);
+// Returns the value that the daemon uses: the default in place of an invalid one.
+int32_t UsedValue(std::span<const uint8_t> block, const char* name) {
+  const ParamField& field = FindParamField(name);
   const int32_t value = NumberIn(block, field);
   return IsKnown(field, value) ? value : field.initial;
 }
@@ -84,10 +78,12 @@ bool IsModel(const ParamField& field) {
 }
 
 const ParamField& FindParamField(const std::string& name) {
+  std::vector<std::string> names;
   for (const ParamField& field : kFields) {
     if (name == field.name) return field;
+    names.emplace_back(field.name);
   }
-  Refuse("unknown parameter " + name + DidYouMean(name, FieldNames()));
+  Refuse("unknown parameter " + name + DidYouMean(name, names));
 }
 
 std::string ModelIn(std::span<const uint8_t> block) {
@@ -100,33 +96,22 @@ int32_t NumberIn(std::span<const uint8_t> block, const ParamField& field) {
 }
 
 bool IsKnown(const ParamField& field, int32_t value) {
-  if (!field.values.empty()) {
-    return std::find(field.values.begin(), field.values.end(), value) != field.values.end();
-  }
   if (field.words.empty()) return value >= field.low && value <= field.high;
-  return std::any_of(field.words.begin(), field.words.end(),
-                     [value](const ParamWord& word) { return word.value == value; });
+  return std::ranges::find(field.words, value, &ParamWord::value) != field.words.end();
 }
 
 std::string ParamText(const ParamField& field, int32_t value) {
-  for (const ParamWord& word : field.words) {
-    if (word.value == value) return word.word;
-  }
-  return std::to_string(value);
+  const auto word = std::ranges::find(field.words, value, &ParamWord::value);
+  return word != field.words.end() ? WordText(*word) : std::to_string(value);
 }
 
 std::string AllowedText(const ParamField& field) {
   if (IsModel(field)) return "1 to " + std::to_string(PARAM_MODEL_MAX) + " characters";
+  if (field.words.empty()) return Format("%d to %d", field.low, field.high);
   std::string text;
-  const auto append = [&text](const std::string& value) {
-    text += (text.empty() ? "" : ", ") + value;
-  };
-  for (const int32_t value : field.values)
-    append(std::to_string(value));
   for (const ParamWord& word : field.words)
-    append(word.word);
-  if (!text.empty()) return text;
-  return std::to_string(field.low) + " to " + std::to_string(field.high);
+    text += (text.empty() ? "" : ", ") + WordText(word);
+  return text;
 }
 
 ParamChange ParseParamChange(const std::string& text) {
@@ -165,21 +150,19 @@ std::vector<uint8_t> NewParamBlock() {
 }
 
 SerialLine LineSettingsIn(std::span<const uint8_t> block) {
-  return {.baud_rate = Taken(block, PARAM_SERIAL2_BAUD),
-          .data_bits = Taken(block, PARAM_SERIAL2_DATA_BITS),
-          .parity = Taken(block, PARAM_SERIAL2_PARITY),
-          .stop_bits = Taken(block, PARAM_SERIAL2_STOP_BITS)};
+  return {.baud_rate = UsedValue(block, "baud"),
+          .data_bits = UsedValue(block, "data-bits"),
+          .parity = UsedValue(block, "parity"),
+          .stop_bits = UsedValue(block, "stop-bits")};
 }
 
 SerialLine ReadLineSettings() {
-  std::vector<uint8_t> block;
   try {
-    block = ReadFile(PARAM_BLOCK_PATH);
+    const std::vector<uint8_t> block = ReadFile(PARAM_BLOCK_PATH);
+    if (block.size() >= PARAM_BLOCK_SIZE) return LineSettingsIn(block);
   } catch (const Failure&) {
-    block.clear();
   }
-  if (block.size() < PARAM_BLOCK_SIZE) block = NewParamBlock();
-  return LineSettingsIn(block);
+  return LineSettingsIn(NewParamBlock());
 }
 
 }  // namespace tools

@@ -12,7 +12,7 @@
 
 namespace tools {
 
-// A named value.
+// A valid value and its name on the command line; null: the number itself.
 struct ParamWord {
   const char* word;
   int32_t value;
@@ -24,10 +24,9 @@ struct ParamField {
   ParamBlockOffset offset;
   int32_t initial;  // in a new block
   const char* help;
-  // Valid values: from low to high, or, if given, one of the values or one of the words.
+  // Valid values: from low to high, or, if given, one of the words.
   int32_t low;
   int32_t high;
-  std::span<const int32_t> values = {};
   std::span<const ParamWord> words = {};
 };
 

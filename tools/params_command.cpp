@@ -103,24 +103,21 @@ void Show(const std::string& path, bool is_json) {
   const Bytes block = ReadBlock(path);
   const Json object = OwnJson(json_object_new_object());
   for (const ParamField& field : ParamFields()) {
-    if (IsModel(field)) {
-      const std::string model = ModelIn(block);
-      json_object_object_add(object.get(), field.name, NewJsonText(model));
-      if (!is_json) Print(stdout, "%-13s %s\n", field.name, model.c_str());
-      continue;
-    }
+    const bool is_model = IsModel(field);
     const int32_t value = NumberIn(block, field);
-    json_object_object_add(object.get(), field.name, json_object_new_int(value));
+    const std::string text = is_model ? ModelIn(block) : ParamText(field, value);
+    json_object_object_add(object.get(), field.name,
+                           is_model ? NewJsonText(text) : json_object_new_int(value));
     if (is_json) continue;
-    Print(stdout, "%-13s %s%s\n", field.name, ParamText(field, value).c_str(),
-          IsKnown(field, value) ? "" : "  (invalid)");
+    Print(stdout, "%-13s %s%s\n", field.name, text.c_str(),
+          is_model || IsKnown(field, value) ? "" : "  (invalid)");
   }
   if (is_json) PrintJson(object);
 }
 
 std::vector<ParamChange> ParseChanges(const std::vector<std::string>& texts) {
   std::vector<ParamChange> changes;
-  std::transform(texts.begin(), texts.end(), std::back_inserter(changes), ParseParamChange);
+  std::ranges::transform(texts, std::back_inserter(changes), ParseParamChange);
   for (const ParamChange& change : changes) {
     if (!IsModel(*change.field) || IsKnownModel(change.model)) continue;
     Print(stderr, "rs232ctl: warning: unknown model %s; the daemon treats it as a PTZ head\n",

@@ -4,11 +4,16 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
-#include <string_view>
+
+#include "tools/format.h"
 
 namespace tools {
 
@@ -16,84 +21,69 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr int kHexadecimal = 16;
 // Socket states in /proc/net.
-constexpr int kConnected = 0x01;
-constexpr int kUdpBound = 0x07;
-constexpr int kTcpListens = 0x0A;
+constexpr unsigned kConnected = 0x01;
+constexpr unsigned kUdpBound = 0x07;
+constexpr unsigned kTcpListens = 0x0A;
 
 template <typename Test>
 std::vector<Process> ProcessesThat(Test test) {
   std::vector<Process> found;
   std::error_code error;
   for (const fs::directory_entry& entry : fs::directory_iterator("/proc", error)) {
-    const std::string number = entry.path().filename();
-    if (number.find_first_not_of("0123456789") != std::string::npos) continue;
-    const auto process = FindProcess(std::stoi(number));
+    const auto process = FindProcess(atoi(entry.path().filename().c_str()));
     if (process.has_value() && test(*process)) found.push_back(*process);
   }
   return found;
 }
 
-// `target` is the link text of a descriptor. The process may end in the meantime.
-bool HasOpen(const Process& process, const std::string& target) {
-  std::error_code error;
-  fs::directory_iterator entry("/proc/" + std::to_string(process.pid) + "/fd", error);
-  for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
-    std::error_code gone;
-    if (fs::read_symlink(entry->path(), gone) == target) return true;
-  }
-  return false;
+// The processes with a descriptor that links to `target`, except those that end meanwhile.
+std::vector<Process> ProcessesWithLink(const std::string& target) {
+  return ProcessesThat([&target](const Process& process) {
+    std::error_code error;
+    fs::directory_iterator entry("/proc/" + std::to_string(process.pid) + "/fd", error);
+    for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
+      std::error_code gone;
+      if (fs::read_symlink(entry->path(), gone) == target) return true;
+    }
+    return false;
+  });
 }
 
-struct SocketRow {
-  int port;
-  std::string peer;  // address and port in hexadecimal
-  int state;
-  std::string inode;
+struct Socket {
+  std::array<char, 33> peer;  // IPv4 or IPv6 address in hexadecimal
+  unsigned peer_port;
+  unsigned long inode;
 };
 
-std::vector<SocketRow> SocketsOf(const std::string& protocol) {
-  std::vector<SocketRow> rows;
+// The sockets of a protocol, "tcp" or "udp", at a local port in one state.
+std::vector<Socket> SocketsAt(const std::string& protocol, int port, unsigned state) {
+  std::vector<Socket> sockets;
   for (const char* version : {"", "6"}) {
     std::ifstream table("/proc/net/" + protocol + version);
-    std::string line;
-    std::getline(table, line);  // header line
-    while (std::getline(table, line)) {
-      std::istringstream words(line);
-      std::string skipped;
-      std::string local;
-      std::string state;
-      SocketRow row = {};
-      words >> skipped >> local >> row.peer >> state;
-      for (int column = 0; column < 5; ++column)
-        words >> skipped;
-      if (!(words >> row.inode)) continue;
-      row.port = std::stoi(local.substr(local.find(':') + 1), nullptr, kHexadecimal);
-      row.state = std::stoi(state, nullptr, kHexadecimal);
-      rows.push_back(row);
+    for (std::string line; std::getline(table, line);) {
+      Socket row = {};
+      unsigned row_port = 0;
+      unsigned row_state = 0;
+      // The heading does not match.
+      if (sscanf(line.c_str(), " %*u: %*[^:]:%x %32[^:]:%x %x %*s %*s %*s %*s %*s %lu", &row_port,
+                 row.peer.data(), &row.peer_port, &row_state, &row.inode) != 5)
+        continue;
+      if (static_cast<int>(row_port) == port && row_state == state) sockets.push_back(row);
     }
   }
-  return rows;
+  return sockets;
 }
 
-// Converts "0100007F:C350" to "127.0.0.1:50000".
-std::string PeerText(const std::string& peer) {
-  const size_t colon = peer.find(':');
-  in_addr address = {};
-  address.s_addr = static_cast<in_addr_t>(std::stoul(peer.substr(0, colon), nullptr, kHexadecimal));
-  char text[INET_ADDRSTRLEN] = "";
-  inet_ntop(AF_INET, &address, text, sizeof(text));
-  const int port = std::stoi(peer.substr(colon + 1), nullptr, kHexadecimal);
-  return std::string(text) + ":" + std::to_string(port);
+std::vector<Socket> ServersAt(const std::string& protocol, int port) {
+  return SocketsAt(protocol, port, protocol == "tcp" ? kTcpListens : kUdpBound);
 }
 
 }  // namespace
 
 std::string ProcessText(pid_t pid) {
   const auto process = FindProcess(pid);
-  return (process.has_value() ? process->name : "a process that has ended") + " (" +
-         std::to_string(pid) + ")";
+  return Format("%s (%d)", process.has_value() ? process->name.c_str() : "an ended process", pid);
 }
 
 std::optional<Process> FindProcess(pid_t pid) {
@@ -109,42 +99,41 @@ std::vector<Process> ProcessesNamed(const std::string& name) {
 
 std::vector<Process> ProcessesWithFile(const std::string& path) {
   std::error_code error;
-  const std::string target = fs::canonical(path, error);
-  return ProcessesThat([&target](const Process& process) { return HasOpen(process, target); });
+  return ProcessesWithLink(fs::canonical(path, error));
 }
 
 long SecondsSinceStart(pid_t pid) {
-  constexpr int kStartTime = 22;  // in proc(5), where columns count from 1
-  constexpr int kFirstBehindName = 3;
+  constexpr int kStartTime = 22;  // a field of /proc/PID/stat; fields count from 1
+  constexpr int kFirstAfterName = 3;
   std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
   std::string text;
   std::getline(file, text);
-  std::istringstream columns(text.substr(std::min(text.rfind(')') + 1, text.size())));
-  std::string column;
-  for (int number = kFirstBehindName; number <= kStartTime; ++number)
-    columns >> column;
+  std::istringstream fields(text.substr(text.rfind(')') + 1));
+  std::string field;
+  for (int number = kFirstAfterName; number <= kStartTime; ++number)
+    fields >> field;
   timespec now = {};
   clock_gettime(CLOCK_BOOTTIME, &now);
-  const long started = atol(column.c_str()) / sysconf(_SC_CLK_TCK);
+  const long started = atol(field.c_str()) / sysconf(_SC_CLK_TCK);
   return std::max(0L, static_cast<long>(now.tv_sec) - started);
 }
 
 bool IsService() {
-  // systemd keeps this link while the service is enabled or active, also between an exit of the
-  // daemon and its next start. Every user may read it.
+  // systemd keeps this link between an exit of the daemon and its restart, too; every user may see
+  // it.
   std::error_code error;
   return fs::is_symlink("/run/systemd/units/invocation:rs232d.service", error);
 }
 
-PortHolder HolderOfPort(const char* protocol, int port) {
+bool IsPortBound(const std::string& protocol, int port) {
+  return !ServersAt(protocol, port).empty();
+}
+
+PortHolder HolderOfPort(const std::string& protocol, int port) {
   PortHolder holder;
-  const int wanted = std::string_view(protocol) == "tcp" ? kTcpListens : kUdpBound;
-  for (const SocketRow& row : SocketsOf(protocol)) {
-    if (row.port != port || row.state != wanted) continue;
+  for (const Socket& socket : ServersAt(protocol, port)) {
     holder.is_taken = true;
-    const std::string target = "socket:[" + row.inode + "]";
-    const auto processes =
-        ProcessesThat([&](const Process& process) { return HasOpen(process, target); });
+    const auto processes = ProcessesWithLink("socket:[" + std::to_string(socket.inode) + "]");
     if (!processes.empty()) holder.pid = processes.front().pid;
   }
   return holder;
@@ -153,9 +142,13 @@ PortHolder HolderOfPort(const char* protocol, int port) {
 std::vector<std::string> ClientsOfPort(int port) {
   constexpr size_t kIpv4Digits = 8;
   std::vector<std::string> clients;
-  for (const SocketRow& row : SocketsOf("tcp")) {
-    const bool is_client = row.port == port && row.state == kConnected;
-    if (is_client && row.peer.find(':') == kIpv4Digits) clients.push_back(PeerText(row.peer));
+  for (const Socket& socket : SocketsAt("tcp", port, kConnected)) {
+    if (strlen(socket.peer.data()) != kIpv4Digits) continue;
+    in_addr address = {};
+    sscanf(socket.peer.data(), "%x", &address.s_addr);
+    std::array<char, INET_ADDRSTRLEN> text = {};
+    inet_ntop(AF_INET, &address, text.data(), text.size());
+    clients.push_back(Format("%s:%u", text.data(), socket.peer_port));
   }
   return clients;
 }

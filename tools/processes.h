@@ -1,5 +1,5 @@
-// Processes of this device and what they have open, from /proc. Only root can see this for the
-// processes of other users.
+// The processes of this device and what they hold, read from /proc. Only root sees the descriptors
+// of other users' processes.
 #pragma once
 
 #include <sys/types.h>
@@ -15,31 +15,33 @@ struct Process {
   std::string name;
 };
 
-// Returns "rs232d (4711)", or a text that the process has ended.
+// "rs232d (4711)", or "an ended process (4711)".
 std::string ProcessText(pid_t pid);
 
-// Returns nothing if no process has this pid.
 std::optional<Process> FindProcess(pid_t pid);
 std::vector<Process> ProcessesNamed(const std::string& name);
 
-// Returns the processes that have this file open. Follows a link.
+// The processes that have this file open. Follows links.
 std::vector<Process> ProcessesWithFile(const std::string& path);
 
-// Returns the seconds since a process started.
+// Seconds since a process started.
 long SecondsSinceStart(pid_t pid);
 
-// Returns true if systemd starts the daemon and restarts it.
+// True if systemd runs the daemon and restarts it after it exits.
 bool IsService();
+
+// True if a process has bound a port of "udp", or listens on a port of "tcp".
+bool IsPortBound(const std::string& protocol, int port);
 
 struct PortHolder {
   bool is_taken = false;
-  pid_t pid = 0;  // 0 if the process is hidden
+  pid_t pid = 0;  // 0: hidden from this user
 };
 
-// Finds the process that has bound a UDP port, or listens on a TCP port.
-PortHolder HolderOfPort(const char* protocol, int port);
+// Returns the process that IsPortBound found.
+PortHolder HolderOfPort(const std::string& protocol, int port);
 
-// Returns the IPv4 addresses of the peers connected to a TCP port.
+// The IPv4 addresses and ports of the clients that are connected to a TCP port.
 std::vector<std::string> ClientsOfPort(int port);
 
 }  // namespace tools

@@ -59,45 +59,28 @@ void StartMotion(const CameraControl& control, const std::string& model) {
     WriteFrame(sequence.steps[static_cast<size_t>(i)].frame);
 }
 
-// The validated texts of a command line; "" if not given.
-struct Request {
-  std::string speed;
-  std::string duration;
-  std::string code;
-  std::array<std::string, PARAMETER_COUNT> numbers;
-};
-
-VerbValues ValuesOf(const Request& request) {
-  VerbValues values;
-  if (!request.speed.empty()) values.speed = *ParseNumber(request.speed, SPEED_MIN, SPEED_MAX);
-  if (!request.code.empty()) values.code = *ParseHexNumber(request.code, CONTROL_CODE_MAX);
-  for (const std::string& text : request.numbers) {
-    if (!text.empty()) values.numbers.push_back(*ParseNumber(text, PARAMETER_MIN, PARAMETER_MAX));
-  }
-  return values;
-}
-
 // If the model is unknown, every code is sent.
 void RequireAnswer(const std::string& model, const PtzVerb& verb) {
   if (model.empty() || Answers(model, verb)) return;
   throw Failure(EXIT_STATUS_FAILED, "this device, " + model + ", does not support " + verb.name +
-                                        "; supported by: " + AnsweringDevicesText(verb));
+                                        "; supported by: " + Joined(AnsweringDevices(verb)));
 }
 
-void RunVerb(const PtzVerb& verb, const Request& request) {
+// `duration` is "" without --for.
+void RunVerb(const PtzVerb& verb, const VerbValues& values, const std::string& duration) {
   const std::string model = DeviceModel();
   RequireAnswer(model, verb);
   if (&verb == &PtzStopVerb()) {
     StopMotion(verb, model);
     return;
   }
-  const CameraControl control = VerbControl(verb, ValuesOf(request));
-  if (request.duration.empty()) {
+  const CameraControl control = VerbControl(verb, values);
+  if (duration.empty()) {
     SendControl(control);
     return;
   }
   RunTimed(
-      *ParseDuration(request.duration), [&] { StartMotion(control, model); },
+      *ParseDuration(duration), [&] { StartMotion(control, model); },
       [&] { StopMotion(verb, model); });
 }
 
@@ -110,94 +93,70 @@ void PrintTable() {
     const std::string code = is_any ? "any" : Format("0x%04X", verb.code);
     Print(stdout, "%-16s %-18s %-6s %-5s %s\n", verb.name, ArgumentsText(verb.arguments),
           code.c_str(), verb.stop_code == NO_STOP_CODE ? "" : "yes",
-          AnsweringDevicesText(verb).c_str());
+          Joined(AnsweringDevices(verb)).c_str());
   }
 }
 
 void PrintJsonTable() {
-  const Json list = OwnJson(json_object_new_array());
-  for (const PtzVerb& verb : PtzVerbs()) {
-    json_object* modes = json_object_new_array();
-    for (const std::string& name : AnsweringDevices(verb))
-      json_object_array_add(modes, NewJsonText(name));
+  const auto row = [](const PtzVerb& verb) {
     const bool is_any = verb.arguments == VerbArguments::kCode;
-    json_object* row =
-        NewJsonObject({{"verb", NewJsonText(verb.name)},
-                       {"arguments", NewJsonText(ArgumentsText(verb.arguments))},
-                       {"code", is_any ? nullptr : json_object_new_int(verb.code)},
-                       {"for", json_object_new_boolean(verb.stop_code != NO_STOP_CODE)},
-                       {"modes", modes},
-                       {"help", NewJsonText(verb.help)}});
-    json_object_array_add(list.get(), row);
-  }
-  PrintJson(list);
+    return NewJsonObject({{"verb", NewJsonText(verb.name)},
+                          {"arguments", NewJsonText(ArgumentsText(verb.arguments))},
+                          {"code", is_any ? nullptr : json_object_new_int(verb.code)},
+                          {"for", json_object_new_boolean(verb.stop_code != NO_STOP_CODE)},
+                          {"modes", NewJsonArray(AnsweringDevices(verb), NewJsonText)},
+                          {"help", NewJsonText(verb.help)}});
+  };
+  PrintJson(OwnJson(NewJsonArray(PtzVerbs(), row)));
 }
 
 // --- The command line --------------------------------------------------------------------------
 
-std::string CheckCode(const std::string& text) {
-  return ParseHexNumber(text, CONTROL_CODE_MAX).has_value()
-             ? ""
-             : text + " is not a hexadecimal code from 0 to FFFF";
+// Turns a hexadecimal code into decimal digits, which the parser reads.
+std::string TakeCode(std::string& text) {
+  const auto code = ParseHexNumber(text, CONTROL_CODE_MAX);
+  if (!code.has_value()) return text + " is not a hexadecimal code from 0 to FFFF";
+  text = std::to_string(*code);
+  return "";
 }
 
-void AddNumber(CLI::App* app, const char* name, std::string* text, int low, int high,
-               bool is_required) {
-  app->add_option(name, *text, std::to_string(low) + " to " + std::to_string(high))
-      ->required(is_required)
-      ->type_name("")
-      ->check(NumberFrom(low, high));
-}
-
-void AddArguments(CLI::App* app, const PtzVerb& verb, Request* request) {
-  auto& [first, second, third] = request->numbers;
-  switch (verb.arguments) {
-    case VerbArguments::kSpeed:
-      app->add_option("--speed", request->speed, "1 to 127, default 64")
-          ->type_name("N")
-          ->check(NumberFrom(SPEED_MIN, SPEED_MAX));
-      break;
-    case VerbArguments::kNumber:
-      AddNumber(app, "N", &first, verb.low, verb.high, true);
-      break;
-    case VerbArguments::kMove:
-      AddNumber(app, "PAN", &first, PARAMETER_MIN, AXIS_MAX, true);
-      AddNumber(app, "TILT", &second, PARAMETER_MIN, AXIS_MAX, true);
-      AddNumber(app, "ZOOM", &third, PARAMETER_MIN, AXIS_MAX, true);
-      break;
-    case VerbArguments::kCode:
-      app->add_option("HEX", request->code, "the control code, 0 to FFFF")
+void AddArguments(CLI::App* app, const PtzVerb& verb, VerbValues* values) {
+  if (verb.arguments == VerbArguments::kSpeed) {
+    app->add_option("--speed", values->speed, "1 to 127, default 64")
+        ->type_name("N")
+        ->transform(NumberFrom(SPEED_MIN, SPEED_MAX));
+    return;
+  }
+  const bool has_code = verb.arguments == VerbArguments::kCode;
+  auto* number = values->numbers.data();
+  std::string_view names = ArgumentsText(verb.arguments);
+  for (std::string name; !(name = TakeToken(&names, " []")).empty();) {
+    if (has_code && name == "HEX") {
+      app->add_option(name, values->code, "the control code, 0 to FFFF")
           ->required()
           ->type_name("")
-          ->check(CheckCode);
-      AddNumber(app, "P1", &first, PARAMETER_MIN, PARAMETER_MAX, false);
-      AddNumber(app, "P2", &second, PARAMETER_MIN, PARAMETER_MAX, false);
-      AddNumber(app, "P3", &third, PARAMETER_MIN, PARAMETER_MAX, false);
-      break;
-    case VerbArguments::kNone:
-      break;
-  }
-  if (verb.stop_code != NO_STOP_CODE) {
-    app->add_option("--for", request->duration, "stop after this time, e.g. 500ms or 2s")
-        ->type_name("TIME")
-        ->check(CheckDuration);
+          ->transform(CLI::Validator(TakeCode, ""));
+      continue;
+    }
+    app->add_option(name, *number++, Format("%d to %d", verb.low, verb.high))
+        ->required(!has_code)
+        ->type_name("")
+        ->transform(NumberFrom(verb.low, verb.high));
   }
 }
 
 std::string Example(const PtzVerb& verb) {
-  const std::string tail = *verb.example == '\0' ? "" : std::string(" ") + verb.example;
-  return std::string("Example: rs232ctl ptz ") + verb.name + tail;
+  return Format("Example: rs232ctl ptz %s%s%s", verb.name, *verb.example == '\0' ? "" : " ",
+                verb.example);
 }
 
 // Returns the subcommand for the first word of a verb of two words. Its description lists the
 // second words.
 CLI::App* FindOrAddParent(CLI::App* ptz, const PtzVerb& verb, const std::string& word,
                           const std::string& second_word) {
-  for (CLI::App* app : ptz->get_subcommands([](const CLI::App*) { return true; })) {
-    if (app->get_name() != word) continue;
-    app->description(app->get_description() + ", " + second_word);
-    return app;
-  }
+  for (CLI::App* app :
+       ptz->get_subcommands([&](const CLI::App* each) { return each->check_name(word); }))
+    return app->description(app->get_description() + ", " + second_word);
   CLI::App* parent = ptz->add_subcommand(word, "commands: " + second_word);
   return parent->group(verb.group)->require_subcommand(1)->footer(Example(verb));
 }
@@ -210,13 +169,19 @@ void AddVerb(CLI::App* ptz, const PtzVerb& verb, CLI::Option* list) {
     word.erase(0, blank + 1);
     parent = FindOrAddParent(ptz, verb, first_word, word);
   }
-  const std::string modes = "; supported by " + AnsweringDevicesText(verb);
+  const std::string modes = "; supported by " + Joined(AnsweringDevices(verb));
   CLI::App* app = parent->add_subcommand(word, verb.help + modes)->footer(Example(verb));
   if (parent == ptz) app->group(verb.group);
   app->excludes(list);
-  const auto request = std::make_shared<Request>();
-  AddArguments(app, verb, request.get());
-  app->final_callback([&verb, request] { RunVerb(verb, *request); });
+  const auto values = std::make_shared<VerbValues>();
+  const auto duration = std::make_shared<std::string>();
+  AddArguments(app, verb, values.get());
+  if (verb.stop_code != NO_STOP_CODE) {
+    app->add_option("--for", *duration, "stop after this time, e.g. 500ms or 2s")
+        ->type_name("TIME")
+        ->check(CheckDuration);
+  }
+  app->final_callback([&verb, values, duration] { RunVerb(verb, *values, *duration); });
 }
 
 }  // namespace

@@ -71,7 +71,7 @@ constexpr auto kVerbs = std::to_array<PtzVerb>({
            "tilt down until stopped"),
     {"move", kMotion, kHeads, kJoystick, {}, kMove, kJoystick, "-40 20 0 --for 1s",
      "move like a joystick until stopped: pan, tilt and zoom; 0 0 0 stops; only QB-620 pans and "
-     "tilts"},
+     "tilts", PARAMETER_MIN, AXIS_MAX},
     Motion("zoom-tele", kMotion, kZoomers, kZoom, {0, 0, 1}, "--for 2s",
            "zoom in until stopped; only lens devices use the speed"),
     Motion("zoom-wide", kMotion, kZoomers, kZoom, {0, 0, -1}, "--for 2s",
@@ -136,7 +136,8 @@ constexpr auto kVerbs = std::to_array<PtzVerb>({
            "send setting N to the module", MODE_HD, 0, kSettingMax),
     Fixed("remote-reset", kDevice, kHeads, CAMERA_CODE_REMOTE_RESET, "reset the head"),
     {"code", kDevice, MODES_ALL, 0, {}, kCode, NO_STOP_CODE, "2001 -1 0 0",
-     "send any control code (hexadecimal) with up to three parameters"},
+     "send any control code (hexadecimal) with up to three parameters", PARAMETER_MIN,
+     PARAMETER_MAX},
 });
 // clang-format on
 
@@ -146,9 +147,8 @@ constexpr CameraControl Control(uint16_t code) {
 
 // Returns true if the code does more on this head than stop it.
 bool TableAnswers(std::span<const PtzRow> table, const PtzVerb& verb) {
-  const bool has_numbers = verb.arguments == kNumber || verb.arguments == kMove;
   VerbValues values;
-  if (has_numbers) values.numbers.assign(PARAMETER_COUNT, 1);
+  if (verb.arguments == kNumber || verb.arguments == kMove) values.numbers.fill(1);
   const PtzSequence sequence = PtzTranslate(table, VerbControl(verb, values));
   return std::any_of(sequence.steps.begin(), sequence.steps.begin() + sequence.count,
                      [](const PtzStep& step) { return step.frame != PelcoBuild({}); });
@@ -166,13 +166,7 @@ std::span<const PtzVerb> PtzVerbs() {
 }
 
 const PtzVerb& PtzStopVerb() {
-  static constexpr const PtzVerb* kStop = [] {
-    const PtzVerb* verb = kVerbs.data();
-    while (std::string_view(verb->name) != "stop")
-      ++verb;
-    return verb;
-  }();
-  return *kStop;
+  return *std::ranges::find(kVerbs, std::string_view("stop"), &PtzVerb::name);
 }
 
 bool Answers(const std::string& model, const PtzVerb& verb) {
@@ -198,21 +192,6 @@ std::vector<std::string> AnsweringDevices(const PtzVerb& verb) {
   return names;
 }
 
-std::string AnsweringDevicesText(const PtzVerb& verb) {
-  const bool is_common = Answers(kCommonHead, verb);
-  std::string exceptions;
-  for (const PtzModel& own : PtzModels()) {
-    if (Answers(own.name, verb) == is_common) continue;
-    exceptions += (exceptions.empty() ? "" : ", ") + std::string(own.name);
-  }
-  std::string text = is_common ? "relay" : "";
-  if (!exceptions.empty()) text = (is_common ? "relay (not " : "relay (") + exceptions + ")";
-  for (const DeviceMode mode : kOtherModes) {
-    if ((verb.modes & mode) != 0) text += (text.empty() ? "" : ", ") + std::string(ModeName(mode));
-  }
-  return text;
-}
-
 const char* ArgumentsText(VerbArguments arguments) {
   constexpr const char* kTexts[] = {"", "[--speed N]", "N", "PAN TILT ZOOM", "HEX [P1 [P2 [P3]]]"};
   return kTexts[static_cast<size_t>(arguments)];
@@ -224,11 +203,8 @@ CameraControl VerbControl(const PtzVerb& verb, const VerbValues& values) {
   const std::array<int8_t*, PARAMETER_COUNT> places = {&control.first, &control.second,
                                                        &control.third};
   const int factor = verb.arguments == kSpeed ? values.speed : 1;
-  for (size_t i = 0; i < PARAMETER_COUNT; ++i) {
-    const bool is_given = i < values.numbers.size();
-    const int value = is_given ? values.numbers[i] : verb.parameters[i] * factor;
-    *places[i] = static_cast<int8_t>(value);
-  }
+  for (size_t i = 0; i < PARAMETER_COUNT; ++i)
+    *places[i] = static_cast<int8_t>(values.numbers[i].value_or(verb.parameters[i] * factor));
   return control;
 }
 

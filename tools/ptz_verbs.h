@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -20,8 +21,8 @@ enum class VerbArguments : uint8_t {
   kNone,
   kSpeed,   // --speed, SPEED_MIN to SPEED_MAX: multiplied by the row's parameters
   kNumber,  // N, from the row's low to its high: the first parameter
-  kMove,    // PAN TILT ZOOM, PARAMETER_MIN to AXIS_MAX: the three parameters
-  kCode,    // HEX P1 P2 P3: the code, and up to three parameters
+  kMove,    // PAN TILT ZOOM, from low to high: the three parameters
+  kCode,    // HEX P1 P2 P3: the code, and up to three parameters from low to high
 };
 
 constexpr int SPEED_MIN = 1;
@@ -48,7 +49,7 @@ struct PtzVerb {
   uint16_t stop_code;  // the code that, with parameters of 0, ends what the verb starts
   const char* example;
   const char* help;
-  int low = 0;  // of N
+  int low = 0;  // of its numbers
   int high = 0;
 };
 
@@ -56,7 +57,8 @@ struct PtzVerb {
 struct VerbValues {
   int speed = SPEED_DEFAULT;
   int code = 0;
-  std::vector<int> numbers;  // N, PAN TILT ZOOM, or the given ones of P1 to P3
+  // N, PAN TILT ZOOM, or the given ones of P1 to P3
+  std::array<std::optional<int>, PARAMETER_COUNT> numbers;
 };
 
 std::span<const PtzVerb> PtzVerbs();
@@ -73,9 +75,6 @@ bool IsStoppedByFrame(const std::string& model);
 // Returns the kinds of device that answer the verb: "relay" for the models without a table of their
 // own, "QB-610", "QB-620", "SD", "HD", "lens".
 std::vector<std::string> AnsweringDevices(const PtzVerb& verb);
-
-// Returns them as text, e.g. "relay (QB-620)" or "relay (not QB-610), HD".
-std::string AnsweringDevicesText(const PtzVerb& verb);
 
 // Returns "N", "PAN TILT ZOOM", ...; "" for no arguments.
 const char* ArgumentsText(VerbArguments arguments);

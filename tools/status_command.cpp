@@ -12,6 +12,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "cmmap/param_block.h"
@@ -33,6 +34,7 @@
 #include "tools/param_fields.h"
 #include "tools/processes.h"
 #include "tools/unique_fd.h"
+#include "tools/usage.h"
 #include "util/conf_file.h"
 
 namespace tools {
@@ -51,10 +53,10 @@ const char* GradeName(Grade grade) {
 }
 
 struct Check {
-  const char* name;
   Grade grade;
+  const char* name;
   std::string finding;
-  std::string remedy;  // "" if there is nothing to do
+  std::string remedy = "";  // "" if there is nothing to do
 };
 
 // Checks all conditions of a start, in the order in which a start needs them.
@@ -69,14 +71,14 @@ class Inspection {
     if (udp_port != 0) CheckPort("own port", "udp", udp_port, Grade::kFault);
     CheckPort("command port", "udp", RS232_COMMAND_PORT, Grade::kFault);
     CheckPtzPort();
-    CheckSettings();
+    CheckFiles();
   }
 
   std::optional<Process> daemon;
   bool is_serving = false;
-  std::vector<uint8_t> block;  // defaults if there is none
-  std::string model;           // "" if there is no block
-  std::string device;          // "" if none is configured
+  std::vector<uint8_t> block = NewParamBlock();  // defaults if there is none
+  std::string model;                             // "" if there is no block
+  std::string device;                            // "" if none is configured
   bool is_device_open = false;
   int udp_port = 0;  // 0 if none is configured
   int ptz_port = 0;  // 0 if there is no PTZ server
@@ -84,10 +86,9 @@ class Inspection {
   std::vector<Check> checks;
 
  private:
-  void Add(const char* name, Grade grade, const std::string& finding,
-           const std::string& remedy = "") {
-    checks.push_back({.name = name, .grade = grade, .finding = finding, .remedy = remedy});
-  }
+  using enum Grade;
+
+  void Add(Check check) { checks.push_back(std::move(check)); }
 
   // Finds the process with both ports, or with the command port and the name; else one with the
   // name.
@@ -96,8 +97,7 @@ class Inspection {
     const PortHolder own = udp_port == 0 ? PortHolder() : HolderOfPort("udp", udp_port);
     const auto named = ProcessesNamed(kDaemonName);
     const bool has_name = std::ranges::count(named, holder.pid, &Process::pid) != 0;
-    const bool has_both = own.is_taken && own.pid == holder.pid;
-    is_serving = holder.is_taken && (has_name || has_both);
+    is_serving = holder.is_taken && (has_name || (own.is_taken && own.pid == holder.pid));
     if (is_serving && holder.pid != 0) {
       daemon = FindProcess(holder.pid);
     } else if (!named.empty()) {
@@ -107,33 +107,31 @@ class Inspection {
 
   bool IsDaemon(pid_t pid) const { return daemon.has_value() && daemon->pid == pid; }
 
-  void CheckBlock() {
-    const std::string path = PARAM_BLOCK_PATH;
-    try {
-      block = ReadFile(path);
-      if (block.size() >= PARAM_BLOCK_SIZE) {
-        model = ModelIn(block);
-        Add("parameter block", Grade::kOk, path + ", model " + model);
-        CheckPortCount();
-        return;
-      }
-      Add("parameter block", Grade::kFault,
-          path + " has " + std::to_string(block.size()) + " bytes, not " +
-              std::to_string(PARAM_BLOCK_SIZE),
-          "remove it, then: rs232ctl params create model=NAME");
-    } catch (const Failure& failure) {
-      Add("parameter block", Grade::kFault, failure.what(), "rs232ctl params create model=NAME");
-    }
-    block = NewParamBlock();
-  }
+  int32_t Parameter(const char* name) const { return NumberIn(block, FindParamField(name)); }
 
-  void CheckPortCount() {
-    constexpr int32_t kNeeded = 2;
-    const int32_t count = NumberIn(block, FindParamField("serial-count"));
-    const bool is_enough = count >= kNeeded;
-    Add("serial ports", is_enough ? Grade::kOk : Grade::kFault,
-        std::to_string(count) + " in the parameter block, " + std::to_string(kNeeded) + " needed",
-        is_enough ? "" : "rs232ctl params set serial-count=2");
+  void CheckBlock() {
+    constexpr int32_t kPortsNeeded = 2;
+    std::vector<uint8_t> bytes;
+    try {
+      bytes = ReadFile(PARAM_BLOCK_PATH);
+    } catch (const Failure& failure) {
+      Add({kFault, "parameter block", failure.what(), "rs232ctl params create model=NAME"});
+      return;
+    }
+    if (bytes.size() < PARAM_BLOCK_SIZE) {
+      Add({kFault, "parameter block",
+           Format("%s has %zu bytes, not %d", PARAM_BLOCK_PATH, bytes.size(), PARAM_BLOCK_SIZE),
+           "remove it, then: rs232ctl params create model=NAME"});
+      return;
+    }
+    block = std::move(bytes);
+    model = ModelIn(block);
+    Add({kOk, "parameter block", PARAM_BLOCK_PATH + (", model " + model)});
+    const int32_t count = Parameter("serial-count");
+    const bool is_enough = count >= kPortsNeeded;
+    Add({is_enough ? kOk : kFault, "serial ports",
+         Format("%d in the parameter block, %d needed", count, kPortsNeeded),
+         is_enough ? "" : "rs232ctl params set serial-count=2"});
   }
 
   void CheckLocks() {
@@ -147,39 +145,35 @@ class Inspection {
     // A semaphore that no process ever held was left by a creator that died; the daemon frees it.
     const bool is_held = last > 0 && semctl(semaphore, 0, GETVAL) == 0;
     if (!is_locked && !is_held) {
-      Add("block's locks", Grade::kOk, "free");
+      Add({kOk, "block's locks", "free"});
       return;
     }
     const pid_t pid = is_locked ? lock.l_pid : last;
-    Add("block's locks", Grade::kFault,
-        std::string(is_locked ? "file lock" : "semaphore") + " held by " + ProcessText(pid) +
-            "; a start waits for it",
-        FindProcess(pid).has_value() ? "end that process"
-                                     : "ipcrm -S " + std::to_string(PARAM_BLOCK_KEY));
+    Add({kFault, "block's locks",
+         Format("%s held by %s; a start waits for it", is_locked ? "file lock" : "semaphore",
+                ProcessText(pid).c_str()),
+         FindProcess(pid).has_value() ? "end that process"
+                                      : Format("ipcrm -S %d", PARAM_BLOCK_KEY)});
   }
 
   void CheckDevice() {
     const std::string path = SERIAL_CAPABILITIES_PATH;
     const std::string line = std::string(SERIAL_DEVICE_KEY) + "=/dev/...";
-    char value[CUTIL_CONF_VALUE_SIZE] = "";
+    std::array<char, CUTIL_CONF_VALUE_SIZE> value = {};
+    CUTIL_GetConfValue(path.c_str(), SERIAL_DEVICE_KEY, value.data(), value.size());
+    device = value.data();
+    struct stat status = {};
+    const auto fault = [this](const std::string& finding, const std::string& remedy) {
+      Add({kFault, "serial device", finding, remedy});
+    };
     if (access(path.c_str(), R_OK) != 0) {
-      Add("serial device", Grade::kFault, path + " does not exist",
-          "create it with the line " + line);
-      return;
-    }
-    if (CUTIL_GetConfValue(path.c_str(), SERIAL_DEVICE_KEY, value, sizeof(value)) != 0 ||
-        *value == '\0') {
-      Add("serial device", Grade::kFault, path + " has no " + SERIAL_DEVICE_KEY,
-          "add the line " + line);
-      return;
-    }
-    device = value;
-    struct stat status;
-    if (stat(value, &status) != 0) {
-      Add("serial device", Grade::kFault, device + " does not exist",
-          "connect it, load its driver, or correct " + path);
+      fault(path + " does not exist", "create it with the line " + line);
+    } else if (device.empty()) {
+      fault(path + " has no " + SERIAL_DEVICE_KEY, "add the line " + line);
+    } else if (stat(device.c_str(), &status) != 0) {
+      fault(device + " does not exist", "connect it, load its driver, or correct " + path);
     } else if (!S_ISCHR(status.st_mode)) {
-      Add("serial device", Grade::kFault, device + " is not a device", "correct " + path);
+      fault(device + " is not a device", "correct " + path);
     } else {
       CheckDeviceUsers();
     }
@@ -189,72 +183,65 @@ class Inspection {
     std::error_code error;
     // On a virtual device, the far end may have the pty open, too.
     const bool is_pty = std::filesystem::canonical(device, error).string().starts_with("/dev/pts/");
-    Grade grade = Grade::kOk;
-    std::string finding = device;
+    std::string others;
     for (const Process& process : ProcessesWithFile(device)) {
       is_device_open = is_device_open || IsDaemon(process.pid);
-      if (IsDaemon(process.pid) || is_pty) continue;
-      grade = Grade::kWarning;
-      finding += ", also open in " + ProcessText(process.pid);
+      if (!IsDaemon(process.pid) && !is_pty) others += ", also open in " + ProcessText(process.pid);
     }
-    Add("serial device", grade, finding,
-        grade == Grade::kOk ? "" : "end that process: both read from the same line");
+    Add({others.empty() ? kOk : kWarning, "serial device", device + others,
+         others.empty() ? "" : "end that process: both read from the same line"});
   }
 
   void FindUdpPort() {
     try {
       udp_port = DaemonUdpPort();
     } catch (const Failure& failure) {
-      Add("own port", Grade::kWarning, std::string(failure.what()) + ": the kernel chooses a port",
-          std::string("write ") + UDP_PORT_KEY + "=PORT to " + UDP_PORT_TABLE_PATH);
+      Add({kWarning, "own port", std::string(failure.what()) + ": the kernel chooses a port",
+           Format("write %s=PORT to %s", UDP_PORT_KEY, UDP_PORT_TABLE_PATH)});
     }
   }
 
   void CheckPort(const char* name, const char* protocol, int port, Grade if_taken) {
     const PortHolder holder = HolderOfPort(protocol, port);
-    const std::string text = std::string(protocol) + " " + std::to_string(port);
+    const std::string text = Format("%s %d", protocol, port);
     if (!holder.is_taken) {
-      Add(name, Grade::kOk, text + ", free");
+      Add({kOk, name, text + ", free"});
     } else if (holder.pid == 0) {
-      Add(name, is_serving ? Grade::kOk : if_taken, text + ", in use by a process of another user",
-          is_serving ? "" : "run this command as root");
+      Add({is_serving ? kOk : if_taken, name, text + ", in use by a process of another user",
+           is_serving ? "" : "run this command as root"});
     } else if (IsDaemon(holder.pid)) {
-      Add(name, Grade::kOk, text);
+      Add({kOk, name, text});
     } else {
-      Add(name, if_taken, text + ", in use by " + ProcessText(holder.pid),
-          "end that process, then restart the daemon");
+      Add({if_taken, name, text + ", in use by " + ProcessText(holder.pid),
+           "end that process, then restart the daemon"});
     }
   }
 
   void CheckPtzPort() {
+    const int32_t port = Parameter("ptz-port");
     if (model.empty()) return;
-    if (NumberIn(block, FindParamField("ptz-enable")) != 1) {
-      Add("PTZ port", Grade::kOk, "off");
-      return;
+    if (Parameter("ptz-enable") != 1) {
+      Add({kOk, "PTZ port", "off"});
+    } else if (!IsKnown(FindParamField("ptz-port"), port)) {
+      Add({kWarning, "PTZ port", Format("%d is not from 1 to 32767: no PTZ server", port),
+           "rs232ctl params set ptz-port=4001"});
+    } else {
+      ptz_port = port;
+      CheckPort("PTZ port", "tcp", port, kWarning);
+      if (is_serving) clients = ClientsOfPort(port);
     }
-    const int32_t port = NumberIn(block, FindParamField("ptz-port"));
-    if (port < 1 || port > INT16_MAX) {
-      Add("PTZ port", Grade::kWarning,
-          std::to_string(port) + " is not from 1 to 32767: no PTZ server",
-          "rs232ctl params set ptz-port=4001");
-      return;
-    }
-    ptz_port = port;
-    CheckPort("PTZ port", "tcp", port, Grade::kWarning);
-    if (is_serving) clients = ClientsOfPort(port);
   }
 
-  void CheckSettings() {
+  void CheckFiles() {
     if (access(CUTIL_TEMP_CONF_PATH, F_OK) == 0) {
-      Add("settings", Grade::kWarning,
-          std::string(CUTIL_TEMP_CONF_PATH) + " exists: no settings can be saved",
-          std::string("rm ") + CUTIL_TEMP_CONF_PATH);
+      Add({kWarning, "settings",
+           CUTIL_TEMP_CONF_PATH + std::string(" exists: no settings can be saved"),
+           std::string("rm ") + CUTIL_TEMP_CONF_PATH});
     }
     if (ModeOfModel(model) != MODE_LENS) return;
-    for (const char* path : {MFZ_CONF_PATH, VIDEO_SOURCE_PATH}) {
-      if (access(path, R_OK) == 0) continue;
-      Add("lens settings", Grade::kWarning, std::string(path) + " does not exist",
-          std::string("create it: touch ") + path);
+    for (const std::string path : {MFZ_CONF_PATH, VIDEO_SOURCE_PATH}) {
+      if (access(path.c_str(), R_OK) == 0) continue;
+      Add({kWarning, "lens settings", path + " does not exist", "create it: touch " + path});
     }
   }
 };
@@ -264,18 +251,15 @@ class Inspection {
 // "9600 8N1".
 std::string LineText(const SerialLine& line) {
   constexpr std::array<char, 3> kParities = {'N', 'E', 'O'};
-  return std::to_string(line.baud_rate) + " " + std::to_string(line.data_bits) +
-         kParities[static_cast<size_t>(line.parity)] + std::to_string(line.stop_bits);
+  return Format("%d %d%c%d", line.baud_rate, line.data_bits,
+                kParities[static_cast<size_t>(line.parity)], line.stop_bits);
 }
 
 // "2 d 03:04:05".
 std::string UptimeText(long seconds) {
-  constexpr long kMinute = 60;
-  constexpr long kHour = 60 * kMinute;
-  constexpr long kDay = 24 * kHour;
-  const std::string days = seconds < kDay ? "" : std::to_string(seconds / kDay) + " d ";
-  return days + Format("%02ld:%02ld:%02ld", seconds % kDay / kHour, seconds % kHour / kMinute,
-                       seconds % kMinute);
+  constexpr long kDay = 24L * 60 * 60;
+  const std::string days = seconds < kDay ? "" : Format("%ld d ", seconds / kDay);
+  return days + Format("%02ld:%02ld:%02ld", seconds / 3600 % 24, seconds / 60 % 60, seconds % 60);
 }
 
 std::string DeviceState(const Inspection& device) {
@@ -303,30 +287,24 @@ void PrintState(const Inspection& device) {
         device.device + ", " + LineText(LineSettingsIn(device.block)) + ", " + DeviceState(device));
   }
   if (!device.is_serving) return;
-  std::string clients = std::to_string(device.clients.size());
-  for (const std::string& client : device.clients)
-    clients += (&client == device.clients.data() ? ": " : ", ") + client;
-  row("clients", clients);
+  row("clients", std::to_string(device.clients.size()) + (device.clients.empty() ? "" : ": ") +
+                     Joined(device.clients));
 }
 
 void PrintChecks(const Inspection& device) {
-  for (const auto& [name, grade, finding, remedy] : device.checks) {
+  for (const auto& [grade, name, finding, remedy] : device.checks) {
     Print(stdout, "%-8s %-16s %s\n", GradeName(grade), name, finding.c_str());
     if (!remedy.empty()) Print(stdout, "%-8s %-16s -> %s\n", "", "", remedy.c_str());
   }
 }
 
 void PrintJsonStatus(const Inspection& device) {
-  json_object* clients = json_object_new_array();
-  for (const std::string& client : device.clients)
-    json_object_array_add(clients, NewJsonText(client));
-  json_object* checks = json_object_new_array();
-  for (const auto& [name, grade, finding, remedy] : device.checks) {
-    json_object_array_add(checks, NewJsonObject({{"name", NewJsonText(name)},
-                                                 {"verdict", NewJsonText(GradeName(grade))},
-                                                 {"finding", NewJsonText(finding)},
-                                                 {"remedy", NewJsonText(remedy)}}));
-  }
+  const auto check_value = [](const Check& check) {
+    return NewJsonObject({{"name", NewJsonText(check.name)},
+                          {"verdict", NewJsonText(GradeName(check.grade))},
+                          {"finding", NewJsonText(check.finding)},
+                          {"remedy", NewJsonText(check.remedy)}});
+  };
   const auto number_or_null = [](bool is_there, int64_t number) {
     return is_there ? json_object_new_int64(number) : nullptr;
   };
@@ -344,8 +322,8 @@ void PrintJsonStatus(const Inspection& device) {
        {"device_state", NewJsonText(DeviceState(device))},
        {"udp_port", number_or_null(device.udp_port != 0, device.udp_port)},
        {"ptz_port", number_or_null(device.ptz_port != 0, device.ptz_port)},
-       {"clients", clients},
-       {"checks", checks}})));
+       {"clients", NewJsonArray(device.clients, NewJsonText)},
+       {"checks", NewJsonArray(device.checks, check_value)}})));
 }
 
 void RunStatus(bool is_json) {

@@ -25,14 +25,13 @@ bool IsHarmless(int signal) {
          (sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN);
 }
 
-timespec Until(Clock::time_point end) {
+timespec TimeUntil(Clock::time_point end) {
   using std::chrono::nanoseconds;
-  constexpr int64_t kNsPerS = 1'000'000'000;
-  const int64_t left =
-      std::max<int64_t>(std::chrono::duration_cast<nanoseconds>(end - Clock::now()).count(), 0);
+  const nanoseconds left = std::max(end - Clock::now(), Clock::duration::zero());
+  const auto seconds = std::chrono::floor<std::chrono::seconds>(left);
   timespec time = {};
-  time.tv_sec = static_cast<time_t>(left / kNsPerS);
-  time.tv_nsec = static_cast<decltype(time.tv_nsec)>(left % kNsPerS);
+  time.tv_sec = static_cast<time_t>(seconds.count());
+  time.tv_nsec = static_cast<decltype(time.tv_nsec)>((left - seconds).count());
   return time;
 }
 
@@ -50,7 +49,7 @@ sigset_t HoldSignalsBack() {
 
 std::optional<int> AwaitSignal(const sigset_t& signals, Clock::time_point end) {
   while (true) {
-    const timespec time = Until(end);
+    const timespec time = TimeUntil(end);
     const int signal = sigtimedwait(&signals, nullptr, &time);
     if (signal > 0) return signal;
     if (errno == EAGAIN) return std::nullopt;

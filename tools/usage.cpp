@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "tools/format.h"
 #include "tools/nearest_name.h"
 #include "tools/parse.h"
 
@@ -128,9 +129,8 @@ std::string DescribeParseError(const CLI::App& app, const std::exception& error)
 CLI::Validator NumberFrom(int low, int high) {
   const auto take = [low, high](std::string& text) -> std::string {
     const auto number = ParseNumber(text, low, high);
-    if (!number.has_value()) {
-      return text + " is not a number from " + std::to_string(low) + " to " + std::to_string(high);
-    }
+    if (!number.has_value())
+      return Format("%s is not a number from %d to %d", text.c_str(), low, high);
     text = std::to_string(*number);
     return "";
   };
