@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
-"""Takes pictures of vdev's live screen and writes them to docs/pictures as SVG.
+"""Captures vdev's live screen and writes it to docs/pictures as SVG.
 
-Needs tmux and a build in build/. A picture is what tmux captures of the screen, with its colours,
-after a few keys. Usage: docs/make_pictures.py [BUILD_DIRECTORY]
+Needs tmux and a build in build/. Presses a few keys, then captures the screen with
+its colours. Usage: docs/make_pictures.py [BUILD_DIRECTORY]
 """
 import os
 import re
@@ -16,7 +16,7 @@ ROOT = Path(__file__).resolve().parent.parent
 PICTURES = ROOT / "docs" / "pictures"
 COLS, ROWS = 100, 30
 
-# What is pressed before the picture is taken; a number is a pause in seconds.
+# Keys to press before the capture; a number is a pause in seconds.
 SCENES = {
     "QB-620": ["Up", 0.2, "Up", 0.2, "Up", 0.8, "p", "1", 0.3, "Right", 0.25, "Right", 0.25,
                "Right", 0.25, "Right", 0.9, "p", "2", 0.3, "+", 0.6, "Down", 0.25, "Down", 0.1],
@@ -55,7 +55,7 @@ class Tmux:
         return self.run("capture-pane", "-e", "-p")
 
     def close(self):
-        """The server ends with its window, and that with vdev."""
+        """Quits vdev, which closes the window and ends the server."""
         self.run("send-keys", "q")
 
 
@@ -126,7 +126,7 @@ def svg_run(row, column, text, style):
     if stripped:
         x += (len(text) - len(text.lstrip())) * CELL_WIDTH
         weight = ' font-weight="bold"' if style.get("bold") else ""
-        # The length keeps the columns aligned whatever font the reader has.
+        # textLength keeps the columns aligned with any font.
         parts.append(f'<text x="{x:.1f}" y="{y + 13}" fill="{color}"{weight} '
                      f'textLength="{len(stripped) * CELL_WIDTH:.1f}">{escape(stripped)}</text>')
     return parts
@@ -142,7 +142,7 @@ def to_svg(capture):
     style = {}
     for row, line in enumerate(capture.split("\n")[:ROWS]):
         for column, text, look in runs_of(line, style):
-            # Runs of blanks only move what follows.
+            # Skip runs of blanks.
             for piece in re.finditer(r"[─━│┌┐└┘]+|[^\s─━│┌┐└┘]+(?: [^\s─━│┌┐└┘]+)*" if not look.get("reverse") else r".+",
                                      text):
                 parts += svg_run(row, column + piece.start(), piece.group(), look)

@@ -1,11 +1,10 @@
 #!/bin/sh
-# Draws the curves of the lens guide anew, from the built-in tables.
+# Renews the plot of the built-in tracking tables in the lens guide.
 #   docs/make_plots.sh [BUILD-DIRECTORY]     default: build
 #
-# docs/pictures/lens-fit.svg is not drawn here. It was made by `rs232ctl lens fit LOG --svg` from
-# what the daemon printed while it searched the focus of a simulated OSPREY lens: 8 searches at
-# every entry of its curve, focus measures up to 1 % of the peak off, a tenth of the searches
-# disturbed.
+# It does not renew docs/pictures/lens-fit.svg, which `rs232ctl lens fit LOG --svg` created from a
+# simulated OSPREY lens: 8 searches at every entry of its curve, focus measures with an error of up
+# to 1 % of the peak, one search in ten disturbed.
 set -eu
 cd "$(dirname "$0")/.."
 

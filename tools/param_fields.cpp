@@ -38,11 +38,11 @@ constexpr auto kFields = std::to_array<ParamField>({
      kPortsMax},
     {"baud", PARAM_SERIAL2_BAUD, kBaudDefault, "speed of the second serial port, bits per second",
      0, 0, kBauds},
-    {"parity", PARAM_SERIAL2_PARITY, 0, "its parity", 0, 0, kParities},
+    {"parity", PARAM_SERIAL2_PARITY, 0, "parity of that port", 0, 0, kParities},
     {"data-bits", PARAM_SERIAL2_DATA_BITS, kDataBitsDefault, "its data bits", 5, 8},
     {"stop-bits", PARAM_SERIAL2_STOP_BITS, 1, "its stop bits", 1, 2},
     {"ptz-enable", PARAM_PTZ_ENABLE, 0, "PTZ TCP server", 0, 0, kSwitch},
-    {"ptz-port", PARAM_PTZ_PORT, kPtzPortDefault, "its TCP port", 1, kPortMax},
+    {"ptz-port", PARAM_PTZ_PORT, kPtzPortDefault, "TCP port of the PTZ server", 1, kPortMax},
 });
 
 std::string WordText(const ParamWord& word) {

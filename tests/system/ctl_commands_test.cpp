@@ -1,4 +1,4 @@
-// The other commands of the tool: bytes for the line, files, firmware, and what is refused.
+// The other commands of the tool: status, write, files, firmware, and errors.
 #include <csignal>
 #include <filesystem>
 #include <functional>
@@ -18,7 +18,7 @@ using sim::milliseconds;
 
 using CtlCommand = DeviceTest;
 
-TEST_F(CtlCommand, WrongLinesGetOneLineAndAStatus) {
+TEST_F(CtlCommand, ErrorsPrintOneLineAndSetTheStatus) {
   const std::string nobody =
       "no process listens on UDP port 10017 of 127.0.0.1; is rs232d running?";
   const std::tuple<const char*, int, std::string> rows[] = {
@@ -46,7 +46,7 @@ TEST_F(CtlCommand, WrongLinesGetOneLineAndAStatus) {
   ExpectCtl("stop", 1, "/etc/udp_port_table.conf has no valid RS232_DAEMON_PORT");
 }
 
-TEST_F(CtlCommand, StatusTellsHowTheDaemonIsAndWhatItLacks) {
+TEST_F(CtlCommand, StatusReportsTheDaemonAndItsFaults) {
   sim::DaemonProcess help(RS232D_PATH, {"--help"});
   EXPECT_EQ(help.WaitEnd(), 0);
   EXPECT_TRUE(help.Output().starts_with("Usage: rs232d [TRACE]\n"));
@@ -58,7 +58,7 @@ TEST_F(CtlCommand, StatusTellsHowTheDaemonIsAndWhatItLacks) {
       << running.output;
   daemon->Stop();
 
-  // Each takes one thing more away; what the tool says of it, and how many faults there are.
+  // Each row removes one more thing; the expected line, and the number of faults.
   std::optional<sim::UdpPeer> other;
   CMMAP map = {};
   const std::string by_this = tools::ProcessText(getpid());
@@ -94,9 +94,8 @@ TEST_F(CtlCommand, StatusTellsHowTheDaemonIsAndWhatItLacks) {
   map.Deinit(&map);
 }
 
-// The second one is more than the daemon's socket holds while the line is slow: nothing may be
-// lost.
-TEST_F(CtlCommand, WritesItsInput) {
+// The second input exceeds the daemon's socket buffer while the line is slow; no byte may be lost.
+TEST_F(CtlCommand, WritesInputWithoutLoss) {
   config.baud_rate = 115200;
   Start();
   std::string text = std::string("A\0\n\xFF", 4);
@@ -111,7 +110,7 @@ TEST_F(CtlCommand, WritesItsInput) {
   EXPECT_TRUE(std::string(received.begin(), received.end()) == text);
   EXPECT_EQ(AwaitCtl(ctl.get()).status, 0);
   ExpectLineQuiet();
-  // All but what it may be ahead took its time on a line of 11520 bytes a second.
+  // Everything beyond the allowed lead takes its time on a line of 11520 bytes a second.
   EXPECT_GE(sim::Clock::now() - begin, milliseconds(3000));
 }
 
@@ -119,7 +118,7 @@ TEST_F(CtlCommand, WritesItsInput) {
 
 class CtlParams : public DeviceTest {
  protected:
-  // Expects the parameter block of `config`, with `foreign` in a field of another process.
+  // Expects the parameter block of `config`, with `foreign` in a field that the tool does not know.
   void ExpectBlock(std::optional<uint8_t> foreign = std::nullopt) {
     sim::Bytes expected = sim::BuildParamBlock(config);
     expected[kForeignField] = foreign.value_or(expected[kForeignField]);
@@ -130,7 +129,7 @@ class CtlParams : public DeviceTest {
   static constexpr int kForeignField = 5000;
 };
 
-TEST_F(CtlParams, AreShownAndSetAllOrNone) {
+TEST_F(CtlParams, ShowsAndSetsAllOrNone) {
   Install();
   EXPECT_TRUE(RunCtl("params show --json")
                   .output.starts_with("{\n  \"model\": \"QB-100\",\n  \"serial-count\": 2,\n"));
@@ -158,7 +157,7 @@ TEST_F(CtlParams, AreShownAndSetAllOrNone) {
 // Real time: the tool waits for a lock.
 class RealTimeCtlParams : public CtlParams {};
 
-TEST_F(RealTimeCtlParams, SetWaitsForTheLocksAndKeepsWhatTheirHolderWrote) {
+TEST_F(RealTimeCtlParams, SetWaitsForTheLocksAndKeepsOtherFields) {
   Install();
   CMMAP map;
   ASSERT_EQ(CMMAP_Init(&map, PARAM_BLOCK_PATH, PARAM_BLOCK_KEY, CMMAP_OPEN, PARAM_BLOCK_SIZE), 0);
@@ -175,7 +174,7 @@ TEST_F(RealTimeCtlParams, SetWaitsForTheLocksAndKeepsWhatTheirHolderWrote) {
 
 using CtlLens = LensTest;
 
-TEST_F(CtlLens, InfoTraceAndFit) {
+TEST_F(CtlLens, ReportsTracesAndFits) {
   InstallLens({.zoom = 0, .focus = 200});
   Launch({"1"});
   AwaitLoop();
@@ -215,7 +214,7 @@ TEST_F(CtlLens, InfoTraceAndFit) {
 
 using CtlFirmware = UpdateTest;
 
-TEST_F(CtlFirmware, AsksAtATerminalAndNowhereElse) {
+TEST_F(CtlFirmware, AsksForConfirmationOnlyOnATerminal) {
   constexpr size_t kSize = 3000;
   const std::string line_arguments = "firmware-update /tmp/new_firmware";
   WriteImage(Payload(kSize));

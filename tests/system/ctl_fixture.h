@@ -1,4 +1,4 @@
-// The tool as a child process, for tests of it against the real daemon.
+// Runs the tool as a child process, for tests with the real daemon.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -9,21 +9,20 @@
 
 #include "sim/daemon_process.h"
 
-// How a run of the tool ended.
+// Result of a run of the tool.
 struct CtlResult {
-  std::optional<int> status;  // nothing when it did not end
+  std::optional<int> status;  // nothing if it did not exit
   std::string output;
   std::string errors;
 };
 
-// Starts the tool with these arguments, as a shell reads them. `ctl.Stop` and the like work on the
-// tool itself.
+// Starts the tool with arguments in shell syntax. Signals go to the tool itself, not to a shell.
 std::unique_ptr<sim::DaemonProcess> StartCtl(const std::string& arguments);
 
-// Runs it to its end, without an input.
+// Runs the tool until it exits, without input.
 CtlResult RunCtl(const std::string& arguments);
 
 CtlResult AwaitCtl(sim::DaemonProcess* ctl);
 
-// Expects that it ends like this, with this one line on standard error ("" for none).
+// Expects this exit status, and this one line on standard error ("" for none).
 void ExpectCtl(const std::string& arguments, int status, const std::string& error = "");

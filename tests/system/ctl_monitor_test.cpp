@@ -1,4 +1,4 @@
-// `rs232ctl monitor` and `rs232ctl frames` beside the real daemon.
+// `rs232ctl monitor` and `rs232ctl frames` with the real daemon.
 #include <csignal>
 #include <regex>
 
@@ -47,10 +47,10 @@ TEST_F(CtlMonitor, DumpsAndExplainsTheBytesOfARelay) {
   ExpectShown("\n" + kTime +
               "  5 bytes\n  00000006  00 04 .*\n"
               "  00000004  FF 01 00 04 1D 00 22 +pelco-d +pan left at speed 29\n");
-  // Something else at the port is no end.
+  // An invalid datagram does not end the monitor.
   sender.SendTo(SERIAL_DATA_PORT, Bytes{'h', 'o'});
   ExpectShown("\n" + kTime + "  invalid serial data datagram: it does not begin with PTPRP232\n");
-  // What a quiet line has left unfinished is said.
+  // After silence, an incomplete frame is reported.
   line.Send(Bytes{0xA5, 0x40, 0x0C});
   ExpectShown("\n  0000000b  A5 40 0C +lens +cut off after 3 bytes\n$");
   EXPECT_EQ(monitor->Stop(), 0);
@@ -63,7 +63,7 @@ TEST_F(CtlMonitor, DumpsAndExplainsTheBytesOfARelay) {
   EXPECT_EQ(monitor->WaitEnd(), 0);
 }
 
-TEST_F(CtlMonitor, EndsByItself) {
+TEST_F(CtlMonitor, ExitsAtItsLimits) {
   Start();
   Monitor({"--raw", "--count", "1"});
   line.Send(Bytes{0xFF, 1, 0, 4, 0x1D, 0, 0x22});
@@ -84,7 +84,7 @@ TEST_F(CtlMonitor, EndsByItself) {
       "rs232ctl: UDP port 1860 of 127.0.0.1 is in use: another process receives the serial data\n");
 }
 
-// What a daemon with its trace on has printed, explained; and what is given as bytes.
+// Explains the output of a daemon with its trace on, and bytes given as arguments.
 TEST_F(CtlMonitor, FramesExplainTheTrace) {
   Start({"1"});
   Control(CAMERA_CODE_ZOOM, 0, 0, 1);
@@ -92,7 +92,7 @@ TEST_F(CtlMonitor, FramesExplainTheTrace) {
   line.Send(Bytes{0xFF, 0x01, 0x00, 0x01});
   ASSERT_TRUE(WaitOutput("RECV    4: FF 01 00 01 \n"));
   sim::WriteTextFile("/tmp/trace", "some line\n" + daemon->Output() + "another");
-  // the output as an expression
+  // The expected output, as a regular expression.
   const std::tuple<string, int, string, string> rows[] = {
       {"< /tmp/trace", 0,
        kTime + " SEND  FF 01 00 20 00 00 21 +pelco-d +zoom tele\n" + kTime +
@@ -100,7 +100,7 @@ TEST_F(CtlMonitor, FramesExplainTheTrace) {
        ""},
       {"'00000000  FF 01 00 00 00 00 01  |.......|\n00000007' --json", 0,
        R"(\{"offset":0,"bytes":"FF 01 [^"]* 01".*"verdict":"good","words":"stop"\}\n)", ""},
-      // A damaged line costs no other.
+      // A damaged line does not affect the others.
       {"'daemon | S.03/03 09:05:07.  1234 SEND 2: 41\nx SEND 1: 42'", 2,
        "x SEND  42 +- +1 byte outside any frame: \"B\"\n",
        "rs232ctl: 03/03 09:05:07.  1234: the trace line announces 2 bytes and has 1\n"},

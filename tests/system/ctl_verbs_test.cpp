@@ -1,5 +1,6 @@
-// Every verb of the tool through the real daemon, in each mode that answers it: what reaches the
-// line, alone and followed by its stop. In each mode also bytes for the line, and the end.
+// Every verb of the tool with the real daemon, in each mode that supports it: the bytes on the
+// line, of the verb alone and with its stop. Also raw bytes and the stop of the daemon in each
+// mode.
 #include <algorithm>
 #include <regex>
 
@@ -16,7 +17,7 @@ const std::string kHdStop = "FF 41 02 00 00 00 00 00 00 42";
 struct VerbRow {
   std::string models;
   std::string line;
-  std::string frames;  // '+' is what follows a key of the model
+  std::string frames;  // '+': the frames that follow a key on this model
 };
 
 const VerbRow kRows[] = {
@@ -81,7 +82,7 @@ const VerbRow kRows[] = {
     {"QB-310", "code 1093 -1", ""},
 };
 
-// Whether a line gives this verb.
+// Returns true if a row has this verb.
 bool IsOf(const std::string& line, const tools::PtzVerb& verb) {
   return (line + ' ').starts_with(std::string(verb.name) + ' ');
 }
@@ -92,7 +93,7 @@ struct Device {
   std::string after_key;
 };
 
-// No code stops QB-610.
+// QB-610 has no code for stop.
 const Device kDevices[] = {{"QB-100", kTwoStops, ' ' + kTwoStops},
                            {"QB-610", kStop, ""},
                            {"QB-620", kTwoStops, ' ' + kTwoStops},
@@ -101,8 +102,8 @@ const Device kDevices[] = {{"QB-100", kTwoStops, ' ' + kTwoStops},
 
 using CtlVerb = DeviceTest;
 
-// Every verb of a model, each that moves something with --for as well.
-TEST_F(CtlVerb, ReachesTheLine) {
+// Every verb of a model; each motion also with --for.
+TEST_F(CtlVerb, WritesItsFrames) {
   for (const auto& [model, stop, after_key] : kDevices) {
     SCOPED_TRACE(model);
     StartModel(model);
@@ -131,8 +132,8 @@ TEST_F(CtlVerb, ReachesTheLine) {
 
 using CtlLensVerb = LensTest;
 
-// The micom drives the lens: every verb is one write.
-TEST_F(CtlLensVerb, OnTheLensThatTheMicomDrives) {
+// The micom drives the lens: every verb is one register write.
+TEST_F(CtlLensVerb, InMicomMode) {
   const std::pair<std::string, Lines> rows[] = {
       {"af-mode micom", {"A5 40 23 00 00 08"}},
       {"zoom-wide", {"A5 40 20 00 00 05"}},
@@ -161,8 +162,8 @@ TEST_F(CtlLensVerb, OnTheLensThatTheMicomDrives) {
   }
 }
 
-// The daemon drives it: the search is one of many moves.
-TEST_F(CtlLensVerb, OnTheLensThatTheDaemonDrives) {
+// The daemon drives the lens: a search is a sequence of moves.
+TEST_F(CtlLensVerb, InDaemonMode) {
   StartLens({.zoom = 300, .focus = 400});
   ExpectCtl("ptz af-mode daemon", 0);
   ExpectCtl("ptz zoom-tele --for 200ms", 0);

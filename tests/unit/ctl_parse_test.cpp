@@ -1,4 +1,4 @@
-// What users type: numbers, durations, bytes, names that are nearly right; and what they are shown.
+// Input of the user: numbers, durations, bytes, mistyped names. Safe output.
 #include <gtest/gtest.h>
 
 #include "sim/pty_line.h"
@@ -54,15 +54,15 @@ TEST(CtlParse, NearestName) {
   EXPECT_EQ(tools::DidYouMean("pan", names), ", did you mean pan-left or pan-right?");
 }
 
-TEST(CtlOutput, NothingThatATerminalObeys) {
-  // What comes in, as a text, as JSON.
+TEST(CtlOutput, EscapesControlCharacters) {
+  // Input, expected text, expected JSON.
   const std::tuple<std::string, const char*, const char*> rows[] = {
       {"\u00E9 \u30AB \U0001F4F7", "\u00E9 \u30AB \U0001F4F7", "\u00E9 \u30AB \U0001F4F7"},
       {{"\0\n\x1B[\x7F", 5}, R"(\x00\x0A\x1B[\x7F)", R"(\u0000\n\u001b[\u007f)"},
       {"\u0080\u009F", R"(\xC2\x80\xC2\x9F)", R"(\u0080\u009f)"},
       {"\u202E\u2066", R"(\xE2\x80\xAE\xE2\x81\xA6)", R"(\u202e\u2066)"},
-      // Not UTF-8: C1 as one byte, a long form of ESC, a surrogate, a code past the last, a cut
-      // one.
+      // Not UTF-8: a C1 byte, an overlong ESC, a surrogate, a code point above the maximum, an
+      // incomplete sequence.
       {"\x9B \xC0\x9B \xED\xA0\x80 \xF4\x90\x80\x80 \xE3\x82",
        R"(\x9B \xC0\x9B \xED\xA0\x80 \xF4\x90\x80\x80 \xE3\x82)",
        R"(\\x9B \\xC0\\x9B \\xED\\xA0\\x80 \\xF4\\x90\\x80\\x80 \\xE3\\x82)"},
@@ -76,7 +76,7 @@ TEST(CtlOutput, NothingThatATerminalObeys) {
 
 // --- Parameters -------------------------------------------------------------------------------
 
-TEST(CtlParse, ParameterChangesStoreTheirBytesAndNoOthers) {
+TEST(CtlParse, ParameterChangesAffectOnlyTheirBytes) {
   const std::tuple<std::string, size_t, std::string> rows[] = {
       {"model=QB-310", 0, "51 42 2D 33 31 30 00"},
       {"model=" + std::string(127, 'Q'), 0, sim::Hex(sim::Bytes(127, 0x51)) + " 00"},
@@ -98,7 +98,7 @@ TEST(CtlParse, ParameterChangesStoreTheirBytesAndNoOthers) {
   }
 }
 
-TEST(CtlParse, ParameterChangesThatAreNone) {
+TEST(CtlParse, RejectsInvalidParameterChanges) {
   const std::pair<std::string, const char*> rows[] = {
       {"baud", "baud is not of the form NAME=VALUE"},
       {"buad=9600", "unknown parameter buad, did you mean baud?"},

@@ -107,8 +107,8 @@ TEST(LensFit, IgnoresSearchesWithoutAPeak) {
   EXPECT_EQ(fit.Count(Fate::kSearchEnd), static_cast<int>(points.size() - good));
 }
 
-TEST(LensFit, RefusesToGuess) {
-  // entries without a point, options, zoom of the last entry with a point, message
+TEST(LensFit, RejectsTooFewPoints) {
+  // Entries without a point, options, zoom of the last entry with a point, message.
   const std::tuple<std::vector<int>, FitOptions, int, const char*> rows[] = {
       {{450, 500, 550}, {}, 1350, "none at zoom 450 to 550 (3 entries, at most 2 allowed)"},
       {{0}, {}, 1350, "none at zoom 0 (1 entry, an end of"},
