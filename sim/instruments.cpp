@@ -226,7 +226,8 @@ void DrawLens(const Terminal& terminal, const Area& gauges, const Area& view, co
        Reading("off curve", "%+.0f", pose.focus - in_focus, -kFarOff, kFarOff, 0.5),
        Reading("sharpness", "%.0f %%", kPercent * sharpness / camera.scene.height, 0, kPercent),
        Reading("iris", "%.0f", pose.iris, 0, build.iris_travel), level},
-      {BrightnessOf(exposure)});
+      {lens.Register(I2M_ADDR_AF_MODE) == 1 ? "the daemon drives" : "the micom drives",
+       BrightnessOf(exposure)});
   terminal.Frame(view, "focus over zoom");
   DrawCurve(terminal, view.Inner(), pose);
 }

@@ -103,8 +103,8 @@ class LensMicom : public FarEnd {
   Stepper zoom_;
   Stepper focus_;
   Stepper iris_;
-  std::map<uint8_t, uint16_t> registers_;
-  std::vector<uint8_t> partial_;  // partial frame
+  std::map<uint8_t, uint16_t> registers_ = {{I2M_ADDR_AF_MODE, 1}};  // the daemon drives
+  std::vector<uint8_t> partial_;                                     // partial frame
   std::vector<uint8_t> noise_;
   std::deque<Answer> answers_;
   std::vector<LensFrame> frames_;

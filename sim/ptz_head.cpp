@@ -13,6 +13,9 @@ namespace {
 // The maximum zoom and focus speed of Pelco-D.
 constexpr int kMotorSpeedMax = 3;
 
+// Setting this preset opens the menu.
+constexpr uint8_t kMenuPreset = 95;
+
 // Degrees a second at a Pelco speed. At speed 0, heads move slowly instead of stopping.
 double TurnRate(uint8_t speed, double at_top) {
   const double share = static_cast<double>(std::min(speed, PELCO_SPEED_MAX)) / PELCO_SPEED_MAX;
@@ -98,7 +101,7 @@ void PtzHead::TakeExtended(const PelcoFrame& frame) {
   const uint8_t argument = frame[PELCO_DATA2_AT];
   switch (frame[PELCO_COMMAND2_AT]) {
     case PELCO_SET_PRESET:
-      presets_[argument] = pose_;
+      if (argument != kMenuPreset) presets_[argument] = pose_;
       break;
     case PELCO_CLEAR_PRESET:
       presets_.erase(argument);

@@ -192,10 +192,7 @@ int ShowScreen(const SessionOptions& options, LiveScreen* screen) {
 
 // --- A command beside the device ---------------------------------------------------------------
 
-struct FileCloser {
-  void operator()(FILE* file) const { fclose(file); }
-};
-using File = std::unique_ptr<FILE, FileCloser>;
+using File = std::unique_ptr<FILE, int (*)(FILE*)>;
 
 pid_t StartGuest(const GuestCommand& command, const std::string& model,
                  const SessionSignals& signals) {
@@ -285,7 +282,7 @@ int RunScreenSession(const SessionOptions& options) {
 
 int RunCommandSession(const SessionOptions& options, const GuestCommand& command) {
   const SessionSignals signals;
-  const File log(options.verbose ? nullptr : fopen(kSessionLog, "we"));
+  const File log(options.verbose ? nullptr : fopen(kSessionLog, "we"), fclose);
   PlainPrinter printer(log ? log.get() : stderr);
   DeviceSetup setup = SetupOf(options);
   setup.data_port = false;

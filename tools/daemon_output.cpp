@@ -25,7 +25,6 @@ DaemonOutput::DaemonOutput() {
   if (std::filesystem::is_regular_file(path, error)) file_.open(path);
   if (!file_.is_open()) {
     throw Failure(
-        EXIT_STATUS_FAILED,
         "cannot follow the output of rs232d: it is written neither to the journal nor to a "
         "readable file");
   }

@@ -14,6 +14,7 @@
 #include "ipc/cicomm.h"
 #include "relay/daemon_datagram.h"
 #include "tools/failure.h"
+#include "tools/files.h"
 #include "tools/format.h"
 #include "tools/unique_fd.h"
 #include "util/bytes.h"
@@ -53,8 +54,7 @@ void Send(int port, std::span<const uint8_t> datagram) {
         Format("no process listens on UDP port %d of 127.0.0.1; is rs232d running?", port));
   }
   if (error != 0) {
-    throw Failure(EXIT_STATUS_FAILED,
-                  Format("cannot send to UDP port %d of 127.0.0.1: %s", port, strerror(error)));
+    throw Failure(Format("cannot send to UDP port %d of 127.0.0.1: %s", port, strerror(error)));
   }
 }
 
@@ -85,16 +85,12 @@ std::vector<uint8_t> CameraControlPacket(const CameraControl& control) {
 }
 
 int DaemonUdpPort() {
-  if (access(UDP_PORT_TABLE_PATH, R_OK) != 0) {
-    throw Failure(EXIT_STATUS_FAILED,
-                  Format("cannot open %s: %s", UDP_PORT_TABLE_PATH, strerror(errno)));
-  }
+  if (access(UDP_PORT_TABLE_PATH, R_OK) != 0) FailOn("open", UDP_PORT_TABLE_PATH);
   std::array<char, CUTIL_CONF_VALUE_SIZE> value = {};
   CUTIL_GetConfValue(UDP_PORT_TABLE_PATH, UDP_PORT_KEY, value.data(), value.size());
   const long port = strtol(value.data(), nullptr, 10);
   if (port >= 1 && port <= UINT16_MAX) return static_cast<int>(port);
-  throw Failure(EXIT_STATUS_FAILED,
-                Format("%s has no valid %s", UDP_PORT_TABLE_PATH, UDP_PORT_KEY));
+  throw Failure(Format("%s has no valid %s", UDP_PORT_TABLE_PATH, UDP_PORT_KEY));
 }
 
 void SendToDaemon(uint16_t code, std::span<const uint8_t> bytes) {

@@ -19,6 +19,7 @@ enum ExitStatus : int {
 struct Failure : std::runtime_error {
   Failure(ExitStatus exit_status, const std::string& text)
       : std::runtime_error(text), status(exit_status) {}
+  explicit Failure(const std::string& text) : Failure(EXIT_STATUS_FAILED, text) {}
   ExitStatus status;
 };
 

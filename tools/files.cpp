@@ -21,13 +21,9 @@ namespace {
 
 constexpr mode_t kFileMode = 0644;
 
-[[noreturn]] void Fail(const char* act, const std::string& path) {
-  throw Failure(EXIT_STATUS_FAILED, Format("cannot %s %s: %s", act, path.c_str(), strerror(errno)));
-}
-
 UniqueFd OpenToRead(const std::string& path, int flags = 0) {
   UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | flags));
-  if (!file.IsOpen()) Fail("open", path);
+  if (!file.IsOpen()) FailOn("open", path);
   return file;
 }
 
@@ -36,7 +32,7 @@ std::vector<uint8_t> ReadAll(int fd, const std::string& name) {
   std::array<uint8_t, 1 << 16> piece;
   while (const ssize_t count = read(fd, piece.data(), piece.size())) {
     if (count < 0 && errno == EINTR) continue;
-    if (count < 0) Fail("read", name);
+    if (count < 0) FailOn("read", name);
     bytes.insert(bytes.end(), piece.begin(), piece.begin() + count);
   }
   return bytes;
@@ -66,17 +62,21 @@ bool SyncDirectoryOf(const std::string& path) {
   const int error = errno;
   unlink(file.c_str());
   errno = error;
-  Fail(act, path);
+  FailOn(act, path);
 }
 
 }  // namespace
+
+void FailOn(const char* act, const std::string& path) {
+  throw Failure(Format("cannot %s %s: %s", act, path.c_str(), strerror(errno)));
+}
 
 std::vector<uint8_t> ReadFile(const std::string& path) {
   // Do not block on a pipe without a writer.
   const UniqueFd file = OpenToRead(path, O_NONBLOCK);
   struct stat status;
-  if (fstat(file.Get(), &status) != 0) Fail("open", path);
-  if (!S_ISREG(status.st_mode)) throw Failure(EXIT_STATUS_FAILED, path + " is not a regular file");
+  if (fstat(file.Get(), &status) != 0) FailOn("open", path);
+  if (!S_ISREG(status.st_mode)) throw Failure(path + " is not a regular file");
   return ReadAll(file.Get(), path);
 }
 
@@ -89,20 +89,20 @@ void WriteText(const std::string& path, const std::string& text) {
   std::ofstream file(path, std::ios::binary);
   file << text;
   file.close();
-  if (!file) Fail("write", path);
+  if (!file) FailOn("write", path);
 }
 
 void PlaceFile(const std::string& path, std::span<const uint8_t> bytes) {
   std::string temporary = path + ".XXXXXX";
   const int fd = mkostemp(temporary.data(), O_CLOEXEC);
-  if (fd < 0) Fail("write", path);
+  if (fd < 0) FailOn("write", path);
   const bool is_placed = Fill(fd, bytes) && rename(temporary.c_str(), path.c_str()) == 0;
   if (!is_placed) Discard(temporary, "write", path);
 }
 
 void CreateFile(const std::string& path, std::span<const uint8_t> bytes) {
   const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kFileMode);
-  if (fd < 0) Fail("create", path);
+  if (fd < 0) FailOn("create", path);
   if (!Fill(fd, bytes) || !SyncDirectoryOf(path)) Discard(path, "create", path);
 }
 

@@ -9,6 +9,9 @@
 
 namespace tools {
 
+// Throws "cannot ACT PATH: REASON" with the reason in errno.
+[[noreturn]] void FailOn(const char* act, const std::string& path);
+
 // Returns the contents of a regular file; rejects any other kind of file.
 std::vector<uint8_t> ReadFile(const std::string& path);
 

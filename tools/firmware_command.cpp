@@ -39,8 +39,7 @@ Bytes ReadImage(const std::string& path) {
   const uintmax_t size = std::filesystem::file_size(path, error);
   Bytes image = error || size <= CUTIL_LOAD_MAX ? ReadFile(path) : Bytes();
   if (image.size() > MICOM_IMAGE_HEADER_SIZE) return image;
-  throw Failure(EXIT_STATUS_FAILED,
-                Format("%s is not a firmware image: it has %ju bytes, not %d to %ld", path.c_str(),
+  throw Failure(Format("%s is not a firmware image: it has %ju bytes, not %d to %ld", path.c_str(),
                        size, MICOM_IMAGE_HEADER_SIZE + 1, CUTIL_LOAD_MAX));
 }
 
@@ -71,8 +70,7 @@ std::string Consequence(size_t payload) {
     return Format("write %zu bytes of firmware into the camera module%s and reboot the device",
                   payload, of_this.c_str());
   }
-  throw Failure(EXIT_STATUS_FAILED,
-                "this device, " + model + ", does not support firmware updates");
+  throw Failure("this device, " + model + ", does not support firmware updates");
 }
 
 // Asks the user to confirm. `option` is the option that confirms in advance.
@@ -102,7 +100,7 @@ void Follow(DaemonOutput* output, size_t bytes) {
       heard = Clock::now();
       if (line.starts_with("Recv ACK")) begin = heard;
       if (line.find("Error line") != std::string::npos) {
-        throw Failure(EXIT_STATUS_FAILED, "the update failed: " + line);
+        throw Failure("the update failed: " + line);
       }
       if (line == "end") {
         Print(stdout, "the module has accepted the firmware; the device reboots\n");
@@ -119,7 +117,7 @@ void Follow(DaemonOutput* output, size_t bytes) {
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
   }
-  throw Failure(EXIT_STATUS_FAILED, "timeout: no progress in the output of rs232d");
+  throw Failure("timeout: no progress in the output of rs232d");
 }
 
 struct Request {

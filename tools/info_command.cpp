@@ -24,8 +24,7 @@ constexpr char kInfoPath[] = "/var/nvt/camera.info";
 
 void RunInfo(bool is_json) {
   if (access(kInfoPath, F_OK) != 0) {
-    throw Failure(EXIT_STATUS_FAILED,
-                  std::string(kInfoPath) + " does not exist: no module or lens has reported yet");
+    throw Failure(std::string(kInfoPath) + " does not exist: no module or lens has reported yet");
   }
   const std::vector<uint8_t> bytes = ReadFile(kInfoPath);
   const Json object = OwnJson(json_object_new_object());
@@ -40,7 +39,7 @@ void RunInfo(bool is_json) {
     if (!is_json) Print(stdout, "%-11s %s\n", key.c_str(), value.c_str());
   }
   if (json_object_object_length(object.get()) == 0)
-    throw Failure(EXIT_STATUS_FAILED, std::string(kInfoPath) + " is empty");
+    throw Failure(std::string(kInfoPath) + " is empty");
   if (is_json) PrintJson(object);
 }
 

@@ -5,9 +5,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <iterator>
 #include <memory>
 #include <string>
@@ -33,11 +31,10 @@ using Bytes = std::vector<uint8_t>;
 
 // --- The file ----------------------------------------------------------------------------------
 
-void RequireWhole(const std::string& path, int64_t size) {
+void RequireWhole(const std::string& path, intmax_t size) {
   if (size >= PARAM_BLOCK_SIZE) return;
-  throw Failure(EXIT_STATUS_FAILED, path + " is not a parameter block: it has " +
-                                        std::to_string(size) + " bytes, not " +
-                                        std::to_string(PARAM_BLOCK_SIZE));
+  throw Failure(Format("%s is not a parameter block: it has %jd bytes, not %d", path.c_str(), size,
+                       PARAM_BLOCK_SIZE));
 }
 
 // A block, mapped and locked like every process of the device does it.
@@ -45,18 +42,16 @@ class MappedBlock {
  public:
   explicit MappedBlock(const std::string& path) : path_(path) {
     struct stat status;
-    if (access(path.c_str(), R_OK | W_OK) != 0 || stat(path.c_str(), &status) != 0) {
-      throw Failure(EXIT_STATUS_FAILED, "cannot open " + path + ": " + strerror(errno));
-    }
-    if (!S_ISREG(status.st_mode))
-      throw Failure(EXIT_STATUS_FAILED, path + " is not a regular file");
+    if (access(path.c_str(), R_OK | W_OK) != 0 || stat(path.c_str(), &status) != 0)
+      FailOn("open", path);
+    if (!S_ISREG(status.st_mode)) throw Failure(path + " is not a regular file");
     RequireWhole(path, status.st_size);
     const int result =
         CMMAP_Init(&map_, path.c_str(), PARAM_BLOCK_KEY, CMMAP_OPEN, PARAM_BLOCK_SIZE);
     // Without the semaphore, other processes would not be excluded.
     if (result == 0 && map_.sem >= 0) return;
     map_.Deinit(&map_);
-    throw Failure(EXIT_STATUS_FAILED, "cannot map and lock " + path);
+    throw Failure("cannot map and lock " + path);
   }
   ~MappedBlock() { map_.Deinit(&map_); }
   MappedBlock(const MappedBlock&) = delete;
@@ -65,7 +60,7 @@ class MappedBlock {
   Bytes Copy() {
     Bytes block(PARAM_BLOCK_SIZE);
     if (map_.Read(&map_, block.data(), PARAM_BLOCK_SIZE) == 0) return block;
-    throw Failure(EXIT_STATUS_FAILED, path_ + " was truncated during the access");
+    throw Failure(path_ + " was truncated during the access");
   }
 
   // Stores all changes under one lock and synchronizes them, so that they survive a loss of power.
@@ -81,7 +76,7 @@ class MappedBlock {
     RequireWhole(path_, status.st_size);
     // Synchronize after releasing the locks, so that other processes need not wait.
     if (msync(map_.map, PARAM_BLOCK_SIZE, MS_SYNC) == 0) return;
-    throw Failure(EXIT_STATUS_FAILED, "cannot write " + path_ + ": " + strerror(errno));
+    FailOn("write", path_);
   }
 
  private:
@@ -93,7 +88,7 @@ class MappedBlock {
 Bytes ReadBlock(const std::string& path) {
   if (access(path.c_str(), W_OK) == 0) return MappedBlock(path).Copy();
   Bytes block = ReadFile(path);
-  RequireWhole(path, static_cast<int64_t>(block.size()));
+  RequireWhole(path, std::ssize(block));
   return block;
 }
 

@@ -62,8 +62,8 @@ void StartMotion(const CameraControl& control, const std::string& model) {
 // If the model is unknown, every code is sent.
 void RequireAnswer(const std::string& model, const PtzVerb& verb) {
   if (model.empty() || Answers(model, verb)) return;
-  throw Failure(EXIT_STATUS_FAILED, "this device, " + model + ", does not support " + verb.name +
-                                        "; supported by: " + Joined(AnsweringDevices(verb)));
+  throw Failure("this device, " + model + ", does not support " + verb.name +
+                "; supported by: " + Joined(AnsweringDevices(verb)));
 }
 
 // `duration` is "" without --for.

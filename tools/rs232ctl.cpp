@@ -45,7 +45,7 @@ void Parse(CLI::App* app, int argc, char** argv) {
 // Buffered output may fail only now, for example on a full disk.
 void FinishOutput() {
   if (fflush(stdout) != 0 || ferror(stdout) != 0) {
-    throw tools::Failure(tools::EXIT_STATUS_FAILED, "cannot write the output");
+    throw tools::Failure("cannot write the output");
   }
 }
 
