@@ -7,9 +7,9 @@
 // Checked after every pass and at the end:
 //   - all bytes from clients and local processes reach the far end of the line in order, with only
 //     valid frames of the mode between them, while the line is up;
-//   - all bytes from the line reach every client from its connection on, and the data datagrams;
-//   the
-//     daemon drops only clients that accept no bytes for CPTZSVR_SEND_TIMEOUT_S;
+//   - every client receives all bytes that the line delivers after it has connected, and the data
+//     datagrams contain all bytes; the daemon drops only clients that accept no bytes for
+//     CPTZSVR_SEND_TIMEOUT_S;
 //   - the packets of a firmware update are sent in order, as the far end accepts them;
 //   - the camera information file is complete;
 //   - the start and each pass take no longer than the sum of the mode's waits, and the daemon does

@@ -91,8 +91,8 @@ bool IsPlain(const std::string& word) {
 }
 
 // The new file equals the old one with the key's lines replaced, or with one line appended. The
-// reader finds the value, unless it matches an earlier line that the writer does not. No temporary
-// file remains.
+// reader finds the new value, unless an earlier line matches the key by the reader's rule but not
+// by the writer's. No temporary file remains.
 void CheckRewrite(const Case& input) {
   const auto& [key, value] = input.texts;
   const std::string pair = key + '=' + value + '\n';

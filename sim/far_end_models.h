@@ -14,8 +14,8 @@ namespace sim {
 std::unique_ptr<FarEnd> MakeFarEnd(const std::string& model, const PtyLine& line,
                                    Clock::time_point now);
 
-// Makes the camera daemon of a lens model, for the far end that MakeFarEnd made for it and which
-// must outlive it; null for other models.
+// Makes the camera daemon of a lens model; returns null for other models. `far_end` must be the one
+// that MakeFarEnd made for this model, and must outlive the camera daemon.
 std::unique_ptr<CameraDaemon> MakeCamera(const std::string& model, const FarEnd& far_end);
 
 // Writes the additional files of a model.

@@ -170,8 +170,8 @@ void DrawHdModule(const Terminal& terminal, const Area& gauges, const Area& view
 
 // --- A lens ------------------------------------------------------------------------------------
 
-// Plots the focus position that is sharp over the zoom position, in the dots of Braille patterns:
-// two across and four down per cell.
+// Plots the in-focus position of the focus motor against the zoom position with Braille characters,
+// which have two columns and four rows of dots per cell.
 void DrawCurve(const Terminal& terminal, const Area& area, const LensPose& pose) {
   constexpr std::array kBits = {0x01, 0x02, 0x04, 0x40, 0x08, 0x10, 0x20, 0x80};
   const double zoom_max = ZFTABLE_HERON.back().zoom;

@@ -229,7 +229,7 @@ bool IsToGet(int end, int64_t bytes) {
   return bytes > waiting && waiting < kPtyFull;
 }
 
-// Only the process that holds both ends can tell.
+// Always false in a process that does not hold both ends.
 bool AreBytesOnTheirWay() {
   return g_far_end >= 0 &&
          (IsToGet(g_far_end, g_page->from_daemon) || IsToGet(g_near_end, g_page->to_daemon));
@@ -372,7 +372,7 @@ void Stop() {
   g_is_running = false;
 }
 
-// The process may have reached main already, or reach it now.
+// The process may already have taken a slot itself, if it has reached main.
 void EndSpawn(pid_t pid) {
   const Lock lock;
   const auto is_its = [pid](const Slot& slot) { return slot.pid == pid; };
@@ -550,7 +550,8 @@ EXPORT int pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
   return error;
 }
 
-// Leaves the clock while it waits, because the other thread may sleep.
+// Unregisters this thread from the clock while it waits; otherwise the clock would stand still
+// while the joined thread sleeps.
 EXPORT int pthread_join(pthread_t thread, void** result) {
   REAL(pthread_join);
   const bool was_on = IsOn() && t_slot != nullptr;

@@ -88,8 +88,8 @@ bool IsUnset(int sem) {
   return semctl(sem, 0, GETVAL) == 0 && semctl(sem, 0, GETPID) == 0;
 }
 
-// Sets the semaphore free if its creator died before it could: otherwise every process would wait
-// for it forever. A live creator needs microseconds between the two calls.
+// Sets the semaphore to its free value if its creator died before doing so; otherwise every process
+// would wait for it forever. A running creator needs microseconds between the two calls.
 void FreeAbandonedSet(int sem) {
   constexpr int kLooks = 100;
   constexpr useconds_t kLookUs = 1'000;

@@ -23,15 +23,16 @@ enum CameraControlCode : uint16_t {
   CAMERA_CODE_WHITE_BALANCE = 0x1005,  // auto white balance, p
   CAMERA_CODE_BACKLIGHT = 0x1006,      // backlight compensation, p
   CAMERA_CODE_AUTO_IRIS = 0x1009,      // auto iris, p
-  CAMERA_CODE_IRIS_STEP = 0x100A,      // one P-iris step by the sign of p
-  CAMERA_CODE_JOYSTICK = 0x1012,       // pan, tilt and zoom, or zoom only
-  CAMERA_CODE_SET_PRESET = 0x1020,     // p
-  CAMERA_CODE_GO_TO_PRESET = 0x1021,   // p
-  CAMERA_CODE_CLEAR_PRESET = 0x1022,   // p
-  CAMERA_CODE_SET_PATTERN = 0x1060,    // start recording pattern p
-  CAMERA_CODE_RUN_PATTERN = 0x1061,    // p
-  CAMERA_CODE_ZOOM_SPEED = 0x1072,     // p, signed; divided by 31
-  CAMERA_CODE_FOCUS_SPEED = 0x1073,    // p, signed; divided by 31
+  CAMERA_CODE_IRIS_STEP =
+      0x100A,  // moves the iris by PIRIS_STEP steps; p above 0 opens, below 0 closes
+  CAMERA_CODE_JOYSTICK = 0x1012,      // pan, tilt and zoom, or zoom only
+  CAMERA_CODE_SET_PRESET = 0x1020,    // p
+  CAMERA_CODE_GO_TO_PRESET = 0x1021,  // p
+  CAMERA_CODE_CLEAR_PRESET = 0x1022,  // p
+  CAMERA_CODE_SET_PATTERN = 0x1060,   // start recording pattern p
+  CAMERA_CODE_RUN_PATTERN = 0x1061,   // p
+  CAMERA_CODE_ZOOM_SPEED = 0x1072,    // p, signed; divided by 31
+  CAMERA_CODE_FOCUS_SPEED = 0x1073,   // p, signed; divided by 31
   CAMERA_CODE_GO_TO_PRESET_33 = 0x1091,
   CAMERA_CODE_GO_TO_PRESET_34 = 0x1092,
   CAMERA_CODE_MODULE_SETTING = 0x1093,  // p, unsigned

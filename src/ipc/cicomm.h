@@ -1,11 +1,12 @@
 // CICOMM: the command channel between the processes of the device.
 //
-// Numbered commands as UDP datagrams on the local host: a 32-byte header, then a payload. A process
-// that receives commands owns a channel port. A process that only sends queries uses an object
-// without a port and receives the answers on its socket's own port. The caller owns the object
-// (about 200 KiB, both buffers included); no operation allocates. Send uses only the send buffer
-// and Recv only the receive buffer: one thread may send while another receives, but two threads
-// must not send through the same object. Messages go to standard error.
+// Carries numbered commands between processes of the local host. Each command is one UDP datagram:
+// a 32-byte header, then a payload. A process that receives commands owns a channel port. A process
+// that only sends queries uses an object without a port and receives the answers on its socket's
+// own port. The caller owns the object (about 200 KiB, both buffers included); no operation
+// allocates. Send uses only the send buffer and Recv only the receive buffer: one thread may send
+// while another receives, but two threads must not send through the same object. Messages go to
+// standard error.
 #pragma once
 
 #include <cstdint>

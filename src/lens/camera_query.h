@@ -27,7 +27,7 @@ enum CameraQueryOffset : int {
 // Timeout of an answer, milliseconds.
 constexpr int CAMERA_QUERY_TIMEOUT_MS = 3000;
 
-// Focus measure if there is none.
+// Result of get_focus_value if no valid answer arrived.
 constexpr uint16_t FOCUS_VALUE_NONE = 65535;
 
 enum class CameraAnswer {

@@ -1,11 +1,12 @@
 // The motorized-lens mode: initialises the lens, then serves commands, the micom and the PTZ
 // clients in the common pass. The drive and the focus search run as its periodic work.
 //
-// The AF mode selects who drives the lens: the daemon (daemon mode), or the micom, by its jog
-// registers (micom mode). The drive and the motor reset sleep on the loop's thread while the motors
-// move, and nothing else is served meanwhile. The focus search never sleeps for a move: it returns
-// to the loop until the move has ended. It blocks only for the focus measure and for saving the
-// positions. The P-iris has its own worker thread.
+// The AF mode selects what moves zoom and focus: in daemon mode, the daemon sends moves of counted
+// steps; in micom mode, it writes the jog registers, and the micom moves the motors. The drive and
+// the motor reset sleep on the loop's thread while the motors move, and nothing else is served
+// meanwhile. The focus search never sleeps for a move: it returns to the loop until the move has
+// ended. It blocks only for the focus measure and for saving the positions. The P-iris has its own
+// worker thread.
 #pragma once
 
 #include <cstdint>

@@ -105,8 +105,8 @@ void Finish() {
   g_mfz.af_state = AF_IDLE;
 }
 
-// A state, its action and its wait: until `steps` have had their time since `clock`. A state
-// without a clock does not wait.
+// A state and its action. The action runs once the time of `steps` steps has passed since `clock`;
+// a state without a clock acts at once.
 struct StateRow {
   AfState state;
   void (*act)();

@@ -13,7 +13,7 @@
 //   4. Approach the best position from below in the finest steps, in the same direction as when it
 //      was measured.
 //   5. Finish: print the zoom position, the best focus position and its distance from the start (a
-//      trace point of the lens's true curve), and save the positions.
+//      measured point of this lens's tracking curve), and save the positions.
 // A state acts once the time of its previous move has passed; until then it returns at once. The
 // search thus never sleeps for a move, and a command can end it between any two steps. It blocks
 // only for the query of the measure and for saving at the end. Lens loop's thread only.

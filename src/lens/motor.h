@@ -39,8 +39,9 @@ void apply_lens_profile(const MfzProfile& profile);
 // seconds (the reply) and MOTOR_SPEED_SETTLE_MS. A missing reply is printed and otherwise ignored.
 void set_motor_speed(MotorSpeedIndex speed);
 
-// Returns the microseconds until a motor has certainly made all steps of its last move: the time of
-// its steps, counted from when the frame was sent. 0 if it is at rest.
+// Returns the microseconds until the motor has certainly completed its last move: the time of all
+// its steps, counted from the moment at which the frame was sent. Returns 0 if the motor is at
+// rest.
 int64_t mfz_move_left_us(MfzAxis axis);
 
 // Moves a motor by `steps` with one frame. Does not change the stored position. Blocks first until

@@ -27,8 +27,8 @@ void piris_configure(int32_t antiflicker, int32_t sensor_supported);
 void piris_start_worker();
 void piris_stop_worker();
 
-// The worker's routines. A step serves a request or regulates once; with nothing to do it sleeps
-// until the configuration changes or the worker is stopped. Both return 0.
+// The worker's routines. Each step handles a pending request or regulates once. If there is
+// neither, it sleeps until the configuration changes or the worker is stopped. Both return 0.
 int piris_start();
 int piris_step();
 
@@ -43,7 +43,8 @@ void piris_release();
 // Moves the iris by `steps` with one frame. Any thread may call.
 void PirisMove(int32_t steps);
 
-// Open the iris over its full travel, or close it by half. Both block for the pauses.
+// Open the iris over its full travel, or close it by half. Both block for PIRIS_COARSE_PAUSE_MS
+// before each of their coarse moves.
 void piris_open_full();
 void piris_close_half();
 

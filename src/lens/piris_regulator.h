@@ -4,13 +4,14 @@
 // PIRIS_LEVEL_BRIGHT, and the deviation, positive if the iris should open, negative if it should
 // close.
 //
-// The iris reports no position, so the machine distinguishes three: closed, in between, open. It
-// assumes an end position after more than PIRIS_HYSTERESIS_STEPS readings in a row that ask for the
-// same direction, and leaves it after as many that ask for the other one. A single outlier thus
-// never moves it to or from an end. While the iris is not fully open, it regulates the brightness,
-// with a fixed exposure setting. Fully open it cannot add light: the machine selects the other
-// exposure setting and waits until the deviation asks to close and the level is no longer above
-// PIRIS_LEVEL_BRIGHT.
+// The iris does not report its position, so the machine assumes one: closed, in between or open. It
+// assumes that an end is reached after more than PIRIS_HYSTERESIS_STEPS consecutive readings that
+// require a move toward it, and that the end is left after as many that require a move away from
+// it. A single outlier thus never moves it to or from an end. While the iris is not fully open, it
+// regulates the brightness, with a fixed exposure setting. A fully open iris cannot add light: the
+// machine selects the other exposure setting and regulates again after more than
+// PIRIS_HYSTERESIS_STEPS readings that require closing. Readings with a level above
+// PIRIS_LEVEL_BRIGHT neither count nor reset the count.
 #pragma once
 
 #include <array>

@@ -27,10 +27,10 @@ constexpr int16_t PositionAfter(int16_t position, int32_t steps) {
       static_cast<uint16_t>(static_cast<uint32_t>(position) + static_cast<uint32_t>(steps)));
 }
 
-// Stores the focus position that `table` (at least TRACKING_MIN_ENTRIES, evenly spaced) gives for
-// `zoom` in *focus. Interpolates linearly, truncated toward the lower entry's value; constant below
-// the first entry and for one spacing above the last. Returns false and leaves *focus unchanged
-// further up.
+// Looks up the focus position for `zoom` in `table` (at least TRACKING_MIN_ENTRIES entries, evenly
+// spaced) and stores it in *focus. Interpolates linearly and truncates toward the value of the
+// lower entry. Uses the value of the first entry below the table, and that of the last entry for
+// less than one spacing above it. For a larger `zoom`, returns false and leaves *focus unchanged.
 bool TrackingFocus(std::span<const ZfEntry> table, int32_t zoom, int32_t* focus);
 
 // Parses a stored position from its decimal text; keeps the low 32 bits of a larger number.

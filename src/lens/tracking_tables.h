@@ -1,6 +1,7 @@
 // Zoom-to-focus curves of the lenses: the focus position for each zoom position.
 //
-// Motor steps from the zero ends of both motors, one entry every TRACKING_SPACING zoom steps.
+// Positions are motor steps from the zero end of each motor. A table has one entry every
+// TRACKING_SPACING zoom steps.
 #pragma once
 
 #include <array>

@@ -1,8 +1,9 @@
 // The camera information file: which camera module is connected to the serial line.
 //
 // Three lines, VERSION=, MODEL= and RESOLUTION= (util/camera_info_file.h). An SD module sends its
-// model in every reply; an HD module is queried once. Main thread only. With a non-zero trace level
-// in the context, a line goes to standard output.
+// model in every reply; an HD module is queried once. Main thread only. If the trace level in the
+// context is not 0, prints the model code of each SD reply, or the three HD values, on standard
+// output.
 #pragma once
 
 #include <array>
@@ -18,7 +19,8 @@ constexpr int CAMERA_INFO_ANSWER_TIMEOUT_S = 3;
 // Model code before the first reply of a module.
 constexpr uint8_t SD_NO_MODEL = 0xFF;
 
-// Assembles the reply frames of an SD module. The member values here are those at the mode's start.
+// Assembles the reply frames of an SD module. The default member values are the state at the start
+// of the mode.
 struct SdCameraInfo {
   int state = 0;  // index of the next byte of `frame`
   PelcoFrame frame = {};

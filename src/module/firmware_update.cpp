@@ -74,8 +74,8 @@ int SendHeader(const Payload& payload) {
   return 0;
 }
 
-// Sends one data packet until it is accepted. Returns the number of tries in its last round, or -1
-// if the micom never accepted it.
+// Sends one data packet until it is accepted. Returns the number of tries in the round in which the
+// micom accepted it, or -1 if it never did.
 int SendUntilAccepted(const MicomPacket& packet) {
   Answer answer = {};
   for (int round = 0; round < MICOM_ROUNDS; ++round) {

@@ -16,7 +16,8 @@ constexpr char MICOM_FIRMWARE_PATH[] = "/tmp/micom_firmware";
 constexpr SerialLine MICOM_UPDATE_LINE = {
     .baud_rate = 115200, .data_bits = 8, .parity = 0, .stop_bits = 1};
 
-// Timeouts of the acknowledgement of the update mode, milliseconds, and of one byte of it, seconds.
+// Timeouts of MICOM_ACK: of the whole acknowledgement (milliseconds), and of each of its bytes
+// (seconds).
 constexpr int MICOM_ACK_TIMEOUT_MS = 10'000;
 constexpr int MICOM_ACK_BYTE_TIMEOUT_S = 1;
 // Timeout of the answer to a packet, seconds.

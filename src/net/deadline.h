@@ -9,7 +9,7 @@ struct ZskDeadline {
 };
 
 // Returns a deadline `timeout_s` seconds from now. It passes between timeout_s and timeout_s + 1
-// seconds from now. 0 means no deadline.
+// seconds from now. With a timeout_s of 0, it never passes.
 ZskDeadline ZSK_DeadlineIn(int timeout_s);
 
 bool ZSK_DeadlinePassed(const ZskDeadline& deadline);

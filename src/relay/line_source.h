@@ -3,8 +3,9 @@
 // A line whose device goes away (an adapter is unplugged, the far end of a pty closes) is always
 // ready but has no data. LineSource then closes it, removes it from the event set, and tries every
 // LINE_SOURCE_RETRY_S to reopen it with the settings of start-up. It prints one line on standard
-// error when the line is lost, and one when it is back: when a device has accepted the settings.
-// Bytes sent meanwhile are lost, as on a closed port. Main thread only; never waits for the line.
+// error when the line is lost, and one when it is open again and the device has accepted the
+// settings. Bytes sent while the line is lost are discarded, as on a closed port. Main thread only;
+// does not wait for data, but pauses for 1 ms after an empty read.
 #pragma once
 
 #include <cstdint>

@@ -1,9 +1,9 @@
 // Send, receive and trace on the daemon's serial port.
 //
 // Every mode uses the serial line through these functions. They work on the single port of
-// serial_port.h and on the trace level of the context. The trace is the daemon's only record of
-// serial traffic: one time-stamped line of hexadecimal bytes on standard output for every send and
-// receive. A line is written in one piece, beyond about 600 bytes in several.
+// serial_port.h and on the trace level of the context. The trace prints one time-stamped line of
+// hexadecimal bytes on standard output for every send and receive. Each line is written with one
+// call; a line of more than about 600 bytes takes several.
 #pragma once
 
 #include <cstdint>

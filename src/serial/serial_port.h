@@ -63,9 +63,9 @@ struct SerialPort {
   std::atomic<int> fd;  // the open device, -1 if closed
   termios saved;        // settings of the device before it was opened
 
-  // Restores the saved settings and closes the device; does nothing if it is not open. If a drain
-  // wait was given up, first discards the unsent bytes, as far as the driver can, and waits some
-  // tenths of a second for the device's FIFO, so that nothing is sent at a different speed.
+  // Restores the saved settings and closes the device; does nothing if it is not open. If the last
+  // drain wait was given up, first discards the driver's queue (if the driver supports it) and
+  // waits up to 0.7 s for the device's FIFO to empty, so that nothing is sent at a different speed.
   void (*Close)(SerialPort* self);
 
   // Writes the buffer with one `write` (bytes that do not fit are not written) and waits until the
@@ -80,8 +80,9 @@ struct SerialPort {
   // Returns the bytes read, 0 at end of file, or a SerialReadError.
   int (*Read)(SerialPort* self, void* buffer, int length, int timeout_ms);
 
-  std::atomic<bool> tells_transmitter;  // the driver may report an empty transmitter
-  std::atomic<bool> has_unsent;         // the drain wait of the last write was given up
+  std::atomic<bool>
+      tells_transmitter;         // query the transmitter; false once the driver could not report
+  std::atomic<bool> has_unsent;  // the drain wait of the last write was given up
   std::atomic<int64_t>
       stop_seen_us;  // monotonic time of the first drain wait that saw the stop flag; 0: none yet
 };
@@ -98,10 +99,10 @@ extern std::atomic<SerialPort*> g_serial_port;
 // Stores its descriptor, or -1, in `context` and returns it.
 int OpenRS232(Rs232Context* context, const SerialLine& line);
 
-// Returns true if the open port of `context` has a device that accepted the settings of `line`.
-// Without a device (an unbound UART keeps its node) a driver can still be opened and stores the
-// settings, but fails every read, even of 0 bytes. Speed and framing are not compared: a pty does
-// not store framing, and an adapter may run at the nearest speed it supports.
+// Returns true if the open port of `context` has a device that accepted the settings of `line`. The
+// device node of an unbound UART remains: it can be opened and stores the settings, but every read
+// fails, even of 0 bytes. Speed and framing are not compared: a pty does not store framing, and an
+// adapter may run at the nearest speed it supports.
 bool IsRS232Usable(const Rs232Context& context, const SerialLine& line);
 
 // Returns the path of the device that OpenRS232 last tried to open; empty before the first call.

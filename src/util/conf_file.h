@@ -24,12 +24,11 @@ constexpr size_t CUTIL_CONF_VALUE_SIZE = CUTIL_CONF_LINE_SIZE;
 constexpr size_t CUTIL_CONF_WRITE_LINE_SIZE = 1024;
 
 // Parses one token of a line: the text up to the next '=' or line end. Strips leading blanks and
-// tabs, one trailing blank or tab, and enclosing double quotes.
-//   out  receives the token, NUL-terminated, truncated to out_size - 1 characters;
-//   p    NUL-terminated text, may contain a line end ('\n' or '\r').
-// Returns the position after the '=' that ended the token, or of the line end that did. If no token
-// begins, leaves `out` unchanged: at a '#' or '[' it returns that position, at the end of the line
-// it returns null. A '=' alone is an empty token.
+// tabs, one trailing blank or tab, and enclosing double quotes. out receives the token,
+// NUL-terminated, truncated to out_size - 1 characters; p NUL-terminated text, may contain a line
+// end ('\n' or '\r'). Returns the position after the '=' if one ended the token, otherwise that of
+// the line end. If no token begins, leaves `out` unchanged: at a '#' or '[' it returns that
+// position, at the end of the line it returns null. A '=' alone is an empty token.
 const char* CUTIL_ParseToken(char* out, size_t out_size, const char* p);
 
 // Reads the value of the first line whose key begins with `key` (a prefix test) and stores it in
@@ -43,13 +42,13 @@ int CUTIL_GetConfValue(const char* path, const char* key, char* value_out, size_
 
 // Sets `key` to `value` in an existing file. Replaces every line whose text before its first '=' or
 // ' ' is exactly `key` by "key=value"; if there is none, appends the pair. A line with a '#' before
-// that '=' or ' ' does not match, nor does a key without '=', unless it ends the file without a
-// line feed.
+// that '=' or ' ' does not match. A line with the key alone matches only at the end of a file that
+// does not end with a line feed.
 //
 // Returns 0. Returns -1 if the temporary file is in use or `path` cannot be opened or exceeds
 // CUTIL_SETTINGS_MAX; -2 if the temporary file cannot be created; -3 if writing it failed (it is
 // then removed) or renaming it failed (it remains). Prints one line on standard output for every
-// failure but the last.
+// failure except a failed rename.
 //
 // `path` is either replaced as a whole or unchanged, even after a loss of power: the call blocks
 // until the new file and the rename are on the medium. If only the rename could not be

@@ -110,7 +110,7 @@ int Close(void* cookie) {
   return 0;
 }
 
-// Replaces `fd` by a non-blocking open file of its own.
+// Reopens the file of `fd` in non-blocking mode under the same descriptor number.
 bool OpenAnew(int fd) {
   char path[sizeof("/proc/self/fd/") + 12];
   snprintf(path, sizeof(path), "/proc/self/fd/%d", fd);

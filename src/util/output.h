@@ -9,8 +9,8 @@
 
 // Opens an unbuffered stream on the terminal, pipe or socket `fd`. Returns null and changes nothing
 // if `fd` is anything else (a write to a regular file does not wait for a reader) or if memory is
-// short. A terminal or pipe is reopened as `fd` in non-blocking mode; the daemon and its child
-// processes share that open file, other processes keep their blocking one. If it cannot be
+// short. Reopens a terminal or pipe in non-blocking mode under the same descriptor number. Only
+// child processes share the new open file; other processes keep their blocking one. If it cannot be
 // reopened, the stream polls for room before each write. Text that could not be written is retried
 // with the next line and on close. The caller closes the stream; `fd` stays open.
 FILE* CUTIL_OpenOutput(int fd);

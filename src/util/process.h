@@ -14,7 +14,7 @@ constexpr int CUTIL_LIST_LINE_MAX = 31;
 constexpr int CUTIL_LIST_MAX_NAMES = 16;
 // Bytes of a command line that are compared.
 constexpr int CUTIL_COMMAND_LINE_MAX = 255;
-// Lowest process numbers examined: for signalling, and by CUTIL_IsProc.
+// Lowest process ids that may be signalled, and that CUTIL_IsProc examines.
 constexpr int CUTIL_FIRST_KILLED_PID = 20;
 constexpr int CUTIL_FIRST_FOUND_PID = 21;
 

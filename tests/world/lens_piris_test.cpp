@@ -16,8 +16,8 @@ constexpr PirisReading kNearlyDark = {.level = 500, .deviation = 10};
 constexpr PirisReading kNearlyBright = {.level = 500, .deviation = -10};
 constexpr PirisReading kBrightFullLevel = {.level = 1024, .deviation = -11};
 
-// `count` equal steps with the same reading, each of which must order `steps` and the exposure of
-// its state; the other members are the state after them.
+// Runs the regulator `count` times with the same reading. Each run must return `steps` and the
+// exposure setting of the current state; the other members are the expected state afterwards.
 struct Series {
   int count;
   PirisReading reading;
