@@ -1,8 +1,9 @@
 #!/bin/sh
 # Compares the daemon with general serial-to-TCP relays and prints a table.
 #   ./bench.sh [--install-peers] [--quick | --long] [--docs]
-# Skips relays (ser2net, socat) that are not installed. --install-peers installs them; the ser2net
-# package then also starts a service. --docs updates docs/benchmarks.md and its chart.
+# Skips relays (ser2net, socat) that are not installed.
+# --install-peers installs them; the ser2net package then also starts a service.
+# --docs updates docs/benchmarks.md and its chart.
 set -eu
 cd "$(dirname "$0")"
 

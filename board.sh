@@ -1,17 +1,20 @@
 #!/bin/sh
-# Boots a board in an emulator (Debian's ARM kernel, BusyBox, the armhf package) and tests what a
-# pseudo-terminal cannot: a real serial driver, USB adapters, reboots, power cuts.
+# Boots a board in an emulator (Debian's ARM kernel, BusyBox, the armhf package)
+# and tests what a pseudo-terminal cannot: a real serial driver, USB adapters,
+# reboots, power cuts.
 #   ./board.sh [--quick | --long] [TEST...]
 #   ./board.sh --shell [MODEL]
-# TEST: settings, drain, break, idle, stop, unbound, usb, update, cuts; default: all. Prints a line
-# for each test; exits with status 1 if one failed.
-# --quick: settings, stop and 3 power cuts, in about a minute. --long: 100 power cuts instead of 20.
-# --shell: a console on the board, with the far end of MODEL on its line. MODEL: QB-620 (default, a
-# PTZ head), QB-210, QB-310 (camera modules), QB-420 (a lens), ... Exit with `poweroff`.
+# TEST: settings, drain, break, idle, stop, unbound, usb, update, cuts; default:
+# all. Prints a line for each test; exits with status 1 if one failed.
+# --quick: settings, stop and 3 power cuts, in about a minute
+# --long: 100 power cuts instead of 20
+# --shell: a console on the board, with the far end of MODEL on its line. MODEL:
+# QB-620 (default, a PTZ head), QB-210, QB-310 (camera modules), QB-420 (a lens),
+# ... Exit with `poweroff`.
 set -eu
 cd "$(dirname "$0")"
 
-usage() { sed -n '2,11s/^# \{0,1\}//p' "$0"; }
+usage() { sed -n '2,/^[^#]/s/^# \{0,1\}//p' "$0"; }
 
 refuse() {
   usage >&2

@@ -1,11 +1,12 @@
 #!/bin/sh
-# Builds the daemon with gcov counters in build-coverage, runs every test, and prints the line and
-# branch coverage of each file in src/.
+# Builds the daemon with gcov counters in build-coverage, runs every test, and
+# prints the line and branch coverage of each file in src/.
 #   ./coverage.sh [CTEST-OPTION...]     e.g. -R '^unit_tests'; default: all tests
-# The fault injection is excluded, because it would also disturb the writing of the counters.
-# Status 1 if less than 95 % of the lines or 85 % of the branches ran.
-# build-coverage/report/index.html shows the code that did not run; docs/test-coverage.md explains
-# why it did not.
+# The fault injection is excluded, because it would also disturb the writing of
+# the counters. Status 1 if less than 95 % of the lines or 85 % of the branches
+# ran.
+# build-coverage/report/index.html shows the code that did not run;
+# docs/test-coverage.md explains why it did not.
 set -eu
 cd "$(dirname "$0")"
 

@@ -1,8 +1,9 @@
 #!/bin/sh
 # Builds the project and runs the real daemon on a virtual device.
-#   ./demo.sh [MODEL] [--once]     MODEL: QB-620 (default), QB-210, QB-310, QB-420, ...
-# Runs a short demonstration, then lets you drive the device. With --once it exits after the
-# demonstration, with status 0 if it succeeded.
+#   ./demo.sh [MODEL] [--once]
+# MODEL: QB-620 (default), QB-210, QB-310, QB-420, ...
+# Runs a short demonstration, then lets you drive the device. With --once it exits
+# after the demonstration, with status 0 if it succeeded.
 set -eu
 cd "$(dirname "$0")"
 

@@ -1,6 +1,7 @@
 #!/bin/sh
-# Builds the project and injects failures into the daemon's libc calls, one at a time; then kills it
-# at every call and at 500 random times of a start and of a save.
+# Builds the project and injects failures into the daemon's libc calls, one at a
+# time; then kills it at every call and at 500 random times of a start and of a
+# save.
 #   ./faults.sh [PRESET]     PRESET: release (default), asan, ...
 set -eu
 cd "$(dirname "$0")"

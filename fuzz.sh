@@ -1,9 +1,11 @@
 #!/usr/bin/env bash
-# Builds the fuzz targets with clang and libFuzzer and runs each for SECONDS, two at a time.
-#   ./fuzz.sh SECONDS [TARGET...]     TARGET: a directory of fuzz/corpus; default: all
+# Builds the fuzz targets with clang and libFuzzer and runs each for SECONDS, two
+# at a time.
+#   ./fuzz.sh SECONDS [TARGET...]
+# TARGET: a directory of fuzz/corpus; default: all
 # Prints a table; status 1 if a target found a fault. The input is saved in
-# build-fuzz/findings/TARGET; `build-fuzz/targets/TARGET FILE` runs it again. New corpus inputs are
-# kept in build-fuzz/corpus/TARGET for the next run.
+# build-fuzz/findings/TARGET; `build-fuzz/targets/TARGET FILE` runs it again. New
+# corpus inputs are kept in build-fuzz/corpus/TARGET for the next run.
 set -euo pipefail
 cd "$(dirname "$0")"
 

@@ -1,9 +1,11 @@
 #!/bin/sh
-# Builds the project and runs the daemon through long random lives (tests/system/long_life_test.cpp),
-# all modes in parallel, each in its own private world. Prints a line of figures for each mode, and
-# any fault with its seed and time; status 1 if there was one.
+# Builds the project and runs the daemon through long random lives
+# (tests/system/long_life_test.cpp), all modes in parallel, each in its own
+# private world. Prints a line of figures for each mode, and any fault with its
+# seed and time; status 1 if there was one.
 #   ./soak.sh [--seed SEED] [SECONDS] [MODE...]
-# SECONDS: real time, default 300. Completes a started round of three lives (up to a minute).
+# SECONDS: real time, default 300. Completes a started round of three lives, which
+# takes up to a minute.
 # MODE: relay, sd, hd, lens; default: all
 set -eu
 cd "$(dirname "$0")"

@@ -1,8 +1,8 @@
 #!/bin/sh
 # Builds the project and runs every test.
 #   ./test.sh [PRESET [CMAKE-OPTION...]]
-# PRESET: release (default), debug, asan, asan-clang, tsan; armhf or arm64: a cross build, tested
-# under an emulator.
+# PRESET: release (default), debug, asan, asan-clang, tsan; armhf or arm64: a
+# cross build, tested under an emulator.
 set -eu
 cd "$(dirname "$0")"
 
