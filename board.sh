@@ -17,7 +17,7 @@ cd "$(dirname "$0")"
 usage() { sed -n '2,/^[^#]/s/^# \{0,1\}//p' "$0"; }
 
 refuse() {
-  usage >&2
+  echo "board.sh: invalid argument '$1'; --help prints the usage" >&2
   exit 2
 }
 
@@ -30,14 +30,14 @@ tests="settings drain break idle stop unbound usb update cuts"
 case "${1:-}" in
   -h | --help) usage; exit 0 ;;
   --shell)
-    [ $# -le 2 ] || refuse
-    case "${2:-}" in -*) refuse ;; esac
+    [ $# -le 2 ] || refuse "$3"
+    case "${2:-}" in -*) refuse "$2" ;; esac
     ;;
   *)
     for word in "$@"; do
       case " --quick --long $tests " in
         *" $word "*) ;;
-        *) refuse ;;
+        *) refuse "$word" ;;
       esac
     done
     ;;
