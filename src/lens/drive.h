@@ -19,9 +19,9 @@ constexpr int32_t DRIVE_CHUNK_STEPS = 10;
 int DriveSpeedIndex(int8_t value);
 
 // Return the number of steps of one tick from `position`, never negative; 0 if nothing is left to
-// move. The caller applies the direction. Toward zero, a tick that starts less than `step` above
-// `minimum` moves all of `position`: it ends at 0, even if `minimum` is larger. Toward the maximum,
-// it ends at `maximum`.
+// move. The caller applies the direction. Toward zero, if `position` is less than `minimum` +
+// `step`, the result is `position` itself: the tick ends at 0, even if `minimum` is larger. Toward
+// the maximum, it ends at `maximum`.
 int32_t DriveTowardZero(int32_t position, int32_t minimum, int32_t step);
 int32_t DriveTowardMaximum(int32_t position, int32_t maximum, int32_t step);
 

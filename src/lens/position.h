@@ -29,8 +29,9 @@ constexpr int16_t PositionAfter(int16_t position, int32_t steps) {
 
 // Looks up the focus position for `zoom` in `table` (at least TRACKING_MIN_ENTRIES entries, evenly
 // spaced) and stores it in *focus. Interpolates linearly and truncates toward the value of the
-// lower entry. Uses the value of the first entry below the table, and that of the last entry for
-// less than one spacing above it. For a larger `zoom`, returns false and leaves *focus unchanged.
+// lower entry. A `zoom` below the table gets the value of the first entry, one less than one
+// spacing above the table that of the last entry. For a larger `zoom`, returns false and leaves
+// *focus unchanged.
 bool TrackingFocus(std::span<const ZfEntry> table, int32_t zoom, int32_t* focus);
 
 // Parses a stored position from its decimal text; keeps the low 32 bits of a larger number.
@@ -40,8 +41,8 @@ int32_t PositionFromText(const char* text);
 void set_limits();
 
 // Moves the focus from `focus` onto the curve at `zoom`, within the focus limits. Returns the steps
-// sent; the caller adds them to the position. Sends a move of 0 steps, too. Above the end of the
-// curve it sends nothing and returns 0.
+// sent; the caller adds them to the position. Sends a move of 0 steps, too. If `zoom` is one
+// spacing or more above the last entry, it sends nothing and returns 0.
 int32_t track_focus(int32_t zoom, int32_t focus);
 
 // Moves a motor as mfz_move does and adds the steps to its position.

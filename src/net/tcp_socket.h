@@ -2,7 +2,7 @@
 //
 // Free functions on plain descriptors, without state; any thread may call them on its own
 // descriptors. Ports are in host order; only the low 16 bits count. On failure they return a
-// negative value, print one line unless the error code says otherwise, and close a descriptor
+// negative value, print one line unless a function's comment says otherwise, and close a descriptor
 // opened in the call. Every descriptor opened here is close-on-exec and belongs to the caller.
 #pragma once
 

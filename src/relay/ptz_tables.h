@@ -12,7 +12,7 @@
 #include "ipc/camera_control.h"
 #include "relay/pelco_d.h"
 
-// What to send for a row.
+// What to send for a row. A long stop is: stop frame, 250 ms, stop frame.
 enum class PtzAction : uint8_t {
   kFrame,     // the row's frame
   kZoom,      // tele or wide by the sign of the third parameter; 0: long stop

@@ -24,11 +24,11 @@ constexpr size_t CUTIL_CONF_VALUE_SIZE = CUTIL_CONF_LINE_SIZE;
 constexpr size_t CUTIL_CONF_WRITE_LINE_SIZE = 1024;
 
 // Parses one token of a line: the text up to the next '=' or line end. Strips leading blanks and
-// tabs, one trailing blank or tab, and enclosing double quotes. out receives the token,
-// NUL-terminated, truncated to out_size - 1 characters; p NUL-terminated text, may contain a line
-// end ('\n' or '\r'). Returns the position after the '=' if one ended the token, otherwise that of
-// the line end. If no token begins, leaves `out` unchanged: at a '#' or '[' it returns that
-// position, at the end of the line it returns null. A '=' alone is an empty token.
+// tabs, one trailing blank or tab, and enclosing double quotes. Stores the token in
+// `out`, NUL-terminated and truncated to out_size - 1 characters. `p` is NUL-terminated text and
+// may contain a line end ('\n' or '\r'). Returns the position after the '=' if one ended the token,
+// otherwise that of the line end. If no token begins, leaves `out` unchanged: at a '#' or '[' it
+// returns that position, at the end of the line it returns null. A '=' alone is an empty token.
 const char* CUTIL_ParseToken(char* out, size_t out_size, const char* p);
 
 // Reads the value of the first line whose key begins with `key` (a prefix test) and stores it in

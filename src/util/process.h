@@ -26,9 +26,10 @@ constexpr int CUTIL_COMMAND_SIZE = 256;
 [[gnu::format(printf, 1, 2)]] void CUTIL_RunCommand(const char* format, ...);
 
 // Resets the camera's microcontroller, stops the processes of both lists, unmounts removable
-// storage and reboots the device. Pauses for 3 seconds in total and does not return. If a list
-// names this daemon, the daemon ends before the reboot. Restores the default action of SIGTERM just
-// before the reboot command; SIGTERM then ends the process.
+// storage and reboots the device. Pauses for 3 seconds in total and does not return. If the
+// kill list names this daemon, it ends before the reboot; if only the term list names it, the
+// reboot continues. Restores the default action of SIGTERM just before the reboot command; SIGTERM
+// then ends the process.
 [[noreturn]] void CUTIL_Reboot();
 
 // Sends `signal` to every process that matches a name in the list file `list_path`, once for each
